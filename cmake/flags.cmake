@@ -1,0 +1,36 @@
+# Compiler and linker flags in one place.
+find_package(Threads REQUIRED)
+
+# The vendor macros of old C libraries and big files: one ABI of time and files everywhere.
+add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64)
+
+add_library(hbs_warnings INTERFACE)
+target_compile_options(hbs_warnings INTERFACE
+    -Wall -Wextra -Werror -Wshadow -Wcast-align -Wformat=2 -Wundef -Wvla -Wwrite-strings
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Wold-style-cast>
+    -fstack-protector-strong)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(hbs_warnings INTERFACE -Wno-unknown-warning-option)
+endif()
+option(HBS_FORTIFY "Use the C library's checked functions in optimised builds" ON)
+if(HBS_FORTIFY AND NOT HBS_SANITIZE)
+    target_compile_options(hbs_warnings INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
+endif()
+
+if(HBS_SANITIZE)
+    add_compile_options(-fsanitize=${HBS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${HBS_SANITIZE})
+endif()
+
+# What goes into the daemon, the query library and the host platform: C++ without its runtime.
+add_library(hbs_no_runtime INTERFACE)
+target_link_libraries(hbs_no_runtime INTERFACE hbs_warnings)
+target_compile_options(hbs_no_runtime INTERFACE
+    -fvisibility=hidden
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+
+# Links a target with the C driver, so that no C++ runtime library can slip in: a use of one is a
+# link error. CMake would add it by itself for a mixed target; an empty list keeps it out.
+function(hbs_link_without_runtime target)
+    set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+endfunction()

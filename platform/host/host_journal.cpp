@@ -1,0 +1,14 @@
+// The journal: one line for each call with an effect outside this process.
+#include "host_journal.h"
+
+#include "host_sink.h"
+
+namespace {
+
+host_sink journal = {"HBS_HOST_JOURNAL", "/var/lib/hbs-host/journal", PTHREAD_MUTEX_INITIALIZER, -1};
+
+} // namespace
+
+void host_journal_write(host_line *line) {
+    host_sink_write(&journal, line);
+}

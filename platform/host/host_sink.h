@@ -1,0 +1,18 @@
+// Files that only grow: the log and the journal. Each line is one write, whole, at the file's end.
+#pragma once
+
+#include <pthread.h>
+#include <sys/types.h>
+
+#include "host_text.h"
+
+struct host_sink {
+    const char *variable;     // environment variable that names the file
+    const char *default_path; // when the variable is not set
+    pthread_mutex_t lock;
+    int fd; // kept open; -1 = none
+};
+
+// Finishes the line and writes it, opening the file again when it was removed or replaced since the last
+// line. What cannot be written there goes to standard error. Any thread.
+void host_sink_write(host_sink *sink, host_line *line);

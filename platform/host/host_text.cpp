@@ -1,0 +1,176 @@
+// Parsing of the texts in the file of values, and growing lines of text for log and journal.
+#include "host_text.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr char cut_mark[] = " [cut: out of memory]\n";
+
+int digit_value(char digit) {
+    if (digit >= '0' && digit <= '9')
+        return digit - '0';
+    if (digit >= 'a' && digit <= 'f')
+        return digit - 'a' + 10;
+    if (digit >= 'A' && digit <= 'F')
+        return digit - 'A' + 10;
+    return -1;
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+// Makes room for `more` bytes; the cut mark always fits behind them.
+bool make_room(host_line *line, size_t more) {
+    size_t wanted = line->length + more + sizeof cut_mark;
+    if (wanted <= line->capacity)
+        return true;
+    size_t capacity = wanted * 2;
+    void *memory = realloc(line->text == line->first ? nullptr : line->text, capacity);
+    if (memory == nullptr) {
+        line->cut = true;
+        return false;
+    }
+    char *text = static_cast<char *>(memory);
+    if (line->text == line->first)
+        memcpy(text, line->first, line->length);
+    line->text = text;
+    line->capacity = capacity;
+    return true;
+}
+
+void add_bytes(host_line *line, const char *bytes, size_t length) {
+    if (line->cut || !make_room(line, length))
+        return;
+    memcpy(line->text + line->length, bytes, length);
+    line->length += length;
+}
+
+// Writes one byte in its escaped form; returns how many characters that took (at most 4).
+size_t escape_byte(char byte, host_quotes quotes, char out[5]) {
+    static constexpr char letters[] = "\nn\rr\tt\\\\";
+    const char *known = byte == '\0' ? nullptr : strchr(letters, byte);
+    if (known != nullptr && (known - letters) % 2 == 0) {
+        out[0] = '\\';
+        out[1] = known[1];
+        return 2;
+    }
+    if (byte == '"' && quotes == host_quotes::escaped) {
+        out[0] = '\\';
+        out[1] = byte;
+        return 2;
+    }
+    if (byte < ' ' || byte > '~') {
+        snprintf(out, 5, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+        return 4;
+    }
+    out[0] = byte;
+    return 1;
+}
+
+} // namespace
+
+bool host_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number) {
+    if (text == nullptr || *text == '\0' || is_blank(*text))
+        return false;
+    int base = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') ? 16 : 10;
+    char *end = nullptr;
+    errno = 0;
+    long long value = strtoll(text, &end, base);
+    if (errno != 0 || *end != '\0' || value < low || value > high)
+        return false;
+    *number = value;
+    return true;
+}
+
+bool host_text_to_u32(const char *text, uint32_t *number) {
+    int64_t value = 0;
+    if (!host_text_to_number(text, 0, UINT32_MAX, &value))
+        return false;
+    *number = static_cast<uint32_t>(value);
+    return true;
+}
+
+bool host_text_to_byte(const char *text, uint8_t *number) {
+    int64_t value = 0;
+    if (!host_text_to_number(text, 0, UINT8_MAX, &value))
+        return false;
+    *number = static_cast<uint8_t>(value);
+    return true;
+}
+
+bool host_text_to_mac(const char *text, uint8_t mac[6]) {
+    if (text == nullptr || strlen(text) != 17)
+        return false;
+    uint8_t bytes[6];
+    for (size_t i = 0; i < 6; i++) {
+        int high = digit_value(text[3 * i]);
+        int low = digit_value(text[3 * i + 1]);
+        if (high < 0 || low < 0 || (i < 5 && text[3 * i + 2] != ':'))
+            return false;
+        bytes[i] = static_cast<uint8_t>(high * 16 + low);
+    }
+    memcpy(mac, bytes, sizeof bytes);
+    return true;
+}
+
+int host_next_word(const char **rest, char *word, size_t size) {
+    const char *start = *rest;
+    while (is_blank(*start))
+        start++;
+    const char *end = start;
+    while (*end != '\0' && !is_blank(*end))
+        end++;
+    *rest = end;
+    size_t length = static_cast<size_t>(end - start);
+    if (length == 0)
+        return 0;
+    if (length >= size)
+        return -1;
+    memcpy(word, start, length);
+    word[length] = '\0';
+    return 1;
+}
+
+bool host_copy_whole(char *field, size_t size, const char *text) {
+    if (text == nullptr || strlen(text) >= size)
+        return false;
+    memcpy(field, text, strlen(text) + 1);
+    return true;
+}
+
+host_line::~host_line() {
+    if (text != first)
+        free(text);
+}
+
+void host_line_add(host_line *line, const char *format, ...) {
+    char part[512];
+    va_list arguments;
+    va_start(arguments, format);
+    int length = vsnprintf(part, sizeof part, format, arguments);
+    va_end(arguments);
+    if (length < 0)
+        return;
+    size_t whole = static_cast<size_t>(length);
+    add_bytes(line, part, whole < sizeof part ? whole : sizeof part - 1);
+}
+
+void host_line_add_escaped(host_line *line, const char *text, size_t length, host_quotes quotes) {
+    for (size_t i = 0; i < length; i++) {
+        char escaped[5] = {};
+        size_t size = escape_byte(text[i], quotes, escaped);
+        add_bytes(line, escaped, size);
+    }
+}
+
+void host_line_finish(host_line *line) {
+    const char *end = line->cut ? cut_mark : "\n";
+    memcpy(line->text + line->length, end, strlen(end));
+    line->length += strlen(end);
+}

@@ -1,0 +1,212 @@
+// The text file of values: `key = value` lines, read again whenever the file has changed.
+#include "host_values.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <pthread.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr char default_path[] = "/var/lib/hbs-host/gateway.conf";
+constexpr off_t largest_file = 4194304; // 4 MiB
+constexpr size_t largest_key = 128;
+
+// A file that changed so lately could change again and keep its time stamp, which is as coarse as the
+// kernel's tick: it is read again until its time stamp is this old.
+constexpr int64_t settling_ns = 100000000;
+
+pthread_mutex_t values_mutex = PTHREAD_MUTEX_INITIALIZER;
+
+struct {
+    char *text;          // the file's text, cut into keys and values in place
+    host_entry *entries; // in the file's order
+    size_t count;
+    struct stat seen; // of the file that the entries come from
+    bool settled;     // the entries hold as long as the file looks like `seen`
+} table;
+
+const char *values_path() {
+    const char *path = getenv("HBS_HOST_CONF");
+    return path != nullptr && *path != '\0' ? path : default_path;
+}
+
+int64_t nanoseconds(const timespec &time) {
+    return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+}
+
+bool same_file(const struct stat &a, const struct stat &b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+           nanoseconds(a.st_mtim) == nanoseconds(b.st_mtim) &&
+           nanoseconds(a.st_ctim) == nanoseconds(b.st_ctim);
+}
+
+bool has_settled(const struct stat &file) {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    return nanoseconds(now) - nanoseconds(file.st_mtim) > settling_ns &&
+           nanoseconds(now) - nanoseconds(file.st_ctim) > settling_ns;
+}
+
+void forget() {
+    free(table.text);
+    free(table.entries);
+    table = {};
+}
+
+bool is_blank(char c) {
+    return c == ' ' || c == '\t' || c == '\r';
+}
+
+// Removes the blanks at both ends in place; returns the new start.
+char *trim(char *start) {
+    while (is_blank(*start))
+        start++;
+    size_t length = strlen(start);
+    while (length > 0 && is_blank(start[length - 1]))
+        start[--length] = '\0';
+    return start;
+}
+
+// A comment begins with a '#' at the start of the line or behind a blank.
+void cut_comment(char *line) {
+    for (char *mark = strchr(line, '#'); mark != nullptr; mark = strchr(mark + 1, '#')) {
+        if (mark == line || is_blank(mark[-1])) {
+            *mark = '\0';
+            return;
+        }
+    }
+}
+
+void take_line(char *line) {
+    cut_comment(line);
+    char *equals = strchr(line, '=');
+    if (equals == nullptr)
+        return;
+    *equals = '\0';
+    const char *key = trim(line);
+    if (*key == '\0')
+        return;
+    table.entries[table.count++] = {key, trim(equals + 1)};
+}
+
+// Cuts the text (size bytes and a NUL) into entries. A line with a NUL in it is none.
+bool take_text(char *text, size_t size) {
+    size_t lines = 1;
+    for (size_t i = 0; i < size; i++)
+        lines += text[i] == '\n';
+    table.entries = static_cast<host_entry *>(calloc(lines, sizeof(host_entry)));
+    if (table.entries == nullptr)
+        return false;
+    char *end = text + size;
+    for (char *line = text; line < end;) {
+        char *newline = static_cast<char *>(memchr(line, '\n', static_cast<size_t>(end - line)));
+        char *stop = newline != nullptr ? newline : end;
+        *stop = '\0';
+        if (line + strlen(line) == stop)
+            take_line(line);
+        line = stop + 1;
+    }
+    return true;
+}
+
+// Reads up to size bytes; returns how many there were, or -1.
+ssize_t read_whole(int fd, char *text, size_t size) {
+    size_t done = 0;
+    while (done < size) {
+        ssize_t part = read(fd, text + done, size - done);
+        if (part < 0 && errno == EINTR)
+            continue;
+        if (part < 0)
+            return -1;
+        if (part == 0)
+            break;
+        done += static_cast<size_t>(part);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+void load(int fd) {
+    if (fstat(fd, &table.seen) != 0 || !S_ISREG(table.seen.st_mode) || table.seen.st_size > largest_file)
+        return;
+    table.settled = has_settled(table.seen);
+    size_t size = static_cast<size_t>(table.seen.st_size);
+    table.text = static_cast<char *>(malloc(size + 1));
+    if (table.text == nullptr)
+        return;
+    ssize_t length = read_whole(fd, table.text, size);
+    if (length < 0 || !take_text(table.text, static_cast<size_t>(length)))
+        forget();
+}
+
+// A file that cannot be read counts as an empty one.
+void refresh() {
+    struct stat now = {};
+    bool there = stat(values_path(), &now) == 0;
+    if (there && table.text != nullptr && table.settled && same_file(now, table.seen))
+        return;
+    forget();
+    int fd = there ? open(values_path(), O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
+    if (fd < 0)
+        return;
+    load(fd);
+    (void)close(fd);
+}
+
+} // namespace
+
+host_values_hold::host_values_hold() {
+    (void)pthread_mutex_lock(&values_mutex);
+    refresh();
+}
+
+host_values_hold::~host_values_hold() {
+    (void)pthread_mutex_unlock(&values_mutex);
+}
+
+const char *host_value(const char *key_format, ...) {
+    char key[largest_key];
+    va_list arguments;
+    va_start(arguments, key_format);
+    int length = vsnprintf(key, sizeof key, key_format, arguments);
+    va_end(arguments);
+    if (length < 0 || static_cast<size_t>(length) >= sizeof key)
+        return nullptr;
+    for (size_t i = table.count; i > 0; i--) {
+        if (strcasecmp(table.entries[i - 1].key, key) == 0)
+            return table.entries[i - 1].value;
+    }
+    return nullptr;
+}
+
+const host_entry *host_entry_at(size_t index) {
+    return index < table.count ? &table.entries[index] : nullptr;
+}
+
+const char *host_key_after(const host_entry *entry, const char *prefix) {
+    size_t length = strlen(prefix);
+    return strncasecmp(entry->key, prefix, length) == 0 ? entry->key + length : nullptr;
+}
+
+bool host_told_to_fail(const char *call, int *result) {
+    const char *text = host_value("fail.%s", call);
+    if (text == nullptr)
+        return false;
+    int64_t number = -1;
+    (void)host_text_to_number(text, INT32_MIN, INT32_MAX, &number);
+    *result = static_cast<int>(number);
+    return true;
+}
+
+bool host_call_fails(const char *call, int *result) {
+    host_values_hold hold;
+    return host_told_to_fail(call, result);
+}

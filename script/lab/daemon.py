@@ -1,0 +1,118 @@
+"""The client database daemon inside a box: its host platform's files, start, readiness, end."""
+
+import os
+import re
+import subprocess
+import time
+
+HOST_DIRECTORY = "/var/lib/hbs-host"
+CONFIG = HOST_DIRECTORY + "/gateway.conf"
+LOG = HOST_DIRECTORY + "/log"
+JOURNAL = HOST_DIRECTORY + "/journal"
+OUTPUT = HOST_DIRECTORY + "/daemon.out"
+COMMAND_SOCKET = "/var/tmp/clientlist_sock"
+WATCHER_PID_FILE = "/var/tmp/file_watch_thread.pid"
+WATCHED_FILES = 2
+READY_DEADLINE = 20.0
+END_DEADLINE = 3.0
+NEIGHBOUR_GROUP_BIT = 1 << 2
+
+
+class DaemonError(Exception):
+    """The daemon did not come up; the text says what is missing."""
+
+
+def write_config(checkout):
+    """Give the gateway the values of the platform's example: two LAN networks."""
+    with open(CONFIG, "w", encoding="utf-8") as file:
+        file.write(text_of(f"{checkout}/platform/host/gateway.conf.example"))
+
+
+def programs(checkout):
+    """Directory of the built programs: of the build that HBS_BUILD names, "default" when it is unset."""
+    return f"{checkout}/build/{os.environ.get('HBS_BUILD', 'default')}/bin"
+
+
+def binary(checkout):
+    """Path of the daemon."""
+    return programs(checkout) + "/gw_hostbase"
+
+
+def start(checkout):
+    """Start the daemon and return its process without waiting."""
+    with open(OUTPUT, "ab") as output, open(os.devnull, "rb") as nothing:
+        return subprocess.Popen([binary(checkout)], cwd="/", stdin=nothing, stdout=output, stderr=output,
+                                start_new_session=True)
+
+
+def wait_ready(pid, ended=lambda: False, seconds=READY_DEADLINE):
+    """Wait until the daemon `pid` serves on every road in; DaemonError when it does not, or has `ended`."""
+    deadline = time.monotonic() + seconds
+    while True:
+        lacking = what_is_lacking(pid)
+        if lacking is None:
+            return
+        if ended():
+            raise DaemonError(f"the daemon ended before it was ready; {tail(OUTPUT)} {tail(LOG)}")
+        if time.monotonic() > deadline:
+            raise DaemonError(f"the daemon is not ready after {seconds:g} s: {lacking}; {tail(LOG)}")
+        time.sleep(0.005)
+
+
+def what_is_lacking(pid):
+    """Name the first thing that the daemon still has to do before it is ready, or None."""
+    if "pcd ready" not in text_of(JOURNAL):
+        return "no ready notification in the journal"
+    if COMMAND_SOCKET not in text_of("/proc/net/unix"):
+        return "the command socket is not bound"
+    if not re.fullmatch(r"pid:\d+ tid:\d+", text_of(WATCHER_PID_FILE)):
+        return "no pid file of the file watch thread"
+    if watches(pid) < WATCHED_FILES:
+        return "the notification files are not watched"
+    if not neighbour_group_joined():
+        return "the neighbour group is not joined"
+    return None
+
+
+def text_of(path):
+    try:
+        with open(path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+    except OSError:
+        return ""
+
+
+def tail(path):
+    """The last lines of a file in one, for a message."""
+    lines = text_of(path).splitlines()[-3:]
+    return f"end of {path}: {' | '.join(lines)}" if lines else f"{path} is empty"
+
+
+def watches(pid):
+    """Number of inotify watches that the process holds."""
+    count = 0
+    try:
+        for descriptor in os.listdir(f"/proc/{pid}/fd"):
+            if os.readlink(f"/proc/{pid}/fd/{descriptor}") == "anon_inode:inotify":
+                count += text_of(f"/proc/{pid}/fdinfo/{descriptor}").count("inotify wd:")
+    except OSError:
+        pass  # it ended, or closed a descriptor, while it was looked at
+    return count
+
+
+def neighbour_group_joined():
+    for line in text_of("/proc/net/netlink").splitlines()[1:]:
+        _socket, family, _port, groups = line.split()[:4]
+        if family == "0" and int(groups, 16) & NEIGHBOUR_GROUP_BIT:
+            return True
+    return False
+
+
+def stop(process):
+    """End the daemon as the gateway does at shutdown; kill it when it does not end in time."""
+    process.terminate()
+    try:
+        process.wait(END_DEADLINE)
+    except subprocess.TimeoutExpired:
+        process.kill()
+        process.wait()

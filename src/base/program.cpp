@@ -1,0 +1,116 @@
+// Runs external programs by argument vector.
+#include "base/program.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/scope.h"
+
+extern char **environ;
+
+namespace {
+constexpr const char *NOWHERE = "/dev/null";
+
+// Where the standard output of a program goes: to a descriptor when it is not -1, else to a file.
+struct output_target {
+    int descriptor;
+    const char *path;
+};
+} // namespace
+
+static bool redirect(posix_spawn_file_actions_t *actions, const output_target *target) {
+    if (posix_spawn_file_actions_addopen(actions, 0, NOWHERE, O_RDONLY, 0) != 0 ||
+        posix_spawn_file_actions_addopen(actions, 2, NOWHERE, O_WRONLY, 0) != 0)
+        return false;
+    if (target->descriptor != -1)
+        return posix_spawn_file_actions_adddup2(actions, target->descriptor, 1) == 0;
+    const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
+    return posix_spawn_file_actions_addopen(actions, 1, target->path, flags, 0644) == 0;
+}
+
+// The program starts with no signal blocked and SIGPIPE as a program expects it, whatever this thread has.
+static bool clean_signals(posix_spawnattr_t *attributes) {
+    sigset_t none, restored;
+    (void)sigemptyset(&none);
+    (void)sigemptyset(&restored);
+    (void)sigaddset(&restored, SIGPIPE);
+    return posix_spawnattr_setsigmask(attributes, &none) == 0 &&
+           posix_spawnattr_setsigdefault(attributes, &restored) == 0 &&
+           posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) == 0;
+}
+
+// Starts the program; returns its pid, or -1.
+static pid_t start(const char *const argv[], const output_target *target) {
+    posix_spawn_file_actions_t actions;
+    if (posix_spawn_file_actions_init(&actions) != 0)
+        return -1;
+    hbs_at_exit drop_actions([&] { (void)posix_spawn_file_actions_destroy(&actions); });
+    posix_spawnattr_t attributes;
+    if (posix_spawnattr_init(&attributes) != 0)
+        return -1;
+    hbs_at_exit drop_attributes([&] { (void)posix_spawnattr_destroy(&attributes); });
+    if (!redirect(&actions, target) || !clean_signals(&attributes))
+        return -1;
+    pid_t pid = -1;
+    char *const *words = const_cast<char *const *>(argv); // POSIX: the strings are not changed
+    return posix_spawnp(&pid, argv[0], &actions, &attributes, words, environ) == 0 ? pid : -1;
+}
+
+// What a child ends with that could not become the program, where posix_spawn itself cannot report that.
+static constexpr int COULD_NOT_RUN = 127;
+
+// Exit status of an ended child, -1 when it was killed, never was the program or cannot be waited for.
+static int wait_for(pid_t pid) {
+    int status = 0;
+    pid_t ended;
+    do
+        ended = waitpid(pid, &status, 0);
+    while (ended == -1 && errno == EINTR);
+    const bool exited = ended == pid && WIFEXITED(status) && WEXITSTATUS(status) != COULD_NOT_RUN;
+    return exited ? WEXITSTATUS(status) : -1;
+}
+
+int hbs_program_run(const char *const argv[], const char *output_path) {
+    const output_target target = {-1, output_path != nullptr ? output_path : NOWHERE};
+    const pid_t pid = start(argv, &target);
+    return pid == -1 ? -1 : wait_for(pid);
+}
+
+static ssize_t read_some(int descriptor, char *buffer, size_t size) {
+    ssize_t count;
+    do
+        count = read(descriptor, buffer, size);
+    while (count == -1 && errno == EINTR);
+    return count;
+}
+
+// Reads to the end of the pipe, so that the program never waits for a reader.
+static void collect(int descriptor, char *output, size_t room) {
+    char part[512];
+    size_t used = 0;
+    for (ssize_t count; (count = read_some(descriptor, part, sizeof part)) > 0;) {
+        const size_t taken = std::min(static_cast<size_t>(count), room - used);
+        std::copy_n(part, taken, output + used);
+        used += taken;
+    }
+    output[used] = 0;
+}
+
+int hbs_program_read(const char *const argv[], char *output, int size) {
+    output[0] = 0;
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return -1;
+    const output_target target = {ends[1], nullptr};
+    const pid_t pid = start(argv, &target);
+    (void)close(ends[1]);
+    if (pid != -1)
+        collect(ends[0], output, static_cast<size_t>(size) - 1);
+    (void)close(ends[0]);
+    return pid == -1 ? -1 : wait_for(pid);
+}

@@ -1,0 +1,69 @@
+#include "daemon/command_socket.h"
+
+#include <cstring>
+#include <ctime>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <hbs_msg.h>
+
+#include "base/log.h"
+#include "daemon/dispatcher.h"
+#include "daemon/sender_tag.h"
+
+// Never cleared: what a short datagram leaves unsaid is as its predecessor left it.
+static uint8_t buffer[HBS_MSG_MAX];
+
+int hbs_command_socket_open() {
+    const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (descriptor < 0) {
+        HBS_LOG(HBS_ERROR, "error opening datagram socket\n");
+        return -1;
+    }
+    const timeval patience = {0, HBS_REPLY_PATIENCE_MS * suseconds_t{1000}};
+    (void)setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    sockaddr_un address{};
+    static_assert(sizeof(address) == 110 && sizeof(HBS_SOCKET_PATH) <= sizeof(address.sun_path));
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, HBS_SOCKET_PATH, sizeof(HBS_SOCKET_PATH));
+    (void)unlink(HBS_SOCKET_PATH);
+    if (bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+        HBS_LOG(HBS_ERROR, "error binding datagram socket\n");
+        (void)close(descriptor);
+        return -1;
+    }
+    return descriptor;
+}
+
+void hbs_command_socket_serve(hbs_command_server *server) {
+    sockaddr_storage sender{};
+    socklen_t length = sizeof(sender);
+    static_assert(sizeof(sender) == 128);
+    sockaddr *address = reinterpret_cast<sockaddr *>(&sender);
+    const ssize_t received = recvfrom(server->socket, buffer, sizeof(buffer), 0, address, &length);
+    const hbs_sender_tag tag = hbs_sender_tag_of(&sender, length);
+    if (received <= 0) {
+        return;
+    }
+    hbs_command command{};
+    command.buffer = buffer;
+    command.sender = tag.text;
+    command.result = server->reply_result;
+    if (hbs_dispatch(&command)) {
+        (void)sendto(server->socket, &command.result, sizeof(command.result), 0, address, length);
+    }
+    server->reply_result = command.result;
+    hbs_dispatch_after(&command);
+}
+
+void *un_listen_thread(void *) {
+    hbs_command_server server = {hbs_command_socket_open(), -1};
+    if (server.socket < 0) {
+        return nullptr;
+    }
+    for (;;) {
+        hbs_command_socket_serve(&server);
+    }
+}

@@ -1,0 +1,112 @@
+// gw_hostbase: start-up in its fixed order, then the worker threads do everything.
+#include <csignal>
+#include <cstdio>
+#include <iterator>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <lsddb.h>
+#include <nvm.h>
+#include <pcd.h>
+#include <rnddb.h>
+
+#include "base/log.h"
+#include "base/state.h"
+#include "daemon/command_socket.h"
+#include "daemon/file_watch.h"
+#include "daemon/neighbour_monitor.h"
+#include "daemon/switch_link.h"
+#include "daemon/watchdog.h"
+#include "events/lease_timers.h"
+#include "files/client_file.h"
+#include "files/client_leases.h"
+#include "files/rule_files.h"
+#include "gateway/bssid_table.h"
+#include "gateway/networks.h"
+#include "gateway/own_macs.h"
+#include "store/client_timers.h"
+#include "store/clients.h"
+#include "store/shm.h"
+
+// The end of the process by SIGTERM or by a fatal exception. Nothing is saved at the end, and exit() must
+// not be used here: it takes locks that the interrupted thread may hold.
+static void exit_handler(int) {
+    _exit(1);
+}
+
+struct worker {
+    void *(*entry)(void *);
+    const char *name; // as a person sees it in a list of threads
+    pthread_t thread;
+    bool runs;
+};
+
+// Joined in this order.
+static worker workers[] = {
+#if HBS_NETLINK
+    {nl_listen_thread, "nl_listen", {}, false},
+#endif
+    {un_listen_thread, "un_listen", {}, false},
+    {file_watch_thread, "file_watch", {}, false},
+};
+
+static void open_databases() {
+    hbs_db_ready = 1;
+    hbs_rnd_status = RNDDB_Read(0, 1);
+    hbs_lsd_status = LSDDB_Read(0, 1);
+}
+
+static void load_clients() {
+    if (hbs_nv_load_clients() != 0) {
+        hbs_handle_dynamic_leases_from_file();
+        hbs_nv_save_clients();
+    }
+    hbs_nv_load_rules();
+}
+
+static void start_threads() {
+    pthread_attr_t attributes;
+    (void)pthread_attr_init(&attributes);
+    for (worker &w : workers) {
+        w.runs = pthread_create(&w.thread, &attributes, w.entry, nullptr) == 0;
+        if (w.runs) {
+            (void)pthread_setname_np(w.thread, w.name);
+        }
+    }
+}
+
+static void join_threads() {
+    for (const worker &w : workers) {
+        if (w.runs) {
+            (void)pthread_join(w.thread, nullptr);
+        }
+    }
+}
+
+int main(int, char *argv[]) {
+    // A line that is printed is seen at once: the end of the process flushes nothing.
+    (void)setvbuf(stdout, nullptr, _IOLBF, 0);
+    (void)PCD_api_register_exception_handlers(argv[0], exit_handler);
+    (void)signal(SIGTERM, exit_handler);
+    // Logged here although the range is computed further down: the daemon's first sign of life.
+    HBS_LOG(HBS_INFO, "HOSTBASE: hostbase_set_internal_mac_range");
+    (void)NVM_RetrieveAccess();
+    hbs_clients_init();
+    hbs_lease_timers_register(hbs_on_dhcp_wait_expired, hbs_on_lease_expired, hbs_on_online_expired);
+    hbs_wifi_bssid_table_clear();
+    hbs_list_mutex_init();
+    open_databases();
+    hbs_switch_link_init();
+    {
+        hbs_list_hold hold; // link events and timers may come from here on
+        hbs_shm_init();
+        hostbase_set_internal_mac_range();
+        load_clients();
+    }
+    start_threads();
+    (void)PCD_api_send_process_ready();
+    static const worker &watcher = workers[std::size(workers) - 1];
+    file_watcher_timer_set(&watcher.thread);
+    join_threads();
+    return 0;
+}

@@ -1,0 +1,7 @@
+// Listens to the kernel's neighbour notifications. Not part of builds without libmnl.
+#pragma once
+
+// Thread entry; the argument is ignored. Returns null when the socket fails; it is not started again.
+// When the kernel had to drop notifications because they came faster than they were handled, the thread
+// handles what is queued and then reads both neighbour tables, so that nothing is lost for good.
+void *nl_listen_thread(void *argument);

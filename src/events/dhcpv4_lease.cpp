@@ -1,0 +1,179 @@
+// What a DHCPv4 lease, its release, and a DHCP information request do to a client.
+#include "events/dhcpv4_lease.h"
+
+#include <cstring>
+#include <sys/socket.h>
+
+#include <db.h>
+#include <hostbase_query.h>
+#include <wlan.h>
+
+#include "base/log.h"
+#include "base/text.h"
+#include "events/board_mode.h"
+#include "events/flap_list.h"
+#include "events/wifi_index.h"
+#include "files/client_leases.h"
+#include "gateway/networks.h"
+#include "gateway/own_macs.h"
+#include "gateway/switch_ports.h"
+#include "store/client_fields.h"
+#include "store/client_text.h"
+#include "store/client_timers.h"
+#include "store/clients.h"
+#include "store/index.h"
+#include "store/publish.h"
+
+// What a release clears. STIP4 stays: the static lease is still there.
+constexpr uint32_t FLAGS_OF_A_LEASE =
+    HBS_FLAG_REACH | HBS_FLAG_REACH_2 | HBS_FLAG_DYNIP4 | HBS_FLAG_USRIP4 | HBS_FLAG_ONLINE;
+
+// The Wi-Fi side's mode in which stations are looked up through the manager's registration.
+constexpr uint8_t WIFI_RPC_REGISTERED = 5;
+
+namespace {
+struct place {
+    int32_t nwidx;
+    int32_t adapter_type;
+};
+} // namespace
+
+// Where a client is; what the event leaves open (-1) is worked out.
+static place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, int32_t adapter_type) {
+    place result = {nwidx, adapter_type};
+    if (result.adapter_type == -1)
+        result.adapter_type = hbs_adapter_of(mac);
+    if (result.nwidx == -1)
+        result.nwidx = hbs_address_to_nwidx(AF_INET, ipv4);
+    return result;
+}
+
+// A client's index entries carry its network, so those of the old network leave with it: publishing
+// would keep the interface entry and put a second address entry beside the old one.
+static void move_to_network(hbs_client *client, uint8_t nwidx) {
+    if (client->nwidx != nwidx && hbs_client_is_published(client))
+        hbs_file_remove_if_idx_locked(client);
+    hbs_set_nwidx(client, nwidx);
+}
+
+static bool is_on_open_ssid(const hbs_client *client) {
+    char modes[WLAN_TEXT_SIZE] = "";
+    uint32_t ssid = 0;
+    (void)wlan_rpcConnectClient();
+    return hostbase_get_SSID(client->mac, &ssid) == HOSTBASE_OK &&
+           wlan_getWpaAuthenticationModes(ssid, modes) == 0 && std::strcmp(modes, "None") == 0;
+}
+
+static void count_join(hbs_client *client) {
+    if (!hbs_flap_list_enabled())
+        return;
+    if (client->adapter_type != HBS_ADAPTER_WIFI || is_on_open_ssid(client))
+        hbs_flap_check_lease(client);
+}
+
+static void set_identity(hbs_client *client, const hbs_dhcpv4_lease *lease) {
+    hbs_set_host(client, lease->host);
+    hbs_set_device_name(client, lease->ifname);
+    const int ifindex = hbs_ifname_to_ifindex(lease->ifname);
+    if (ifindex != -1)
+        hbs_set_interface(client, static_cast<uint8_t>(ifindex), lease->ifname); // the low byte only
+    if (client->lease_start_uptime == 0)
+        hbs_set_start_time(client);
+    hbs_set_oui(client, lease->oui);
+    hbs_set_serial_number(client, lease->serial_number);
+    hbs_set_product_class(client, lease->product_class);
+}
+
+static void set_address_source(hbs_client *client, uint32_t source) {
+    if ((client->flags & HBS_FLAGS_IP4) == source)
+        return;
+    hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
+    hbs_set_flags(client, 0, source);
+}
+
+static void set_lease(hbs_client *client, const hbs_dhcpv4_lease *lease) {
+    if (lease->dynamic || hbs_board_times_static_leases())
+        hbs_lease_set(client, lease->seconds);
+    set_address_source(client, lease->dynamic ? HBS_FLAG_DYNIP4 : HBS_FLAG_STIP4);
+    if (lease->dynamic)
+        hbs_set_lease_file(client, lease->lease_file);
+    hbs_set_ipv4(client, lease->ipv4);
+}
+
+static void mark_online(hbs_client *client) {
+    if (client->flags & HBS_FLAG_TIMER_ONLINE)
+        hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
+    hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
+}
+
+static void take_registered_ssid(hbs_client *client) {
+    if (DB_GetByte(DB_ITEM_WIFI_RPC_MODE) != WIFI_RPC_REGISTERED)
+        return;
+    uint32_t ssid = 0;
+    (void)wlan_registerQuarnRpc("192.168.254.254");
+    // The SSID number itself, not the number - 1 that associations store: kept.
+    if (hostbase_get_SSID(client->mac, &ssid) == HOSTBASE_OK)
+        hbs_set_wifi_index(client, static_cast<uint8_t>(ssid));
+}
+
+hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *lease) {
+    if (!hbs_mac_is_lan_client(lease->mac))
+        return nullptr;
+    const place where = resolve_place(lease->mac, lease->ipv4, lease->nwidx, lease->adapter_type);
+    if (where.nwidx < 0)
+        return nullptr;
+    hbs_client *client = hbs_find_by_mac(lease->mac);
+    const bool is_new = client == nullptr;
+    if (is_new) {
+        client = hbs_add(lease->mac);
+        if (client == nullptr)
+            return nullptr;
+        hbs_set_start_time(client);
+    }
+    hbs_lease_timer_stop(client, HBS_TIMER_DHCP_WAIT);
+    hbs_lease_timer_stop(client, HBS_TIMER_LEASE);
+    move_to_network(client, static_cast<uint8_t>(where.nwidx));
+    hbs_set_adapter_type(client, static_cast<uint8_t>(where.adapter_type));
+    count_join(client);
+    set_identity(client, lease);
+    set_lease(client, lease);
+    mark_online(client);
+    HBS_LOG(HBS_INFO, "HOSTBASE: Got DHCPV4 LEASE event for %d seconds for %s",
+            static_cast<int>(lease->seconds), hbs_client_log_text(client).text);
+    if (client->adapter_type == HBS_ADAPTER_WIFI)
+        take_registered_ssid(client);
+    if (is_new)
+        hbs_take_wifi_index(client);
+    hbs_publish(client);
+    return client;
+}
+
+hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4], int32_t a, int32_t b) {
+    if (!hbs_mac_is_lan_client(mac) || b < 1 || a < 0)
+        return nullptr;
+    hbs_client *client = hbs_find_by_mac(mac);
+    if (client == nullptr || std::memcmp(client->ipv4, ipv4, sizeof(client->ipv4)) != 0)
+        return client;
+    hbs_clear_flags(client, 0, FLAGS_OF_A_LEASE);
+    hbs_publish(client);
+    return client;
+}
+
+hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx,
+                                   int32_t adapter_type, hbs_dhcpv4_identity *identity) {
+    if (!hbs_mac_is_lan_client(mac))
+        return nullptr;
+    const place where = resolve_place(mac, ipv4, nwidx, adapter_type);
+    if (where.nwidx < 0 || where.adapter_type == HBS_ADAPTER_UNKNOWN)
+        return nullptr;
+    hbs_client *client = hbs_find_by_mac(mac);
+    if (client == nullptr)
+        return nullptr;
+    constexpr uint8_t none[4] = {};
+    hbs_set_ipv4(client, none);
+    hbs_copy_text(identity->oui, sizeof(identity->oui), client->oui);
+    hbs_copy_text(identity->serial_number, sizeof(identity->serial_number), client->serial_number);
+    hbs_copy_text(identity->product_class, sizeof(identity->product_class), client->product_class);
+    hbs_publish(client);
+    return client;
+}

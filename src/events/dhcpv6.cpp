@@ -1,0 +1,153 @@
+#include "events/dhcpv6.h"
+
+#include <sys/socket.h>
+
+#include <cstring>
+
+#include "base/log.h"
+#include "base/text.h"
+#include "events/wifi_index.h"
+#include "files/client_leases.h"
+#include "gateway/neighbour_query.h"
+#include "gateway/networks.h"
+#include "gateway/own_macs.h"
+#include "gateway/switch_ports.h"
+#include "store/client_fields.h"
+#include "store/client_text.h"
+#include "store/client_timers.h"
+#include "store/clients.h"
+#include "store/merge.h"
+#include "store/publish.h"
+
+namespace {
+
+// The client of a lease: by its link-local address, else by the MAC that the kernel has for that address,
+// else a new one. Null when memory runs out.
+hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
+    hbs_client *client = hbs_find_by_ipv6(lease->ll);
+    if (client != nullptr)
+        return client;
+    uint8_t mac[6] = {};
+    if (hbs_query_neigh_lladdr(AF_INET6, lease->ll, mac) == 0)
+        client = hbs_find_by_mac(mac);
+    if (client != nullptr)
+        return client;
+    HBS_LOG(HBS_INFO,
+            "HOSTBASE: Got DHCPv6 LEASE event on nw %d: no client with this linklocal address "
+            "[%02x:%02x:%02x:%02x:%02x:%02x]",
+            nwidx, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    client = hbs_add(mac[0] != 0 ? mac : nullptr); // a MAC that begins with 00 counts as absent, deliberately
+    if (client != nullptr)
+        hbs_set_start_time(client);
+    return client;
+}
+
+void set_lease(hbs_client *client, const hbs_dhcpv6_lease *lease) {
+    uint32_t source = HBS_FLAG_STIP6;
+    if (lease->lease_end != 0) {
+        hbs_leasev6_set(client, static_cast<time_t>(lease->lease_end));
+        source = HBS_FLAG_DYNIP6;
+    } else {
+        hbs_clear_lease_v6_end(client);
+    }
+    if ((client->flags & HBS_FLAGS_IP6) != source) {
+        hbs_clear_flags(client, 0, HBS_FLAGS_IP6);
+        hbs_set_flags(client, 0, source);
+    }
+    if (source == HBS_FLAG_DYNIP6)
+        hbs_set_lease_file6(client, lease->lease_file);
+}
+
+// A client of the nomac list that holds the address is merged into the client of the MAC, whatever `ll`
+// that one had. One with a MAC of its own keeps its record: the address goes to the device that the kernel
+// named last.
+hbs_client *merge_holder(hbs_client *client, const uint8_t *mac, const uint8_t ll[16]) {
+    hbs_client *holder = hbs_find_nomac_by_ipv6(ll);
+    if (holder == nullptr)
+        return client;
+    HBS_LOG(HBS_INFO, "HOSTBASE: merge no-mac client with existing client");
+    return hbs_set_mac(holder, mac);
+}
+
+hbs_client *add_for_later(const uint8_t *mac, uint8_t adapter, const uint8_t ll[16]) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: Got MAC and LL address for unknwn client - save it away for later");
+    hbs_client *client = hbs_add(mac);
+    if (client == nullptr)
+        return nullptr;
+    hbs_set_adapter_type(client, adapter);
+    hbs_set_ll(client, ll);
+    hbs_take_wifi_index(client);
+    return client;
+}
+
+bool is_same_ll(const hbs_client *client, const uint8_t ll[16]) { return memcmp(client->ll, ll, 16) == 0; }
+
+} // namespace
+
+hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease) {
+    const int nwidx = hbs_address_to_nwidx(AF_INET6, lease->ipv6);
+    if (nwidx < 0)
+        return nullptr;
+    hbs_client *client = find_or_add(lease, nwidx);
+    if (client == nullptr)
+        return nullptr;
+    hbs_set_nwidx(client, static_cast<uint8_t>(nwidx));
+    lease->host[strcspn(lease->host, ".")] = '\0';
+    if (lease->host[0] != '\0')
+        hbs_set_host(client, lease->host);
+    if (client->lease_start_uptime == 0)
+        hbs_set_start_time(client);
+    hbs_set_oui(client, lease->oui);
+    hbs_set_serial_number(client, lease->serial_number);
+    hbs_set_product_class(client, lease->product_class);
+    set_lease(client, lease);
+    hbs_set_ll(client, lease->ll);
+    hbs_set_ipv6(client, lease->ipv6);
+    if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)
+        hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
+    hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
+    HBS_LOG(HBS_INFO, "HOSTBASE: Got DHCPV6 LEASE event for %s", hbs_client_log_text(client).text);
+    hbs_publish(client);
+    return client;
+}
+
+hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]) {
+    if (!hbs_mac_is_lan_client(mac))
+        return nullptr;
+    hbs_client *client = hbs_find_by_ipv6(ipv6);
+    if (client == nullptr)
+        return nullptr;
+    constexpr uint8_t none[16] = {};
+    hbs_set_ipv6(client, none);
+    hbs_set_ll(client, none);
+    return client;
+}
+
+hbs_client *hbs_handle_ipv6_ll_neighbor(const uint8_t *mac, const uint8_t ll[16]) {
+    const uint8_t adapter = hbs_adapter_of(mac);
+    if (adapter == HBS_ADAPTER_UNKNOWN)
+        return nullptr;
+    hbs_client *client = hbs_find_by_mac(mac);
+    if (client == nullptr) {
+        client = hbs_find_by_ipv6(ll);
+    } else if (!is_same_ll(client, ll)) {
+        const bool had_ll = hbs_client_has_ll(client);
+        client = merge_holder(client, mac, ll);
+        if (!had_ll)
+            HBS_LOG(HBS_INFO, "HOSTBASE: Got LL address for previously known client set LL address");
+        hbs_set_ll(client, ll);
+    }
+    if (client == nullptr)
+        return mac != nullptr ? add_for_later(mac, adapter, ll) : nullptr;
+    if (hbs_mac_is_zero(client->mac)) {
+        HBS_LOG(HBS_INFO, "HOSTBASE: Got MAC address for previously LEASED IPv6 client - merge or into db");
+        client = hbs_set_mac(client, mac);
+    } else if (hbs_client_has_ll(client)) {
+        return client;
+    } else {
+        HBS_LOG(HBS_INFO, "HOSTBASE: Got LL address for previously known client set LL address");
+    }
+    hbs_set_adapter_type(client, adapter);
+    hbs_set_ll(client, ll);
+    return client;
+}

@@ -1,0 +1,26 @@
+// Events to the TR-069 agent: a fixed 524-byte payload.
+#pragma once
+
+#include <cstdint>
+
+#include <hbs_db.h>
+
+enum hbs_tr69_code : int {
+    HBS_TR69_STATIC_LEASE_SET = 1,
+    HBS_TR69_STATIC_LEASE_CLEARED = 2,
+    HBS_TR69_DHCPV4_LEASE = 101,
+    HBS_TR69_DHCPV6_LEASE = 102,
+    HBS_TR69_DHCPV4_INFO = 103,
+    HBS_TR69_DHCPV6_RELEASE = 104,
+    HBS_TR69_LEASE_EXPIRED = 105,
+    HBS_TR69_IPV4_NEIGHBOUR = 106,
+    HBS_TR69_IPV6_NEIGHBOUR = 107,
+    HBS_TR69_NEIGHBOUR_GONE = 108
+};
+
+// Codes 106-108 from the published copy, read back through the query library. 0, or -1 for no client.
+int hbs_send_tr69_client_event(int code, const hbs_client *client);
+
+// record: for codes 1 and 2 the received datagram (HBS_MSG_MAX bytes), else a client record.
+// 0, or -1 for no record or an unknown code.
+int hbs_send_tr69_event(int code, const void *record);

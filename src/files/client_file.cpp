@@ -1,0 +1,310 @@
+#include "files/client_file.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <unistd.h>
+
+#include "base/hex.h"
+#include "base/line_edit.h"
+#include "base/log.h"
+#include "base/scope.h"
+#include "base/text.h"
+#include "files/client_leases.h"
+#include "files/client_line.h"
+#include "files/rule_files.h"
+#include "files/trusted_devices.h"
+#include "gateway/own_macs.h"
+#include "gateway/static_leases.h"
+#include "store/client_fields.h"
+#include "store/clients.h"
+#include "store/publish.h"
+
+namespace {
+
+constexpr int FILE_VERSION = 1;
+constexpr const char *VERSION_LINE = " version 1\n";
+constexpr const char *TEMPORARY_FILE = "/var/tmp/HOSTBASE_TMP_FILE"; // named in the log line of a removal
+
+// "%8s %d": a word of at most eight characters, then the version. 0 when the number is absent;
+// `is_version` tells whether the word is exactly "version".
+int parse_version(const char *line, bool *is_version) {
+    char word[9] = "";
+    int version = 0;
+    (void)sscanf(line, "%8s %d", word, &version);
+    *is_version = strcmp(word, "version") == 0;
+    return version;
+}
+
+// Decodes a text into its record field; a placeholder makes it empty. Returns whether there is a text.
+bool decode(const char *hex, const char *placeholder, char *field, size_t size) {
+    hbs_hex_to_str(hex, field, size);
+    const bool is_text = strcmp(field, placeholder) != 0;
+    const size_t length = is_text ? strlen(field) : 0;
+    memset(field + length, 0, size - length); // readers count on it; damaged hex may hold a NUL
+    return is_text;
+}
+
+void load_host(hbs_client *client, const char *hex) {
+    if (decode(hex, HBS_NO_HOST, client->host, sizeof client->host))
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: has host %s", client->host);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: NOHOST - set null string");
+}
+
+void load_comment(hbs_client *client, const char *hex) {
+    if (decode(hex, HBS_NO_COMMENT, client->comment, sizeof client->comment))
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: has comment %s", client->comment);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: NOCOMMENT - set null string");
+}
+
+void load_keyword_list(hbs_client *client, const char *hex) {
+    if (decode(hex, HBS_NO_KEYWORD_LIST, client->keyword_list, sizeof client->keyword_list))
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: has keyword_list %s", client->keyword_list);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: NOKEYWORD_LIST - set null string");
+}
+
+void load_description(hbs_client *client, const char *hex) {
+    if (decode(hex, HBS_NO_DESCRIPTION, client->description, sizeof client->description))
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: has description %s", client->description);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: NODESCRIPTION - set null string");
+}
+
+void load_domain_list(hbs_client *client, const char *hex) {
+    if (decode(hex, HBS_NO_DOMAIN_LIST, client->domain_list, sizeof client->domain_list))
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: has domain_list %s", client->domain_list);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_load_clients: NODOMAIN_LIST - set null string");
+}
+
+// Fills what the line provided, in the order of its fields.
+void fill_client(hbs_client *client, const hbs_client_line *line) {
+    if (line->fields >= 2)
+        hbs_set_nwidx(client, static_cast<uint8_t>(line->nwidx));
+    if (line->fields >= 3)
+        load_host(client, line->host);
+    if (line->fields >= 4)
+        load_comment(client, line->comment);
+    if (line->fields >= 5) {
+        client->trust = line->trust;
+        client->flags = 0; // a loaded client starts without state and without change marks
+    }
+    if (line->fields >= 6)
+        load_keyword_list(client, line->keyword_list);
+    if (line->fields >= 7)
+        load_description(client, line->description);
+    if (line->fields >= 8)
+        client->mac_filter = line->mac_filter;
+    if (line->fields >= 9)
+        load_domain_list(client, line->domain_list);
+}
+
+void load_line(char *text) {
+    hbs_client_line line;
+    hbs_client_line_parse(text, &line);
+    if (!line.mac_valid || hbs_mac_is_zero(line.mac) || !hbs_mac_is_lan_client(line.mac))
+        return;
+    hbs_client *client = hbs_add(line.mac);
+    if (client == nullptr)
+        return;
+    fill_client(client, &line);
+    if (hbs_check_static_ip(client) == 0)
+        (void)hbs_check_find_static_ip(client);
+    hbs_publish(client);
+}
+
+// The first line of an open file into *line (getline's buffer). Returns the version, with the word checked.
+int read_version(FILE *file, char **line, size_t *capacity, bool *is_version) {
+    *is_version = false;
+    if (getline(line, capacity, file) <= 0) {
+        free(*line); // an empty file leaves the buffer unwritten
+        *line = nullptr;
+        *capacity = 0;
+        return 0;
+    }
+    return parse_version(*line, is_version);
+}
+
+// Lines are read to their end whatever their length: what the per-client update writes loads back whole.
+void load_lines(FILE *file, int version, char **line, size_t *capacity) {
+    while (getline(line, capacity, file) > 0) {
+        if (version != FILE_VERSION)
+            HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: UNKNOWN FILE FORMAT %d", version);
+        else
+            load_line(*line);
+    }
+}
+
+void save_client(FILE *content, const hbs_client *client) {
+    char line[HBS_CLIENT_LINE_SIZE];
+    char hex[2 * HBS_COMMENT_SIZE];
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: save %p", static_cast<const void *>(client));
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: mac %s", hbs_mac_to_text(client->mac).text);
+    (void)hbs_str_to_hex(client->host[0] != '\0' ? client->host : HBS_NO_HOST, hex, sizeof hex);
+    if (client->host[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: convert host str %s", hex);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: convert NOHOST %s", hex);
+    (void)hbs_str_to_hex(client->comment[0] != '\0' ? client->comment : HBS_NO_COMMENT, hex, sizeof hex);
+    if (client->comment[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: convert comment str %s", hex);
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: convert NOCOMMENT %s", hex);
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: write file");
+    hbs_client_line_format(client, line);
+    (void)fprintf(content, "%s\n", line);
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: done");
+}
+
+void log_encoding(const hbs_client *client) {
+    if (client->host[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: hosttohex");
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: NOHOSTtohex");
+    if (client->comment[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: commenttohex");
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: NOCOMMENTtohex");
+    if (client->domain_list[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: domain_listtohex");
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: NODOMAIN_LISTtohex");
+    if (client->description[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: descriptiontohex");
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: DESCRIPTIONtohex");
+    if (client->keyword_list[0] != '\0')
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: keyword_listtohex");
+    else
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: NOKEYWORD_LISTtohex");
+}
+
+// Finds the line that begins with the MAC text. `found` tells whether; *line then holds it, without newline.
+// Returns -1 when the file is missing or of another version.
+int find_line(const char *mac_text, char **line, size_t *capacity, bool *found) {
+    *found = false;
+    FILE *file = fopen(HBS_CLIENT_FILE, "re");
+    if (file == nullptr)
+        return -1;
+    hbs_at_exit close([file] { (void)fclose(file); });
+    bool is_version = false;
+    const int version = read_version(file, line, capacity, &is_version);
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: opened file version %d", version);
+    if (version != FILE_VERSION) {
+        HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_update_client: file is wrong version %s", HBS_CLIENT_FILE);
+        return -1;
+    }
+    while (!*found && getline(line, capacity, file) > 0)
+        *found = strncmp(*line, mac_text, strlen(mac_text)) == 0;
+    if (*found) {
+        (*line)[strcspn(*line, "\n")] = '\0';
+        HBS_LOG(HBS_DEBUG, "HOSTBASE: found old entry %s", *line);
+    }
+    return 0;
+}
+
+// The log names the command whose effect the edit has.
+void append_line(const char *line) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: execute append cmd");
+    HBS_LOG(HBS_INFO, "HOSTBASE:  : echo '%s' >> %s", line, HBS_CLIENT_FILE);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: echo '%s' >> %s", line, HBS_CLIENT_FILE);
+    (void)hbs_lines_append(HBS_CLIENT_FILE, line);
+}
+
+void replace_line(const char *old_line, const char *new_line) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: sed -i 's/%s/%s/g' %s", old_line, new_line,
+            HBS_CLIENT_FILE);
+    (void)hbs_lines_replace(HBS_CLIENT_FILE, old_line, new_line);
+}
+
+void delete_line(const char *old_line) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: sed '/^%s/d' %s > %s", old_line,
+            HBS_CLIENT_FILE, TEMPORARY_FILE);
+    (void)hbs_lines_delete_prefix(HBS_CLIENT_FILE, old_line);
+}
+
+// What a power cut in the middle of an edit left beside the files of the user's settings.
+void clear_leftovers() {
+    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
+        hbs_file_clear_leftover(path);
+    hbs_lease_clear_leftovers();
+}
+
+} // namespace
+
+int hbs_nv_load_clients() {
+    clear_leftovers();
+    FILE *file = fopen(HBS_CLIENT_FILE, "re");
+    if (file == nullptr) {
+        HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", HBS_CLIENT_FILE);
+        return -1;
+    }
+    char *line = nullptr;
+    size_t capacity = 0;
+    hbs_at_exit release([&line] { free(line); });
+    bool is_version = false;
+    int version = read_version(file, &line, &capacity, &is_version);
+    if (is_version) {
+        load_lines(file, version, &line, &capacity);
+    } else {
+        HBS_LOG(HBS_ERROR,
+                "HOSTBASE: hbs_nv_load_clients: %s File format error, first line:%s. it should be like "
+                "'version *'.",
+                HBS_CLIENT_FILE, line != nullptr ? line : "");
+        version = 0;
+    }
+    (void)fclose(file);
+    if (version < FILE_VERSION)
+        hbs_nv_save_clients();
+    return version == FILE_VERSION ? 0 : -1;
+}
+
+void hbs_nv_save_clients() {
+    char *content = nullptr;
+    size_t length = 0;
+    FILE *stream = open_memstream(&content, &length);
+    if (stream == nullptr)
+        return;
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_save_clients: version %d", FILE_VERSION);
+    (void)fputs(VERSION_LINE, stream);
+    for (const hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
+        save_client(stream, client);
+    const bool written = ferror(stream) == 0; // no memory: the old file is better than a part of the new one
+    if (fclose(stream) == 0 && written)
+        (void)hbs_file_replace(HBS_CLIENT_FILE, content, length);
+    free(content);
+}
+
+void hbs_nv_update_client(const hbs_client *client) {
+    HBS_LOG(HBS_DEBUG, "HOSTBASE:  - generate macstr");
+    log_encoding(client);
+    char new_line[HBS_CLIENT_LINE_SIZE];
+    hbs_client_line_format(client, new_line);
+    char *old_line = nullptr;
+    size_t capacity = 0;
+    hbs_at_exit release([&old_line] { free(old_line); });
+    bool found = false;
+    if (find_line(hbs_mac_to_text(client->mac).text, &old_line, &capacity, &found) != 0)
+        return;
+    if (!found)
+        append_line(new_line); // whatever the trust bits: the next update of an untrusted client removes it
+    else if (client->trust != 0)
+        replace_line(old_line, new_line);
+    else
+        delete_line(old_line);
+}
+
+int hbs_nv_reset() {
+    if (hbs_file_replace(HBS_CLIENT_FILE, VERSION_LINE, strlen(VERSION_LINE)) != 0) {
+        // No room for a second file beside it: what is to be forgotten goes first.
+        (void)unlink(HBS_CLIENT_FILE);
+        (void)hbs_file_replace(HBS_CLIENT_FILE, VERSION_LINE, strlen(VERSION_LINE));
+    }
+    (void)unlink(HBS_BLACK_RULES);
+    (void)unlink(HBS_WHITE_RULES);
+    return unlink(HBS_TRUSTED_INSTANCES);
+}

@@ -1,0 +1,21 @@
+// The persistence file of clients, /nvram/8/hostbase.txt.
+#pragma once
+
+#include <cstdio>
+
+#include <hbs_db.h>
+
+constexpr const char *HBS_CLIENT_FILE = "/nvram/8/hostbase.txt";
+
+// Re-creates the persisted clients. 0 when the file was read, -1 when it is missing, its first line is
+// bad, or it carries an unknown version.
+int hbs_nv_load_clients();
+
+// Rewrites the whole file from the client list.
+void hbs_nv_save_clients();
+
+// Brings the one line of a client up to date: appended, replaced, or (no trust bits) removed.
+void hbs_nv_update_client(const hbs_client *client);
+
+// Empties the file to its version line and deletes the three rule files. Result of the last unlink.
+int hbs_nv_reset();

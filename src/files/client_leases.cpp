@@ -1,0 +1,197 @@
+// What the lease files say of a client, and lease dates.
+#include "files/client_leases.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+
+#include <sysuptime.h>
+
+#include "base/clock.h"
+#include "base/date.h"
+#include "base/line_read.h"
+#include "base/locked_file.h"
+#include "base/log.h"
+#include "base/scope.h"
+#include "base/text.h"
+#include "files/netbios_name.h"
+#include "gateway/lease_files.h"
+#include "gateway/own_macs.h"
+#include "store/client_fields.h"
+#include "store/client_text.h"
+#include "store/client_timers.h"
+#include "store/clients.h"
+#include "store/index.h"
+#include "store/publish.h"
+
+// Takes a host name and an address from a dynamic lease. The setters take the entries of an old address
+// out of the indices.
+static int64_t apply_dynamic_lease(hbs_client *client) {
+    char host[HBS_HOST_SIZE];
+    uint8_t address[4];
+    const int64_t seconds = hbs_check_lease_get_ipv4_dynamic_lease(client->mac, host, address);
+    if (seconds >= 0) {
+        hbs_set_host(client, host);
+        hbs_set_ipv4(client, address);
+    }
+    return seconds;
+}
+
+void hbs_check_lease(hbs_client *client) {
+    const bool has_static = hbs_check_lease_get_ipv4_static_lease(client->mac, nullptr) == 0;
+    const int64_t seconds = apply_dynamic_lease(client);
+    hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
+    if (has_static) {
+        // A static lease in a file has no seconds, so whatever the board mode there is no lease to set.
+        hbs_set_flags(client, 0, HBS_FLAG_STIP4);
+        HBS_LOG(HBS_INFO, "HOSTBASE: found static lease for %s", hbs_client_log_text(client).text);
+    } else if (seconds <= 0) {
+        hbs_nbtscan_hostname(client);
+        hbs_set_flags(client, 0, HBS_FLAG_USRIP4);
+        HBS_LOG(HBS_INFO, "HOSTBASE: no lease for %s", hbs_client_log_text(client).text);
+    } else {
+        hbs_set_flags(client, 0, HBS_FLAG_DYNIP4);
+        hbs_lease_set(client, static_cast<uint32_t>(seconds));
+        HBS_LOG(HBS_INFO, "HOSTBASE: found dynamic lease (%d) for %s", static_cast<int>(seconds),
+                hbs_client_log_text(client).text);
+    }
+    hostbase_update_ip_indicies(client);
+}
+
+static void apply_static_address(hbs_client *client, const uint8_t address[4]) {
+    hbs_set_ipv4(client, address);
+    hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
+    hbs_set_flags(client, 0, HBS_FLAG_STIP4);
+}
+
+int hbs_check_static_ip(hbs_client *client) {
+    uint8_t address[4];
+    if (hbs_check_lease_get_ipv4_static_lease(client->mac, address) != 0)
+        return 0;
+    apply_static_address(client, address);
+    HBS_LOG(HBS_INFO, "HOSTBASE: found static lease for %s", hbs_client_log_text(client).text);
+    return 1;
+}
+
+int hbs_check_find_static_ip(hbs_client *client) {
+    uint8_t address[4];
+    if (hbs_check_lease_get_ipv4_static_lease_from_mac(client->mac, address) != 0)
+        return 0;
+    apply_static_address(client, address);
+    HBS_LOG(HBS_INFO, "HOSTBASE: (%s) found static lease for %s", "hbs_check_find_static_ip",
+            hbs_client_log_text(client).text);
+    return 1;
+}
+
+// A client from one line of a dynamic-lease file.
+static void add_leased_client(int group, const uint8_t mac[6], const uint8_t address[4],
+                              const hbs_lease_record *record) {
+    hbs_client *client = hbs_add(mac);
+    if (client == nullptr)
+        return;
+    hbs_set_nwidx(client, static_cast<uint8_t>(group));
+    hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
+    const bool has_static = hbs_check_lease_get_ipv4_static_lease(mac, nullptr) == 0;
+    hbs_set_flags(client, 0, has_static ? HBS_FLAG_STIP4 : HBS_FLAG_DYNIP4);
+    hbs_set_ipv4(client, address);
+    hbs_set_host(client, record->host);
+    if (record->seconds != 0) {
+        hbs_set_start_time(client);
+        hbs_lease_set(client, record->seconds);
+        hbs_set_flags(client, 0, HBS_FLAG_ONLINE);
+    }
+    hbs_publish(client);
+}
+
+static void handle_dynamic_lease(int group, const char *path, const hbs_lease_record *record) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: handle dynamic lease from file %s : %s, %s, %s, %d, %s, %s, %s", path,
+            record->mac, record->address, record->host, static_cast<int>(record->number), record->text[0],
+            record->text[1], record->text[2]);
+    uint8_t mac[6];
+    uint8_t address[4];
+    if (hbs_text_to_mac(record->mac, mac) != 6 || hbs_mac_is_zero(mac) ||
+        !hbs_lease_address(record->address, address))
+        return;
+    if (!hbs_mac_is_lan_client(mac)) {
+        HBS_LOG(HBS_INFO, "HOSTBASE:  - ignore external mac %s, %s", record->mac, record->address);
+        return;
+    }
+    add_leased_client(group, mac, address, record);
+}
+
+static void handle_dynamic_leases_of_group(int group) {
+    char path[HBS_LEASE_PATH_SIZE];
+    if (hbs_lease_filename(group, HBS_LEASE_DYNAMIC, path) != 0)
+        return;
+    FILE *stream = hbs_locked_open(path, "r", hbs_lock::shared);
+    if (stream == nullptr) {
+        HBS_LOG(HBS_INFO, "HOSTBASE: can't open %s", path);
+        return;
+    }
+    hbs_at_exit unlock([&] { (void)fclose(stream); });
+    char line[HBS_LEASE_LINE_SIZE];
+    hbs_lease_record record;
+    while (hbs_line_read(stream, line, sizeof line)) {
+        if (hbs_lease_record_parse(line, &record))
+            handle_dynamic_lease(group, path, &record);
+    }
+}
+
+void hbs_handle_dynamic_leases_from_file() {
+    for (int group = 0; group < HBS_LEASE_GROUPS; ++group)
+        handle_dynamic_leases_of_group(group);
+}
+
+void hbs_lease_delete_client_static(const hbs_client *client) {
+    (void)hbs_lease_delete_ipv4_static(hbs_mac_to_text(client->mac).text);
+}
+
+void hbs_set_start_time(hbs_client *client) {
+    uint32_t uptime = 0;
+    if (MAIN_getSysUpTime(&uptime) != 0) {
+        HBS_LOG(HBS_ERROR, "hbs_set_start_time - failed to get system uptime from the kernel\n");
+        return;
+    }
+    client->lease_start_uptime = uptime;
+    HBS_LOG(HBS_INFO, "HOSTBASE: Added lease start time for  %s", hbs_client_log_text(client).text);
+}
+
+void hbs_lease_set(hbs_client *client, uint32_t seconds) {
+    if (seconds == 0)
+        return;
+    const time_t now = hbs_time();
+    if (hbs_date_is_zero(client->status_time))
+        hbs_date_from_time(now, client->status_time);
+    // A lease without end may lie beyond what a 32-bit time_t can tell.
+    const time_t end = std::min<int64_t>(int64_t{now} + seconds, std::numeric_limits<time_t>::max());
+    hbs_date_from_time(end, client->lease_end);
+    hbs_lease_timer_start(client, HBS_TIMER_LEASE, seconds);
+}
+
+void hbs_leasev6_set(hbs_client *client, time_t end) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_leasev6_set:BEGIN lease = %d", static_cast<int>(end));
+    if (end == 0)
+        return;
+    hbs_date_from_time(end, client->lease_v6_end);
+    const uint8_t *date = client->lease_v6_end;
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_leasev6_set:END lease_v6_end = %d %d %d %d %d %d %d", date[0], date[1],
+            date[2], date[3], date[4], date[5], date[6]);
+}
+
+void hbs_clear_lease_end(hbs_client *client) {
+    hbs_date_clear(client->lease_end);
+}
+
+void hbs_clear_lease_v6_end(hbs_client *client) {
+    hbs_date_clear(client->lease_v6_end);
+}
+
+void hbs_clear_ipv4(hbs_client *client) {
+    static constexpr uint8_t none[4] = {};
+    hbs_set_ipv4(client, none);
+}
+
+void hbs_clear_ipv6(hbs_client *client) {
+    static constexpr uint8_t none[16] = {};
+    hbs_set_ipv6(client, none);
+}

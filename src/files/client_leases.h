@@ -1,0 +1,35 @@
+// What the lease files say of a client, and lease dates. Callers hold hbs_list_mutex.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+#include <hbs_db.h>
+
+// Looks all leases of a client up and sets the source of its IPv4 address (STIP4, DYNIP4 or USRIP4).
+void hbs_check_lease(hbs_client *client);
+
+// Static lease from the static-lease files (from the files that the user configuration names) into the
+// client's IPv4 address. 1 when one was applied, else 0.
+int hbs_check_static_ip(hbs_client *client);
+int hbs_check_find_static_ip(hbs_client *client);
+
+// Builds clients from all dynamic-lease files (start-up, when the persistence file did not load).
+void hbs_handle_dynamic_leases_from_file();
+
+// Deletes the static leases of a client's MAC.
+void hbs_lease_delete_client_static(const hbs_client *client);
+
+// Stores the system uptime in lease_start_uptime.
+void hbs_set_start_time(hbs_client *client);
+
+// Lease of `seconds` from now: dates and lease timer; 0 does nothing.
+void hbs_lease_set(hbs_client *client, uint32_t seconds);
+
+// DHCPv6 lease end, absolute seconds since the epoch (deliberately unlike the IPv4 case); 0 sets no date.
+void hbs_leasev6_set(hbs_client *client, time_t end);
+
+void hbs_clear_lease_end(hbs_client *client);
+void hbs_clear_lease_v6_end(hbs_client *client);
+void hbs_clear_ipv4(hbs_client *client);
+void hbs_clear_ipv6(hbs_client *client);

@@ -1,0 +1,97 @@
+#include "files/dhcpv4_notice.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+
+#include "base/text.h"
+
+static bool read_action(const char *token, hbs_notice_action *action) {
+    if (strcasecmp(token, "ADD") == 0) {
+        *action = hbs_notice_action::add;
+        return true;
+    }
+    *action = hbs_notice_action::del;
+    return strcasecmp(token, "DEL") == 0;
+}
+
+static bool read_mac(const char *token, uint8_t mac[6]) {
+    return hbs_text_to_mac(token, mac) == 6 && !hbs_mac_is_zero(mac);
+}
+
+// Decimal, 0x-hex or 0-octal. More than 32 bits is an overflow, whatever the width of long is here.
+static bool read_seconds(const char *token, uint32_t *seconds) {
+    char *end = nullptr;
+    errno = 0;
+    const unsigned long long value = strtoull(token, &end, 0);
+    *seconds = static_cast<uint32_t>(value);
+    return end != token && errno != ERANGE && value <= UINT32_MAX;
+}
+
+static unsigned hex_digit(char c) {
+    if (c >= '0' && c <= '9') {
+        return static_cast<unsigned>(c - '0');
+    }
+    if (c >= 'a' && c <= 'f') {
+        return static_cast<unsigned>(c - 'a') + 10;
+    }
+    return c >= 'A' && c <= 'F' ? static_cast<unsigned>(c - 'A') + 10 : 0;
+}
+
+// Not hbs_hex_to_str: here a character that is no hex digit counts as 0, and no text is special.
+static void read_hex_text(const char *token, char *text, size_t size) {
+    const size_t count = std::min(strlen(token) / 2, size - 1);
+    memset(text, 0, size);
+    for (size_t i = 0; i < count; i++) {
+        text[i] = static_cast<char>(hex_digit(token[2 * i]) << 4 | hex_digit(token[2 * i + 1]));
+    }
+}
+
+// A token that may be missing; "null" (any case) means none.
+static void read_text(const char *token, char *text, size_t size) {
+    const bool none = token == nullptr || strcasecmp(token, "null") == 0;
+    hbs_copy_text(text, size, none ? "" : token);
+}
+
+static const char *next_token(char **rest) {
+    return strtok_r(nullptr, " \t", rest);
+}
+
+// Tokens 9 to 12, of a granted lease only. The optional ones end at the first missing one.
+static bool read_lease_tokens(char **rest, hbs_dhcpv4_notice *notice) {
+    const char *file = next_token(rest);
+    if (file == nullptr) {
+        return false;
+    }
+    read_text(strcasecmp(file, "null") == 0 ? "unknown file" : file, notice->lease_file,
+              sizeof(notice->lease_file));
+    read_text(next_token(rest), notice->oui, sizeof(notice->oui));
+    read_text(next_token(rest), notice->serial_number, sizeof(notice->serial_number));
+    read_text(next_token(rest), notice->product_class, sizeof(notice->product_class));
+    return true;
+}
+
+bool hbs_dhcpv4_notice_parse(char *line, hbs_dhcpv4_notice *notice) {
+    constexpr int required = 8;
+    const char *token[required];
+    char *rest = nullptr;
+    token[0] = strtok_r(line, " \t", &rest);
+    for (int i = 1; i < required; i++) {
+        token[i] = token[i - 1] != nullptr ? next_token(&rest) : nullptr;
+    }
+    if (token[required - 1] == nullptr) {
+        return false;
+    }
+    *notice = {};
+    if (!read_action(token[0], &notice->action) || !read_mac(token[1], notice->mac) ||
+        inet_pton(AF_INET, token[2], notice->ipv4) != 1 || !read_seconds(token[3], &notice->seconds)) {
+        return false;
+    }
+    read_hex_text(token[4], notice->host, sizeof(notice->host));
+    read_hex_text(token[5], notice->ifname, sizeof(notice->ifname));
+    notice->dynamic = token[6][0] == '1';
+    return notice->action == hbs_notice_action::del || read_lease_tokens(&rest, notice);
+}

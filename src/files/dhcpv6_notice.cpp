@@ -1,0 +1,83 @@
+#include "files/dhcpv6_notice.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "base/text.h"
+
+// Longer than any value that is kept; what is longer still is cut.
+using value_text = char[512];
+
+static constexpr const char *white_space = " \t\v\f\r\n";
+
+// Takes the first word off the text; empty when there is none.
+static std::string_view take_word(const char **text) {
+    const char *start = *text + strspn(*text, white_space);
+    const size_t length = strcspn(start, white_space);
+    *text = start + length;
+    return {start, length};
+}
+
+static void read_event(const char *value, hbs_dhcpv6_notice *notice) {
+    if (strcmp(value, "LEASE") == 0) {
+        notice->type = HBS_NOTICE_LEASE;
+    } else if (strcmp(value, "RELEASE") == 0) {
+        notice->type = HBS_NOTICE_RELEASE;
+    }
+}
+
+static void read_address(const char *value, uint8_t address[16]) {
+    uint8_t bytes[16];
+    if (inet_pton(AF_INET6, value, bytes) == 1) {
+        memcpy(address, bytes, sizeof(bytes));
+    }
+}
+
+static uint32_t read_seconds(const char *value) {
+    const long long seconds = strtoll(value, nullptr, 10);
+    return static_cast<uint32_t>(std::clamp<long long>(seconds, INT32_MIN, UINT32_MAX));
+}
+
+using value_reader = void (*)(const char *value, hbs_dhcpv6_notice *notice);
+
+struct notice_key {
+    std::string_view name;
+    value_reader read;
+};
+
+#define TEXT_READER(field)                                                                                   \
+    [](const char *value, hbs_dhcpv6_notice *notice) {                                                       \
+        hbs_copy_text(notice->field, sizeof(notice->field), value);                                          \
+    }
+
+static constexpr notice_key keys[] = {
+    {"event", read_event},
+    {"globAddr", [](const char *value, hbs_dhcpv6_notice *notice) { read_address(value, notice->ipv6); }},
+    {"linkAddr", [](const char *value, hbs_dhcpv6_notice *notice) { read_address(value, notice->ll); }},
+    {"opt_var_file", TEXT_READER(lease_file)},
+    {"fqdn", TEXT_READER(host)},
+    {"oui", TEXT_READER(oui)},
+    {"serial_number", TEXT_READER(serial_number)},
+    {"product_class", TEXT_READER(product_class)},
+    {"lease_time",
+     [](const char *value, hbs_dhcpv6_notice *notice) { notice->lease_time = read_seconds(value); }},
+};
+
+#undef TEXT_READER
+
+void hbs_dhcpv6_notice_read(const char *line, hbs_dhcpv6_notice *notice) {
+    const char *rest = line;
+    const std::string_view name = take_word(&rest);
+    const std::string_view word = take_word(&rest);
+    const auto *key = std::find_if(std::begin(keys), std::end(keys),
+                                   [name](const notice_key &k) { return k.name == name; });
+    if (word.empty() || key == std::end(keys)) {
+        return;
+    }
+    value_text value{};
+    memcpy(value, word.data(), std::min(word.size(), sizeof(value) - 1));
+    key->read(value, notice);
+}

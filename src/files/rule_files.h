@@ -1,0 +1,31 @@
+// White and black rule files: one line per client, its MAC text and then its rules, each followed by ";".
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr const char *HBS_WHITE_RULES = "/nvram/8/client_white_rules.txt";
+constexpr const char *HBS_BLACK_RULES = "/nvram/8/client_black_rules.txt";
+
+// Limits of a line: a longer one, and a rule beyond the last that is seen, stay in the file untouched.
+constexpr size_t HBS_RULE_LINE_MAX = 2399;
+constexpr int HBS_RULES_PER_LINE = 30;
+
+// A rule: key (written in hexadecimal) and five more values. Equal when the first three are equal.
+struct hbs_rule {
+    uint32_t value[6];
+};
+
+// Reads one rule file into the rule index; kind 1 white, 2 black. A rule of a MAC without a client is
+// dropped. 0, or -1 when the file is missing.
+int hbs_nv_load_client_rules(int kind, const char *path);
+
+// Loads the white file, then the black file.
+void hbs_nv_load_rules();
+
+// Adds or replaces one rule of a MAC in a file (used for both files). 0, or -1 (logged).
+int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule);
+
+// Removes one rule of a MAC, by its first three values. *rules_left [out]: whether rules of the MAC
+// remain in the file. 0, or -1 when the file could not be written (logged).
+int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule, bool *rules_left);

@@ -1,0 +1,152 @@
+#include "query/attachment.h"
+
+#include <cerrno>
+#include <pthread.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <hbs_db.h>
+#include <hostbase_query.h>
+
+// One is in use; the others are there for threads that still read a segment that was removed.
+static hbs_query_attachment attachments[4];
+static hbs_query_attachment *current;
+static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+static pthread_once_t fork_once = PTHREAD_ONCE_INIT;
+
+static void close_attachment(hbs_query_attachment *attachment) {
+    (void)shmdt(attachment->base);
+    (void)sem_close(attachment->semaphore);
+    attachment->base = nullptr;
+    attachment->retired = false;
+}
+
+static void retire(hbs_query_attachment *attachment) {
+    attachment->retired = true;
+    if (attachment == current) {
+        current = nullptr;
+    }
+    if (attachment->users == 0) {
+        close_attachment(attachment);
+    }
+}
+
+static void before_fork() {
+    (void)pthread_mutex_lock(&lock);
+}
+
+static void after_fork_in_parent() {
+    (void)pthread_mutex_unlock(&lock);
+}
+
+// The child has only the thread that forked, which is in no call: nobody uses anything.
+static void after_fork_in_child() {
+    for (hbs_query_attachment &attachment : attachments) {
+        attachment.users = 0;
+        if (attachment.retired) {
+            close_attachment(&attachment);
+        }
+    }
+    (void)pthread_mutex_unlock(&lock);
+}
+
+static void register_fork_handlers() {
+    (void)pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+}
+
+static int result_of_errno() {
+    switch (errno) {
+    case EACCES:
+    case EPERM:
+        return HOSTBASE_NO_PERMISSION;
+    case ENOMEM:
+    case EMFILE:
+    case ENFILE:
+        return HOSTBASE_NO_MEMORY;
+    }
+    return HOSTBASE_NO_SEGMENT;
+}
+
+// Asking for the full size makes the kernel refuse a segment that is too small to be read safely.
+static int find_segment(int *shm_id) {
+    key_t key = ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID);
+    if (key == -1) {
+        return result_of_errno();
+    }
+    *shm_id = shmget(key, HBS_SHM_SIZE, 0);
+    return *shm_id == -1 ? result_of_errno() : int{HOSTBASE_OK};
+}
+
+static int open_attachment(hbs_query_attachment *attachment, int shm_id) {
+    sem_t *semaphore = sem_open(HBS_SEMAPHORE_NAME, 0);
+    if (semaphore == SEM_FAILED) {
+        return result_of_errno();
+    }
+    void *base = shmat(shm_id, nullptr, SHM_RDONLY);
+    if (reinterpret_cast<intptr_t>(base) == -1) {
+        int result = result_of_errno();
+        (void)sem_close(semaphore);
+        return result;
+    }
+    attachment->base = static_cast<const uint8_t *>(base);
+    attachment->semaphore = semaphore;
+    attachment->shm_id = shm_id;
+    attachment->users = 0;
+    attachment->retired = false;
+    attachment->capacity.store(0, std::memory_order_relaxed);
+    return HOSTBASE_OK;
+}
+
+static hbs_query_attachment *free_element() {
+    for (hbs_query_attachment &attachment : attachments) {
+        if (attachment.base == nullptr) {
+            return &attachment;
+        }
+    }
+    return nullptr;
+}
+
+static int make_current(int shm_id) {
+    if (current != nullptr && current->shm_id == shm_id) {
+        return HOSTBASE_OK;
+    }
+    if (current != nullptr) {
+        retire(current);
+    }
+    hbs_query_attachment *fresh = free_element();
+    if (fresh == nullptr) {
+        return HOSTBASE_NO_MEMORY;
+    }
+    int result = open_attachment(fresh, shm_id);
+    if (result == HOSTBASE_OK) {
+        current = fresh;
+    }
+    return result;
+}
+
+int hbs_query_acquire(hbs_query_attachment **attachment) {
+    int shm_id = -1;
+    int result = find_segment(&shm_id);
+    (void)pthread_once(&fork_once, register_fork_handlers);
+    (void)pthread_mutex_lock(&lock);
+    if (result == HOSTBASE_OK) {
+        result = make_current(shm_id);
+    } else if (current != nullptr) {
+        retire(current);
+    }
+    if (result == HOSTBASE_OK) {
+        current->users++;
+        *attachment = current;
+    }
+    (void)pthread_mutex_unlock(&lock);
+    return result;
+}
+
+void hbs_query_release(hbs_query_attachment *attachment, bool retire_it) {
+    (void)pthread_mutex_lock(&lock);
+    attachment->users--;
+    if (retire_it || (attachment->retired && attachment->users == 0)) {
+        retire(attachment);
+    }
+    (void)pthread_mutex_unlock(&lock);
+}

@@ -1,0 +1,83 @@
+#include "query/list_copy.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include <hostbase_query.h>
+
+#include "base/scope.h"
+#include "query/look.h"
+
+// A copied list: the head's next word, then the pool.
+static constexpr size_t pool_at = sizeof(uint32_t);
+
+static size_t pool_size(const hbs_query_list *list) {
+    return size_t{list->element} * list->count;
+}
+
+static bool copy_pool(const uint8_t *base, const void *what, void *into) {
+    const hbs_query_list *list = static_cast<const hbs_query_list *>(what);
+    uint8_t *copy = static_cast<uint8_t *>(into);
+    memcpy(copy, base + list->head, pool_at);
+    memcpy(copy + pool_at, base + list->pool, pool_size(list));
+    return true;
+}
+
+static int collect(const void *copy, const hbs_query_list *list, void *elements, size_t capacity) {
+    const uint8_t *bytes = static_cast<const uint8_t *>(copy);
+    return hbs_query_collect(list, bytes + pool_at, hbs_query_word(bytes), elements, capacity);
+}
+
+static bool is_sound_list(const void *copy, const void *what) {
+    return collect(copy, static_cast<const hbs_query_list *>(what), nullptr, 0) >= 0;
+}
+
+int hbs_query_copy_list(hbs_query_kind kind, void *elements, size_t capacity, size_t *count) {
+    const hbs_query_list *list = &hbs_query_lists[kind];
+    const size_t size = pool_at + pool_size(list);
+    uint8_t *copies = static_cast<uint8_t *>(calloc(2, size));
+    hbs_at_exit release([&] { free(copies); });
+    if (copies == nullptr) {
+        return HOSTBASE_NO_MEMORY;
+    }
+    static_assert(sizeof(hbs_client) % 4 == 0 && sizeof(hbs_ip_entry) % 4 == 0,
+                  "the second copy is 4-byte aligned because every element is");
+    const hbs_query_look look = {copy_pool, is_sound_list, list, {copies, copies + size}, size};
+    const void *agreed = nullptr;
+    int result = hbs_query_agree(&look, &agreed);
+    if (result == HOSTBASE_OK) {
+        *count = static_cast<size_t>(collect(agreed, list, elements, capacity));
+    }
+    return result;
+}
+
+static bool copy_segment(const uint8_t *base, const void *, void *into) {
+    memcpy(into, base, HBS_SHM_SIZE);
+    return true;
+}
+
+static bool is_sound_segment(const void *copy, const void *) {
+    const uint8_t *base = static_cast<const uint8_t *>(copy);
+    for (const hbs_query_list &list : hbs_query_lists) {
+        if (hbs_query_collect(&list, base + list.pool, hbs_query_word(base + list.head), nullptr, 0) < 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+int hbs_query_copy_all(hbs_db *db) {
+    uint8_t *copies = static_cast<uint8_t *>(calloc(2, HBS_SHM_SIZE));
+    hbs_at_exit release([&] { free(copies); });
+    if (copies == nullptr) {
+        return HOSTBASE_NO_MEMORY;
+    }
+    const hbs_query_look look = {
+        copy_segment, is_sound_segment, nullptr, {copies, copies + HBS_SHM_SIZE}, HBS_SHM_SIZE};
+    const void *agreed = nullptr;
+    int result = hbs_query_agree(&look, &agreed);
+    if (result == HOSTBASE_OK) {
+        memcpy(db, agreed, HBS_SHM_SIZE);
+    }
+    return result;
+}

@@ -1,0 +1,145 @@
+#include "query/look.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <initializer_list>
+#include <pthread.h>
+
+#include <hostbase_query.h>
+
+#include "base/scope.h"
+#include "query/attachment.h"
+
+static constexpr int max_looks = 32;     // with a pause after every second one: about 65 ms
+static constexpr int learning_looks = 8; // after these, the semaphore's capacity counts as known
+static constexpr int patience = 8;       // pauses that a copy must outlast while others may be inside
+
+// What one look left behind.
+struct seen {
+    bool whole; // the copy is complete
+    bool calm;  // nobody else was inside the semaphore when it ended
+    int spare;  // further holders that it would have admitted
+};
+
+static timespec deadline_from_now() {
+    timespec deadline = {};
+    (void)clock_gettime(CLOCK_REALTIME, &deadline);
+    deadline.tv_sec += HOSTBASE_WAIT_MS / 1000;
+    deadline.tv_nsec += HOSTBASE_WAIT_MS % 1000 * 1000000L;
+    if (deadline.tv_nsec >= 1000000000L) {
+        deadline.tv_nsec -= 1000000000L;
+        deadline.tv_sec++;
+    }
+    return deadline;
+}
+
+static bool wait_until(sem_t *semaphore, const timespec *deadline) {
+    while (sem_timedwait(semaphore, deadline) != 0) {
+        if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Everything but the faults of this thread's own making, which cannot wait.
+static void hold_signals_back(sigset_t *before) {
+    sigset_t all;
+    (void)sigfillset(&all);
+    for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
+        (void)sigdelset(&all, fault);
+    }
+    (void)pthread_sigmask(SIG_SETMASK, &all, before);
+}
+
+// Returns false when the semaphore did not come before the deadline.
+static bool look_once(const hbs_query_attachment *attachment, const timespec *deadline,
+                      const hbs_query_look *look, void *into, seen *result) {
+    sigset_t before;
+    hold_signals_back(&before);
+    hbs_at_exit restore([&] { (void)pthread_sigmask(SIG_SETMASK, &before, nullptr); });
+    if (!wait_until(attachment->semaphore, deadline)) {
+        return false;
+    }
+    result->whole = look->copy(attachment->base, look->what, into);
+    (void)sem_getvalue(attachment->semaphore, &result->spare);
+    (void)sem_post(attachment->semaphore);
+    return true;
+}
+
+// A writer that lost its processor in the middle of a record would show the same torn record twice.
+// Two looks in quick succession therefore count only when nobody else was inside: the semaphore had
+// as many holders to spare as it ever has. As long as that number is not known, no look is calm.
+static bool is_calm(hbs_query_attachment *attachment, int spare) {
+    int capacity = attachment->capacity.load(std::memory_order_relaxed);
+    if (capacity != 0 && spare + 1 > capacity) {
+        attachment->capacity.store(spare + 1, std::memory_order_relaxed);
+    }
+    return capacity != 0 && spare + 1 >= capacity;
+}
+
+static void pause_after(int look_number) {
+    const timespec pause = {0, look_number < learning_looks ? 1000000 : 5000000};
+    (void)nanosleep(&pause, nullptr);
+}
+
+static bool same_copies(const hbs_query_look *look) {
+    return memcmp(look->copies[0], look->copies[1], look->size) == 0;
+}
+
+static bool is_sound(const hbs_query_look *look, const void *copy) {
+    return look->sound == nullptr || look->sound(copy, look->what);
+}
+
+static int agree_on(hbs_query_attachment *attachment, const hbs_query_look *look, const void **agreed) {
+    const timespec deadline = deadline_from_now();
+    seen previous = {};
+    int most_spare = 0;
+    int outlasted = 0; // pauses since the copies last differed
+    for (int i = 0; i < max_looks; i++) {
+        void *into = look->copies[i % 2];
+        seen now = {};
+        if (!look_once(attachment, &deadline, look, into, &now)) {
+            return HOSTBASE_BUSY;
+        }
+        now.calm = is_calm(attachment, now.spare);
+        most_spare = now.spare > most_spare ? now.spare : most_spare;
+        bool same = previous.whole && now.whole && same_copies(look);
+        outlasted = same ? outlasted : 0;
+        bool trusted = (previous.calm && now.calm) || outlasted >= patience;
+        if (same && trusted && is_sound(look, into)) {
+            *agreed = into;
+            break;
+        }
+        if (i % 2 == 1) {
+            pause_after(i);
+            outlasted++;
+        }
+        if (i + 1 == learning_looks && attachment->capacity.load(std::memory_order_relaxed) == 0) {
+            attachment->capacity.store(most_spare + 1, std::memory_order_relaxed);
+        }
+        previous = now;
+    }
+    if (outlasted >= patience || *agreed == nullptr) { // a holder was lost: fewer are admitted by now
+        attachment->capacity.store(most_spare + 1, std::memory_order_relaxed);
+    }
+    return *agreed == nullptr ? HOSTBASE_UNSTABLE : HOSTBASE_OK;
+}
+
+int hbs_query_agree(const hbs_query_look *look, const void **agreed) {
+    int cancel_state = 0;
+    (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
+    hbs_at_exit restore([&] { (void)pthread_setcancelstate(cancel_state, nullptr); });
+    *agreed = nullptr;
+    hbs_query_attachment *attachment = nullptr;
+    int result = hbs_query_acquire(&attachment);
+    if (result != HOSTBASE_OK) {
+        return result;
+    }
+    result = agree_on(attachment, look, agreed);
+    // A semaphore that was made anew leaves this one without anybody who would ever post it.
+    hbs_query_release(attachment, result == HOSTBASE_BUSY);
+    return result;
+}

@@ -1,0 +1,197 @@
+// Texts of clients and index entries.
+#include "store/client_text.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <iterator>
+
+#include "base/text.h"
+
+// A line that grows piece by piece; what does not fit is cut, and the text stays terminated.
+struct text_line {
+    char *buffer;
+    size_t size;
+    size_t used;
+};
+
+static text_line start_line(char *buffer, size_t size) {
+    if (size > 0)
+        buffer[0] = '\0';
+    return {buffer, size, 0};
+}
+
+__attribute__((format(printf, 2, 3))) static void append(text_line *line, const char *format, ...) {
+    if (line->used + 1 >= line->size)
+        return;
+    size_t room = line->size - line->used;
+    va_list arguments;
+    va_start(arguments, format);
+    int length = vsnprintf(line->buffer + line->used, room, format, arguments);
+    va_end(arguments);
+    if (length > 0)
+        line->used += std::min(static_cast<size_t>(length), room - 1);
+}
+
+struct label {
+    uint32_t bit;
+    const char *text;
+};
+
+static constexpr label flag_labels[] = {
+    {HBS_FLAG_ASSOC, "ASSOC|"}, {HBS_FLAG_REACH, "REACH|"},   {HBS_FLAG_DYNIP4, "DYNIP4|"},
+    {HBS_FLAG_STIP4, "STIP4|"}, {HBS_FLAG_USRIP4, "USRIP4|"}, {HBS_FLAG_DYNIP6, "DYNIP6|"},
+    {HBS_FLAG_STIP6, "STIP6|"}, {HBS_FLAG_USRIP6, "USRIP6|"}, {HBS_FLAG_ONLINE, "ONLINE|"},
+};
+
+static constexpr label trust_labels[] = {
+    {HBS_TRUST_SITE, "T-SITE|"},
+    {HBS_TRUST_SERV, "T-SERV|"},
+    {HBS_TRUST_WHITE, "WHITE|"},
+    {HBS_TRUST_BLACK, "BLACK|"},
+};
+
+// By adapter code; codes without a text, and those past the table, are unknown.
+static constexpr const char *adapter_texts[] = {
+    nullptr, "on Ethernet: ", "on USB: ", "on Moca: ", nullptr, "on WiFi: "};
+
+static const char *adapter_text(uint8_t code) {
+    const char *text = code < std::size(adapter_texts) ? adapter_texts[code] : nullptr;
+    return text != nullptr ? text : "on unknown if: ";
+}
+
+static void append_addresses(text_line *line, const hbs_client *client) {
+    if (hbs_ipv4_is_zero(client->ipv4))
+        append(line, "no IPv4 - ");
+    else
+        append(line, "%s - ", hbs_ipv4_to_text(client->ipv4).text);
+    if (hbs_ipv6_is_zero(client->ipv6))
+        append(line, "no IPv6 - ");
+    else
+        append(line, "%s - ", hbs_ipv6_to_text(client->ipv6).text);
+    if (hbs_ipv6_is_zero(client->ll))
+        append(line, "(no LL) - ");
+    else
+        append(line, "(LL %s) - ", hbs_ipv6_to_text(client->ll).text);
+}
+
+static void append_client(text_line *line, const hbs_client *client) {
+    append(line, "[%02x:%02x:%02x:%02x:%02x:%02x] ", client->mac[0], client->mac[1], client->mac[2],
+           client->mac[3], client->mac[4], client->mac[5]);
+    append(line, "%s", adapter_text(client->adapter_type));
+    append(line, "index: %d ", client->nwidx);
+    append_addresses(line, client);
+    if (client->host[0] != '\0')
+        append(line, "(%.*s) ", HBS_HOST_SIZE, client->host);
+    append(line, "|");
+    for (const label &flag : flag_labels)
+        if ((client->flags & flag.bit) != 0)
+            append(line, "%s", flag.text);
+    for (const label &trust : trust_labels)
+        if ((client->trust & trust.bit) != 0)
+            append(line, "%s", trust.text);
+}
+
+char *hbs_client_to_str(const hbs_client *client, char *buffer, size_t size) {
+    text_line line = start_line(buffer, size);
+    if (client == nullptr)
+        return buffer;
+    append_client(&line, client);
+    if (client->hotspot != 0)
+        append(&line, "HOTSPOT|");
+    return buffer;
+}
+
+hbs_client_text hbs_client_log_text(const hbs_client *client) {
+    hbs_client_text result{};
+    text_line line = start_line(result.text, sizeof result.text);
+    if (client != nullptr)
+        append_client(&line, client);
+    return result;
+}
+
+// Words from number `hex_from` on in hexadecimal.
+static void append_words(text_line *line, const uint32_t *words, uint32_t count, uint32_t hex_from) {
+    for (uint32_t i = 0; i < count; i++) {
+        if (i < hex_from)
+            append(line, "%d ", static_cast<int>(words[i]));
+        else
+            append(line, "%x ", words[i]);
+    }
+}
+
+static uint32_t bounded_count(uint32_t count, size_t room) {
+    return std::min(count, static_cast<uint32_t>(room));
+}
+
+char *hbs_ip_entry_to_str(const hbs_ip_entry *entry, char *buffer, size_t size) {
+    text_line line = start_line(buffer, size);
+    uint32_t count = bounded_count(entry->count, std::size(entry->key));
+    bool ipv6 = entry->key[1] == HBS_KEY_IPV6 && entry->key[2] == sizeof(hbs_client::ipv6);
+    append_words(&line, entry->key, count, ipv6 ? 3 : count);
+    return buffer;
+}
+
+char *hbs_dhcp_entry_to_str(const hbs_ip_entry *entry, char *buffer, size_t size) {
+    text_line line = start_line(buffer, size);
+    uint32_t count = bounded_count(entry->count, std::size(entry->key));
+    append_words(&line, entry->key, count, entry->key[1] == HBS_KEY_IPV6 ? 2 : count);
+    append(&line, ": %p", hbs_dbpos_for_log(entry->dbpos));
+    return buffer;
+}
+
+char *hbs_if_entry_to_str(const hbs_if_entry *entry, char *buffer, size_t size) {
+    constexpr uint32_t largest = 255; // of a count and of a word that is printed
+    text_line line = start_line(buffer, size);
+    if (entry->count > largest)
+        return buffer;
+    uint32_t count = bounded_count(entry->count, std::size(entry->key));
+    for (uint32_t i = 0; i < count; i++)
+        if (entry->key[i] <= largest)
+            append(&line, "%d ", static_cast<int>(entry->key[i]));
+    return buffer;
+}
+
+char *hbs_pri_entry_to_str(const hbs_pri_entry *entry, char *buffer, size_t size) {
+    text_line line = start_line(buffer, size);
+    uint32_t count = bounded_count(entry->count, std::size(entry->key));
+    append_words(&line, entry->key, count, count);
+    return buffer;
+}
+
+char *hbs_rule_entry_to_str(const hbs_rule_entry *entry, char *buffer, size_t size) {
+    text_line line = start_line(buffer, size);
+    uint32_t count = bounded_count(entry->count, std::size(entry->key));
+    append_words(&line, entry->key, count, count);
+    return buffer;
+}
+
+hbs_entry_text hbs_ip_entry_text(const hbs_ip_entry *entry) {
+    hbs_entry_text result{};
+    (void)hbs_ip_entry_to_str(entry, result.text, sizeof result.text);
+    return result;
+}
+
+hbs_entry_text hbs_dhcp_entry_text(const hbs_ip_entry *entry) {
+    hbs_entry_text result{};
+    (void)hbs_dhcp_entry_to_str(entry, result.text, sizeof result.text);
+    return result;
+}
+
+hbs_entry_text hbs_if_entry_text(const hbs_if_entry *entry) {
+    hbs_entry_text result{};
+    (void)hbs_if_entry_to_str(entry, result.text, sizeof result.text);
+    return result;
+}
+
+hbs_entry_text hbs_pri_entry_text(const hbs_pri_entry *entry) {
+    hbs_entry_text result{};
+    (void)hbs_pri_entry_to_str(entry, result.text, sizeof result.text);
+    return result;
+}
+
+hbs_entry_text hbs_rule_entry_text(const hbs_rule_entry *entry) {
+    hbs_entry_text result{};
+    (void)hbs_rule_entry_to_str(entry, result.text, sizeof result.text);
+    return result;
+}

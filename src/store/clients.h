@@ -1,0 +1,62 @@
+// The daemon's working copies: creation, the two process-local lists, look-ups, flags.
+// Callers hold hbs_list_mutex. Working copies come from a fixed pool of HBS_MAX_WORKING, so that a
+// flood of invented MAC addresses gets "no memory", not the gateway's memory.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+
+#include <hbs_db.h>
+
+constexpr int HBS_MAX_WORKING = 512;
+
+// Empties both lists and frees every working copy (start-up).
+void hbs_clients_init();
+
+// Creates a working copy; mac null = a client known by address only (nomac list). Null when the pool is
+// empty. Not yet published.
+hbs_client *hbs_add(const uint8_t *mac);
+
+// Look-ups; null when there is none, and for a null argument.
+hbs_client *hbs_find_by_mac(const uint8_t *mac);
+hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4);
+hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6); // matches ipv6 or ll
+hbs_client *hbs_find_nomac_by_ipv6(const uint8_t *ipv6);
+hbs_client *hbs_find_by_id(uint32_t client_id); // client list only
+
+// Walks the client list and the nomac list in order (null at the end). Take the next client after the
+// current one was published, not before: publishing may delete another client.
+hbs_client *hbs_client_first();
+hbs_client *hbs_client_next(const hbs_client *client);
+hbs_client *hbs_nomac_first();
+hbs_client *hbs_nomac_next(const hbs_client *client);
+
+bool hbs_is_working_copy(const hbs_client *client); // in use and one of this pool
+bool hbs_is_nomac(const hbs_client *client);        // on the nomac list
+
+// Moves a nomac client to the tail of the client list (its MAC is set by the caller).
+void hbs_client_list_move(hbs_client *client);
+
+// Unlinks a working copy and returns it to the pool. Its timers must be gone: see hbs_client_free.
+void hbs_client_release(hbs_client *client);
+
+void hbs_client_counter_decrement();
+uint32_t hbs_client_counter();
+
+// OR bits in / clear bits: the only way to change a flags word. A change mark is set unless the old
+// trust equals t and the old flags equal s (change marks aside): the old words are compared with the
+// requested bits, not with the result, and that is kept. online_time follows ONLINE.
+void hbs_set_flags(hbs_client *client, uint32_t t, uint32_t s);
+void hbs_clear_flags(hbs_client *client, uint32_t t, uint32_t s);
+
+bool hbs_client_has_ipv6(const hbs_client *client);
+bool hbs_client_has_ll(const hbs_client *client);
+bool hbs_client_is_published(const hbs_client *client); // dbpos is neither 0 nor 0xFFFFFFFF
+
+// POSIX timer handle of a working copy by kind (1-3), beside the record; see client_timers.
+struct hbs_timer_slot {
+    timer_t handle;
+    bool exists;
+};
+hbs_timer_slot *hbs_client_timer_slot(hbs_client *client, int kind);

@@ -1,0 +1,212 @@
+// The IP index and the DHCP-option IP index.
+#include "store/ip_index.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "base/log.h"
+#include "store/client_text.h"
+#include "store/entry_client.h"
+#include "store/pools.h"
+#include "store/segment.h"
+
+int hbs_oid_compare(const uint32_t *a, uint32_t a_count, const uint32_t *b, uint32_t b_count) {
+    if (a_count != b_count)
+        return a_count < b_count ? -1 : 1;
+    for (uint32_t i = 0; i < a_count; i++)
+        if (a[i] != b[i])
+            return a[i] < b[i] ? -1 : 1;
+    return 0;
+}
+
+// Appends the octets of an address to a key, one word each, and `pad` words of 0 behind them.
+static void add_octets(hbs_ip_entry *entry, const uint8_t *address, uint32_t octets, uint32_t pad) {
+    for (uint32_t i = 0; i < octets; i++)
+        entry->key[entry->count + i] = address[i];
+    entry->count += octets + pad;
+}
+
+static void start_entry(hbs_ip_entry *entry, int nwidx, const hbs_client *client) {
+    *entry = {};
+    entry->key[0] = hbs_network_key(nwidx);
+    entry->dbpos = client->dbpos;
+}
+
+void hbs_file_client_to_ip_index(int nwidx, int kind, const hbs_client *client, hbs_ip_entry *entry) {
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_file_client_to_ip_index: clnt dbpos is %d",
+            static_cast<int>(client->dbpos));
+    start_entry(entry, nwidx, client);
+    if (kind != HBS_IP_KIND_IPV4 && kind != HBS_IP_KIND_IPV6 && kind != HBS_IP_KIND_LL)
+        return;
+    entry->count = 3;
+    if (kind == HBS_IP_KIND_IPV4) {
+        entry->key[1] = HBS_KEY_IPV4;
+        entry->key[2] = sizeof client->ipv4;
+        add_octets(entry, client->ipv4, sizeof client->ipv4, 0);
+        return;
+    }
+    entry->key[1] = HBS_KEY_IPV6;
+    entry->key[2] = sizeof client->ipv6;
+    add_octets(entry, kind == HBS_IP_KIND_IPV6 ? client->ipv6 : client->ll, sizeof client->ipv6, 0);
+}
+
+void hbs_file_dhcp_option_client_to_ip_idx(int nwidx, int kind, const hbs_client *client,
+                                           hbs_ip_entry *entry) {
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_file_dhcp_option_client_to_ip_idx: clnt dbpos is %d",
+            static_cast<int>(client->dbpos));
+    start_entry(entry, nwidx, client);
+    if (kind != HBS_IP_KIND_IPV4 && kind != HBS_IP_KIND_LL)
+        return;
+    entry->count = 2;
+    entry->key[1] = kind == HBS_IP_KIND_IPV4 ? HBS_KEY_IPV4 : HBS_KEY_IPV6;
+    if (kind == HBS_IP_KIND_IPV4)
+        add_octets(entry, client->ipv4, sizeof client->ipv4, 1);
+    else
+        add_octets(entry, client->ll, sizeof client->ll, 1);
+}
+
+static hbs_ip_entry *first_entry(hbs_pool pool) {
+    return static_cast<hbs_ip_entry *>(hbs_list_first(pool));
+}
+
+static hbs_ip_entry *entry_after(hbs_pool pool, const hbs_ip_entry *entry) {
+    return static_cast<hbs_ip_entry *>(hbs_list_next(pool, entry));
+}
+
+static bool may_be_inserted(const hbs_ip_entry *entry) {
+    return entry != nullptr && entry->count > 0 && entry->count <= std::size(entry->key) &&
+           hbs_reference_is_published(entry->dbpos);
+}
+
+static int compare_keys(const hbs_ip_entry *a, const hbs_ip_entry *b) {
+    return hbs_oid_compare(a->key, std::min(a->count, uint32_t{HBS_IP_KEY_WORDS}), b->key,
+                           std::min(b->count, uint32_t{HBS_IP_KEY_WORDS}));
+}
+
+// The first entry whose key is equal or larger; null = the new entry goes to the tail.
+static hbs_ip_entry *find_place(hbs_pool pool, const hbs_ip_entry *wanted) {
+    hbs_ip_entry *entry = first_entry(pool);
+    while (entry != nullptr && compare_keys(entry, wanted) < 0)
+        entry = entry_after(pool, entry);
+    return entry;
+}
+
+static bool is_at_place(const hbs_ip_entry *place, const hbs_ip_entry *wanted) {
+    return place != nullptr && compare_keys(place, wanted) == 0;
+}
+
+// Copies an entry into an element and links it. Returns the element, or null when the pool is empty.
+static const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry, hbs_ip_entry *before) {
+    auto *element = static_cast<hbs_ip_entry *>(hbs_pool_take(pool));
+    if (element == nullptr)
+        return nullptr;
+    element->count = entry->count;
+    std::copy_n(entry->key, entry->count, element->key);
+    element->dbpos = entry->dbpos;
+    hbs_list_link(pool, element, before);
+    return element;
+}
+
+void hostbase_insert_ipidx(const hbs_ip_entry *entry) {
+    if (!may_be_inserted(entry))
+        return;
+    hbs_ip_entry *place = find_place(hbs_pool::ip, entry);
+    if (is_at_place(place, entry)) {
+        HBS_LOG(HBS_INFO, "HOSTBASE: hostbase_insert_ipidx : index already exists (%s)",
+                hbs_ip_entry_text(place).text);
+        return;
+    }
+    const hbs_ip_entry *stored = store_entry(hbs_pool::ip, entry, place);
+    if (stored == nullptr)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_file_insert_ip_idx : failed to allocate memory for new index");
+    else
+        HBS_LOG(HBS_INFO, "HOSTBASE: insert new ip index %s", hbs_ip_entry_text(stored).text);
+}
+
+void hbs_file_dhcp_option_insert_ip_idx(const hbs_ip_entry *entry) {
+    if (!may_be_inserted(entry))
+        return;
+    hbs_ip_entry *place = find_place(hbs_pool::dhcp, entry);
+    if (is_at_place(place, entry)) {
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_dhcp_option_insert_ip_idx : index already exists (%s)",
+                hbs_dhcp_entry_text(place).text);
+        return;
+    }
+    const hbs_ip_entry *stored = store_entry(hbs_pool::dhcp, entry, place);
+    if (stored == nullptr)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_file_dhcp_option_insert_ip_idx : failed to allocate memory");
+    else
+        HBS_LOG(HBS_INFO, "HOSTBASE: insert new dhcp ip index %s", hbs_dhcp_entry_text(stored).text);
+}
+
+static void free_entry(hbs_pool pool, hbs_ip_entry *entry) {
+    hbs_list_unlink(pool, entry);
+    hbs_pool_give(pool, entry);
+}
+
+void hbs_file_remove_ip_idx(const hbs_client *client) {
+    uint32_t reference = hbs_reference_of(client);
+    if (reference == HBS_DBPOS_NONE)
+        return;
+    hbs_ip_entry *after = nullptr;
+    for (hbs_ip_entry *entry = first_entry(hbs_pool::ip); entry != nullptr; entry = after) {
+        after = entry_after(hbs_pool::ip, entry);
+        if (entry->dbpos != reference)
+            continue;
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_remove_ip_idx : client found (pos:%p) (%s)",
+                hbs_dbpos_for_log(reference), hbs_ip_entry_text(entry).text);
+        free_entry(hbs_pool::ip, entry);
+    }
+}
+
+void hbs_file_remove_dhcp_option_ip_idx(const hbs_client *client) {
+    uint32_t reference = hbs_reference_of(client);
+    if (reference == HBS_DBPOS_NONE)
+        return;
+    hbs_ip_entry *after = nullptr;
+    for (hbs_ip_entry *entry = first_entry(hbs_pool::dhcp); entry != nullptr; entry = after) {
+        after = entry_after(hbs_pool::dhcp, entry);
+        if (entry->dbpos != reference)
+            continue;
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_remove_dhcp_option_ip_idx : client found (pos:%p) (%s)",
+                hbs_dbpos_for_log(reference), hbs_dhcp_entry_text(entry).text);
+        free_entry(hbs_pool::dhcp, entry);
+    }
+}
+
+// Frees the entry with the key of `wanted`, and those of the client `reference` that differ from it in
+// their network only.
+static void remove_by_address(hbs_pool pool, const hbs_ip_entry *wanted, uint32_t reference) {
+    hbs_ip_entry *after = nullptr;
+    for (hbs_ip_entry *entry = first_entry(pool); entry != nullptr; entry = after) {
+        after = entry_after(pool, entry);
+        bool same_network = entry->key[0] == wanted->key[0];
+        bool own = reference != HBS_DBPOS_NONE && entry->dbpos == reference;
+        if (entry->count != wanted->count || !(same_network || own))
+            continue;
+        if (std::equal(wanted->key + 1, wanted->key + wanted->count, entry->key + 1))
+            free_entry(pool, entry);
+    }
+}
+
+void hbs_file_remove_ipv6_entry(const hbs_client *client) {
+    if (client == nullptr)
+        return;
+    const hbs_shm_hold hold;
+    hbs_ip_entry wanted;
+    hbs_file_client_to_ip_index(client->nwidx, HBS_IP_KIND_IPV6, client, &wanted);
+    remove_by_address(hbs_pool::ip, &wanted, hbs_reference_of(client));
+}
+
+void hbs_file_remove_ll_entries(const hbs_client *client) {
+    if (client == nullptr)
+        return;
+    const hbs_shm_hold hold;
+    uint32_t reference = hbs_reference_of(client);
+    hbs_ip_entry wanted;
+    hbs_file_client_to_ip_index(client->nwidx, HBS_IP_KIND_LL, client, &wanted);
+    remove_by_address(hbs_pool::ip, &wanted, reference);
+    hbs_file_dhcp_option_client_to_ip_idx(client->nwidx, HBS_IP_KIND_LL, client, &wanted);
+    remove_by_address(hbs_pool::dhcp, &wanted, reference);
+}

@@ -1,0 +1,280 @@
+// Element pools and shared lists of the segment, with the process-local links that govern them.
+#include "store/pools.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "store/segment.h"
+
+struct pool_layout {
+    uint32_t first;     // offset of the pool
+    uint32_t size;      // of one element
+    uint32_t capacity;  // elements in a segment of full size
+    uint32_t head;      // offset of the shared list's head
+    uint32_t reference; // place of the word that is zeroed in a free element; 0 = no such word
+};
+
+static constexpr pool_layout layouts[HBS_POOLS] = {
+    {offsetof(hbs_db, client_pool), sizeof(hbs_client), HBS_MAX_CLIENTS, offsetof(hbs_db, clients),
+     offsetof(hbs_client, dbpos)},
+    {offsetof(hbs_db, ip_pool), sizeof(hbs_ip_entry), HBS_MAX_IP_ENTRIES, offsetof(hbs_db, ip_index),
+     offsetof(hbs_ip_entry, dbpos)},
+    {offsetof(hbs_db, if_pool), sizeof(hbs_if_entry), HBS_MAX_IF_ENTRIES, offsetof(hbs_db, if_index),
+     offsetof(hbs_if_entry, dbpos)},
+    {offsetof(hbs_db, dhcp_pool), sizeof(hbs_ip_entry), HBS_MAX_DHCP_ENTRIES, offsetof(hbs_db, dhcp_index),
+     offsetof(hbs_ip_entry, dbpos)},
+    {offsetof(hbs_db, rule_pool), sizeof(hbs_rule_entry), HBS_MAX_RULE_ENTRIES, offsetof(hbs_db, rule_index),
+     0},
+    {offsetof(hbs_db, pri_pool), sizeof(hbs_pri_entry), HBS_MAX_PRI_ENTRIES, offsetof(hbs_db, pri_index),
+     offsetof(hbs_pri_entry, dbpos)},
+};
+
+// A ring's nodes are the elements by number, and one node for each of the two heads.
+using node = uint16_t;
+constexpr node MAX_ELEMENTS = HBS_MAX_IP_ENTRIES;
+constexpr node SHARED_HEAD = MAX_ELEMENTS;
+constexpr node FREE_HEAD = MAX_ELEMENTS + 1;
+
+enum class place : uint8_t { nowhere, free, shared };
+
+struct pool_state {
+    node count; // elements carved
+    node free_count;
+    node next[MAX_ELEMENTS + 2];
+    node prev[MAX_ELEMENTS + 2];
+    place at[MAX_ELEMENTS];
+};
+
+static pool_state states[HBS_POOLS];
+static const hbs_client *owners[HBS_MAX_CLIENTS];
+
+static const pool_layout &layout_of(hbs_pool pool) {
+    return layouts[static_cast<int>(pool)];
+}
+
+static pool_state &state_of(hbs_pool pool) {
+    return states[static_cast<int>(pool)];
+}
+
+static uint8_t *base() {
+    return reinterpret_cast<uint8_t *>(hbs_segment());
+}
+
+static uint32_t node_offset(hbs_pool pool, node n) {
+    const pool_layout &layout = layout_of(pool);
+    return n == SHARED_HEAD ? layout.head : layout.first + n * layout.size;
+}
+
+static void put_word(uint32_t offset, uint32_t value) {
+    memcpy(base() + offset, &value, sizeof value);
+}
+
+// Every element and every head begins with its next and prev words.
+static void put_links(uint32_t offset, uint32_t next, uint32_t prev) {
+    put_word(offset, next);
+    put_word(offset + 4, prev);
+}
+
+static void publish_links(hbs_pool pool, node n) {
+    const pool_state &state = state_of(pool);
+    put_links(node_offset(pool, n), node_offset(pool, state.next[n]), node_offset(pool, state.prev[n]));
+}
+
+static void ring_insert(pool_state &state, node n, node before) {
+    state.next[n] = before;
+    state.prev[n] = state.prev[before];
+    state.next[state.prev[n]] = n;
+    state.prev[before] = n;
+}
+
+static void ring_remove(pool_state &state, node n) {
+    state.next[state.prev[n]] = state.next[n];
+    state.prev[state.next[n]] = state.prev[n];
+}
+
+static void clear_reference(hbs_pool pool, node n) {
+    const pool_layout &layout = layout_of(pool);
+    if (layout.reference != 0)
+        put_word(node_offset(pool, n) + layout.reference, 0);
+    if (pool == hbs_pool::clients)
+        owners[n] = nullptr;
+}
+
+static void append_free(hbs_pool pool, node n) {
+    pool_state &state = state_of(pool);
+    ring_insert(state, n, FREE_HEAD);
+    state.at[n] = place::free;
+    state.free_count++;
+    clear_reference(pool, n);
+}
+
+// Each pool lies at its fixed place, so a segment that is too short loses the last elements and the
+// pools behind them, and readers still find what is there where they expect it.
+static node elements_that_fit(const pool_layout &layout) {
+    uint32_t size = hbs_segment_size();
+    if (size <= layout.first)
+        return 0;
+    return static_cast<node>(std::min(layout.capacity, (size - layout.first) / layout.size));
+}
+
+static void carve(hbs_pool pool) {
+    pool_state &state = state_of(pool);
+    state.count = elements_that_fit(layout_of(pool));
+    state.free_count = 0;
+    for (node head : {SHARED_HEAD, FREE_HEAD})
+        state.next[head] = state.prev[head] = head;
+    for (node n = 0; n < state.count; n++) {
+        put_links(node_offset(pool, n), 0, 0);
+        append_free(pool, n);
+    }
+    publish_links(pool, SHARED_HEAD);
+}
+
+void hbs_pools_carve() {
+    if (hbs_segment() == nullptr)
+        return;
+    for (int i = 0; i < HBS_POOLS; i++)
+        carve(static_cast<hbs_pool>(i));
+}
+
+uint32_t hbs_pool_offset(const void *element) {
+    if (element == nullptr || hbs_segment() == nullptr)
+        return 0;
+    return static_cast<uint32_t>(static_cast<const uint8_t *>(element) - base());
+}
+
+static int number_of_offset(hbs_pool pool, uint32_t offset) {
+    const pool_layout &layout = layout_of(pool);
+    if (offset < layout.first || (offset - layout.first) % layout.size != 0)
+        return -1;
+    uint32_t number = (offset - layout.first) / layout.size;
+    return number < state_of(pool).count ? static_cast<int>(number) : -1;
+}
+
+void *hbs_pool_element(hbs_pool pool, uint32_t offset) {
+    if (hbs_segment() == nullptr || number_of_offset(pool, offset) < 0)
+        return nullptr;
+    return base() + offset;
+}
+
+int hbs_pool_number(hbs_pool pool, const void *element) {
+    // As numbers: the element may be anything, a working copy for one.
+    uintptr_t start = reinterpret_cast<uintptr_t>(base());
+    uintptr_t address = reinterpret_cast<uintptr_t>(element);
+    if (start == 0 || address < start || address - start >= hbs_segment_size())
+        return -1;
+    return number_of_offset(pool, static_cast<uint32_t>(address - start));
+}
+
+// Whether the element is one of the pool's and at that place; its node goes into *n.
+static bool is_at(hbs_pool pool, const void *element, place where, node *n) {
+    int number = hbs_pool_number(pool, element);
+    if (number < 0)
+        return false;
+    *n = static_cast<node>(number);
+    return state_of(pool).at[number] == where;
+}
+
+// An element off the free list holds no poison values in its links: it is zeroed at once, and linked
+// before any reader may look.
+void *hbs_pool_take(hbs_pool pool) {
+    pool_state &state = state_of(pool);
+    if (hbs_segment() == nullptr || state.free_count == 0)
+        return nullptr;
+    node n = state.next[FREE_HEAD];
+    ring_remove(state, n);
+    state.at[n] = place::nowhere;
+    state.free_count--;
+    void *element = base() + node_offset(pool, n);
+    memset(element, 0, layout_of(pool).size);
+    return element;
+}
+
+void hbs_pool_give(hbs_pool pool, void *element) {
+    node n = 0;
+    if (is_at(pool, element, place::nowhere, &n))
+        append_free(pool, n);
+}
+
+void hbs_pool_give_all(hbs_pool pool) {
+    pool_state &state = state_of(pool);
+    for (void *element = hbs_list_first(pool); element != nullptr; element = hbs_list_first(pool)) {
+        hbs_list_unlink(pool, element);
+        hbs_pool_give(pool, element);
+    }
+    for (node n = 0; n < state.count; n++)
+        if (state.at[n] == place::nowhere)
+            append_free(pool, n);
+}
+
+int hbs_pool_free_count(hbs_pool pool) {
+    return hbs_segment() == nullptr ? 0 : state_of(pool).free_count;
+}
+
+void hbs_list_link(hbs_pool pool, void *element, void *before) {
+    pool_state &state = state_of(pool);
+    node n = 0;
+    node follower = SHARED_HEAD;
+    if (!is_at(pool, element, place::nowhere, &n))
+        return;
+    if (before != nullptr && !is_at(pool, before, place::shared, &follower))
+        return;
+    ring_insert(state, n, follower);
+    state.at[n] = place::shared;
+    publish_links(pool, n);
+    publish_links(pool, state.prev[n]);
+    publish_links(pool, follower);
+}
+
+void hbs_list_unlink(hbs_pool pool, void *element) {
+    pool_state &state = state_of(pool);
+    node n = 0;
+    if (!is_at(pool, element, place::shared, &n))
+        return;
+    ring_remove(state, n);
+    state.at[n] = place::nowhere;
+    publish_links(pool, state.prev[n]);
+    publish_links(pool, state.next[n]);
+    put_links(node_offset(pool, n), 0, 0);
+}
+
+static void *element_or_end(hbs_pool pool, node n) {
+    return n == SHARED_HEAD ? nullptr : base() + node_offset(pool, n);
+}
+
+void *hbs_list_first(hbs_pool pool) {
+    return hbs_segment() == nullptr ? nullptr : element_or_end(pool, state_of(pool).next[SHARED_HEAD]);
+}
+
+void *hbs_list_next(hbs_pool pool, const void *element) {
+    node n = 0;
+    return is_at(pool, element, place::shared, &n) ? element_or_end(pool, state_of(pool).next[n]) : nullptr;
+}
+
+bool hbs_list_holds(hbs_pool pool, const void *element) {
+    node n = 0;
+    return is_at(pool, element, place::shared, &n);
+}
+
+void hbs_slot_set_owner(const hbs_client *slot, const hbs_client *owner) {
+    int number = hbs_pool_number(hbs_pool::clients, slot);
+    if (number >= 0)
+        owners[number] = owner;
+}
+
+const hbs_client *hbs_slot_owner(const hbs_client *slot) {
+    int number = hbs_pool_number(hbs_pool::clients, slot);
+    return number < 0 ? nullptr : owners[number];
+}
+
+hbs_client *hbs_slot_of(const hbs_client *client) {
+    if (client == nullptr)
+        return nullptr;
+    bool is_slot = hbs_pool_number(hbs_pool::clients, client) >= 0;
+    uint32_t offset = is_slot ? hbs_pool_offset(client) : client->dbpos;
+    auto *slot = static_cast<hbs_client *>(hbs_pool_element(hbs_pool::clients, offset));
+    if (!hbs_list_holds(hbs_pool::clients, slot))
+        return nullptr;
+    return is_slot || hbs_slot_owner(slot) == client ? slot : nullptr;
+}

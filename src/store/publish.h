@@ -1,0 +1,25 @@
+// From working copy to published copy and back: commit, removal from the segment, flush. A changed client is
+// published by two calls: hbs_shm_commit, then hostbase_update_ip_indicies (hbs_publish makes both). Callers
+// hold hbs_list_mutex and do not hold the semaphore.
+#pragma once
+
+#include <hbs_db.h>
+
+#include "store/reclaim.h"
+
+// Copies a working copy into its slot, or into a fresh one, reclaiming one when the pool is empty (which
+// deletes another client's working copy). Sets dbpos. Locks. A slot is a client's own only while the
+// process-local note of slot owners says so, so a stale dbpos never overwrites another client.
+void hbs_shm_commit(hbs_client *client);
+
+// hbs_shm_commit, then hostbase_update_ip_indicies.
+void hbs_publish(hbs_client *client);
+
+// Takes a client out of the segment; the working copy keeps its (now stale) dbpos. Locks.
+void hbs_shm_remove(hbs_client *client);
+
+// Returns every element of the segment to its pool. Locks.
+void hbs_shm_flush();
+
+// Sets hotspot in every published client whose ifname is enabled; working copies are not touched. Locks.
+void hbs_shm_mark_hotspot();

@@ -1,0 +1,33 @@
+// The attached segment, and the named semaphore that guards it against the reader processes.
+// Every store and index operation marked "locks" waits on the semaphore once and posts it once, never
+// nested; the others run inside a caller that holds it. hbs_list_mutex is never taken here.
+#pragma once
+
+#include <cstdint>
+
+#include <hbs_db.h>
+
+// The attached segment, or null. Only its first hbs_segment_size() bytes are there.
+hbs_db *hbs_segment();
+uint32_t hbs_segment_size();
+
+// Notes where the segment is attached and how many of its bytes may be used. Called once, at start-up.
+void hbs_segment_attach(void *base, uint32_t size);
+
+// Opens the semaphore, creating it with value 0 and open to every user's readers. A failure is logged.
+// Called at start-up, while the process has one thread.
+void hbs_sem_init();
+
+// Waits on and posts the database semaphore. An unusable semaphore makes both do nothing. A holder that
+// does not let go within HBS_SEM_PATIENCE_MS (a reader that was killed) is taken over from, which is logged.
+constexpr int HBS_SEM_PATIENCE_MS = 3000;
+void hbs_sem_wait();
+void hbs_sem_post();
+
+// Holds the semaphore for a scope.
+struct hbs_shm_hold {
+    hbs_shm_hold() { hbs_sem_wait(); }
+    ~hbs_shm_hold() { hbs_sem_post(); }
+    hbs_shm_hold(const hbs_shm_hold &) = delete;
+    hbs_shm_hold &operator=(const hbs_shm_hold &) = delete;
+};

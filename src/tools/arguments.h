@@ -1,0 +1,41 @@
+// Command-line arguments of the kinds that hbsctl knows, checked while they are parsed.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tools/requests.h"
+#include "tools/words.h"
+
+// Each adds an argument (a bare name: by position, required; "--name": an option) that is written to
+// `target`, which must live as long as the command tree.
+CLI::Option *add_mac(CLI::App *command, const std::string &name, mac_bytes &target, const std::string &help);
+CLI::Option *add_ip(CLI::App *command, const std::string &name, ip_address &target, const std::string &help);
+CLI::Option *add_ipv4(CLI::App *command, const std::string &name, ipv4_bytes &target,
+                      const std::string &help);
+CLI::Option *add_ipv6(CLI::App *command, const std::string &name, ipv6_bytes &target,
+                      const std::string &help);
+CLI::Option *add_rule(CLI::App *command, const std::string &name, rule_values &target,
+                      const std::string &help);
+// MAC, IPv4 or IPv6 address
+CLI::Option *add_target(CLI::App *command, const std::string &name, trust_target &target,
+                        const std::string &help);
+
+// One of some words, each of which stands for a number.
+using word_choices = std::vector<std::pair<std::string, uint32_t>>;
+CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &target,
+                        const word_choices &choices, const std::string &help);
+
+// A subcommand whose arguments live in an `Arguments` of its own; `add` declares them on it and `run`
+// is called with them once the whole command line has been parsed.
+template <typename Arguments, typename Add, typename Run>
+CLI::App *add_command(CLI::App *parent, const std::string &name, const std::string &help, Add add, Run run) {
+    CLI::App *command = parent->add_subcommand(name, help);
+    auto arguments = std::make_shared<Arguments>();
+    add(command, *arguments);
+    command->callback([arguments, run] { run(*arguments); });
+    return command;
+}

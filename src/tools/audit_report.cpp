@@ -1,0 +1,39 @@
+#include "tools/audit_report.h"
+
+#include <ostream>
+
+#include "tools/audit_sources.h"
+#include "tools/database.h"
+#include "tools/json_view.h"
+#include "tools/printable.h"
+
+namespace {
+
+void print_json(session &run, const std::vector<difference> &differences) {
+    json list = json::array();
+    for (const difference &one : differences) {
+        list.push_back({{"known_to", one.known_to},
+                        {"mac", one.mac.empty() ? json(nullptr) : json(one.mac)},
+                        {"address", one.address},
+                        {"text", one.text}});
+    }
+    run.out << json_text({{"differences", list}}) << '\n';
+}
+
+} // namespace
+
+void audit(session &run) {
+    std::vector<sighting> sightings = kernel_neighbours();
+    const std::vector<sighting> leases = dhcp_leases();
+    sightings.insert(sightings.end(), leases.begin(), leases.end());
+    const std::vector<difference> differences = compare(read_database().clients, sightings);
+    if (run.json) {
+        print_json(run, differences);
+    } else if (differences.empty()) {
+        run.out << "no differences\n";
+    }
+    for (size_t i = 0; i < differences.size() && !run.json; i++) {
+        run.out << printable(differences[i].text) << '\n';
+    }
+    run.status = differences.empty() ? exit_ok : exit_negative;
+}

@@ -1,0 +1,98 @@
+#include "tools/command_tree.h"
+
+#include <CLI/CLI.hpp>
+#include <ostream>
+
+#include <hostbase_query.h>
+
+#include "tools/command_client.h"
+#include "tools/database.h"
+#include "tools/event_commands.h"
+#include "tools/json_view.h"
+#include "tools/manage_commands.h"
+#include "tools/printable.h"
+#include "tools/view_commands.h"
+
+namespace {
+
+constexpr const char *footer =
+    "Examples:\n"
+    "  hbsctl list\n"
+    "  hbsctl show 192.168.0.10\n"
+    "  hbsctl watch --interval 2\n"
+    "  hbsctl trust set site 02:aa:00:00:00:11 --comment \"front door\"\n"
+    "  hbsctl event dhcpv4-lease 02:aa:00:00:00:11 192.168.0.11 --host laptop\n"
+    "\n"
+    "Status: 0 done, 1 refused, not found or differences, 2 wrong usage, 3 the daemon\n"
+    "or its database is not there, 4 no answer in time, 5 another failure.";
+
+exit_status status_of(const database_error &error) {
+    switch (error.result) {
+    case HOSTBASE_NO_SEGMENT:
+        return exit_not_there;
+    case HOSTBASE_BUSY:
+    case HOSTBASE_UNSTABLE:
+        return exit_no_answer;
+    }
+    return exit_failed;
+}
+
+exit_status status_of(const daemon_error &error) {
+    switch (error.why) {
+    case daemon_error::not_there:
+        return exit_not_there;
+    case daemon_error::no_answer:
+        return exit_no_answer;
+    case daemon_error::failed:
+        return exit_failed;
+    }
+    return exit_failed;
+}
+
+exit_status fail(session &run, exit_status status, const std::string &text) {
+    if (run.json) {
+        run.out << json_text({{"error", text}, {"status", static_cast<int>(status)}}) << '\n';
+    }
+    run.err << "hbsctl: " << printable(text) << '\n';
+    return status;
+}
+
+void build(CLI::App &app, session &run) {
+    app.name("hbsctl");
+    app.set_version_flag("--version", HBSCTL_VERSION);
+    app.fallthrough();
+    app.require_subcommand(1);
+    app.add_flag("--json", run.json, "Print JSON");
+    app.add_option("--timeout", run.answer_seconds, "Seconds that the daemon may take to answer")
+        ->check(CLI::Range(0.01, 3600.0))
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    add_view_commands(&app, run);
+    add_manage_commands(&app, run);
+    add_event_commands(&app, run);
+    app.footer(footer); // last, or every subcommand would show it too
+}
+
+} // namespace
+
+exit_status run_command_line(session &run, const std::vector<std::string> &arguments) {
+    CLI::App app("Looks at the LAN clients that gw_hostbase knows, and talks to the daemon.");
+    build(app, run);
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try {
+        app.parse(reversed);
+        return run.status;
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error, run.out, run.err) == 0 ? exit_ok : exit_usage;
+    } catch (const database_error &error) {
+        return fail(run, status_of(error), error.what());
+    } catch (const daemon_error &error) {
+        return fail(run, status_of(error), error.what());
+    } catch (const request_error &error) {
+        return fail(run, exit_usage, error.what());
+    } catch (const run_error &error) {
+        return fail(run, error.status, error.what());
+    } catch (const std::exception &error) {
+        return fail(run, exit_failed, error.what());
+    }
+}

@@ -1,0 +1,71 @@
+#include "tools/database.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <strings.h>
+
+#include <hbs_msg.h>
+#include <hostbase_query.h>
+
+#include "tools/words.h"
+
+namespace {
+
+// The snapshot's links have been checked by the library.
+template <typename Element> std::vector<Element> list_of(const hbs_db &db, const hbs_list_head &head) {
+    const auto *base = reinterpret_cast<const uint8_t *>(&db);
+    const auto end = static_cast<uint32_t>(reinterpret_cast<const uint8_t *>(&head) - base);
+    std::vector<Element> elements;
+    for (uint32_t offset = head.next; offset != end; offset = elements.back().next) {
+        elements.push_back(*reinterpret_cast<const Element *>(base + offset));
+    }
+    return elements;
+}
+
+bool has_address(const hbs_client &client, const ip_address &address) {
+    if (address.family == HBS_FAMILY_IPV4) {
+        return memcmp(client.ipv4, address.ipv4.data(), sizeof client.ipv4) == 0;
+    }
+    return memcmp(client.ipv6, address.ipv6.data(), sizeof client.ipv6) == 0 ||
+           memcmp(client.ll, address.ipv6.data(), sizeof client.ll) == 0;
+}
+
+bool has_name(const hbs_client &client, const std::string &name) {
+    return strcasecmp(field_text(client.host).c_str(), name.c_str()) == 0 ||
+           strcasecmp(field_text(client.device_name).c_str(), name.c_str()) == 0;
+}
+
+} // namespace
+
+database_error::database_error(int why) : std::runtime_error(hostbase_strerror(why)), result(why) {}
+
+database read_database() {
+    auto copy = std::make_unique<hbs_db>();
+    const int result = hostbase_snapshot(copy.get());
+    if (result != HOSTBASE_OK) {
+        throw database_error(result);
+    }
+    return {list_of<hbs_client>(*copy, copy->clients),        list_of<hbs_ip_entry>(*copy, copy->ip_index),
+            list_of<hbs_if_entry>(*copy, copy->if_index),     list_of<hbs_ip_entry>(*copy, copy->dhcp_index),
+            list_of<hbs_rule_entry>(*copy, copy->rule_index), list_of<hbs_pri_entry>(*copy, copy->pri_index)};
+}
+
+std::vector<hbs_client> matching_clients(const database &db, const std::string &key) {
+    const auto mac = parse_mac(key);
+    const auto address = parse_ip(key);
+    std::vector<hbs_client> found;
+    std::copy_if(db.clients.begin(), db.clients.end(), std::back_inserter(found),
+                 [&](const hbs_client &client) {
+                     return mac       ? memcmp(client.mac, mac->data(), mac->size()) == 0
+                            : address ? has_address(client, *address)
+                                      : !key.empty() && has_name(client, key);
+                 });
+    return found;
+}
+
+const hbs_client *client_at(const database &db, uint32_t dbpos) {
+    const auto found = std::find_if(db.clients.begin(), db.clients.end(),
+                                    [&](const hbs_client &client) { return client.dbpos == dbpos; });
+    return found == db.clients.end() ? nullptr : &*found;
+}

@@ -1,0 +1,186 @@
+#include "tools/event_commands.h"
+
+#include <ctime>
+
+#include "tools/arguments.h"
+
+namespace {
+
+struct dhcpv4_arguments {
+    dhcpv4_lease lease;
+    bool is_static = false;
+};
+
+struct dhcpv6_arguments {
+    dhcpv6_lease lease;
+    uint32_t seconds = 0;
+};
+
+struct server_arguments {
+    uint32_t index = 0;
+    uint32_t started = 0;
+};
+
+struct wifi_arguments {
+    mac_bytes mac = {};
+    uint32_t ssid = 0;
+};
+
+struct subnet_arguments {
+    uint32_t index = 0;
+    ipv4_bytes before = {}, after = {};
+    uint32_t prefix_length = 24;
+};
+
+struct release6_arguments {
+    ipv6_bytes ll = {}, ipv6 = {};
+};
+
+const word_choices adapter_choices = {{"ethernet", HBS_ADAPTER_ETHERNET},
+                                      {"usb", HBS_ADAPTER_USB},
+                                      {"moca", HBS_ADAPTER_MOCA},
+                                      {"wifi", HBS_ADAPTER_WIFI},
+                                      {"unknown", HBS_UNKNOWN_U32}};
+
+template <typename Lease> void add_identity(CLI::App *command, Lease &lease) {
+    command->add_option("--host", lease.host, "Host name that the device gave");
+    command->add_option("--oui", lease.oui, "Manufacturer OUI of the device");
+    command->add_option("--serial", lease.serial_number, "Serial number of the device");
+    command->add_option("--class", lease.product_class, "Product class of the device");
+    command->add_option("--lease-file", lease.lease_file, "File under /var/tmp that goes with the client");
+}
+
+void add_lease_head(CLI::App *command, dhcpv4_arguments &arguments) {
+    add_mac(command, "mac", arguments.lease.mac, "The device");
+    add_ipv4(command, "address", arguments.lease.ipv4, "Its address");
+    arguments.lease.seconds = 3600;
+    command->add_option("--seconds", arguments.lease.seconds, "How long the lease lasts")
+        ->capture_default_str();
+    command->add_flag("--static", arguments.is_static, "A static lease, not a dynamic one");
+}
+
+void add_lease(CLI::App *command, dhcpv4_arguments &arguments) {
+    add_lease_head(command, arguments);
+    add_identity(command, arguments.lease);
+    command->add_option("--ifname", arguments.lease.ifname, "Interface that it was seen on");
+    command->add_option("--network", arguments.lease.network, "LAN network, from 0 (default: found out)");
+    add_choice(command, "--adapter", arguments.lease.adapter, adapter_choices,
+               "Adapter (default: found out)");
+}
+
+void add_dhcpv4_events(CLI::App *event, session &run) {
+    const auto lease = [&run](const char *name, hbs_code code) {
+        return [&run, name, code](const dhcpv4_arguments &arguments) {
+            dhcpv4_lease message = arguments.lease;
+            message.code = code;
+            message.dynamic = !arguments.is_static;
+            run_event(run, name, code, event_dhcpv4_lease(message));
+        };
+    };
+    add_command<dhcpv4_arguments>(event, "dhcpv4-lease", "A device got an IPv4 lease", add_lease,
+                                  lease("dhcpv4-lease", HBS_EVENT_DHCPV4_LEASE));
+    add_command<dhcpv4_arguments>(event, "dhcpv4-info", "A device with an IPv4 lease asked for information",
+                                  add_lease, lease("dhcpv4-info", HBS_EVENT_DHCPV4_INFO));
+    add_command<dhcpv4_arguments>(
+        event, "dhcpv4-release", "A device gave its IPv4 lease back", add_lease_head,
+        [&run](const dhcpv4_arguments &arguments) {
+            const dhcpv4_lease &head = arguments.lease;
+            run_event(run, "dhcpv4-release", HBS_EVENT_DHCPV4_RELEASE,
+                      event_dhcpv4_release(head.mac, head.ipv4, !arguments.is_static, head.seconds));
+        });
+}
+
+void add_dhcpv6_events(CLI::App *event, session &run) {
+    add_command<dhcpv6_arguments>(
+        event, "dhcpv6-lease", "A device got an IPv6 lease (a static one, when no end is given)",
+        [](CLI::App *command, dhcpv6_arguments &arguments) {
+            add_ipv6(command, "link-local", arguments.lease.ll, "Link-local address of the device");
+            add_ipv6(command, "address", arguments.lease.ipv6, "The address that it got");
+            CLI::Option *end = command->add_option("--lease-end", arguments.lease.lease_end,
+                                                   "When the lease ends, in seconds since 1970");
+            command->add_option("--seconds", arguments.seconds, "How long the lease lasts from now on")
+                ->excludes(end);
+            add_identity(command, arguments.lease);
+        },
+        [&run](dhcpv6_arguments &arguments) {
+            if (arguments.seconds != 0) {
+                arguments.lease.lease_end = static_cast<uint32_t>(time(nullptr)) + arguments.seconds;
+            }
+            run_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease));
+        });
+    add_command<release6_arguments>(
+        event, "dhcpv6-release", "A device gave its IPv6 lease back",
+        [](CLI::App *command, release6_arguments &arguments) {
+            add_ipv6(command, "link-local", arguments.ll, "Link-local address of the device");
+            add_ipv6(command, "address", arguments.ipv6, "The address that it gave back");
+        },
+        [&run](const release6_arguments &arguments) {
+            run_event(run, "dhcpv6-release", HBS_EVENT_DHCPV6_RELEASE,
+                      event_dhcpv6_release(arguments.ll, arguments.ipv6));
+        });
+}
+
+void add_association(CLI::App *event, session &run, const char *name, const char *help, hbs_code code) {
+    add_command<wifi_arguments>(
+        event, name, help,
+        [](CLI::App *command, wifi_arguments &arguments) {
+            add_mac(command, "mac", arguments.mac, "The device");
+            command->add_option("ssid", arguments.ssid, "Number of the SSID, from 1")->required();
+        },
+        [&run, name, code](const wifi_arguments &arguments) {
+            run_event(run, name, code, event_wifi_assoc(code, arguments.mac, arguments.ssid));
+        });
+}
+
+void add_wifi_events(CLI::App *event, session &run) {
+    add_association(event, run, "wifi-assoc", "A device joined a Wi-Fi network", HBS_EVENT_WIFI_ASSOC);
+    add_association(event, run, "wifi-disassoc", "A device left a Wi-Fi network", HBS_EVENT_WIFI_DISASSOC);
+    add_command<mac_bytes>(
+        event, "wifi-info", "The link figures of a device changed",
+        [](CLI::App *command, mac_bytes &mac) { add_mac(command, "mac", mac, "The device"); },
+        [&run](const mac_bytes &mac) {
+            run_event(run, "wifi-info", HBS_EVENT_WIFI_ASSOC_INFO, event_wifi_info(mac));
+        });
+    event->add_subcommand("xwifi-changed", "The set of extra Wi-Fi interfaces changed")->callback([&run] {
+        run_event(run, "xwifi-changed", HBS_EVENT_XWIFI_CHANGED, request_plain(HBS_EVENT_XWIFI_CHANGED));
+    });
+}
+
+void add_network_events(CLI::App *event, session &run) {
+    add_command<server_arguments>(
+        event, "server", "The DHCP server of a network started or stopped",
+        [](CLI::App *command, server_arguments &arguments) {
+            command->add_option("index", arguments.index, "Router entry of the network, from 1")->required();
+            add_choice(command, "state", arguments.started, {{"started", 1}, {"stopped", 0}}, "What it did");
+        },
+        [&run](const server_arguments &arguments) {
+            run_event(run, "server", HBS_EVENT_SERVER, event_server(arguments.index, arguments.started != 0));
+        });
+    add_command<subnet_arguments>(
+        event, "subnet", "The subnet of a network changed (this event is answered)",
+        [](CLI::App *command, subnet_arguments &arguments) {
+            command->add_option("index", arguments.index, "Router entry of the network, from 1")->required();
+            add_ipv4(command, "old", arguments.before, "LAN address of the gateway until now");
+            add_ipv4(command, "new", arguments.after, "Its new LAN address");
+            command->add_option("--prefix", arguments.prefix_length, "Prefix length")
+                ->check(CLI::Range(0, 32))
+                ->capture_default_str();
+        },
+        [&run](const subnet_arguments &arguments) {
+            run_command(
+                run, "subnet", HBS_EVENT_SUBNET_MASK,
+                event_subnet(arguments.index, arguments.before, arguments.after, arguments.prefix_length));
+        });
+}
+
+} // namespace
+
+void add_event_commands(CLI::App *app, session &run) {
+    CLI::App *event =
+        app->add_subcommand("event", "Tell the daemon of an event, as the servers and drivers do");
+    event->require_subcommand(1);
+    add_dhcpv4_events(event, run);
+    add_dhcpv6_events(event, run);
+    add_wifi_events(event, run);
+    add_network_events(event, run);
+}

@@ -1,0 +1,132 @@
+#include "tools/printable.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+
+namespace {
+
+struct character {
+    uint32_t code; // meaningless when not valid
+    size_t bytes;
+    bool valid;
+};
+
+// The first character of a non-empty text. Over-long forms, surrogates and what lies beyond Unicode
+// are not valid; such a byte counts as one character.
+character next_character(std::string_view text) {
+    const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
+    const uint8_t lead = byte(0);
+    if (lead < 0x80) {
+        return {lead, 1, true};
+    }
+    const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
+        return {0, 1, false};
+    }
+    uint32_t code = lead & (0xFFu >> (length + 1));
+    for (size_t i = 1; i < length; i++) {
+        if ((byte(i) & 0xC0) != 0x80) {
+            return {0, 1, false};
+        }
+        code = code << 6 | (byte(i) & 0x3Fu);
+    }
+    constexpr uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool valid = code >= smallest[length] && code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
+    return {code, valid ? length : 1, valid};
+}
+
+struct range {
+    uint32_t first, last;
+};
+
+// C1 controls, zero-width and direction marks, line and paragraph separators, byte order mark.
+constexpr range deceptive[] = {{0x80, 0x9F},     {0xAD, 0xAD},     {0x061C, 0x061C}, {0x200B, 0x200F},
+                               {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xE0000, 0xE0FFF}};
+constexpr range combining[] = {{0x0300, 0x036F}, {0x1AB0, 0x1AFF}, {0x20D0, 0x20FF}, {0xFE00, 0xFE0F}};
+constexpr range wide[] = {{0x1100, 0x115F},   {0x2E80, 0xA4CF},   {0xAC00, 0xD7A3},  {0xF900, 0xFAFF},
+                          {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},   {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F},
+                          {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF}, {0x20000, 0x3FFFD}};
+
+template <size_t Count> bool is_in(const range (&ranges)[Count], uint32_t code) {
+    return std::any_of(ranges, ranges + Count,
+                       [&](const range &r) { return code >= r.first && code <= r.last; });
+}
+
+std::string escaped_byte(char byte) {
+    char text[8];
+    snprintf(text, sizeof text, "\\x%02x", static_cast<uint8_t>(byte));
+    return text;
+}
+
+std::string escaped_code(uint32_t code) {
+    char text[16];
+    snprintf(text, sizeof text, "\\u{%04x}", code);
+    return text;
+}
+
+std::string escaped_ascii(char byte) {
+    switch (byte) {
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case '\t':
+        return "\\t";
+    case '\\':
+        return "\\\\";
+    }
+    const bool control = static_cast<uint8_t>(byte) < 0x20 || byte == 0x7F;
+    return control ? escaped_byte(byte) : std::string(1, byte);
+}
+
+int cells_of(uint32_t code) {
+    return is_in(combining, code) ? 0 : is_in(wide, code) ? 2 : 1;
+}
+
+} // namespace
+
+std::string printable(std::string_view text) {
+    std::string result;
+    while (!text.empty()) {
+        const character c = next_character(text);
+        if (!c.valid) {
+            result += escaped_byte(text[0]);
+        } else if (c.bytes == 1) {
+            result += escaped_ascii(text[0]);
+        } else if (is_in(deceptive, c.code)) {
+            result += escaped_code(c.code);
+        } else {
+            result += text.substr(0, c.bytes);
+        }
+        text.remove_prefix(c.bytes);
+    }
+    return result;
+}
+
+int display_width(std::string_view text) {
+    int width = 0;
+    while (!text.empty()) {
+        const character c = next_character(text);
+        width += cells_of(c.code);
+        text.remove_prefix(c.bytes);
+    }
+    return width;
+}
+
+std::string cut_to_width(const std::string &text, int width) {
+    if (display_width(text) <= width) {
+        return text;
+    }
+    std::string_view rest = text;
+    int used = 0;
+    while (!rest.empty()) {
+        const character c = next_character(rest);
+        if (used + cells_of(c.code) > width - 1) {
+            break;
+        }
+        used += cells_of(c.code);
+        rest.remove_prefix(c.bytes);
+    }
+    return text.substr(0, text.size() - rest.size()) + (width > 0 ? "…" : "");
+}

@@ -1,0 +1,43 @@
+"""Fixtures of the system tests: each test gets a fresh gateway in a box of its own.
+
+    gateway      the box, with nothing running
+    running      the box with the daemon up and ready
+    living_lan   the box with the daemon up, two LAN networks, a DHCP server, and all hosts joined
+"""
+
+import pytest
+
+from gateway import Box, daemon
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """Show the end of the daemon's log with a failure."""
+    outcome = yield
+    report = outcome.get_result()
+    box = item.funcargs.get("gateway") if hasattr(item, "funcargs") else None
+    if report.failed and box is not None and call.when == "call":
+        for path in (daemon.LOG, daemon.JOURNAL, daemon.OUTPUT):
+            report.sections.append((path, "\n".join(box.read(path).splitlines()[-40:])))
+
+
+@pytest.fixture
+def gateway():
+    box = Box()
+    yield box
+    box.close()
+
+
+@pytest.fixture
+def running(gateway):
+    gateway.start_daemon()
+    return gateway
+
+
+@pytest.fixture
+def living_lan(gateway):
+    gateway.make_lan()
+    gateway.start_daemon()
+    gateway.start_dhcp_server()
+    gateway.hosts("join")
+    return gateway

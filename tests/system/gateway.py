@@ -1,0 +1,317 @@
+"""A gateway in a box, as the system tests see it from outside: files, commands, the daemon, the LAN's
+hosts."""
+
+import fcntl
+import json
+import os
+import re
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
+SCRIPTS = os.path.join(CHECKOUT, "script")
+sys.path.insert(0, SCRIPTS)
+
+from lab import box, daemon, lan, rootfs  # noqa: E402 (needs the path above)
+
+DELTA = "/var/tmp/udhcpd.delta"
+BIN = daemon.programs(CHECKOUT)
+# Long enough for a loaded machine: a test that passes never waits for it.
+PATIENCE = 20.0
+# Status of a reader that shows what an ended daemon left behind.
+READER_WITHOUT_DAEMON = 3
+
+
+def wait_for(what, test, seconds=PATIENCE):
+    """Call `test` until it gives a true value and return that; fail, naming `what`, after `seconds`."""
+    end = time.monotonic() + seconds
+    while True:
+        value = test()
+        if value:
+            return value
+        assert time.monotonic() < end, f"not within {seconds:g} s: {what}"
+        time.sleep(0.01)
+
+
+def child_of(pid):
+    """Return the only child of a process, as the host numbers it, or None while there is none."""
+    try:
+        with open(f"/proc/{pid}/task/{pid}/children", encoding="ascii") as file:
+            children = file.read().split()
+    except OSError:
+        return None
+    return int(children[0]) if children else None
+
+
+class Box:
+    """A fresh box with nothing running in it, until close()."""
+
+    def __init__(self):
+        self.daemon = None
+        self._directory = tempfile.TemporaryDirectory(prefix="hbs-box-")
+        pid_file = os.path.join(self._directory.name, "pid")
+        # The command lasts as long as its input is open, so that the box ends with this process, whatever
+        # happens.
+        hold = [f"{SCRIPTS}/box", "--no-daemon", "--pid-file", pid_file, "--",
+                "sh", "-c", "echo there; exec cat"]
+        self._holder = subprocess.Popen(hold, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+        assert self._holder.stdout.readline() == b"there\n", "the box does not open"
+        self.pid = int(wait_for("the box's pid", lambda: daemon.text_of(pid_file)))
+        self._enter = ["nsenter", f"--target={self.pid}", "--mount", "--ipc", "--pid", "--net", "--uts"]
+        if os.stat(f"/proc/{self.pid}/ns/user").st_ino != os.stat("/proc/self/ns/user").st_ino:
+            self._enter += ["--user", "--preserve-credentials"]
+        self._environment = dict(os.environ, HBS_BOX="1", HOME="/root", PATH=f"{BIN}:{box.SYSTEM_PATH}")
+
+    def close(self):
+        """End everything in the box."""
+        self._holder.stdin.close()
+        try:
+            self._holder.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            self._holder.kill()
+            self._holder.wait()
+        self._holder.stdout.close()
+        self._directory.cleanup()
+
+    # --- files
+    # -----------------------------------------------------------------------------------------------------
+
+    def path(self, inner):
+        """The path by which this process reaches a file of the box."""
+        return f"/proc/{self.pid}/root{inner}"
+
+    def exists(self, inner):
+        return os.path.lexists(self.path(inner))
+
+    def read(self, inner):
+        """The file's text, "" when it is not there."""
+        return daemon.text_of(self.path(inner))
+
+    def write(self, inner, text):
+        with open(self.path(inner), "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def log(self):
+        return self.read(daemon.LOG)
+
+    def journal(self):
+        return self.read(daemon.JOURNAL)
+
+    def bridge_deletions(self):
+        """The addresses that were taken out of the DOCSIS bridge, in order."""
+        return self.read(rootfs.DELETE_CPE_RECORD).split()
+
+    # --- programs
+    # --------------------------------------------------------------------------------------------------
+
+    def start(self, *command, **how):
+        """Start a command in the box; the result is its process, whose status is the command's."""
+        return subprocess.Popen([*self._enter, "--", *command], env=self._environment, **how)
+
+    def run(self, *command, check=True, timeout=60):
+        """Run a command in the box to its end; return its CompletedProcess with texts."""
+        done = subprocess.run([*self._enter, "--", *command], env=self._environment, capture_output=True,
+                              text=True, check=False, timeout=timeout)
+        if check:
+            assert done.returncode == 0, f"{command} gave {done.returncode}: {done.stdout}{done.stderr}"
+        return done
+
+    def python(self, code, *arguments, check=True):
+        """Run Python statements in the box, with the lab's modules daemon and lan at hand; return what
+        they print."""
+        preamble = f"import sys; sys.path.insert(0, {SCRIPTS!r}); from lab import daemon, lan\n"
+        return self.run("/usr/bin/python3", "-ISB", "-c", preamble + code, *arguments, check=check).stdout
+
+    def hbsctl(self, *arguments, check=True, timeout=60):
+        return self.run(f"{BIN}/hbsctl", *arguments, check=check, timeout=timeout)
+
+    def clients(self, left_behind=False):
+        """All clients of the database by MAC text (None: the zero address), as a reader process sees them.
+
+        Whether they are what an ended daemon left behind is told by the reader's status, and asserted here.
+        """
+        done = self.hbsctl("list", "--json", check=False)
+        said = (done.returncode, "left behind" in done.stderr)
+        assert said == ((READER_WITHOUT_DAEMON, True) if left_behind else (0, False)), done.stderr
+        listed = json.loads(done.stdout)["clients"]
+        by_mac = {client["mac"]: client for client in listed}
+        assert len(by_mac) == len(listed), "a MAC address is listed twice"
+        return by_mac
+
+    # --- what comes in
+    # ---------------------------------------------------------------------------------------------
+
+    def notify(self, text):
+        """Append text to the DHCPv4 notification file as a DHCP server does: under its lock, then closed."""
+        data = text if isinstance(text, bytes) else text.encode()
+        with open(self.path(DELTA), "ab") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            file.write(data)
+
+    def wait_taken(self):
+        """Wait until the daemon has taken away what the notification file held."""
+        wait_for("the notification file is empty", lambda: os.stat(self.path(DELTA)).st_size == 0)
+
+    def datagrams(self, *contents):
+        """Send datagrams to the command socket, one after the other; no reply can come back to this
+        sender."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.settimeout(PATIENCE)
+            for data in contents:
+                sender.sendto(data, self.path(daemon.COMMAND_SOCKET))
+
+    def command(self, data, seconds=10):
+        """Send one datagram from a bound socket in the box and return the reply's number, None when none
+        comes."""
+        printed = self.python("""
+import os, socket, sys
+own = f"/var/tmp/test_sender.{os.getpid()}"
+with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+    sender.bind(own)
+    sender.settimeout(float(sys.argv[2]))
+    sender.sendto(bytes.fromhex(sys.argv[1]), "/var/tmp/clientlist_sock")
+    try:
+        print(int.from_bytes(sender.recv(64), sys.byteorder, signed=True))
+    except TimeoutError:
+        print("none")
+    os.unlink(own)
+""", data.hex(), str(seconds)).strip()
+        return None if printed == "none" else int(printed)
+
+    # --- the daemon
+    # ------------------------------------------------------------------------------------------------
+
+    def configure(self):
+        """Give the gateway its example values."""
+        with open(f"{CHECKOUT}/platform/host/gateway.conf.example", encoding="utf-8") as example:
+            self.write(daemon.CONFIG, example.read())
+
+    def set_value(self, key, value):
+        """Change one value of the gateway's, or drop it (None); the platform's next call sees that."""
+        lines = [line for line in self.read(daemon.CONFIG).splitlines()
+                 if line.partition("#")[0].partition("=")[0].strip() != key]
+        if value is not None:
+            lines.append(f"{key} = {value}")
+        self.write(daemon.CONFIG, "\n".join(lines) + "\n")
+
+    def start_daemon(self):
+        """Start the daemon and wait until it is ready."""
+        if not self.exists(daemon.CONFIG):
+            self.configure()
+        self.daemon = Daemon(self)
+        self.daemon.wait_ready()
+        return self.daemon
+
+    # --- the LAN
+    # ---------------------------------------------------------------------------------------------------
+
+    def make_lan(self):
+        """Make both networks and their hosts; nobody has joined yet."""
+        if not self.exists(daemon.CONFIG):
+            self.configure()
+        self.python("lan.up()")
+
+    def start_dhcp_server(self):
+        self.python("lan.start_dhcp_server()")
+
+    def hosts(self, action, *names):
+        """Have the named hosts (all when none is named) "join", "leave" or "unplug"."""
+        self.run(f"{SCRIPTS}/lab/lan", action, *names)
+
+    def all_hosts_online(self):
+        """All clients when every host is one of them, on line with the name it told the DHCP server; else
+        None."""
+        clients = self.clients()
+        for host in lan.HOSTS:
+            client = clients.get(host.mac)
+            if client is None or not client["online"] or client["host"] != host.name:
+                return None
+        return clients
+
+    def tell_leases_again(self):
+        """Have the DHCP server tell of all its leases, as it does after a restart."""
+        self.python("import os, signal; os.kill(lan.pid_of('dnsmasq'), signal.SIGHUP)")
+
+    def leases(self):
+        """What the DHCP server itself has noted: a dictionary from MAC text to (address, host name)."""
+        return {mac: tuple(lease) for mac, lease in
+                json.loads(self.python("import json; print(json.dumps(lan.leases()))")).items()}
+
+
+class Daemon:
+    """One run of the daemon in a box."""
+
+    def __init__(self, gateway):
+        self.gateway = gateway
+        for stale in (daemon.JOURNAL, daemon.WATCHER_PID_FILE):
+            if gateway.exists(stale):
+                os.unlink(gateway.path(stale))
+        with open(gateway.path(daemon.OUTPUT), "ab") as output:
+            self._process = gateway.start(f"{BIN}/gw_hostbase", stdin=subprocess.DEVNULL, stdout=output,
+                                          stderr=output)
+        self.pid = wait_for("the daemon starts", lambda: child_of(self._process.pid) or not self.alive())
+        assert self.alive(), gateway.read(daemon.OUTPUT)
+
+    @property
+    def inner_pid(self):
+        """The daemon's pid as the box numbers it."""
+        with open(f"/proc/{self.pid}/status", encoding="ascii") as file:
+            return int(re.search(r"^NSpid:.*\s(\d+)$", file.read(), re.MULTILINE).group(1))
+
+    def wait_ready(self):
+        self.gateway.python("daemon.wait_ready(int(sys.argv[1]))", str(self.inner_pid))
+
+    def alive(self):
+        return self._process.poll() is None
+
+    def signal(self, number):
+        os.kill(self.pid, number)
+
+    def pause(self):
+        """Stop the daemon where it is."""
+        self.signal(signal.SIGSTOP)
+
+    def resume(self):
+        # The program that entered the box stops together with its child, and has to be able to wait for it.
+        self.signal(signal.SIGCONT)
+        self._process.send_signal(signal.SIGCONT)
+
+    def wait(self, seconds=PATIENCE):
+        """Wait for the daemon's end; return its exit status, negative for a signal."""
+        return self._process.wait(seconds)
+
+    def kill(self):
+        self.signal(signal.SIGKILL)
+        return self.wait()
+
+
+def lease_line(mac, address, seconds=3600, host="", interface="l2sd0.2", dynamic=1, identity=()):
+    """The notification of a granted lease, as the DHCP server writes it, with its line end."""
+    words = ["ADD", mac, address, str(seconds), host.encode().hex() or "0", interface.encode().hex() or "0",
+             str(dynamic), "0", "null", *identity]
+    return " ".join(words) + "\n"
+
+
+def release_line(mac, address, seconds=1, dynamic=1):
+    """The notification of a released lease."""
+    return f"DEL {mac} {address} {seconds} 0 0 {dynamic} 0\n"
+
+
+def lease_datagram(mac, address, seconds=3600, host=b"", dynamic=1):
+    """The command socket's DHCPv4 lease event (code 105), network and adapter left to the daemon."""
+    data = bytearray(616)
+    data[0] = 105
+    data[1:7] = bytes.fromhex(mac.replace(":", ""))
+    data[8:12] = socket.inet_aton(address)
+    data[12:16] = dynamic.to_bytes(4, sys.byteorder)
+    data[16:20] = seconds.to_bytes(4, sys.byteorder)
+    data[20:20 + len(host)] = host
+    data[608:616] = b"\xff" * 8
+    return bytes(data)
+
+
+DUMP = bytes([14])

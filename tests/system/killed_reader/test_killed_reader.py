@@ -1,0 +1,74 @@
+"""Readers that are killed while they read, with the database's semaphore in their hands or about to take
+it."""
+
+import random
+import signal
+import subprocess
+import time
+
+from gateway import BIN, DUMP, lease_line, wait_for
+
+TAKEN_OVER = "HOSTBASE: database semaphore not released within 3000 ms, taken over"
+
+HOLDER = """
+import ctypes, os
+libc = ctypes.CDLL(None, use_errno=True)
+libc.sem_open.restype = ctypes.c_void_p
+semaphore = libc.sem_open(b"/QUARN_SEM_HOSTBASE", 0)
+assert semaphore
+while libc.sem_wait(ctypes.c_void_p(semaphore)) != 0:
+    pass
+print("holding", flush=True)
+os.read(0, 1)
+"""
+
+
+def kill_a_holder(gateway):
+    """Have a process take the semaphore and kill it there, so that it is never given back."""
+    holder = gateway.start("/usr/bin/python3", "-ISc", HOLDER, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    assert holder.stdout.readline() == b"holding\n"
+    gateway.run("pkill", "-KILL", "-f", "QUARN_SEM_HOSTBASE")
+    assert holder.wait(10) == -signal.SIGKILL
+    holder.stdout.close()
+    holder.stdin.close()
+
+
+def test_other_readers_say_so_in_time_and_fail(running):
+    kill_a_holder(running)
+    start = time.monotonic()
+    done = running.hbsctl("list", check=False, timeout=30)
+    assert time.monotonic() - start < 10
+    assert done.returncode > 0
+    assert done.stderr != ""
+
+
+def test_daemon_takes_the_database_back(running):
+    kill_a_holder(running)
+    running.notify(lease_line("02:bb:00:00:00:06", "192.168.0.51"))
+    wait_for("the daemon gives the holder up", lambda: TAKEN_OVER in running.log())
+    wait_for("the client is there", lambda: "02:bb:00:00:00:06" in running.clients())
+    # From here on nobody waits: what the lost holder took is back, once.
+    running.notify(lease_line("02:bb:00:00:00:10", "192.168.0.52"))
+    wait_for("the next client is there", lambda: "02:bb:00:00:00:10" in running.clients())
+    assert running.log().count(TAKEN_OVER) == 1
+
+
+def test_restart_of_the_daemon_opens_the_database_again(running):
+    kill_a_holder(running)
+    running.daemon.kill()
+    running.start_daemon()
+    assert running.clients() == {}
+    assert TAKEN_OVER not in running.log()
+
+
+def test_readers_killed_at_any_moment_leave_a_living_database(running):
+    moments = random.Random(20)
+    for number in range(40):
+        running.notify(lease_line(f"02:bb:00:00:02:{number:02x}", f"192.168.0.{number + 20}"))
+        reader = running.start(f"{BIN}/hbsctl", "list", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        time.sleep(moments.uniform(0.0, 0.02))
+        running.run("pkill", "-KILL", "-x", "hbsctl", check=False)
+        reader.wait(10)
+    assert running.daemon.alive()
+    assert running.command(DUMP) is not None
+    wait_for("all clients are there", lambda: len(running.clients()) == 40)

@@ -1,0 +1,215 @@
+// Every handler that a row of the command table may call, replaced by one that traces its arguments and
+// returns what the test wants. For one source file per test program.
+#pragma once
+
+#include <cstring>
+#include <map>
+
+#include <hbs_msg.h>
+
+#include "base/text.h"
+#include "events/dhcp_server.h"
+#include "events/dhcpv4_lease.h"
+#include "events/dhcpv6.h"
+#include "events/management.h"
+#include "events/tr69_events.h"
+#include "events/wifi.h"
+#include "files/client_file.h"
+#include "files/rule_files.h"
+#include "gateway/lease_files.h"
+#include "store/clients.h"
+#include "store/dump.h"
+#include "store/rule_index.h"
+#include "trace.h"
+
+namespace fake {
+
+inline int result = 0;                  // of every handler that has a number as result
+inline hbs_client client{};             // the one client there is ...
+inline bool client_exists = true;       // ... if there is one
+inline const uint8_t *buffer = nullptr; // the datagram that TR-069 events 1 and 2 must be given
+
+inline void reset() {
+    result = 0;
+    client = {};
+    client_exists = true;
+    buffer = nullptr;
+    (void)trace::take();
+}
+
+inline hbs_client *found() {
+    return client_exists ? &client : nullptr;
+}
+inline std::string mac(const uint8_t *bytes) {
+    return bytes == nullptr ? "none" : hbs_mac_to_text(bytes).text;
+}
+inline std::string ipv4(const uint8_t *bytes) {
+    return hbs_ipv4_to_text(bytes).text;
+}
+inline std::string ipv6(const uint8_t *bytes) {
+    return hbs_ipv6_to_text(bytes).text;
+}
+inline std::string address(int family, const uint8_t *bytes) {
+    return family == 2 ? ipv4(bytes) : ipv6(bytes);
+}
+
+inline std::string filter(const hbs_filter_request *r) {
+    return trace::format("%d %s %x %u %u %u %u %u '%s' '%s' '%s' '%s' %u", r->type, mac(r->mac).c_str(),
+                         r->value[0], r->value[1], r->value[2], r->value[3], r->value[4], r->value[5],
+                         r->comment, r->description, r->keyword_list, r->domain_list, r->filter_word);
+}
+
+inline int called(const std::string &text) {
+    trace::add(text);
+    return result;
+}
+
+inline hbs_client *client_of(const std::string &text) {
+    trace::add(text);
+    return found();
+}
+
+} // namespace fake
+
+inline std::string operator+(const std::string &text, long long number) {
+    return text + std::to_string(number);
+}
+
+hbs_client *hbs_find_by_mac(const uint8_t *mac) {
+    return fake::client_of("find " + fake::mac(mac));
+}
+hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4) {
+    return fake::client_of("find " + fake::ipv4(ipv4));
+}
+hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6) {
+    return fake::client_of("find " + fake::ipv6(ipv6));
+}
+
+void hbs_handle_dhcp_server(uint32_t group, uint32_t start) {
+    trace::add(trace::format("dhcp server %u %u", group, start));
+}
+
+hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *l) {
+    return fake::client_of(trace::format("dhcpv4 lease %s %s %d %u '%s' '%s' '%s' '%s' '%s' '%s' %d %d",
+                                         fake::mac(l->mac).c_str(), fake::ipv4(l->ipv4).c_str(), l->dynamic,
+                                         l->seconds, l->host, l->ifname, l->oui, l->serial_number,
+                                         l->product_class, l->lease_file, l->nwidx, l->adapter_type));
+}
+
+hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4], int32_t a, int32_t b) {
+    return fake::client_of(
+        trace::format("dhcpv4 release %s %s %d %d", fake::mac(mac).c_str(), fake::ipv4(ipv4).c_str(), a, b));
+}
+
+hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx,
+                                   int32_t adapter_type, hbs_dhcpv4_identity *identity) {
+    memset(identity, 'x', sizeof(*identity));
+    return fake::client_of(trace::format("dhcpv4 info %s %s %d %d", fake::mac(mac).c_str(),
+                                         fake::ipv4(ipv4).c_str(), nwidx, adapter_type));
+}
+
+hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l) {
+    return fake::client_of(trace::format("dhcpv6 lease %s %s %u '%s' '%s' '%s' '%s' '%s'",
+                                         fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(), l->lease_end,
+                                         l->host, l->oui, l->serial_number, l->product_class, l->lease_file));
+}
+
+hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]) {
+    return fake::client_of("dhcpv6 release " + fake::mac(mac) + " " + fake::ipv6(ipv6));
+}
+
+hbs_client *hbs_handle_wifi_association(const uint8_t mac[6], uint32_t ssid) {
+    return fake::client_of("wifi association " + fake::mac(mac) + " " + ssid);
+}
+
+hbs_client *hbs_handle_wifi_disassociation(const uint8_t mac[6]) {
+    return fake::client_of("wifi disassociation " + fake::mac(mac));
+}
+
+void hbs_refresh_wifi_assoc_info(const uint8_t mac[6]) {
+    trace::add("wifi info " + fake::mac(mac));
+}
+void hbs_recheck_hotspot() {
+    trace::add("recheck hotspot");
+}
+
+int hbs_api_trust_by_mac(int kind, bool enable, const uint8_t mac[6], const char *comment) {
+    return fake::called(trace::format("trust %d %d %s '%s'", kind, enable, fake::mac(mac).c_str(), comment));
+}
+int hbs_api_trust_by_ipv4(int kind, bool enable, const uint8_t ipv4[4], const char *comment) {
+    return fake::called(
+        trace::format("trust %d %d %s '%s'", kind, enable, fake::ipv4(ipv4).c_str(), comment));
+}
+int hbs_api_trust_by_ipv6(int kind, bool enable, const uint8_t ipv6[16], const char *comment) {
+    return fake::called(
+        trace::format("trust %d %d %s '%s'", kind, enable, fake::ipv6(ipv6).c_str(), comment));
+}
+
+int hbs_api_set_static_lease(const hbs_static_lease_request *r) {
+    return fake::called(trace::format("set static lease %d %s %s '%s' '%s'", r->nwidx,
+                                      fake::address(r->family, r->address).c_str(), fake::mac(r->mac).c_str(),
+                                      r->comment, r->host));
+}
+int hbs_api_clr_static_lease(int family, const uint8_t *address) {
+    return fake::called("clr static lease " + fake::address(family, address));
+}
+int hbs_api_set_internal_lease(int family, const uint8_t *address, const uint8_t mac[6]) {
+    return fake::called("set internal lease " + fake::address(family, address) + " " + fake::mac(mac));
+}
+int hbs_api_set_comment_host(hbs_client *client, const char *comment, const char *host) {
+    return fake::called(trace::format("comment host %d '%s' '%s'", client == &fake::client, comment, host));
+}
+int hbs_api_set_mac_filter(const hbs_filter_request *request) {
+    const int result = fake::called("set filter " + fake::filter(request));
+    return result == 0 ? 0 : result + 1000; // so that the reply of code 13 shows whose result it is
+}
+int hbs_api_clr_mac_filter(const hbs_filter_request *request) {
+    return fake::called("clr filter " + fake::filter(request));
+}
+int hbs_set_route_mode(uint8_t mode) {
+    return fake::called(std::string("route mode ") + mode);
+}
+
+int hbs_nv_reset() {
+    return fake::called("reset");
+}
+void hbs_db_dump() {
+    trace::add("dump");
+}
+
+int hbs_lease_subnet4_changed(uint32_t rndidx, uint32_t old_address, uint32_t new_address,
+                              uint32_t prefix_length) {
+    return fake::called(
+        trace::format("subnet %u %08x %08x %u", rndidx, old_address, new_address, prefix_length));
+}
+
+int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule,
+                              bool *rules_left) {
+    *rules_left = false;
+    return fake::called(trace::format("clear rules %s %s %x %u %u", path, fake::mac(mac).c_str(),
+                                      rule->value[0], rule->value[1], rule->value[2]));
+}
+int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule) {
+    const uint32_t *v = rule->value;
+    return fake::called(trace::format("update rules %s %s %x %u %u %u %u %u", path, fake::mac(mac).c_str(),
+                                      v[0], v[1], v[2], v[3], v[4], v[5]));
+}
+void hbs_file_remove_rule_idx(uint8_t type, const uint8_t mac[6], uint32_t p1, uint32_t p2, uint32_t p3) {
+    trace::add(trace::format("remove rule index %d %s %x %u %u", type, fake::mac(mac).c_str(), p1, p2, p3));
+}
+void hbs_file_update_rule_tr69_tod(uint8_t type, const uint8_t mac[6], const uint32_t p[7],
+                                   uint32_t instance) {
+    trace::add(trace::format("update rule index %d %s %x %u %u %u %u %u %u at %u", type,
+                             fake::mac(mac).c_str(), p[0], p[1], p[2], p[3], p[4], p[5], p[6], instance));
+}
+
+int hbs_send_tr69_event(int code, const void *record) {
+    std::string what = "none";
+    if (record != nullptr && record == fake::buffer) {
+        what = "buffer";
+    } else if (record != nullptr) {
+        what = "client " + fake::mac(static_cast<const hbs_client *>(record)->mac);
+    }
+    trace::add(std::string("tr69 ") + code + " " + what);
+    return record == nullptr ? -1 : 0;
+}

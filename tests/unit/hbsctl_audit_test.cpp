@@ -1,0 +1,148 @@
+// The comparison of the clients with the kernel and the DHCP servers.
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tools/audit_sources.h"
+#include "tools/words.h"
+
+namespace {
+
+using texts = std::vector<std::string>;
+
+const std::string file = "/var/lib/misc/landhcps00.192.168.0.1.leases";
+
+hbs_client client_of(const char *mac, const char *ipv4, uint32_t flags) {
+    hbs_client client = {};
+    memcpy(client.mac, parse_mac(mac)->data(), 6);
+    if (*ipv4 != '\0') {
+        memcpy(client.ipv4, parse_ip(ipv4)->ipv4.data(), 4);
+    }
+    client.flags = flags;
+    return client;
+}
+
+texts sentences(const std::vector<hbs_client> &clients, const std::vector<sighting> &sightings) {
+    texts found;
+    for (const difference &one : compare(clients, sightings)) {
+        found.push_back(one.known_to + ": " + one.text);
+    }
+    return found;
+}
+
+const sighting neighbour = {sighting::neighbour, "02:aa:00:00:00:11", "192.168.0.11", "l2sd0.2"};
+const sighting lease = {sighting::dynamic_lease, "02:aa:00:00:00:11", "192.168.0.11", file};
+
+TEST(Audit, WhereBothSidesAgree_FindsNothing) {
+    const hbs_client client =
+        client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_REACH | HBS_FLAG_DYNIP4 | HBS_FLAG_ONLINE);
+    EXPECT_EQ(sentences({client}, {neighbour, lease}), texts{});
+}
+
+TEST(Audit, ANeighbourThatIsNoClient) {
+    EXPECT_EQ(
+        sentences({}, {neighbour}),
+        (texts{"kernel: the kernel has the neighbour 192.168.0.11 at 02:aa:00:00:00:11 on l2sd0.2, which is "
+               "no client"}));
+}
+
+TEST(Audit, ANeighbourWhoseClientHoldsAnotherAddress) {
+    EXPECT_EQ(
+        sentences({client_of("02:aa:00:00:00:11", "192.168.0.99", 0)}, {neighbour}),
+        (texts{"kernel: the kernel has the neighbour 192.168.0.11 at 02:aa:00:00:00:11 on l2sd0.2, but the "
+               "client's record holds 192.168.0.99"}));
+    EXPECT_EQ(
+        sentences({client_of("02:aa:00:00:00:11", "", 0)}, {neighbour}),
+        (texts{"kernel: the kernel has the neighbour 192.168.0.11 at 02:aa:00:00:00:11 on l2sd0.2, but the "
+               "client's record holds no address"}));
+}
+
+TEST(Audit, AnAddressThatAnotherClientHoldsIsADifference) {
+    EXPECT_EQ(sentences({client_of("02:aa:00:00:00:22", "192.168.0.11", 0)}, {neighbour}).size(), 1u);
+}
+
+TEST(Audit, ALeaseThatIsNoClient) {
+    EXPECT_EQ(
+        sentences({}, {lease}),
+        (texts{"leases: " + file + " has a lease of 192.168.0.11 at 02:aa:00:00:00:11, which is no client"}));
+}
+
+TEST(Audit, AReachableClientThatIsNoNeighbour) {
+    EXPECT_EQ(
+        sentences({client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_REACH)}, {}),
+        (texts{
+            "clients: the client 02:aa:00:00:00:11 is reachable (192.168.0.11), but the kernel has no such "
+            "neighbour"}));
+}
+
+TEST(Audit, AClientWhoseLeaseNobodyHolds) {
+    EXPECT_EQ(
+        sentences({client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_DYNIP4)}, {}),
+        (texts{"clients: the client 02:aa:00:00:00:11 has a dynamic lease of 192.168.0.11, but no lease file "
+               "holds it"}));
+    sighting fixed = lease;
+    EXPECT_EQ(sentences({client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_STIP4)}, {fixed}).size(), 1u)
+        << "a dynamic lease is no static one";
+    fixed.what = sighting::static_lease;
+    EXPECT_EQ(sentences({client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_STIP4)}, {fixed}), texts{});
+}
+
+TEST(Audit, AnIpv6LeaseCarriesNoMac) {
+    hbs_client client = client_of("02:aa:00:00:00:11", "", HBS_FLAG_DYNIP6);
+    memcpy(client.ipv6, parse_ip("fd00:2::1975")->ipv6.data(), 16);
+    const sighting ipv6 = {sighting::ipv6_lease, "", "fd00:2::1975", "db"};
+    EXPECT_EQ(sentences({client}, {ipv6}), texts{});
+    EXPECT_EQ(sentences({}, {ipv6}), (texts{"leases: db has a lease of fd00:2::1975, which is no client"}));
+    EXPECT_EQ(sentences({client}, {}).size(), 1u);
+}
+
+TEST(Neighbours, AreThoseOfTheLanThatAreThere) {
+    const auto found = parse_neighbours(
+        R"([{"dst":"192.168.0.11","dev":"l2sd0.2","lladdr":"02:AA:00:00:00:11","state":["REACHABLE"]},
+            {"dst":"fe80::11","dev":"l2sd0.2","lladdr":"02:aa:00:00:00:11","state":["STALE"]},
+            {"dst":"192.168.0.12","dev":"l2sd0.2","state":["FAILED"]},
+            {"dst":"192.168.0.13","dev":"l2sd0.2","lladdr":"02:aa:00:00:00:13","state":["FAILED"]},
+            {"dst":"ff02::1","dev":"l2sd0.2","lladdr":"33:33:00:00:00:01","state":["PERMANENT"]},
+            {"dst":"224.0.0.1","dev":"l2sd0.2","lladdr":"01:00:5e:00:00:01","state":["PERMANENT"]},
+            {"dst":"10.0.0.1","dev":"wan0","lladdr":"02:bb:00:00:00:01","state":["REACHABLE"]},
+            {"dst":"10.0.0.2","dev":"erouter0","lladdr":"02:bb:00:00:00:02","state":["REACHABLE"]},
+            {"dst":7,"dev":"l2sd0.2","lladdr":"02:bb:00:00:00:02","state":["REACHABLE"]}, 4, {}])");
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].mac, "02:aa:00:00:00:11");
+    EXPECT_EQ(found[0].address, "192.168.0.11");
+    EXPECT_EQ(found[0].place, "l2sd0.2");
+    EXPECT_EQ(found[1].address, "fe80::11");
+}
+
+TEST(Neighbours, NonsenseHoldsNone) {
+    for (const char *text : {"", "{", "{}", "null", "[[]]"}) {
+        EXPECT_TRUE(parse_neighbours(text).empty()) << text;
+    }
+}
+
+TEST(Leases, AreReadLineByLineAndGarbageIsSkipped) {
+    const auto found = parse_leases("02:aa:00:00:00:11 192.168.0.11 3600 laptop 1 a b c\n"
+                                    "garbage\n\n02:aa:00:00:00:12\n00:00:00:00:00:00 192.168.0.1\n"
+                                    "02:aa:00:00:00:13 0.0.0.0\n02:AA:00:00:00:14 192.168.0.14 3",
+                                    sighting::static_lease, "f");
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(found[0].address, "192.168.0.11");
+    EXPECT_EQ(found[1].mac, "02:aa:00:00:00:14");
+    EXPECT_EQ(found[1].what, sighting::static_lease);
+    EXPECT_EQ(found[1].place, "f");
+}
+
+TEST(Ipv6Leases, AreTheAddressElements) {
+    const auto found = parse_ipv6_leases(
+        "<AddrMgr>\n  <AddrAddr timestamp=\"1\" pref=\"8\" valid=\"12\" "
+        "prefix=\"128\">fd00:2::1975</AddrAddr>\n"
+        "<AddrAddr "
+        "timestamp=\"1\"\n<AddrAddr>nonsense</AddrAddr><AddrAddr>192.168.0.1</AddrAddr><AddrAddr>fd00::2",
+        "db");
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].address, "fd00:2::1975");
+    EXPECT_EQ(found[0].mac, "");
+}
+
+} // namespace

@@ -1,0 +1,278 @@
+// Whole command lines: what is sent, what is printed, and the exit status.
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <vector>
+
+#include "hbsctl_daemon.h"
+#include "query_segment.h"
+#include "tools/command_client.h"
+
+namespace {
+
+using words = std::vector<std::string>;
+
+const std::string nobody = "/var/tmp/nobody-here.sock";
+const std::string mac = "02:aa:00:00:00:11";
+
+auto always(int32_t value) {
+    return [value](const datagram &) { return answer_bytes(value); };
+}
+
+words traces_left() {
+    words found;
+    for (const char *place : {"/tmp", "/var/tmp"}) {
+        for (const auto &entry : std::filesystem::directory_iterator(place)) {
+            if (entry.path().filename().string().starts_with("hbsctl-")) {
+                found.push_back(entry.path());
+            }
+        }
+    }
+    return found;
+}
+
+// --- commands and events -------------------------------------------------------------------------------
+
+struct line_and_code {
+    const char *name;
+    words line;
+    uint8_t code;
+    size_t size;
+};
+
+const line_and_code commands[] = {
+    {"ModeBridge", {"mode", "bridge"}, 1, 2},
+    {"ModeRouted", {"mode", "routed"}, 1, 2},
+    {"StaticLeaseSet", {"static-lease", "set", mac, "192.168.0.11", "--comment", "c", "--host", "h"}, 2, 354},
+    {"StaticLeaseSetV6", {"static-lease", "set", mac, "fd00::1", "--network", "8"}, 2, 354},
+    {"StaticLeaseClear", {"static-lease", "clear", "192.168.0.11"}, 3, 28},
+    {"InternalLeaseSet", {"internal-lease", "set", mac, "192.168.0.11"}, 4, 30},
+    {"TrustSetMac", {"trust", "set", "site", mac, "--comment", "c"}, 5, 288},
+    {"TrustSetV4", {"trust", "set", "service", "192.168.0.11"}, 5, 288},
+    {"TrustClearV6", {"trust", "clear", "site", "fd00::1"}, 6, 288},
+    {"MacFilterSet", {"mac-filter", "set", "black", mac, "--rule", "7f,1,2", "--filter-word", "3"}, 7, 1068},
+    {"MacFilterClear", {"mac-filter", "clear", "white", mac, "--rule", "7f,1,2,3,4,5"}, 8, 1068},
+    {"MacFilterModify", {"mac-filter", "modify", "white", mac, "02:bb:00:00:00:22"}, 13, 1068},
+    {"ResetDefaults", {"reset-defaults", "--yes"}, 9, 1},
+    {"Dump", {"dump"}, 14, 1},
+    {"Subnet", {"event", "subnet", "1", "192.168.0.1", "10.0.0.1", "--prefix", "16"}, 102, 20},
+};
+
+const line_and_code events[] = {
+    {"Server", {"event", "server", "1", "started"}, 101, 12},
+    {"WifiAssoc", {"event", "wifi-assoc", mac, "3"}, 103, 28},
+    {"WifiDisassoc", {"event", "wifi-disassoc", mac, "3"}, 104, 28},
+    {"Dhcpv4Lease",
+     {"event", "dhcpv4-lease", mac, "192.168.0.11", "--host", "h", "--adapter", "wifi"},
+     105,
+     616},
+    {"Dhcpv6Lease", {"event", "dhcpv6-lease", "fe80::1", "fd00::1", "--seconds", "60"}, 106, 433},
+    {"Dhcpv4Info", {"event", "dhcpv4-info", mac, "192.168.0.11"}, 107, 616},
+    {"Dhcpv6Release", {"event", "dhcpv6-release", "fe80::1", "fd00::1"}, 108, 33},
+    {"Dhcpv4Release", {"event", "dhcpv4-release", mac, "192.168.0.11", "--static"}, 109, 20},
+    {"WifiInfo", {"event", "wifi-info", mac}, 110, 10},
+    {"XwifiChanged", {"event", "xwifi-changed"}, 112, 1},
+};
+
+std::string name_of(const testing::TestParamInfo<line_and_code> &info) {
+    return info.param.name;
+}
+
+class Command : public testing::TestWithParam<line_and_code> {};
+
+TEST_P(Command, IsSentAndItsAnswerIsPrinted) {
+    fake_daemon daemon(always(0));
+    const ctl_result result = ctl(GetParam().line, daemon.path);
+    daemon.stop();
+    EXPECT_EQ(result.status, exit_ok) << result.err;
+    EXPECT_FALSE(result.out.empty());
+    EXPECT_EQ(result.err, "");
+    ASSERT_EQ(daemon.received.size(), 1u);
+    EXPECT_EQ(daemon.received[0].size(), GetParam().size);
+    EXPECT_EQ(daemon.received[0][0], GetParam().code);
+    EXPECT_EQ(traces_left(), words{});
+}
+
+TEST_P(Command, AsJsonTellsTheAnswer) {
+    fake_daemon daemon(always(0));
+    words line = GetParam().line;
+    line.push_back("--json");
+    const auto parsed = nlohmann::json::parse(ctl(line, daemon.path).out);
+    EXPECT_EQ(parsed["code"], GetParam().code);
+    EXPECT_EQ(parsed["answer"], 0);
+    EXPECT_EQ(parsed["accepted"], true);
+    EXPECT_TRUE(parsed["text"].is_string());
+}
+
+TEST_P(Command, ThatIsRefusedEndsWithOne) {
+    fake_daemon daemon(always(-1));
+    const ctl_result result = ctl(GetParam().line, daemon.path);
+    const bool is_dump = GetParam().code == HBS_CMD_DUMP; // its answer means nothing
+    EXPECT_EQ(result.status, is_dump ? exit_ok : exit_negative);
+    EXPECT_EQ(result.err.empty(), is_dump);
+}
+
+TEST_P(Command, WithoutADaemonEndsWithThree) {
+    const ctl_result result = ctl(GetParam().line, nobody);
+    EXPECT_EQ(result.status, exit_not_there);
+    EXPECT_EQ(result.err, "hbsctl: gw_hostbase is not running: nobody receives on " + nobody + "\n");
+    EXPECT_EQ(traces_left(), words{});
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Command, testing::ValuesIn(commands), name_of);
+
+class Event : public testing::TestWithParam<line_and_code> {};
+
+TEST_P(Event, IsSentWithoutWaitingForAnAnswer) {
+    fake_daemon daemon([](const datagram &) { return std::nullopt; });
+    const ctl_result result = ctl(GetParam().line, daemon.path);
+    daemon.stop();
+    EXPECT_EQ(result.status, exit_ok) << result.err;
+    ASSERT_EQ(daemon.received.size(), 1u);
+    EXPECT_EQ(daemon.received[0].size(), GetParam().size);
+    EXPECT_EQ(daemon.received[0][0], GetParam().code);
+    EXPECT_EQ(result.out, GetParam().line[1] + ": sent\n");
+}
+
+TEST_P(Event, WithoutADaemonEndsWithThree) {
+    EXPECT_EQ(ctl(GetParam().line, nobody).status, exit_not_there);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Event, testing::ValuesIn(events), name_of);
+
+TEST(CommandArguments, ReachTheDatagram) {
+    fake_daemon daemon(always(0));
+    (void)ctl({"trust", "set", "service", "2:AA:0:0:0:11", "--comment", "front door"}, daemon.path);
+    (void)ctl({"event", "dhcpv4-lease", mac, "192.168.0.11", "--static", "--seconds", "77"}, daemon.path);
+    (void)ctl({"event", "server", "2", "stopped"}, daemon.path);
+    daemon.stop();
+    ASSERT_EQ(daemon.received.size(), 3u);
+    EXPECT_EQ(daemon.received[0],
+              request_trust(HBS_CMD_SET_TRUSTED, 2, {HBS_SELECT_MAC, *parse_mac(mac), {}}, "front door"));
+    dhcpv4_lease lease;
+    lease.mac = *parse_mac(mac);
+    lease.ipv4 = parse_ip("192.168.0.11")->ipv4;
+    lease.dynamic = false;
+    lease.seconds = 77;
+    EXPECT_EQ(daemon.received[1], event_dhcpv4_lease(lease));
+    EXPECT_EQ(daemon.received[2], event_server(2, false));
+}
+
+// --- command lines that make no sense ---------------------------------------------------------------------
+
+TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
+    fake_daemon daemon(always(0));
+    const std::vector<words> lines = {{},
+                                      {"frobnicate"},
+                                      {"mode", "sideways"},
+                                      {"trust", "set", "site"},
+                                      {"trust", "set", "site", "not-a-mac"},
+                                      {"static-lease", "set", mac, "192.168.0"},
+                                      {"event", "dhcpv4-lease", mac, "fd00::1"},
+                                      {"event", "dhcpv6-lease", "192.168.0.1", "fd00::1"},
+                                      {"event"},
+                                      {"mac-filter", "set", "grey", mac},
+                                      {"mac-filter", "set", "white", mac, "--rule", "1,2"},
+                                      {"comment"},
+                                      {"watch", "--interval", "0"},
+                                      {"trust", "set", "site", mac, "--comment", std::string(256, 'x')},
+                                      {"dump", "--timeout", "-1"}};
+    for (const words &line : lines) {
+        EXPECT_EQ(ctl(line, daemon.path).status, exit_usage) << testing::PrintToString(line);
+    }
+    daemon.stop();
+    EXPECT_TRUE(daemon.received.empty());
+}
+
+TEST(Usage, HelpIsNoFailure) {
+    const ctl_result result = ctl({"--help"}, nobody);
+    EXPECT_EQ(result.status, exit_ok);
+    EXPECT_NE(result.out.find("Examples:"), std::string::npos);
+    EXPECT_EQ(ctl({"event", "dhcpv4-lease", "--help"}, nobody).out.find("Examples:"), std::string::npos);
+}
+
+// --- the answer
+// ---------------------------------------------------------------------------------------------
+
+TEST(Answer, ThatDoesNotComeEndsWithFour) {
+    fake_daemon daemon([](const datagram &) { return std::nullopt; });
+    const auto start = std::chrono::steady_clock::now();
+    const ctl_result result = ctl({"dump", "--timeout", "0.2"}, daemon.path);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_EQ(result.status, exit_no_answer);
+    EXPECT_EQ(result.err, "hbsctl: gw_hostbase did not answer in time\n");
+    EXPECT_EQ(traces_left(), words{});
+}
+
+TEST(Answer, OfTheWrongSizeIsAFailure) {
+    fake_daemon daemon([](const datagram &) { return std::vector<uint8_t>{0, 0}; });
+    EXPECT_EQ(ctl({"dump"}, daemon.path).status, exit_failed);
+}
+
+TEST(Answer, ArrivesOnASocketThatOnlyThisUserCanReach) {
+    std::string sender;
+    struct stat directory = {}, socket_file = {};
+    fake_daemon *server = nullptr;
+    fake_daemon daemon([&](const datagram &) {
+        sender = server->last_sender;
+        (void)stat(sender.c_str(), &socket_file);
+        (void)stat(std::filesystem::path(sender).parent_path().c_str(), &directory);
+        return answer_bytes(0);
+    });
+    server = &daemon;
+    ASSERT_EQ(ctl({"dump"}, daemon.path).status, exit_ok);
+    EXPECT_TRUE(sender.starts_with("/tmp/") || sender.starts_with("/var/tmp/")) << sender;
+    EXPECT_EQ(directory.st_mode & 07777, 0700u);
+    EXPECT_EQ(socket_file.st_mode & 07777, 0600u);
+    EXPECT_FALSE(std::filesystem::exists(sender));
+}
+
+TEST(Answer, AnInterruptedWaitLeavesNothingBehind) {
+    fake_daemon daemon([](const datagram &) { return std::nullopt; });
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)send_command(request_plain(HBS_CMD_DUMP), daemon.path, 30);
+        _exit(0);
+    }
+    for (int i = 0; i < 500 && traces_left().empty(); i++) {
+        usleep(2000);
+    }
+    usleep(20000);
+    kill(child, SIGTERM);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_EQ(traces_left(), words{});
+}
+
+// --- asking first
+// ----------------------------------------------------------------------------------------------
+
+TEST(ResetDefaults, IsSentOnlyWhenConfirmed) {
+    fake_daemon daemon(always(0));
+    for (const char *input : {"", "\n", "no\n", "y\n", "YES\n"}) {
+        const ctl_result result = ctl({"reset-defaults"}, daemon.path, input);
+        EXPECT_EQ(result.status, exit_negative) << input;
+        EXPECT_NE(result.err.find("nothing was changed"), std::string::npos);
+    }
+    EXPECT_EQ(ctl({"reset-defaults"}, daemon.path, "yes\n").status, exit_ok);
+    daemon.stop();
+    EXPECT_EQ(daemon.received.size(), 1u);
+}
+
+TEST(Daemon, IsThereWhenSomebodyReceives) {
+    EXPECT_FALSE(daemon_is_there(nobody));
+    fake_daemon daemon(always(0));
+    EXPECT_TRUE(daemon_is_there(daemon.path));
+    daemon.stop();
+    EXPECT_FALSE(daemon_is_there(daemon.path));
+}
+
+} // namespace

@@ -1,0 +1,95 @@
+// A stand-in for the daemon's command socket, and a run of hbsctl inside the test.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <optional>
+#include <poll.h>
+#include <sstream>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "tools/command_tree.h"
+
+// Receives datagrams on a path of its own and answers each with what `answer` gives; none: no answer.
+class fake_daemon {
+  public:
+    std::string path = "/var/tmp/fake-daemon.sock";
+    std::vector<datagram> received; // read only when it is stopped, or after an answer
+    std::string last_sender;        // path of the last sender's socket
+
+    explicit fake_daemon(std::function<std::optional<std::vector<uint8_t>>(const datagram &)> answer)
+        : answer_(answer) {
+        fd_ = socket(AF_UNIX, SOCK_DGRAM, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        unlink(path.c_str());
+        EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~fake_daemon() { stop(); }
+
+    void stop() {
+        if (thread_.joinable()) {
+            stop_ = true;
+            thread_.join();
+            close(fd_);
+            unlink(path.c_str());
+        }
+    }
+
+  private:
+    void serve() {
+        pollfd wait = {fd_, POLLIN, 0};
+        while (poll(&wait, 1, 10) > 0 || !stop_) {
+            if ((wait.revents & POLLIN) == 0) {
+                continue;
+            }
+            datagram message(2048);
+            sockaddr_un from = {};
+            socklen_t length = sizeof from;
+            const ssize_t size = recvfrom(fd_, message.data(), message.size(), 0,
+                                          reinterpret_cast<sockaddr *>(&from), &length);
+            message.resize(static_cast<size_t>(size));
+            last_sender = length > sizeof(sa_family_t) ? from.sun_path : "";
+            received.push_back(message);
+            if (const auto reply = answer_(message)) {
+                sendto(fd_, reply->data(), reply->size(), 0, reinterpret_cast<sockaddr *>(&from), length);
+            }
+            wait.revents = 0;
+        }
+    }
+
+    std::function<std::optional<std::vector<uint8_t>>(const datagram &)> answer_;
+    int fd_ = -1;
+    std::atomic<bool> stop_ = false;
+    std::thread thread_;
+};
+
+inline std::vector<uint8_t> answer_bytes(int32_t value) {
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&value);
+    return std::vector<uint8_t>(bytes, bytes + sizeof value);
+}
+
+// What one run of hbsctl printed and how it ended.
+struct ctl_result {
+    exit_status status;
+    std::string out, err;
+};
+
+inline ctl_result ctl(const std::vector<std::string> &arguments, const std::string &socket_path,
+                      const std::string &input = "") {
+    std::istringstream in(input);
+    std::ostringstream out, err;
+    session run = {
+        .in = in, .out = out, .err = err, .answer_seconds = 2, .socket_path = socket_path, .how = {}};
+    const exit_status status = run_command_line(run, arguments);
+    return {status, out.str(), err.str()};
+}

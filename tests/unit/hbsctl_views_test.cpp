@@ -1,0 +1,347 @@
+// The commands that look at the published database, on a segment that the test lays out.
+#include <csignal>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <pty.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <vector>
+
+#include "hbsctl_daemon.h"
+#include "query_segment.h"
+#include "tools/terminal.h"
+
+namespace {
+
+using nlohmann::json;
+
+auto accept_all = [](const datagram &) { return answer_bytes(0); };
+
+class Views : public QuerySegment {
+  protected:
+    fake_daemon daemon{accept_all};
+
+    hbs_client *add(unsigned number, const char *host, const std::vector<uint8_t> &ipv4) {
+        hbs_client *client = publish(number, number);
+        strcpy(client->host, host);
+        std::copy(ipv4.begin(), ipv4.end(), client->ipv4);
+        client->flags = HBS_FLAG_ONLINE;
+        return client;
+    }
+};
+
+TEST_F(Views, ListShowsTheClientsInTheirOrder) {
+    add(2, "tv", {192, 168, 0, 12});
+    add(1, "laptop", {192, 168, 0, 11});
+    const ctl_result result = ctl({"list"}, daemon.path);
+    EXPECT_EQ(result.status, exit_ok);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, "MAC                STATE   NET  IPV4          NAME    ADAPTER\n"
+                          "02:aa:00:00:00:02  online  0    192.168.0.12  tv      unknown\n"
+                          "02:aa:00:00:00:01  online  0    192.168.0.11  laptop  unknown\n"
+                          "2 clients, 2 on line\n");
+}
+
+TEST_F(Views, ListAsJsonIsNothingButADocument) {
+    add(1,
+        "K\xfc"
+        "che\033[2J",
+        {192, 168, 0, 11});
+    const ctl_result result = ctl({"list", "--json"}, daemon.path);
+    const json parsed = json::parse(result.out);
+    ASSERT_EQ(parsed["clients"].size(), 1u);
+    EXPECT_EQ(parsed["clients"][0]["mac"], "02:aa:00:00:00:01");
+    EXPECT_EQ(parsed["clients"][0]["host"], "K\uFFFDche\033[2J");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Views, TheJsonOptionMayStandAnywhere) {
+    EXPECT_EQ(ctl({"--json", "list"}, daemon.path).out, ctl({"list", "--json"}, daemon.path).out);
+}
+
+TEST_F(Views, WhenTheDaemonIsGone_ShowsWhatItLeftAndSaysSo) {
+    add(1, "laptop", {192, 168, 0, 11});
+    daemon.stop();
+    const ctl_result result = ctl({"list"}, daemon.path);
+    EXPECT_EQ(result.status, exit_not_there);
+    EXPECT_NE(result.out.find("laptop"), std::string::npos);
+    EXPECT_EQ(result.err, "hbsctl: gw_hostbase is not running: this is what it left behind\n");
+}
+
+TEST_F(Views, WithoutASegmentEveryViewSaysSo) {
+    remove_segment();
+    const std::string text =
+        "the client database is not there: gw_hostbase has not run since the system started";
+    for (const char *view : {"list", "indices", "rules", "watch"}) {
+        const ctl_result result = ctl({view}, daemon.path);
+        EXPECT_EQ(result.status, exit_not_there) << view;
+        EXPECT_EQ(result.err, "hbsctl: " + text + "\n") << view;
+        EXPECT_EQ(result.out, "") << view;
+    }
+    const ctl_result result = ctl({"show", "laptop", "--json"}, daemon.path);
+    EXPECT_EQ(json::parse(result.out), (json{{"error", text}, {"status", 3}}));
+}
+
+TEST_F(Views, WhenTheDatabaseStaysLocked_EndsWithFour) {
+    ASSERT_EQ(sem_trywait(semaphore), 0);
+    EXPECT_EQ(ctl({"list"}, daemon.path).status, exit_no_answer);
+}
+
+TEST_F(Views, ShowFindsByMacAddressAndName) {
+    hbs_client *client = add(1, "laptop", {192, 168, 0, 11});
+    memset(client->ipv6, 0xfd, 16);
+    memset(client->ll, 0xfe, 16);
+    strcpy(client->device_name, "Anna");
+    for (const char *key :
+         {"02:aa:00:00:00:01", "2-AA-0-0-0-1", "192.168.0.11", "laptop", "LAPTOP", "anna",
+          "fdfd:fdfd:fdfd:fdfd:fdfd:fdfd:fdfd:fdfd", "fefe:fefe:fefe:fefe:fefe:fefe:fefe:fefe"}) {
+        const ctl_result result = ctl({"show", key, "--json"}, daemon.path);
+        EXPECT_EQ(result.status, exit_ok) << key;
+        EXPECT_EQ(json::parse(result.out)["clients"].size(), 1u) << key;
+    }
+}
+
+TEST_F(Views, ShowOfNobodyEndsWithOne) {
+    add(1, "", {192, 168, 0, 11});
+    for (const char *key : {"02:aa:00:00:00:02", "192.168.0.12", "tv", ""}) {
+        EXPECT_EQ(ctl({"show", key}, daemon.path).status, exit_negative) << key;
+    }
+    EXPECT_EQ(ctl({"show", "x\033[2J"}, daemon.path).err,
+              "hbsctl: no client has the MAC, address or name 'x\\x1b[2J'\n");
+}
+
+TEST_F(Views, IndicesAndRulesShowTheirLists) {
+    hbs_client *client = add(1, "laptop", {192, 168, 0, 11});
+    db->ip_pool[0] = {0, 0, 7, {200, 1, 4, 192, 168, 0, 11}, client->dbpos};
+    append(&db->ip_index, &db->ip_pool[0]);
+    db->rule_pool[0] = {0, 0, 2, {200, 1}, {2, 0xaa, 0, 0, 0, 1}, 1, 0, {0x7f, 1, 2, 0, 0, 0, 0}};
+    append(&db->rule_index, &db->rule_pool[0]);
+    const ctl_result indices = ctl({"indices"}, daemon.path);
+    EXPECT_NE(indices.out.find("Addresses (1)\nNET  ADDRESS       CLIENT             NAME\n"
+                               "0    192.168.0.11  02:aa:00:00:00:01  laptop\n"),
+              std::string::npos)
+        << indices.out;
+    EXPECT_EQ(json::parse(ctl({"indices", "--json"}, daemon.path).out)["ip"].size(), 1u);
+    EXPECT_NE(ctl({"rules"}, daemon.path).out.find("1         white  02:aa:00:00:00:01  7f 1 2"),
+              std::string::npos);
+    EXPECT_EQ(json::parse(ctl({"rules", "--json"}, daemon.path).out)["rules"].size(), 1u);
+}
+
+TEST_F(Views, OfAnEmptyDatabaseHaveNoTables) {
+    EXPECT_EQ(ctl({"list"}, daemon.path).out, "0 clients, 0 on line\n");
+    EXPECT_EQ(ctl({"rules"}, daemon.path).out, "0 rules\n");
+    EXPECT_EQ(ctl({"list", "--json"}, daemon.path).out, "{\n  \"clients\": []\n}\n");
+}
+
+TEST_F(Views, AuditAsksTheKernelItself) {
+    EXPECT_EQ(ctl({"audit"}, daemon.path).out, "no differences\n");
+    add(1, "laptop", {192, 168, 0, 11})->flags = HBS_FLAG_REACH;
+    const ctl_result result = ctl({"audit"}, daemon.path);
+    EXPECT_EQ(result.status, exit_negative);
+    EXPECT_EQ(result.out,
+              "the client 02:aa:00:00:00:01 is reachable (192.168.0.11), but the kernel has no such "
+              "neighbour\n");
+    const json parsed = json::parse(ctl({"audit", "--json"}, daemon.path).out);
+    ASSERT_EQ(parsed["differences"].size(), 1u);
+    EXPECT_EQ(parsed["differences"][0]["known_to"], "clients");
+    EXPECT_EQ(parsed["differences"][0]["mac"], "02:aa:00:00:00:01");
+}
+
+TEST_F(Views, AuditWithoutTheProgramThatAsksSaysSo) {
+    const std::string path = getenv("PATH");
+    setenv("PATH", "/nowhere", 1);
+    const ctl_result result = ctl({"audit"}, daemon.path);
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(result.status, exit_failed);
+    EXPECT_EQ(result.err,
+              "hbsctl: cannot ask the kernel for its neighbours: ip: No such file or directory\n");
+}
+
+TEST_F(Views, CommentKeepsWhatIsNotGiven) {
+    hbs_client *client = add(1, "laptop", {192, 168, 0, 11});
+    strcpy(client->comment, "old");
+    const ip_address address = *parse_ip("192.168.0.11");
+    EXPECT_EQ(ctl({"comment", "laptop", "new"}, daemon.path).status, exit_ok);
+    EXPECT_EQ(ctl({"comment", "02:aa:00:00:00:01", "--host", "renamed"}, daemon.path).status, exit_ok);
+    EXPECT_EQ(ctl({"comment", "192.168.0.11", ""}, daemon.path).status, exit_ok);
+    daemon.stop();
+    ASSERT_EQ(daemon.received.size(), 3u);
+    EXPECT_EQ(daemon.received[0], request_comment_host(address, "new", "laptop"));
+    EXPECT_EQ(daemon.received[1], request_comment_host(address, "old", "renamed"));
+    EXPECT_EQ(daemon.received[2], request_comment_host(address, "", "laptop"));
+}
+
+TEST_F(Views, WhatTheDaemonWouldAnswerForAnUnknownClientIsNotAsked) {
+    add(1, "twin", {192, 168, 0, 11});
+    add(2, "twin", {192, 168, 0, 12});
+    EXPECT_EQ(ctl({"comment", "192.168.0.99", "x"}, daemon.path).status, exit_negative);
+    EXPECT_EQ(ctl({"comment", "twin", "x"}, daemon.path).status, exit_negative);
+    EXPECT_EQ(ctl({"rule", "set", "white", "02:aa:00:00:00:09", "1,2,3"}, daemon.path).status, exit_negative);
+    EXPECT_EQ(ctl({"rule", "clear", "white", "02:aa:00:00:00:09", "1,2,3"}, daemon.path).status,
+              exit_negative);
+    EXPECT_EQ(
+        ctl({"rule", "set", "white", "02:aa:00:00:00:01", "1,2,3", "--instance", "4"}, daemon.path).status,
+        exit_ok);
+    daemon.stop();
+    ASSERT_EQ(daemon.received.size(), 1u);
+    EXPECT_EQ(daemon.received[0][0], HBS_CMD_SET_RULE_TOD);
+    EXPECT_EQ(daemon.received[0].size(), 1068u);
+}
+
+// --- the live table
+// -------------------------------------------------------------------------------------------
+
+// Everything that a child printed on the descriptor until it closed it.
+std::string read_to_end(int fd) {
+    std::string text;
+    char block[4096];
+    ssize_t size = 0;
+    while ((size = read(fd, block, sizeof block)) > 0) {
+        text.append(block, static_cast<size_t>(size));
+    }
+    return text;
+}
+
+int status_of_child(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+TEST_F(Views, WatchIntoAPipePrintsOneTableAfterTheOther) {
+    add(1, "laptop", {192, 168, 0, 11});
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        _exit(ctl({"watch", "--interval", "0.1", "--count", "2"}, daemon.path).status);
+    }
+    close(ends[1]);
+    const std::string text = read_to_end(ends[0]);
+    close(ends[0]);
+    EXPECT_EQ(status_of_child(child), exit_ok);
+    size_t tables = 0;
+    for (size_t at = 0; (at = text.find("MAC ", at)) != std::string::npos; at++) {
+        tables++;
+    }
+    EXPECT_EQ(tables, 2u);
+    EXPECT_EQ(text.find('\033'), std::string::npos) << "no terminal, no sequences";
+    EXPECT_NE(text.find("1 client, 1 on line"), std::string::npos);
+}
+
+TEST_F(Views, WatchAsJsonPrintsOneDocumentALine) {
+    add(1, "laptop", {192, 168, 0, 11});
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        _exit(ctl({"watch", "--json", "--interval", "0.1", "--count", "2"}, daemon.path).status);
+    }
+    close(ends[1]);
+    std::istringstream lines(read_to_end(ends[0]));
+    close(ends[0]);
+    EXPECT_EQ(status_of_child(child), exit_ok);
+    size_t count = 0;
+    for (std::string line; std::getline(lines, line); count++) {
+        EXPECT_EQ(json::parse(line)["clients"].size(), 1u);
+    }
+    EXPECT_EQ(count, 2u);
+}
+
+TEST_F(Views, WatchEndsWhenNobodyReadsIt) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(ends[0]);
+        dup2(ends[1], STDOUT_FILENO);
+        _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
+    }
+    close(ends[1]);
+    close(ends[0]);
+    EXPECT_EQ(status_of_child(child), exit_ok);
+}
+
+TEST_F(Views, WatchOnATerminalRedrawsMarksChangesAndGivesTheScreenBack) {
+    hbs_client *client = add(1, "laptop", {192, 168, 0, 11});
+    int terminal = -1;
+    winsize window = {10, 60, 0, 0};
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &window);
+    if (child == 0) {
+        unsetenv("NO_COLOR");
+        _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
+    }
+    std::string text;
+    const auto read_until = [&](const std::string &wanted) {
+        char block[4096];
+        ssize_t size = 0;
+        while (text.find(wanted) == std::string::npos && (size = read(terminal, block, sizeof block)) > 0) {
+            text.append(block, static_cast<size_t>(size));
+        }
+        return text.find(wanted) != std::string::npos;
+    };
+    ASSERT_TRUE(read_until("\033[?1049h\033[?25l"));
+    ASSERT_TRUE(read_until("laptop"));
+    EXPECT_EQ(text.find("\033[1;33m*"), std::string::npos);
+    strcpy(client->host, "renamed");
+    ASSERT_TRUE(read_until("\033[1;33m*"));
+    ASSERT_TRUE(read_until("renamed"));
+    ASSERT_EQ(write(terminal, "\x03", 1), 1); // Ctrl-C
+    text += read_to_end(terminal);
+    EXPECT_EQ(status_of_child(child), exit_ok);
+    const std::string back = "\033[?25h\033[?1049l";
+    ASSERT_GE(text.size(), back.size());
+    EXPECT_EQ(text.substr(text.size() - back.size()), back);
+    close(terminal);
+}
+
+TEST_F(Views, WatchStopsAndResumesLikeAnyProgram) {
+    int terminal = -1;
+    winsize window = {10, 60, 0, 0};
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &window);
+    if (child == 0) {
+        _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
+    }
+    std::thread reader([&] { (void)read_to_end(terminal); });
+    usleep(200000);
+    kill(child, SIGTSTP);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+    EXPECT_TRUE(WIFSTOPPED(status));
+    kill(child, SIGCONT);
+    usleep(100000);
+    kill(child, SIGTERM);
+    EXPECT_EQ(status_of_child(child), exit_ok);
+    reader.join();
+    close(terminal);
+}
+
+TEST(Drawing, OfAPipeHasNoWidthAndNoColour) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const drawing how = drawing_of(ends[1]);
+    EXPECT_EQ(how.width, 0);
+    EXPECT_FALSE(how.colour);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST(Drawing, OfATerminalHasItsWidthAndHeedsNoColor) {
+    int master = -1, slave = -1;
+    winsize window = {10, 77, 0, 0};
+    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &window), 0);
+    unsetenv("NO_COLOR");
+    EXPECT_EQ(drawing_of(slave).width, 77);
+    EXPECT_TRUE(drawing_of(slave).colour);
+    setenv("NO_COLOR", "1", 1);
+    EXPECT_FALSE(drawing_of(slave).colour);
+    close(master);
+    close(slave);
+}
+
+} // namespace

@@ -1,0 +1,265 @@
+// What happens to a client when one of its timers expires.
+#include <cstring>
+#include <thread>
+
+#include "base/clock.h"
+#include "base/date.h"
+#include "events/lease_timers.h"
+#include "files/rule_files.h"
+#include "support/events.h"
+
+namespace {
+
+constexpr const char *MAC = "02:ab:00:00:00:11";
+constexpr const char *LINE = "[02:ab:00:00:00:11] on Ethernet: index: 0 192.168.0.20 - no IPv6 - (no LL) - |";
+constexpr const char *STATIC_LEASES = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
+constexpr const char *DYNAMIC_LEASES = "/var/lib/misc/landhcps00.192.168.0.1.leases";
+
+using Action = void (*)(union sigval);
+
+#ifdef __SANITIZE_THREAD__
+constexpr bool TIMERS_CAN_RUN = false; // the sanitizer cannot follow the threads that the C library makes
+#else
+constexpr bool TIMERS_CAN_RUN = true;
+#endif
+
+sigval value_of(uint32_t client_id) {
+    sigval value{};
+    value.sival_int = static_cast<int>(client_id);
+    return value;
+}
+
+class LeaseTimers : public EventTest {
+  protected:
+    hbs_client *client_ = nullptr;
+
+    void SetUp() override {
+        EventTest::SetUp();
+        if (HasFatalFailure())
+            return;
+        client_ = published_client(MAC, "192.168.0.20", HBS_FLAG_DYNIP4 | HBS_FLAG_ONLINE);
+        client_->lease_start_uptime = 5000;
+        hbs_publish(client_);
+        clear_log();
+    }
+
+    // Arms a kind for long and lets its expiry run now.
+    void expire(int kind, Action action) {
+        hbs_lease_timer_start(client_, kind, 600);
+        action(value_of(client_->client_id));
+    }
+
+    hbs_client published() {
+        const std::optional<hbs_client> client = seen(MAC);
+        EXPECT_TRUE(client.has_value());
+        return client.value_or(hbs_client{});
+    }
+
+    bool is_gone() { return hbs_find_by_mac(mac_of(MAC).data()) == nullptr && !seen(MAC).has_value(); }
+};
+
+// --- any kind ---
+
+struct Kind {
+    int kind;
+    Action action;
+    const char *name;
+};
+
+class LeaseTimerKind : public LeaseTimers, public testing::WithParamInterface<Kind> {};
+
+TEST_P(LeaseTimerKind, ExpiryForAClientThatIsGoneIsHarmless) {
+    const hbs_client before = published();
+    GetParam().action(value_of(client_->client_id + 1));
+    GetParam().action(value_of(0));
+    const hbs_client after = published();
+    EXPECT_EQ(0, std::memcmp(&before, &after, sizeof(before)));
+    EXPECT_TRUE(log_lines().empty());
+    EXPECT_TRUE(journal_lines().empty());
+}
+
+TEST_P(LeaseTimerKind, ExpiryReleasesTheHandleAndTheLock) {
+    client_->trust = HBS_TRUST_SITE; // so that it stays
+    expire(GetParam().kind, GetParam().action);
+    EXPECT_FALSE(hbs_client_timer_slot(client_, GetParam().kind)->exists);
+    EXPECT_EQ(0u, client_->dhcp_wait_timer | client_->lease_timer | client_->online_timer);
+    ASSERT_EQ(0, pthread_mutex_trylock(&hbs_list_mutex));
+    EXPECT_EQ(0, pthread_mutex_unlock(&hbs_list_mutex));
+}
+
+TEST_P(LeaseTimerKind, ExpiryWaitsForTheLock) {
+    client_->trust = HBS_TRUST_SITE;
+    hbs_lease_timer_start(client_, GetParam().kind, 600);
+    ASSERT_EQ(0, pthread_mutex_lock(&hbs_list_mutex));
+    std::thread expiry([this] { GetParam().action(value_of(1)); });
+    sleep_milliseconds(50);
+    EXPECT_TRUE(hbs_client_timer_slot(client_, GetParam().kind)->exists);
+    ASSERT_EQ(0, pthread_mutex_unlock(&hbs_list_mutex));
+    expiry.join();
+    EXPECT_FALSE(hbs_client_timer_slot(client_, GetParam().kind)->exists);
+}
+
+TEST_P(LeaseTimerKind, RealTimerExpiresByItselfAndTheActionFindsTheClient) {
+    if (!TIMERS_CAN_RUN)
+        GTEST_SKIP();
+    {
+        const hbs_list_hold hold;
+        client_->trust = HBS_TRUST_SITE;
+        hbs_lease_timer_start(client_, GetParam().kind, 1);
+    }
+    const auto handle_is_gone = [&] {
+        const hbs_list_hold hold;
+        return !hbs_client_timer_slot(client_, GetParam().kind)->exists;
+    };
+    EXPECT_TRUE(wait_until(handle_is_gone));
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, LeaseTimerKind,
+                         testing::Values(Kind{HBS_TIMER_DHCP_WAIT, hbs_on_dhcp_wait_expired, "DhcpWait"},
+                                         Kind{HBS_TIMER_LEASE, hbs_on_lease_expired, "Lease"},
+                                         Kind{HBS_TIMER_ONLINE, hbs_on_online_expired, "Online"}),
+                         [](const auto &test) { return test.param.name; });
+
+// --- DHCP wait ---
+
+TEST_F(LeaseTimers, DhcpWaitFindsAStaticLease) {
+    write_file(STATIC_LEASES, std::string(MAC) + " 192.168.0.77\n");
+    expire(HBS_TIMER_DHCP_WAIT, hbs_on_dhcp_wait_expired);
+    EXPECT_EQ(HBS_FLAG_STIP4, published().flags & HBS_FLAGS_IP4);
+    EXPECT_EQ(0u, published().flags & HBS_FLAG_TIMER_DHCPWAIT);
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: found static lease for [02:ab:00:00:00:11]"));
+}
+
+TEST_F(LeaseTimers, DhcpWaitFindsADynamicLease) {
+    write_file(DYNAMIC_LEASES, std::string(MAC) + " 192.168.0.20 900 laptop 1 a b c\n");
+    expire(HBS_TIMER_DHCP_WAIT, hbs_on_dhcp_wait_expired);
+    EXPECT_EQ(HBS_FLAG_DYNIP4, published().flags & HBS_FLAGS_IP4);
+    EXPECT_STREQ("laptop", published().host);
+    EXPECT_FALSE(hbs_date_is_zero(published().lease_end));
+    EXPECT_NE(0u, published().flags & HBS_FLAG_TIMER_LEASE);
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: found dynamic lease (900) for [02:ab:00:00:00:11]"));
+}
+
+TEST_F(LeaseTimers, DhcpWaitWithoutALeaseMakesTheAddressTheUsers) {
+    client_->ipv4[0] = client_->ipv4[1] = client_->ipv4[2] = client_->ipv4[3] = 0; // nobody to ask by NetBIOS
+    expire(HBS_TIMER_DHCP_WAIT, hbs_on_dhcp_wait_expired);
+    EXPECT_EQ(HBS_FLAG_USRIP4, published().flags & HBS_FLAGS_IP4);
+    EXPECT_NE(0u, published().flags & HBS_CHANGED);
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: no lease for [02:ab:00:00:00:11]"));
+}
+
+TEST_F(LeaseTimers, DhcpWaitThatWasStoppedMeanwhileLooksNothingUp) {
+    write_file(STATIC_LEASES, std::string(MAC) + " 192.168.0.77\n");
+    hbs_lease_timer_start(client_, HBS_TIMER_DHCP_WAIT, 600);
+    hbs_clear_flags(client_, 0, HBS_FLAG_TIMER_DHCPWAIT);
+    hbs_on_dhcp_wait_expired(value_of(client_->client_id));
+    EXPECT_EQ(HBS_FLAG_DYNIP4, client_->flags & HBS_FLAGS_IP4);
+    EXPECT_EQ(0u, logged_containing("lease for"));
+    EXPECT_FALSE(hbs_client_timer_slot(client_, HBS_TIMER_DHCP_WAIT)->exists);
+}
+
+// --- lease ---
+
+TEST_F(LeaseTimers, UnRememberedClientIsAnnouncedAndDeleted) {
+    write_file("/var/tmp/lease.20", "x");
+    std::strcpy(client_->lease_file, "lease.20");
+    std::strcpy(client_->oui, "A1B2C3");
+    std::strcpy(client_->serial_number, "SN-1");
+    std::strcpy(client_->product_class, "PC-1");
+    expire(HBS_TIMER_LEASE, hbs_on_lease_expired);
+    EXPECT_TRUE(is_gone());
+    EXPECT_TRUE(
+        logged(std::string("HOSTBASE: Lease expired for un-remembered CPE ") + LINE + "DYNIP4|ONLINE|"));
+    EXPECT_EQ(
+        (std::vector<std::string>{
+            "tr69 event 105 mac=\"02:AB:00:00:00:11\" number=0 adapter=1 ipv4=\"\" ipv6=\"\" ll=\"\" "
+            "host=\"\" flag=0 oui=\"A1B2C3\" serial=\"SN-1\" class=\"PC-1\" format=1 head=zero tail=zero"}),
+        journal_lines());
+    EXPECT_FALSE(file_exists("/var/tmp/lease.20"));
+    EXPECT_TRUE(ip_keys().empty());
+    EXPECT_TRUE(if_keys().empty());
+}
+
+TEST_F(LeaseTimers, DeletionLeavesTheOtherClients) {
+    published_client("02:ab:00:00:00:12", "192.168.0.21", HBS_FLAG_DYNIP4);
+    expire(HBS_TIMER_LEASE, hbs_on_lease_expired);
+    EXPECT_TRUE(is_gone());
+    EXPECT_TRUE(seen("02:ab:00:00:00:12").has_value());
+    EXPECT_EQ(std::vector<std::string>{"200 1 4 192 168 0 21"}, ip_keys());
+}
+
+TEST_F(LeaseTimers, RealLeaseThatExpiresTakesTheClientAway) {
+    if (!TIMERS_CAN_RUN)
+        GTEST_SKIP();
+    {
+        const hbs_list_hold hold;
+        hbs_lease_timer_start(client_, HBS_TIMER_LEASE, 1);
+    }
+    EXPECT_TRUE(wait_until([] { return clients_seen() == 0; }));
+    EXPECT_TRUE(wait_until([this] { return journal_lines("tr69 event 105 ").size() == 1; }));
+}
+
+class LeaseTimerTrust : public LeaseTimers, public testing::WithParamInterface<uint32_t> {};
+
+TEST_P(LeaseTimerTrust, RememberedClientStays) {
+    client_->trust = GetParam();
+    expire(HBS_TIMER_LEASE, hbs_on_lease_expired);
+    EXPECT_FALSE(is_gone());
+    EXPECT_EQ(1u, logged_containing(std::string("HOSTBASE: Lease expired for remembered CPE ") + LINE));
+    EXPECT_EQ(0u, logged_containing("un-remembered"));
+    EXPECT_TRUE(journal_lines().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Bits, LeaseTimerTrust, testing::Values(1u, 2u, 4u, 8u, 0x10u, 0x20u));
+
+TEST_F(LeaseTimers, TrustBitAboveTheRememberedOnesDoesNotKeepTheClient) {
+    client_->trust = 0x40;
+    expire(HBS_TIMER_LEASE, hbs_on_lease_expired);
+    EXPECT_TRUE(is_gone());
+}
+
+class LeaseTimerBoard : public LeaseTimers, public testing::WithParamInterface<int> {};
+
+TEST_P(LeaseTimerBoard, UnRememberedClientIsOnlyLogged) {
+    set("nvm.byte.60", GetParam());
+    expire(HBS_TIMER_LEASE, hbs_on_lease_expired);
+    EXPECT_FALSE(is_gone());
+    EXPECT_EQ(1u, logged_containing(std::string("HOSTBASE: Lease expired for un-remembered CPE ") + LINE));
+    EXPECT_TRUE(journal_lines().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, LeaseTimerBoard, testing::Values(7, 8, 9));
+
+class LeaseTimerPlainBoard : public LeaseTimers, public testing::WithParamInterface<int> {};
+
+TEST_P(LeaseTimerPlainBoard, UnRememberedClientIsDeleted) {
+    set("nvm.byte.60", GetParam());
+    expire(HBS_TIMER_LEASE, hbs_on_lease_expired);
+    EXPECT_TRUE(is_gone());
+    EXPECT_EQ(1u, journal_lines("tr69 event 105 ").size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, LeaseTimerPlainBoard, testing::Values(0, 6, 10));
+
+// --- online ---
+
+TEST_F(LeaseTimers, OnlineExpiryTakesTheClientOffLine) {
+    const uint32_t since = client_->online_time;
+    hbs_clock_advance(50);
+    expire(HBS_TIMER_ONLINE, hbs_on_online_expired);
+    EXPECT_EQ(0u, published().flags & HBS_FLAG_ONLINE);
+    EXPECT_EQ(0u, published().lease_start_uptime);
+    EXPECT_GE(published().online_time, since + 50);
+    EXPECT_EQ(HBS_FLAG_DYNIP4, published().flags & HBS_FLAGS_IP4);
+}
+
+TEST_F(LeaseTimers, OnlineExpiryOfAClientThatIsOffLineChangesNothing) {
+    hbs_clear_flags(client_, 0, HBS_FLAG_ONLINE);
+    const uint32_t since = client_->online_time;
+    hbs_clock_advance(50);
+    expire(HBS_TIMER_ONLINE, hbs_on_online_expired);
+    EXPECT_EQ(5000u, client_->lease_start_uptime);
+    EXPECT_EQ(since, client_->online_time);
+}
+
+} // namespace

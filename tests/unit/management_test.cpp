@@ -1,0 +1,285 @@
+// What users set on purpose: trust, comment and host name, route mode.
+#include <cstring>
+#include <string>
+
+#include "support/management.h"
+
+namespace {
+
+using ManagementTrust = ManagementTest;
+using ManagementComment = ManagementTest;
+using ManagementRouteMode = ManagementTest;
+
+constexpr const char *ADDRESS = "192.168.0.11";
+constexpr const char *ADDRESS6 = "fd00:2::11";
+
+} // namespace
+
+// --- trust ---------------------------------------------------------------------------------------------
+
+TEST_F(ManagementTrust, OfAnUnknownMac_AddsAClientInNetworkZeroPublishedAndPersisted) {
+    EXPECT_EQ(0, trust(LAPTOP, "mine"));
+    const hbs_client *client = client_of(LAPTOP);
+    ASSERT_NE(nullptr, client);
+    EXPECT_EQ(0, client->nwidx);
+    EXPECT_EQ(HBS_TRUST_SITE, client->trust);
+    ASSERT_TRUE(seen(LAPTOP));
+    EXPECT_EQ(HBS_TRUST_SITE, seen(LAPTOP)->trust);
+    EXPECT_STREQ("mine", seen(LAPTOP)->comment);
+    EXPECT_EQ(std::vector<std::string>{"200 1"}, if_keys());
+    EXPECT_EQ(" version 1\n" + Persisted{.mac = LAPTOP, .comment = "mine", .trust = 1}.line() + "\n",
+              client_file());
+}
+
+TEST_F(ManagementTrust, OfAKnownClient_KeepsItsNetworkAndItsOtherBits) {
+    published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4, 1)->trust = HBS_TRUST_BLACK;
+    EXPECT_EQ(0, trust(LAPTOP));
+    EXPECT_EQ(1, seen(LAPTOP)->nwidx);
+    EXPECT_EQ(HBS_TRUST_BLACK | HBS_TRUST_SITE, seen(LAPTOP)->trust);
+    EXPECT_EQ(1u, working_clients());
+}
+
+TEST_F(ManagementTrust, NamesWhatItDoesByKind) {
+    const struct {
+        int kind;
+        bool enable;
+        const char *message;
+        uint32_t trust_after;
+    } rows[] = {
+        {1, true, "HOSTBASE: hbs_api_set_trust : enable - site", HBS_TRUST_SITE},
+        {2, true, "HOSTBASE: hbs_api_set_trust : enable - service", HBS_TRUST_SITE | HBS_TRUST_SERV},
+        {0, true, "HOSTBASE: hbs_api_set_trust : enable - unknown", HBS_TRUST_SITE | HBS_TRUST_SERV},
+        {3, true, "HOSTBASE: hbs_api_set_trust : enable - unknown", HBS_TRUST_SITE | HBS_TRUST_SERV},
+        {255, false, "HOSTBASE: hbs_api_set_trust : disable - unknown", HBS_TRUST_SITE | HBS_TRUST_SERV},
+        {1, false, "HOSTBASE: hbs_api_set_trust : disable - site", HBS_TRUST_SERV},
+        {2, false, "HOSTBASE: hbs_api_set_trust : disable - service", 0},
+    };
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    for (const auto &row : rows) {
+        clear_log();
+        EXPECT_EQ(0, hbs_api_set_trust(row.kind, row.enable, "", client)) << row.message;
+        EXPECT_TRUE(logged(row.message)) << row.message;
+        EXPECT_EQ(1u, logged_containing("hbs_api_set_trust")) << row.message;
+        EXPECT_EQ(row.trust_after, client->trust) << row.message;
+        EXPECT_EQ(row.trust_after, seen(LAPTOP)->trust) << row.message;
+    }
+}
+
+TEST_F(ManagementTrust, TakesANonEmptyCommentOnlyWhenItEnables) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    EXPECT_EQ(0, hbs_api_set_trust(1, true, "first", client));
+    EXPECT_EQ(0, hbs_api_set_trust(1, true, "", client));
+    EXPECT_STREQ("first", client->comment);
+    EXPECT_EQ(0, hbs_api_set_trust(9, true, "of an unknown kind", client));
+    EXPECT_STREQ("of an unknown kind", client->comment);
+    EXPECT_EQ(0, hbs_api_set_trust(1, false, "not taken", client));
+    EXPECT_STREQ("of an unknown kind", client->comment);
+}
+
+TEST_F(ManagementTrust, WithoutAClient_IsRefusedAndChangesNothing) {
+    EXPECT_EQ(-1, hbs_api_set_trust(1, true, "x", nullptr));
+    EXPECT_EQ(-1, hbs_api_set_trust(1, false, "", nullptr));
+    EXPECT_EQ(-1, distrust(LAPTOP));
+    EXPECT_EQ(-1, hbs_api_trust_by_ipv4(1, true, ipv4_of(ADDRESS).data(), "x"));
+    EXPECT_EQ(-1, hbs_api_trust_by_ipv4(1, false, ipv4_of(ADDRESS).data(), ""));
+    EXPECT_EQ(-1, hbs_api_trust_by_ipv6(1, true, ipv6_of(ADDRESS6).data(), "x"));
+    EXPECT_EQ(-1, hbs_api_trust_by_ipv6(1, false, ipv6_of(ADDRESS6).data(), ""));
+    EXPECT_EQ(0u, working_clients());
+    EXPECT_EQ(" version 1\n", client_file());
+    EXPECT_FALSE(file_exists(HBS_TRUSTED_INSTANCES));
+}
+
+TEST_F(ManagementTrust, FindsTheClientByEachOfItsAddresses) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    hbs_set_ipv6(client, ipv6_of(ADDRESS6).data());
+    hbs_set_ll(client, ipv6_of("fe80::11").data());
+    EXPECT_EQ(0, hbs_api_trust_by_ipv4(1, true, ipv4_of(ADDRESS).data(), ""));
+    EXPECT_EQ(HBS_TRUST_SITE, client->trust);
+    EXPECT_EQ(0, hbs_api_trust_by_ipv6(2, true, ipv6_of(ADDRESS6).data(), ""));
+    EXPECT_EQ(HBS_TRUST_SITE | HBS_TRUST_SERV, client->trust);
+    EXPECT_EQ(0, hbs_api_trust_by_ipv6(1, false, ipv6_of("fe80::11").data(), ""));
+    EXPECT_EQ(HBS_TRUST_SERV, client->trust);
+    EXPECT_EQ(0, hbs_api_trust_by_ipv4(2, false, ipv4_of(ADDRESS).data(), ""));
+    EXPECT_EQ(0u, client->trust);
+}
+
+TEST_F(ManagementTrust, KeepsTheLineWhileAnyBitIsSetAndDropsItWithTheLast) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    EXPECT_EQ(0, trust(TABLET));
+    EXPECT_EQ(0, hbs_api_set_trust(1, true, "", client));
+    EXPECT_EQ(0, hbs_api_set_trust(2, true, "", client));
+    EXPECT_EQ(0, hbs_api_set_trust(1, false, "", client));
+    const std::string line = Persisted{.mac = LAPTOP, .trust = HBS_TRUST_SERV}.line();
+    EXPECT_EQ(std::vector<std::string>{line}, lines_of(LAPTOP));
+    EXPECT_EQ(0, hbs_api_set_trust(2, false, "", client));
+    EXPECT_TRUE(lines_of(LAPTOP).empty());
+    EXPECT_EQ(1u, lines_of(TABLET).size());
+}
+
+TEST_F(ManagementTrust, KeepsTheRecordOfItsInstance) {
+    EXPECT_EQ(0, trust(LAPTOP));
+    EXPECT_EQ(0, instance_of(LAPTOP)) << "a new record has no number yet";
+    hbs_trusted_device numbered{};
+    const Mac mac = mac_of(LAPTOP);
+    memcpy(numbered.mac, mac.data(), mac.size());
+    numbered.instance = 7;
+    EXPECT_EQ(0, hbs_nv_set_trusted_tr69_instance(&numbered)); // as the agent does
+    EXPECT_EQ(0, hbs_api_set_trust(2, true, "", client_of(LAPTOP)));
+    EXPECT_EQ(7, instance_of(LAPTOP));
+    EXPECT_EQ(37u, read_file(HBS_TRUSTED_INSTANCES).size());
+}
+
+TEST_F(ManagementTrust, TakenBack_DropsTheRecordAlsoWhenAnotherBitRemains) {
+    EXPECT_EQ(0, trust(LAPTOP));
+    EXPECT_EQ(0, trust(TABLET));
+    EXPECT_EQ(0, hbs_api_set_trust(2, true, "", client_of(LAPTOP)));
+    EXPECT_EQ(0, distrust(LAPTOP));
+    EXPECT_EQ(-1, instance_of(LAPTOP));
+    EXPECT_EQ(0, instance_of(TABLET));
+}
+
+TEST_F(ManagementTrust, WhenNoWorkingCopyIsLeft_IsRefused) {
+    for (int i = 0; i < HBS_MAX_WORKING; ++i)
+        ASSERT_NE(nullptr, hbs_add(nullptr));
+    EXPECT_EQ(-1, trust(LAPTOP));
+    const hbs_filter_request request = filter(HBS_LIST_WHITE, LAPTOP);
+    EXPECT_EQ(-1, hbs_api_set_mac_filter(&request));
+    EXPECT_EQ(" version 1\n", client_file());
+}
+
+TEST_F(ManagementTrust, WhenTheDatabaseIsFullOfRememberedClients_IsKeptInMemoryAndOnFile) {
+    for (int i = 0; i < HBS_MAX_CLIENTS; ++i) {
+        const Mac mac = {0x02, 0xbb, 0, 0, 0, static_cast<uint8_t>(i)};
+        ASSERT_EQ(0, hbs_api_trust_by_mac(1, true, mac.data(), ""));
+    }
+    EXPECT_EQ(0, trust(LAPTOP));
+    EXPECT_TRUE(logged("HOSTBASE: Failed to alloc new client from shared memory"));
+    EXPECT_FALSE(seen(LAPTOP));
+    EXPECT_EQ(HBS_TRUST_SITE, client_of(LAPTOP)->trust);
+    EXPECT_EQ(1u, lines_of(LAPTOP).size());
+}
+
+// --- comment and host name ---------------------------------------------------------------------------------
+
+TEST_F(ManagementComment, SetsBothTextsAndRemembersTheClient) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4, 1);
+    EXPECT_EQ(0, hbs_api_set_comment_host(client, "in the den", "den-tv"));
+    EXPECT_STREQ("in the den", seen(LAPTOP)->comment);
+    EXPECT_STREQ("den-tv", seen(LAPTOP)->host);
+    EXPECT_EQ(HBS_TRUST_USER, seen(LAPTOP)->trust);
+    const Persisted expected{
+        .mac = LAPTOP, .nwidx = 1, .host = "den-tv", .comment = "in the den", .trust = HBS_TRUST_USER};
+    EXPECT_EQ(" version 1\n" + expected.line() + "\n", client_file());
+}
+
+TEST_F(ManagementComment, WithOneTextEmpty_StillRemembersAndEmptiesThatText) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    EXPECT_EQ(0, hbs_api_set_comment_host(client, "comment", "host"));
+    EXPECT_EQ(0, hbs_api_set_comment_host(client, "", "host"));
+    EXPECT_STREQ("", client->comment);
+    EXPECT_EQ(HBS_TRUST_USER, client->trust);
+    EXPECT_EQ(0, hbs_api_set_comment_host(client, "comment", ""));
+    EXPECT_STREQ("", client->host);
+    EXPECT_EQ(HBS_TRUST_USER, client->trust);
+}
+
+TEST_F(ManagementComment, WithBothTextsEmpty_ForgetsTheUsersBitOnly) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    client->trust = HBS_TRUST_SITE;
+    EXPECT_EQ(0, hbs_api_set_comment_host(client, "comment", "host"));
+    EXPECT_EQ(HBS_TRUST_SITE | HBS_TRUST_USER, client->trust);
+    EXPECT_EQ(0, hbs_api_set_comment_host(client, "", ""));
+    EXPECT_EQ(HBS_TRUST_SITE, client->trust);
+    EXPECT_STREQ("", seen(LAPTOP)->comment);
+    EXPECT_STREQ("", seen(LAPTOP)->host);
+    const std::string line = Persisted{.mac = LAPTOP, .trust = HBS_TRUST_SITE}.line();
+    EXPECT_EQ(std::vector<std::string>{line}, lines_of(LAPTOP));
+}
+
+TEST_F(ManagementComment, WithoutAClient_IsRefused) {
+    EXPECT_EQ(-1, hbs_api_set_comment_host(nullptr, "comment", "host"));
+    EXPECT_EQ(" version 1\n", client_file());
+}
+
+// --- route mode -----------------------------------------------------------------------------------------------
+
+TEST_F(ManagementRouteMode, Bridge_EmptiesTheDatabaseAndClosesIt) {
+    (void)published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    ASSERT_NE(nullptr, hbs_add(nullptr));
+    EXPECT_EQ(0, trust(TABLET));
+    const hbs_filter_request request = filter(HBS_LIST_BLACK, TABLET, {1, 2, 3, 4, 5, 6});
+    EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
+    const std::string content = client_file();
+    clear_log();
+    EXPECT_EQ(0, hbs_set_route_mode(0));
+    EXPECT_EQ(0, hbs_db_ready);
+    EXPECT_TRUE(logged("HOSTBASE: flush client list database"));
+    EXPECT_EQ(0u, clients_seen());
+    EXPECT_TRUE(rules().empty());
+    EXPECT_EQ(nullptr, hbs_client_first());
+    EXPECT_EQ(nullptr, hbs_nomac_first());
+    EXPECT_EQ(content, client_file());
+}
+
+TEST_F(ManagementRouteMode, Bridge_StopsTheTimersOfItsClients) {
+    hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
+    ASSERT_EQ(0, hbs_api_set_trust(1, true, "", client));
+    for (const int kind : {1, 2, 3})
+        hbs_timer_arm(client, kind, 3600);
+    EXPECT_EQ(0, hbs_set_route_mode(0));
+    for (const int kind : {1, 2, 3})
+        EXPECT_FALSE(hbs_client_timer_slot(client, kind)->exists) << kind;
+}
+
+TEST_F(ManagementRouteMode, RoutedAfterBridge_LoadsClientsAndRulesExactlyOnce) {
+    (void)published_client(TABLET, "192.168.0.12", HBS_FLAG_DYNIP4); // nothing was set on it
+    EXPECT_EQ(0, trust(LAPTOP, "mine"));
+    for (const uint8_t type : {uint8_t{HBS_LIST_WHITE}, uint8_t{HBS_LIST_BLACK}}) {
+        const hbs_filter_request request = filter(type, LAPTOP, {type, 2, 3, 4, 5, 6});
+        EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
+    }
+    EXPECT_EQ(0, hbs_set_route_mode(0));
+    EXPECT_EQ(0, hbs_set_route_mode(0));
+    EXPECT_EQ(0, hbs_set_route_mode(1));
+    EXPECT_EQ(1, hbs_db_ready);
+    EXPECT_EQ(1u, clients_seen());
+    EXPECT_STREQ("mine", seen(LAPTOP)->comment);
+    EXPECT_EQ(HBS_TRUST_SITE | HBS_TRUST_WHITE | HBS_TRUST_BLACK, seen(LAPTOP)->trust);
+    ASSERT_EQ(2u, rules().size());
+    EXPECT_EQ(HBS_LIST_WHITE, rules()[0].type);
+    EXPECT_EQ(HBS_LIST_BLACK, rules()[1].type);
+    EXPECT_EQ(0, hbs_set_route_mode(1));
+    EXPECT_EQ(1u, working_clients()) << "the second switch to routed loads nothing";
+}
+
+TEST_F(ManagementRouteMode, RoutedWithoutBridgeBefore_LoadsNothing) {
+    write_file(HBS_CLIENT_FILE, " version 1\n" + Persisted{.mac = LAPTOP, .trust = 1}.line() + "\n");
+    EXPECT_EQ(0, hbs_set_route_mode(1));
+    EXPECT_EQ(0u, working_clients());
+}
+
+TEST_F(ManagementRouteMode, Routed_KeepsTheModeAsTheReadyWord) {
+    for (const uint8_t mode : {uint8_t{2}, uint8_t{255}}) {
+        EXPECT_EQ(0, hbs_set_route_mode(mode));
+        EXPECT_EQ(mode, hbs_db_ready);
+    }
+}
+
+TEST_F(ManagementRouteMode, RoutedWithoutAFile_OpensAnEmptyDatabaseAndSaysSo) {
+    EXPECT_EQ(0, trust(LAPTOP));
+    EXPECT_EQ(0, hbs_set_route_mode(0));
+    ASSERT_EQ(0, remove(HBS_CLIENT_FILE));
+    EXPECT_EQ(0, hbs_set_route_mode(1));
+    EXPECT_TRUE(logged("HOSTBASE: hbs_nv_load_clients: NO NV file /nvram/8/hostbase.txt"));
+    EXPECT_EQ(0u, clients_seen());
+    EXPECT_EQ(1, hbs_db_ready);
+}
+
+TEST_F(ManagementRouteMode, Reset_LeavesTheClientsInMemoryAsTheyAre) {
+    EXPECT_EQ(0, trust(LAPTOP, "mine"));
+    EXPECT_EQ(0, hbs_nv_reset());
+    EXPECT_EQ(" version 1\n", client_file());
+    EXPECT_STREQ("mine", seen(LAPTOP)->comment);
+    reload();
+    EXPECT_EQ(0u, clients_seen());
+}

@@ -1,0 +1,130 @@
+// The logger: one line a message, whatever the message holds.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include <logger.h>
+
+#include "support/gateway.h"
+
+namespace {
+
+void log_text(const std::string &text, uint32_t severity = 9) {
+    hbs_log_site site = {severity, 6, 0};
+    logger_build_send_log_msg(&site, 0, "%s", text.c_str());
+}
+
+} // namespace
+
+class Logger : public GatewayTest {};
+
+TEST_F(Logger, WritesSeverityThenText) {
+    hbs_log_site site = {9, 6, 0};
+    logger_build_send_log_msg(&site, 0, "HOSTBASE: hbs_add: Client at %d has mac address %s", 7, "aa");
+    EXPECT_EQ("info HOSTBASE: hbs_add: Client at 7 has mac address aa\n", read_file(log_path()));
+}
+
+TEST_F(Logger, NamesEverySeverity) {
+    for (uint32_t severity : {0, 1, 3, 9, 15, 4})
+        log_text("x", severity);
+    EXPECT_EQ("fatal x\nalert x\nerror x\ninfo x\ndebug x\n4 x\n", read_file(log_path()));
+}
+
+TEST_F(Logger, KeepsAMessageOnOneLine) {
+    log_text("a\nb\tc\\d\re\x01\x7f\xc3\xa9 \"q\"\n");
+    EXPECT_EQ("info a\\nb\\tc\\\\d\\re\\x01\\x7f\\xc3\\xa9 \"q\"\\n\n", read_file(log_path()));
+}
+
+TEST_F(Logger, IsReadBackAsItWasLogged) {
+    std::string odd = "a\nb\tc\\d\re\x01\x7f\xc3\xa9 \"q\" \\n \\x41\n";
+    log_text(odd);
+    log_text("plain");
+    EXPECT_TRUE(logged(odd));
+    EXPECT_EQ(1u, logged_count("plain"));
+    EXPECT_FALSE(logged("plai"));
+    EXPECT_FALSE(logged("plain\n"));
+    EXPECT_EQ(1u, logged_containing("lai"));
+    clear_log();
+    EXPECT_TRUE(log_lines().empty());
+    log_text("");
+    ASSERT_EQ(1u, log_entries().size());
+    EXPECT_EQ("info", log_entries()[0].severity);
+    EXPECT_EQ("", log_entries()[0].text);
+}
+
+TEST_F(Logger, CutsNoLongMessage) {
+    for (size_t size : {1015u, 1016u, 1017u, 1018u, 1023u, 1024u, 1025u, 100000u}) {
+        clear_log();
+        std::string text(size - 1, 'x');
+        text += '\n';
+        log_text(text);
+        ASSERT_EQ(1u, log_lines().size());
+        EXPECT_EQ(text, log_lines()[0]) << size;
+    }
+}
+
+TEST_F(Logger, OpensTheFileAgainWhenItWasRemovedOrReplaced) {
+    log_text("one");
+    unlink(log_path().c_str());
+    log_text("two");
+    EXPECT_EQ("info two\n", read_file(log_path()));
+    write_file(log_path() + ".new", "");
+    rename((log_path() + ".new").c_str(), log_path().c_str());
+    log_text("three");
+    EXPECT_EQ("info three\n", read_file(log_path()));
+}
+
+TEST_F(Logger, AppendsToWhatIsThere) {
+    write_file(log_path(), "info before\n");
+    log_text("after");
+    EXPECT_EQ("info before\ninfo after\n", read_file(log_path()));
+}
+
+TEST_F(Logger, FallsBackToStandardError) {
+    setenv("HBS_HOST_LOG", (directory() + "/missing/log").c_str(), 1);
+    testing::internal::CaptureStderr();
+    log_text("nowhere else");
+    EXPECT_EQ("info nowhere else\n", testing::internal::GetCapturedStderr());
+}
+
+TEST_F(Logger, LeavesErrnoAlone) {
+    setenv("HBS_HOST_LOG", (directory() + "/missing/log").c_str(), 1);
+    unlink(values_path().c_str());
+    testing::internal::CaptureStderr();
+    errno = 1234;
+    log_text("x");
+    int after = errno;
+    (void)testing::internal::GetCapturedStderr();
+    EXPECT_EQ(1234, after);
+}
+
+TEST_F(Logger, TakesAsLongAsItIsTold) {
+    set("log.delay_ms", 60);
+    auto start = std::chrono::steady_clock::now();
+    log_text("slow");
+    auto taken = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(taken, std::chrono::milliseconds(60));
+    EXPECT_TRUE(logged("slow"));
+}
+
+TEST_F(Logger, KeepsLinesOfManyThreadsApart) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; t++) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 200; i++)
+                log_text(std::string(100 + 200 * static_cast<size_t>(t), static_cast<char>('a' + t)) + "\n");
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    auto lines = log_lines();
+    ASSERT_EQ(1200u, lines.size());
+    for (int t = 0; t < 6; t++) {
+        std::string text = std::string(100 + 200 * static_cast<size_t>(t), static_cast<char>('a' + t)) + "\n";
+        EXPECT_EQ(200, std::count(lines.begin(), lines.end(), text));
+    }
+}

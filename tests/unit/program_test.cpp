@@ -1,0 +1,120 @@
+// External programs: how they are run and what is taken from them.
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+#include "base/program.h"
+#include "support/gateway.h"
+
+namespace {
+
+class Program : public GatewayTest {
+  protected:
+    std::string output() const { return directory() + "/output"; }
+
+    int run(std::initializer_list<const char *> words, const char *path) {
+        std::vector<const char *> argv(words);
+        argv.push_back(nullptr);
+        return hbs_program_run(argv.data(), path);
+    }
+
+    int read(std::initializer_list<const char *> words, std::string &text, int size) {
+        std::vector<const char *> argv(words);
+        argv.push_back(nullptr);
+        std::string buffer(static_cast<size_t>(size) + 8, '#');
+        const int status = hbs_program_read(argv.data(), buffer.data(), size);
+        EXPECT_EQ("########", buffer.substr(static_cast<size_t>(size))) << "wrote past the end";
+        text = buffer.c_str();
+        return status;
+    }
+};
+
+TEST_F(Program, GivesTheExitStatus) {
+    EXPECT_EQ(0, run({"true"}, nullptr));
+    EXPECT_EQ(1, run({"false"}, nullptr));
+    EXPECT_EQ(255, run({"sh", "-c", "exit 255"}, nullptr));
+    EXPECT_EQ(-1, run({"sh", "-c", "exit 127"}, nullptr));
+}
+
+TEST_F(Program, GivesMinusOneWhenItCannotBeRun) {
+    EXPECT_EQ(-1, run({"/no/such/program"}, nullptr));
+    EXPECT_EQ(-1, run({"no-such-program"}, nullptr));
+    EXPECT_EQ(-1, run({"true"}, "/no/such/directory/output"));
+}
+
+TEST_F(Program, GivesMinusOneWhenItIsKilled) {
+    EXPECT_EQ(-1, run({"sh", "-c", "kill -9 $$"}, nullptr));
+}
+
+TEST_F(Program, WritesItsOutputToTheFile) {
+    write_file(output(), "a longer text that was there before\n");
+    EXPECT_EQ(0, run({"echo", "hello"}, output().c_str()));
+    EXPECT_EQ("hello\n", read_file(output()));
+}
+
+TEST_F(Program, FollowsNoLinkWithItsOutput) {
+    write_file(directory() + "/victim", "precious");
+    ASSERT_EQ(0, symlink((directory() + "/victim").c_str(), output().c_str()));
+    EXPECT_EQ(-1, run({"echo", "hello"}, output().c_str()));
+    EXPECT_EQ("precious", read_file(directory() + "/victim"));
+}
+
+TEST_F(Program, TakesItsWordsAsTheyAre) {
+    EXPECT_EQ(0, run({"printf", "%s|", "$(touch x)", "a b", "'; rm -rf /", "*"}, output().c_str()));
+    EXPECT_EQ("$(touch x)|a b|'; rm -rf /|*|", read_file(output()));
+}
+
+TEST_F(Program, ReadsNothingAndSaysNothingOnStandardError) {
+    EXPECT_EQ(0, run({"sh", "-c", "cat; echo noise >&2"}, output().c_str()));
+    EXPECT_EQ("", read_file(output()));
+}
+
+TEST_F(Program, StartsWithUnblockedSignals) {
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    signal(SIGPIPE, SIG_IGN);
+    const int status = run({"grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"}, output().c_str());
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    signal(SIGPIPE, SIG_DFL);
+    ASSERT_EQ(0, status);
+    const auto lines = read_lines(output());
+    ASSERT_EQ(2u, lines.size());
+    EXPECT_EQ("SigBlk:\t0000000000000000", lines[0]);
+    EXPECT_EQ(0u, std::stoull(lines[1].substr(8), nullptr, 16) & (1u << (SIGPIPE - 1)));
+}
+
+TEST_F(Program, OutputIsCopiedToABuffer) {
+    std::string text;
+    EXPECT_EQ(3, read({"sh", "-c", "echo hello; exit 3"}, text, 64));
+    EXPECT_EQ("hello\n", text);
+}
+
+TEST_F(Program, OutputIsCutAndTheRestDrained) {
+    std::string text;
+    EXPECT_EQ(0, read({"sh", "-c", "head -c 300000 /dev/zero | tr '\\0' x; echo end"}, text, 8));
+    EXPECT_EQ("xxxxxxx", text);
+}
+
+TEST_F(Program, OutputIsEmptyWhenItCannotBeRun) {
+    std::string text = "before";
+    EXPECT_EQ(-1, read({"no-such-program"}, text, 8));
+    EXPECT_EQ("", text);
+}
+
+TEST_F(Program, LeavesNoDescriptorBehind) {
+    const auto lowest_free = [] {
+        const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        close(descriptor);
+        return descriptor;
+    };
+    const int before = lowest_free();
+    std::string text;
+    (void)read({"echo", "hello"}, text, 64);
+    (void)read({"no-such-program"}, text, 64);
+    (void)run({"true"}, output().c_str());
+    EXPECT_EQ(before, lowest_free());
+}
+
+} // namespace

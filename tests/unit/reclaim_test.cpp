@@ -1,0 +1,302 @@
+// The reclaim of a slot from the client that is off line longest, and the deletion that goes with it.
+#include <algorithm>
+
+#include "store/client_fields.h"
+#include "store/client_timers.h"
+#include "store/index.h"
+#include "store/pools.h"
+#include "store/reclaim.h"
+#include "support/working_clients.h"
+
+class Reclaim : public PublishTest {};
+
+TEST_F(Reclaim, TakesTheClientThatIsOffLineLongest) {
+    const auto clients = fill();
+    go_offline(clients[10], 500);
+    go_offline(clients[20], 400);
+    go_offline(clients[30], 600);
+    const uint32_t slot = clients[20]->dbpos;
+    hbs_client *late = add_published(97);
+    EXPECT_EQ(slot, late->dbpos);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(21).data()));
+    EXPECT_EQ(nullptr, published_of(mac_number(21).data()));
+    EXPECT_NE(nullptr, hbs_find_by_mac(mac_number(11).data()));
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), published_clients().size());
+    EXPECT_TRUE(same_record(late, slot_at(slot)));
+    EXPECT_EQ(slot_at(slot), published_clients().back()) << "the newcomer is at the tail";
+}
+
+TEST_F(Reclaim, AmongEqualTimes_TheOneNearestTheHeadGoes) {
+    const auto clients = fill();
+    go_offline(clients[50], 500);
+    go_offline(clients[40], 500);
+    add_published(97);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(41).data()));
+    EXPECT_NE(nullptr, hbs_find_by_mac(mac_number(51).data()));
+}
+
+TEST_F(Reclaim, TimesAreComparedSigned) {
+    const auto clients = fill();
+    go_offline(clients[10], 5);
+    go_offline(clients[11], 0x80000000);
+    go_offline(clients[12], 0xFFFFFFFF);
+    add_published(97);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(12).data()));
+    clients[10]->online_time = 6;
+    add_published(98);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(13).data()));
+    EXPECT_NE(nullptr, hbs_find_by_mac(mac_number(11).data()));
+}
+
+TEST_F(Reclaim, TheLargestTimeIsNeverTaken) {
+    const auto clients = fill();
+    go_offline(clients[10], 0x7FFFFFFF);
+    hbs_client *late = add_published(97);
+    EXPECT_TRUE(logged(NO_SLOT));
+    EXPECT_FALSE(hbs_client_is_published(late));
+    EXPECT_NE(nullptr, hbs_find_by_mac(mac_number(11).data()));
+    go_offline(clients[10], 0x7FFFFFFE);
+    hbs_publish(late);
+    EXPECT_TRUE(hbs_client_is_published(late));
+}
+
+TEST_F(Reclaim, JudgesThePublishedRecord) {
+    const auto clients = fill();
+    clients[10]->flags = 0; // not committed: readers still see it on line
+    hbs_client *late = add_published(97);
+    EXPECT_FALSE(hbs_client_is_published(late));
+}
+
+// Trust beyond the five user bits does not protect.
+TEST_F(Reclaim, ASixthTrustBitProtectsNobody) {
+    const auto clients = fill();
+    clients[10]->trust = 0x20;
+    go_offline(clients[10], 1);
+    add_published(97);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(11).data()));
+}
+
+TEST_F(Reclaim, LogsTheVictimThenItsDeletion) {
+    const auto clients = fill();
+    memcpy(clients[10]->host, "laptop", 7);
+    go_offline(clients[10], 1);
+    const std::string at = position_text(clients[10]->dbpos);
+    hbs_client *late = add_client(97);
+    clear_log();
+    hbs_shm_commit(late);
+    std::vector<std::string> lines = log_lines();
+    std::erase_if(lines,
+                  [](const std::string &line) { return line.find("client found") != std::string::npos; });
+    EXPECT_EQ(
+        (std::vector<std::string>{
+            "HOSTBASE: reclaiming client # [02:aa:00:00:00:0b] on unknown if: index: 0 no IPv4 - no IPv6 - "
+            "(no LL) - (laptop) | at " +
+                at,
+            "HOSTBASE: hbs_delete_client: Client at " + at + " removed 02:aa:00:00:00:0b",
+        }),
+        lines);
+}
+
+TEST_F(Reclaim, LeavesNoIndexEntryOfTheVictim) {
+    const auto clients = fill();
+    hbs_client *victim = clients[10];
+    memcpy(victim->ipv4, ipv4_number(11).data(), 4);
+    hbs_publish(victim);
+    go_offline(victim, 1);
+    ASSERT_EQ(1U, ip_entries().size());
+    const uint32_t slot = victim->dbpos;
+    hbs_client *late = add_client(97);
+    hbs_shm_commit(late);
+    EXPECT_TRUE(ip_entries().empty());
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS) - 1, if_entries().size());
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS) - 1, pri_entries().size());
+    for (const hbs_if_entry *entry : if_entries())
+        EXPECT_NE(slot, entry->dbpos);
+    hostbase_update_ip_indicies(late);
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), if_entries().size());
+}
+
+TEST_F(Reclaim, LowersTheCounter) {
+    const auto clients = fill();
+    go_offline(clients[10], 1);
+    hbs_client *late = add_client(97);
+    EXPECT_EQ(97U, hbs_client_counter());
+    hbs_shm_commit(late);
+    EXPECT_EQ(96U, hbs_client_counter());
+    EXPECT_EQ(late->client_id, add_client(98)->client_id) << "the number of a client that is there repeats";
+}
+
+TEST_F(Reclaim, NomacVictim_KeepsItsWorkingCopyAndGetsAFreshSlot) {
+    hbs_client *nomac = hbs_add(nullptr);
+    hbs_set_ipv4(nomac, ipv4_number(200).data());
+    nomac->online_time = 1;
+    hbs_publish(nomac);
+    std::vector<hbs_client *> clients;
+    for (unsigned n = 1; n < HBS_MAX_CLIENTS; ++n) {
+        clients.push_back(add_client(n));
+        clients.back()->flags = HBS_FLAG_ONLINE;
+        hbs_publish(clients.back());
+    }
+    const uint32_t stale = nomac->dbpos;
+    hbs_client *late = add_client(97);
+    late->flags = HBS_FLAG_ONLINE;
+    hbs_publish(late);
+    ASSERT_EQ(stale, late->dbpos);
+    EXPECT_EQ(std::vector{nomac}, nomac_clients());
+    EXPECT_EQ(97U, hbs_client_counter()) << "nobody was deleted";
+    EXPECT_EQ(0U, logged_containing("hbs_delete_client"));
+    hbs_shm_commit(nomac);
+    EXPECT_TRUE(logged(NO_SLOT));
+    hbs_shm_remove(clients[0]);
+    hbs_shm_commit(nomac);
+    EXPECT_NE(stale, nomac->dbpos);
+    EXPECT_TRUE(same_record(nomac, slot_at(nomac->dbpos)));
+    EXPECT_TRUE(same_record(late, slot_at(stale)));
+}
+
+TEST_F(Reclaim, GivesAZeroedSlotOnNoListThatIsNobodys) {
+    hbs_client *nomac = hbs_add(nullptr);
+    hbs_publish(nomac);
+    const uint32_t dbpos = nomac->dbpos;
+    const hbs_shm_hold hold;
+    hbs_client *slot = hbs_shm_reclaim();
+    ASSERT_EQ(slot_at(dbpos), slot);
+    EXPECT_EQ(std::string(sizeof *slot, '\0'),
+              std::string(reinterpret_cast<const char *>(slot), sizeof *slot));
+    EXPECT_TRUE(published_clients().empty());
+    EXPECT_EQ(nullptr, hbs_slot_owner(slot));
+    EXPECT_EQ(nullptr, hbs_shm_reclaim()) << "nobody is left";
+    hbs_pool_give(hbs_pool::clients, slot);
+}
+
+TEST_F(Reclaim, StaleDbposOfTheSameSlot_DoesNotMakeAVictim) {
+    hbs_client *stale = add_published(200);
+    hbs_shm_flush();
+    auto clients = fill();
+    const auto same = [&](const hbs_client *client) { return client->dbpos == stale->dbpos; };
+    hbs_client *owner = *std::find_if(clients.begin(), clients.end(), same);
+    go_offline(owner, 1);
+    const Mac mac = std::to_array(owner->mac);
+    add_published(97);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac.data()));
+    EXPECT_EQ(stale, hbs_find_by_mac(mac_number(200).data()));
+}
+
+TEST_F(Reclaim, ClearsTheTimersOfTheVictim) {
+    hbs_lease_timers_register([](sigval) {}, [](sigval) {}, [](sigval) {});
+    const auto clients = fill();
+    hbs_lease_timer_start(clients[10], HBS_TIMER_LEASE, 3600);
+    go_offline(clients[10], 1);
+    hbs_timer_slot *slot = hbs_client_timer_slot(clients[10], HBS_TIMER_LEASE);
+    ASSERT_TRUE(slot->exists);
+    add_published(97);
+    EXPECT_FALSE(slot->exists);
+}
+
+TEST_F(Reclaim, HappensAsOftenAsNeeded) {
+    for (hbs_client *client : fill())
+        go_offline(client, client->online_time);
+    for (unsigned n = 97; n <= 300; ++n) {
+        hbs_client *client = add_client(n);
+        client->online_time = 2000 + n;
+        hbs_publish(client);
+        ASSERT_TRUE(hbs_client_is_published(client));
+    }
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), working_clients().size());
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), if_entries().size());
+}
+
+class DeleteClient : public PublishTest {
+  protected:
+    void SetUp() override {
+        PublishTest::SetUp();
+        write_file("/var/tmp/lease_a", "x");
+        write_file("/var/tmp/lease_b", "x");
+        write_file("/nvram/8/outside", "x");
+    }
+    static hbs_client *slot_of(const hbs_client *client) {
+        return const_cast<hbs_client *>(slot_at(client->dbpos));
+    }
+};
+
+TEST_F(DeleteClient, RemovesItsFilesAndItsWorkingCopy) {
+    hbs_client *client = add_client(1);
+    hbs_set_lease_file(client, "lease_a");
+    hbs_set_lease_file6(client, "lease_b");
+    hbs_publish(client);
+    clear_log();
+    hbs_delete_client(slot_of(client));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_b"));
+    EXPECT_TRUE(working_clients().empty());
+    EXPECT_FALSE(hbs_is_working_copy(client));
+    EXPECT_TRUE(logged("HOSTBASE: hbs_delete_client: Client at 0x34 removed 02:aa:00:00:00:01"));
+}
+
+TEST_F(DeleteClient, TwoAddsAndOneDelete_LeaveTheCounterAtOne_TheNextIdRepeats) {
+    hbs_client *first = add_published(1);
+    hbs_client *second = add_published(2);
+    hbs_delete_client(slot_of(first));
+    EXPECT_EQ(1U, hbs_client_counter());
+    EXPECT_EQ(second->client_id, add_client(3)->client_id);
+}
+
+TEST_F(DeleteClient, SlotThatNoWorkingCopyPointsAt_RemovesItsFilesOnly) {
+    hbs_client *client = add_published(1);
+    hbs_client slot{};
+    memcpy(slot.mac, client->mac, 6);
+    memcpy(slot.lease_file, "lease_a", 8);
+    memcpy(slot.lease_file6, "lease_b", 8);
+    clear_log();
+    hbs_delete_client(&slot);
+    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_b"));
+    EXPECT_EQ(std::vector{client}, working_clients());
+    EXPECT_EQ(1U, hbs_client_counter());
+    EXPECT_EQ(0U, logged_containing("hbs_delete_client:"));
+}
+
+TEST_F(DeleteClient, DropsItsLinesFromTheLeaseFiles) {
+    const std::string path = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
+    write_file(path, "02:aa:00:00:00:01 192.168.0.50\n02:aa:00:00:00:02 192.168.0.51\n");
+    hbs_delete_client(slot_of(add_published(1)));
+    EXPECT_EQ("02:aa:00:00:00:02 192.168.0.51\n", read_file(path));
+}
+
+struct NameCase {
+    const char *name;
+    const char *file;
+};
+
+class LeaseFileName : public DeleteClient, public testing::WithParamInterface<NameCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Hostile, LeaseFileName,
+                         testing::Values(NameCase{"Empty", ""}, NameCase{"Dot", "."},
+                                         NameCase{"DotDot", ".."}, NameCase{"Up", "../../nvram/8/outside"},
+                                         NameCase{"Absolute", "/nvram/8/outside"},
+                                         NameCase{"Below", "directory/file"},
+                                         NameCase{"Directory", "directory"},
+                                         NameCase{"ShellWords", "lease_a; rm lease_b"},
+                                         NameCase{"Pattern", "lease_*"}, NameCase{"Format", "%s%n"}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_P(LeaseFileName, DeletesNothing) {
+    write_file("/var/tmp/directory/file", "x");
+    hbs_client client{};
+    strncpy(client.lease_file, GetParam().file, sizeof client.lease_file - 1);
+    strncpy(client.lease_file6, GetParam().file, sizeof client.lease_file6 - 1);
+    hbs_client_delete_files(&client);
+    EXPECT_TRUE(file_exists("/var/tmp/lease_a"));
+    EXPECT_TRUE(file_exists("/var/tmp/lease_b"));
+    EXPECT_TRUE(file_exists("/var/tmp/directory/file"));
+    EXPECT_TRUE(file_exists("/nvram/8/outside"));
+}
+
+TEST_F(DeleteClient, LongestFileNameIsDeletedToo) {
+    const std::string name(sizeof(hbs_client::lease_file) - 1, 'n');
+    write_file("/var/tmp/" + name, "x");
+    hbs_client client{};
+    memcpy(client.lease_file6, name.data(), name.size());
+    hbs_client_delete_files(&client);
+    EXPECT_FALSE(file_exists("/var/tmp/" + name));
+}

@@ -1,0 +1,191 @@
+// The checks look at the segment as a reader process does: by offsets, from the heads.
+#include "store_invariants.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <vector>
+
+#include <hbs_db.h>
+
+#include "store/index.h"
+#include "store/pools.h"
+#include "store/rule_index.h"
+#include "store/segment.h"
+
+namespace {
+
+struct PoolFacts {
+    const char *name;
+    hbs_pool pool;
+    uint32_t head, first, size, capacity, reference;
+};
+
+constexpr PoolFacts CLIENTS = {"clients", hbs_pool::clients, 4, 52, 1744, 96, 8};
+constexpr PoolFacts IP = {"IP index", hbs_pool::ip, 12, 167476, 92, 288, 88};
+constexpr PoolFacts INTERFACE = {"interface index", hbs_pool::interface, 20, 193972, 24, 96, 20};
+constexpr PoolFacts DHCP = {"DHCP-option index", hbs_pool::dhcp, 28, 196276, 92, 192, 88};
+constexpr PoolFacts RULE = {"rule index", hbs_pool::rule, 36, 213940, 56, 96, 0};
+constexpr PoolFacts PRIMARY = {"primary index", hbs_pool::primary, 44, 219316, 20, 96, 16};
+constexpr const PoolFacts *POOLS[] = {&CLIENTS, &IP, &INTERFACE, &DHCP, &RULE, &PRIMARY};
+
+uint32_t word_at(uint32_t offset) {
+    uint32_t value = 0;
+    memcpy(&value, reinterpret_cast<const uint8_t *>(hbs_segment()) + offset, sizeof value);
+    return value;
+}
+
+template <typename Entry> Entry entry_at(uint32_t offset) {
+    Entry entry;
+    memcpy(&entry, reinterpret_cast<const uint8_t *>(hbs_segment()) + offset, sizeof entry);
+    return entry;
+}
+
+bool is_element(const PoolFacts &pool, uint32_t offset) {
+    return offset >= pool.first && (offset - pool.first) % pool.size == 0 &&
+           (offset - pool.first) / pool.size < pool.capacity;
+}
+
+// Offsets on a list in order; checks the links on the way.
+std::vector<uint32_t> walk(const PoolFacts &pool) {
+    std::vector<uint32_t> offsets;
+    uint32_t before = pool.head;
+    for (uint32_t at = word_at(pool.head); at != pool.head; at = word_at(at)) {
+        if (!is_element(pool, at) || offsets.size() == pool.capacity) {
+            ADD_FAILURE() << pool.name << ": the link " << at << " leads out of the pool or in a circle";
+            return offsets;
+        }
+        EXPECT_EQ(before, word_at(at + 4)) << pool.name << ": link back of " << at;
+        before = at;
+        offsets.push_back(at);
+    }
+    EXPECT_EQ(before, word_at(pool.head + 4)) << pool.name << ": last element in the head";
+    return offsets;
+}
+
+void check_pool(const PoolFacts &pool, const std::vector<uint32_t> &offsets) {
+    std::vector<uint32_t> own;
+    for (void *at = hbs_list_first(pool.pool); at != nullptr; at = hbs_list_next(pool.pool, at))
+        own.push_back(hbs_pool_offset(at));
+    EXPECT_EQ(own, offsets) << pool.name << ": the readers' list is not the daemon's";
+    size_t known = offsets.size() + static_cast<size_t>(hbs_pool_free_count(pool.pool));
+    if (pool.pool == hbs_pool::rule)
+        EXPECT_LE(known, pool.capacity) << pool.name;
+    else
+        EXPECT_EQ(known, pool.capacity) << pool.name << ": elements were lost";
+    const std::set<uint32_t> listed(offsets.begin(), offsets.end());
+    EXPECT_EQ(listed.size(), offsets.size()) << pool.name << ": an element is listed twice";
+    for (uint32_t i = 0; pool.reference != 0 && i < pool.capacity; i++) {
+        uint32_t at = pool.first + i * pool.size;
+        uint32_t reference = listed.count(at) == 0 ? word_at(at + pool.reference) : 0;
+        EXPECT_EQ(0u, reference) << pool.name << ": reference in free element " << at;
+    }
+}
+
+void check_slots(const std::vector<uint32_t> &slots) {
+    std::set<const hbs_client *> owners;
+    for (uint32_t slot : slots) {
+        EXPECT_EQ(slot, word_at(slot + offsetof(hbs_client, dbpos))) << "dbpos of slot " << slot;
+        const auto *at = static_cast<const hbs_client *>(hbs_pool_element(hbs_pool::clients, slot));
+        const hbs_client *owner = hbs_slot_owner(at);
+        if (owner == nullptr)
+            continue;
+        EXPECT_TRUE(owners.insert(owner).second) << "two slots of one working copy";
+        EXPECT_EQ(slot, owner->dbpos) << "dbpos of the working copy of slot " << slot;
+    }
+}
+
+void check_references(const PoolFacts &pool, const std::vector<uint32_t> &entries,
+                      const std::vector<uint32_t> &slots, bool once) {
+    const std::set<uint32_t> published(slots.begin(), slots.end());
+    std::set<uint32_t> seen;
+    for (uint32_t entry : entries) {
+        uint32_t reference = word_at(entry + pool.reference);
+        EXPECT_EQ(1u, published.count(reference)) << pool.name << ": reference to unpublished " << reference;
+        bool is_new = seen.insert(reference).second;
+        EXPECT_TRUE(is_new || !once) << pool.name << ": two entries of " << reference;
+    }
+}
+
+void check_order(const PoolFacts &pool, const std::vector<uint32_t> &entries) {
+    std::vector<uint32_t> before;
+    for (uint32_t entry : entries) {
+        uint32_t count = word_at(entry + 8);
+        ASSERT_LE(count, 19u) << pool.name;
+        std::vector<uint32_t> key;
+        for (uint32_t i = 0; i < count; i++)
+            key.push_back(word_at(entry + 12 + 4 * i));
+        // Not by vector's own operator: GCC 12 compares only part of it on big-endian machines.
+        bool larger = before.size() < key.size() ||
+                      (before.size() == key.size() &&
+                       std::lexicographical_compare(before.begin(), before.end(), key.begin(), key.end()));
+        EXPECT_TRUE(larger) << pool.name << ": out of order at " << entry;
+        before = key;
+    }
+}
+
+using Words = std::vector<uint32_t>;
+
+Words words_of(const hbs_instance_map &map) {
+    return {map.word, map.word + 4};
+}
+
+void note(Words &words, uint32_t instance) {
+    ASSERT_GE(instance, 1u);
+    ASSERT_LE(instance, 128u);
+    words[(instance - 1) / 32] |= 1u << ((instance - 1) % 32);
+}
+
+void check_interface_maps(const std::vector<uint32_t> &entries) {
+    std::map<uint32_t, Words> expected;
+    for (uint32_t offset : entries) {
+        auto entry = entry_at<hbs_if_entry>(offset);
+        EXPECT_EQ(2u, entry.count);
+        ASSERT_GE(entry.key[0], 200u);
+        ASSERT_LE(entry.key[0], 207u);
+        Words &words = expected.try_emplace(entry.key[0] - 200, 4, 0).first->second;
+        note(words, entry.key[1]);
+    }
+    for (int network = 0; network < 8; network++) {
+        Words &words = expected.try_emplace(static_cast<uint32_t>(network), 4, 0).first->second;
+        EXPECT_EQ(words, words_of(hbs_rnd_map(network))) << "instance map of network " << network;
+    }
+}
+
+void check_primary_map(const std::vector<uint32_t> &entries) {
+    Words expected(4, 0);
+    for (uint32_t offset : entries) {
+        auto entry = entry_at<hbs_pri_entry>(offset);
+        EXPECT_EQ(1u, entry.count);
+        note(expected, entry.key[0]);
+    }
+    EXPECT_EQ(expected, words_of(hbs_pri_map()));
+    EXPECT_EQ(entries.size(), hbs_pri_count());
+}
+
+} // namespace
+
+void expect_store_sound() {
+    if (hbs_segment() == nullptr)
+        return;
+    std::map<hbs_pool, std::vector<uint32_t>> lists;
+    for (const PoolFacts *pool : POOLS) {
+        lists[pool->pool] = walk(*pool);
+        check_pool(*pool, lists[pool->pool]);
+    }
+    const auto &slots = lists[hbs_pool::clients];
+    check_slots(slots);
+    check_references(IP, lists[IP.pool], slots, false);
+    check_references(DHCP, lists[DHCP.pool], slots, false);
+    check_references(INTERFACE, lists[INTERFACE.pool], slots, true);
+    check_references(PRIMARY, lists[PRIMARY.pool], slots, true);
+    check_order(IP, lists[IP.pool]);
+    check_order(DHCP, lists[DHCP.pool]);
+    check_order(INTERFACE, lists[INTERFACE.pool]);
+    check_interface_maps(lists[INTERFACE.pool]);
+    check_primary_map(lists[PRIMARY.pool]);
+    EXPECT_EQ(lists[RULE.pool].size(), hbs_rule_count());
+}
