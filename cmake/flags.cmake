@@ -12,11 +12,6 @@ target_compile_options(hbs_warnings INTERFACE
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(hbs_warnings INTERFACE -Wno-unknown-warning-option)
 endif()
-option(HBS_FORTIFY "Use the C library's checked functions in optimised builds" ON)
-if(HBS_FORTIFY AND NOT HBS_SANITIZE)
-    target_compile_options(hbs_warnings INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
-endif()
-
 if(HBS_SANITIZE)
     add_compile_options(-fsanitize=${HBS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${HBS_SANITIZE})
@@ -28,6 +23,10 @@ target_link_libraries(hbs_no_runtime INTERFACE hbs_warnings)
 target_compile_options(hbs_no_runtime INTERFACE
     -fvisibility=hidden
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+option(HBS_FORTIFY "Use the C library's checked functions in optimised builds" ON)
+if(HBS_FORTIFY AND NOT HBS_SANITIZE)
+    target_compile_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
+endif()
 
 # Links a target with the C driver, so that no C++ runtime library can slip in: a use of one is a
 # link error. CMake would add it by itself for a mixed target; an empty list keeps it out.

@@ -45,18 +45,24 @@ def start(checkout):
                                 start_new_session=True)
 
 
-def wait_ready(pid, ended=lambda: False, seconds=READY_DEADLINE):
-    """Wait until the daemon `pid` serves on every road in; DaemonError when it does not, or has `ended`."""
+def wait_ready(pid, seconds=READY_DEADLINE):
+    """Wait until the daemon `pid` serves on every road in; DaemonError when it does not, or ends before."""
     deadline = time.monotonic() + seconds
     while True:
         lacking = what_is_lacking(pid)
         if lacking is None:
             return
-        if ended():
+        if not runs(pid):
             raise DaemonError(f"the daemon ended before it was ready; {tail(OUTPUT)} {tail(LOG)}")
         if time.monotonic() > deadline:
             raise DaemonError(f"the daemon is not ready after {seconds:g} s: {lacking}; {tail(LOG)}")
         time.sleep(0.005)
+
+
+def runs(pid):
+    """Whether there is such a process and it has not ended."""
+    state = text_of(f"/proc/{pid}/stat").rpartition(")")[2].split()
+    return bool(state) and state[0] not in "ZX"
 
 
 def what_is_lacking(pid):

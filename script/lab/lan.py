@@ -5,6 +5,7 @@ inside the box; what is going on is kept in files below STATE, so that separate 
 together.
 """
 
+import json
 import os
 import signal
 import subprocess
@@ -172,11 +173,9 @@ def pid_of(name):
     try:
         with open(f"{STATE}/{name}.pid", encoding="ascii") as file:
             pid = int(file.read())
-        with open(f"/proc/{pid}/stat", encoding="ascii", errors="replace") as file:
-            state = file.read().rpartition(")")[2].split()[0]
     except (OSError, ValueError):
         return None
-    return None if state in "ZX" else pid
+    return pid if daemon.runs(pid) else None
 
 
 def start_dhcp_server():
@@ -269,3 +268,14 @@ def leases():
     except FileNotFoundError:
         pass
     return found
+
+
+def all_online():
+    """Whether the database has every host on line with the address and name that the DHCP server noted."""
+    listed = subprocess.run(["hbsctl", "list", "--json"], capture_output=True, text=True, check=False)
+    if listed.returncode != 0:
+        return False
+    noted = leases()
+    online = {client["mac"]: (client["ipv4"], client["host"])
+              for client in json.loads(listed.stdout)["clients"] if client["online"]}
+    return all(each.mac in noted and online.get(each.mac) == noted[each.mac] for each in HOSTS)

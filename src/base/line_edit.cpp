@@ -156,7 +156,7 @@ static bool edit_content(const text_buffer *content, hbs_line_editor edit, void 
         const char *newline = static_cast<const char *>(memchr(line, '\n', static_cast<size_t>(end - line)));
         const char *line_end = newline != nullptr ? newline : end;
         const char *next = newline != nullptr ? newline + 1 : end;
-        const char *replacement = nullptr;
+        const char *replacement = "";
         switch (edit(line, static_cast<size_t>(line_end - line), &replacement, context)) {
         case hbs_line_action::keep:
             add(edited, line, static_cast<size_t>(next - line));
@@ -235,7 +235,8 @@ static hbs_line_action replace_equal(const char *line, size_t length, const char
     const auto *wanted = static_cast<const fixed_edit *>(context);
     *replacement = wanted->replacement;
     // A damaged line ends at a NUL in it, as it does for the look-up that found it.
-    const bool equal = strnlen(line, length) == wanted->length && memcmp(line, wanted->text, wanted->length) == 0;
+    const bool equal =
+        strnlen(line, length) == wanted->length && memcmp(line, wanted->text, wanted->length) == 0;
     return equal ? hbs_line_action::replace : hbs_line_action::keep;
 }
 

@@ -22,7 +22,7 @@
 #include "store/dump.h"
 #include "store/rule_index.h"
 
-// --- helpers ----------------------------------------------------------------------------------------------
+// --- helpers ----------------------------------------
 
 // The address field that a family selects, or null for an unknown family.
 static const uint8_t *address_of(int family, const uint8_t *ipv4, const uint8_t *ipv6) {
@@ -43,7 +43,7 @@ static const hbs_client *kept_client(const hbs_command *command) {
     return command->has_client ? &command->client : nullptr;
 }
 
-// --- commands: leases --------------------------------------------------------------------------------------
+// --- commands: leases ----------------------------------------
 
 static void announce_set_static_lease(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_set_static_lease>(command->buffer);
@@ -98,7 +98,7 @@ static void set_internal_lease(hbs_command *command) {
     }
 }
 
-// --- commands: trust ---------------------------------------------------------------------------------------
+// --- commands: trust ----------------------------------------
 
 // Sets or clears by the key that the selector names. Returns false for an unknown selector.
 static bool change_trust(hbs_command *command, const hbs_msg_trusted &message, bool enable,
@@ -158,8 +158,7 @@ static void clr_trusted(hbs_command *command) {
     }
 }
 
-// --- commands: filters and rules
-// -----------------------------------------------------------------------------
+// --- commands: filters and rules ----------------------------------------
 
 static void announce_set_macfilter(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
@@ -222,8 +221,7 @@ static void set_rule_tod(hbs_command *command) {
     hbs_file_update_rule_tr69_tod(message.type, message.mac, parameters, message.rule_word);
 }
 
-// --- other commands
-// ------------------------------------------------------------------------------------------
+// --- other commands ----------------------------------------
 
 static void log_set_route_mode(hbs_command *command) {
     HBS_LOG(HBS_INFO, "HOSTBASE: un_listen_thread: HBS_CMD_SET_ROUTE_MODE : %d",
@@ -261,8 +259,7 @@ static void set_comment_host(hbs_command *command) {
     }
 }
 
-// --- events: networks
-// ----------------------------------------------------------------------------------------
+// --- events: networks ----------------------------------------
 
 static void log_server(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_server>(command->buffer);
@@ -285,8 +282,7 @@ static void change_subnet(hbs_command *command) {
         hbs_lease_subnet4_changed(message.index, message.old_ipv4, message.new_ipv4, message.prefix_length);
 }
 
-// --- events: Wi-Fi
-// -------------------------------------------------------------------------------------------
+// --- events: Wi-Fi ----------------------------------------
 
 static void announce_wifi_assoc(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_wifi_assoc>(command->buffer);
@@ -333,8 +329,7 @@ static void xwifi_changed(hbs_command *) {
     hbs_recheck_hotspot();
 }
 
-// --- events: leases
-// ------------------------------------------------------------------------------------------
+// --- events: leases ----------------------------------------
 
 static void announce_dhcpv4_lease(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_dhcpv4>(command->buffer);
@@ -405,8 +400,7 @@ static void send_dhcpv6_release(hbs_command *command) {
     (void)hbs_send_tr69_event(HBS_TR69_DHCPV6_RELEASE, kept_client(command));
 }
 
-// --- the table
-// -----------------------------------------------------------------------------------------------
+// --- the table ----------------------------------------
 
 using enum hbs_reply;
 

@@ -62,20 +62,27 @@ static bool request_table(mnl_socket *socket, int family) {
     return mnl_socket_sendto(socket, request, request->nlmsg_len) >= 0;
 }
 
-// Puts every entry of one table through handle_neigh.
-static void read_table(int family) {
+// Puts every entry of one table through handle_neigh. Returns whether the table was read to its end.
+static bool read_table(int family) {
     mnl_socket *socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
     if (socket == nullptr) {
-        HBS_LOG(HBS_ERROR, "HOSTBASE: nl_listen_thread: cannot read the neighbour table");
-        return;
+        return false;
     }
     hbs_at_exit close([socket] { (void)mnl_socket_close(socket); });
-    alignas(nlmsghdr) char buffer[buffer_limit];
-    bool more = mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) == 0 && request_table(socket, family);
-    while (more) {
-        const ssize_t length = mnl_socket_recvfrom(socket, buffer, sizeof(buffer));
-        more = length > 0 && mnl_cb_run(buffer, static_cast<size_t>(length), 0, 0, handle_neigh, nullptr) > 0;
+    if (mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) != 0 || !request_table(socket, family)) {
+        return false;
     }
+    alignas(nlmsghdr) char buffer[buffer_limit];
+    int result = MNL_CB_OK;
+    while (result > MNL_CB_STOP) {
+        const ssize_t length = mnl_socket_recvfrom(socket, buffer, sizeof(buffer));
+        if (length < 0 && errno == EINTR) {
+            continue;
+        }
+        result = length > 0 ? mnl_cb_run(buffer, static_cast<size_t>(length), 0, 0, handle_neigh, nullptr)
+                            : MNL_CB_ERROR;
+    }
+    return result == MNL_CB_STOP;
 }
 
 static bool queue_is_empty(mnl_socket *socket) {
@@ -83,7 +90,8 @@ static bool queue_is_empty(mnl_socket *socket) {
     return poll(&queue, 1, 0) == 0;
 }
 
-// What is queued is older than the tables, so it is handled before they are read.
+// Reads both tables once the socket had to drop notifications. What is queued is older than the tables, so
+// it is handled first. A table that cannot be read is tried again after the next notification.
 static void make_up_for_drops(mnl_socket *socket, uint32_t *known_drops) {
     const uint32_t drops = drops_of(socket);
     if (drops == *known_drops || !queue_is_empty(socket)) {
@@ -91,15 +99,18 @@ static void make_up_for_drops(mnl_socket *socket, uint32_t *known_drops) {
     }
     HBS_LOG(HBS_ALERT, "HOSTBASE: nl_listen_thread: %u neighbour events lost - reading the neighbour tables",
             drops - *known_drops);
+    const bool read_ipv4 = read_table(AF_INET);
+    if (!read_table(AF_INET6) || !read_ipv4) {
+        HBS_LOG(HBS_ERROR, "HOSTBASE: nl_listen_thread: cannot read the neighbour tables");
+        return;
+    }
     *known_drops = drops;
-    read_table(AF_INET);
-    read_table(AF_INET6);
 }
 
 static void listen(mnl_socket *socket) {
     alignas(nlmsghdr) char buffer[buffer_limit];
     const size_t size = buffer_size();
-    uint32_t known_drops = drops_of(socket);
+    uint32_t known_drops = 0;
     for (;;) {
         ssize_t result = mnl_socket_recvfrom(socket, buffer, size);
         if (result < 0 && errno == EINTR) {

@@ -1,3 +1,4 @@
+// Link events of the external switch.
 #include "daemon/switch_link.h"
 
 #include <extswt.h>

@@ -21,7 +21,6 @@
 #include "store/client_text.h"
 #include "store/client_timers.h"
 #include "store/clients.h"
-#include "store/index.h"
 #include "store/publish.h"
 
 // What a release clears. STIP4 stays: the static lease is still there.
@@ -46,14 +45,6 @@ static place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t 
     if (result.nwidx == -1)
         result.nwidx = hbs_address_to_nwidx(AF_INET, ipv4);
     return result;
-}
-
-// A client's index entries carry its network, so those of the old network leave with it: publishing
-// would keep the interface entry and put a second address entry beside the old one.
-static void move_to_network(hbs_client *client, uint8_t nwidx) {
-    if (client->nwidx != nwidx && hbs_client_is_published(client))
-        hbs_file_remove_if_idx_locked(client);
-    hbs_set_nwidx(client, nwidx);
 }
 
 static bool is_on_open_ssid(const hbs_client *client) {
@@ -132,7 +123,7 @@ hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *lease) {
     }
     hbs_lease_timer_stop(client, HBS_TIMER_DHCP_WAIT);
     hbs_lease_timer_stop(client, HBS_TIMER_LEASE);
-    move_to_network(client, static_cast<uint8_t>(where.nwidx));
+    hbs_set_nwidx(client, static_cast<uint8_t>(where.nwidx));
     hbs_set_adapter_type(client, static_cast<uint8_t>(where.adapter_type));
     count_join(client);
     set_identity(client, lease);

@@ -1,8 +1,7 @@
 #include "events/dhcpv6.h"
 
-#include <sys/socket.h>
-
 #include <cstring>
+#include <sys/socket.h>
 
 #include "base/log.h"
 #include "base/text.h"
@@ -17,6 +16,7 @@
 #include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/merge.h"
+#include "store/pools.h"
 #include "store/publish.h"
 
 namespace {
@@ -59,14 +59,30 @@ void set_lease(hbs_client *client, const hbs_dhcpv6_lease *lease) {
 }
 
 // A client of the nomac list that holds the address is merged into the client of the MAC, whatever `ll`
-// that one had. One with a MAC of its own keeps its record: the address goes to the device that the kernel
-// named last.
+// that one had. Returns the surviving client.
 hbs_client *merge_holder(hbs_client *client, const uint8_t *mac, const uint8_t ll[16]) {
     hbs_client *holder = hbs_find_nomac_by_ipv6(ll);
     if (holder == nullptr)
         return client;
     HBS_LOG(HBS_INFO, "HOSTBASE: merge no-mac client with existing client");
     return hbs_set_mac(holder, mac);
+}
+
+bool is_same_ll(const hbs_client *client, const uint8_t ll[16]) {
+    return memcmp(client->ll, ll, 16) == 0;
+}
+
+// The address belongs to the device that the kernel named last. Another one with a MAC of its own keeps its
+// record, without the address: two with the same one would leave the index entry with the wrong client.
+void take_from_others(const hbs_client *client, const uint8_t ll[16]) {
+    constexpr uint8_t none[16] = {};
+    for (hbs_client *other = hbs_client_first(); other != nullptr; other = hbs_client_next(other)) {
+        if (other == client || !is_same_ll(other, ll))
+            continue;
+        hbs_set_ll(other, none);
+        if (hbs_slot_of(other) != nullptr) // publishing afresh could reclaim the slot of `client`
+            hbs_publish(other);
+    }
 }
 
 hbs_client *add_for_later(const uint8_t *mac, uint8_t adapter, const uint8_t ll[16]) {
@@ -80,7 +96,23 @@ hbs_client *add_for_later(const uint8_t *mac, uint8_t adapter, const uint8_t ll[
     return client;
 }
 
-bool is_same_ll(const hbs_client *client, const uint8_t ll[16]) { return memcmp(client->ll, ll, 16) == 0; }
+// A link-local address of a MAC that no client has, or of none.
+hbs_client *identify_by_address(const uint8_t *mac, uint8_t adapter, const uint8_t ll[16]) {
+    hbs_client *client = hbs_find_by_ipv6(ll);
+    if (client == nullptr)
+        return mac != nullptr ? add_for_later(mac, adapter, ll) : nullptr;
+    if (hbs_mac_is_zero(client->mac)) {
+        HBS_LOG(HBS_INFO, "HOSTBASE: Got MAC address for previously LEASED IPv6 client - merge or into db");
+        client = hbs_set_mac(client, mac);
+    } else if (hbs_client_has_ll(client)) {
+        return client;
+    } else {
+        HBS_LOG(HBS_INFO, "HOSTBASE: Got LL address for previously known client set LL address");
+    }
+    hbs_set_adapter_type(client, adapter);
+    hbs_set_ll(client, ll);
+    return client;
+}
 
 } // namespace
 
@@ -128,26 +160,17 @@ hbs_client *hbs_handle_ipv6_ll_neighbor(const uint8_t *mac, const uint8_t ll[16]
     if (adapter == HBS_ADAPTER_UNKNOWN)
         return nullptr;
     hbs_client *client = hbs_find_by_mac(mac);
-    if (client == nullptr) {
-        client = hbs_find_by_ipv6(ll);
-    } else if (!is_same_ll(client, ll)) {
-        const bool had_ll = hbs_client_has_ll(client);
-        client = merge_holder(client, mac, ll);
-        if (!had_ll)
-            HBS_LOG(HBS_INFO, "HOSTBASE: Got LL address for previously known client set LL address");
-        hbs_set_ll(client, ll);
-    }
     if (client == nullptr)
-        return mac != nullptr ? add_for_later(mac, adapter, ll) : nullptr;
-    if (hbs_mac_is_zero(client->mac)) {
-        HBS_LOG(HBS_INFO, "HOSTBASE: Got MAC address for previously LEASED IPv6 client - merge or into db");
-        client = hbs_set_mac(client, mac);
-    } else if (hbs_client_has_ll(client)) {
+        return identify_by_address(mac, adapter, ll);
+    if (is_same_ll(client, ll))
         return client;
-    } else {
+    const bool had_ll = hbs_client_has_ll(client);
+    client = merge_holder(client, mac, ll);
+    take_from_others(client, ll);
+    if (!had_ll) {
         HBS_LOG(HBS_INFO, "HOSTBASE: Got LL address for previously known client set LL address");
+        hbs_set_adapter_type(client, adapter);
     }
-    hbs_set_adapter_type(client, adapter);
     hbs_set_ll(client, ll);
     return client;
 }

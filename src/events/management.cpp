@@ -41,8 +41,11 @@ template <size_t size> void copy_unless_empty(char (&field)[size], const char *t
         hbs_copy_text(field, size, text);
 }
 
-// The known client of a MAC, or a new one, which starts in network 0. Null when memory runs out.
+// The known client of a MAC, or a new one, which starts in network 0. Null when memory runs out, and for six
+// zero bytes, which are no MAC.
 hbs_client *find_or_add(const uint8_t mac[6]) {
+    if (hbs_mac_is_zero(mac))
+        return nullptr;
     hbs_client *client = hbs_find_by_mac(mac);
     return client != nullptr ? client : hbs_add(mac);
 }
@@ -137,6 +140,8 @@ void write_static_lease(int group, const hbs_static_lease *lease) {
 // The client that the lease is for, taken out of the indices; null when the operation is refused.
 hbs_client *claim_static_lease(const hbs_static_lease_request *request, const char *mac_text,
                                const char *address, lease_defaults *defaults) {
+    if (hbs_mac_is_zero(request->mac))
+        return nullptr;
     hbs_client *client = hbs_find_by_mac(request->mac);
     if (client != nullptr && !is_static_lease_network(client->nwidx)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_api_set_static_lease: mac %s found in nwidx %d", mac_text,

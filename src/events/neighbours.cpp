@@ -26,7 +26,9 @@ constexpr uint32_t ONLINE_SECONDS = 600;  // a stale wired client counts as on l
 constexpr uint32_t DHCP_WAIT_SECONDS = 2; // for a lease to follow the first sign of life
 constexpr uint8_t LINK_LOCAL_FIRST_BYTE = 0xFE;
 
-bool is_ipv4_link_local(const uint8_t ipv4[4]) { return ipv4[0] == 169 && ipv4[1] == 254; }
+bool is_ipv4_link_local(const uint8_t ipv4[4]) {
+    return ipv4[0] == 169 && ipv4[1] == 254;
+}
 
 hbs_client *handle_ipv6(const uint8_t *mac, const uint8_t *address) {
     if (address[0] != LINK_LOCAL_FIRST_BYTE)
@@ -145,8 +147,8 @@ hbs_client *hbs_handle_neigh_reachable(const uint8_t *mac, int ifindex, int fami
     if (client == nullptr)
         return nullptr;
     const uint8_t *end = client->lease_v6_end;
-    HBS_LOG(HBS_DEBUG, "HOSTBASE: addr_family=%d, clnt.lease_v6_end=%d %d %d %d ", family, end[0], end[1], end[2],
-            end[3]);
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: addr_family=%d, clnt.lease_v6_end=%d %d %d %d ", family, end[0], end[1],
+            end[2], end[3]);
     if (family == AF_INET6 && end[0] == 0)
         hbs_leasev6_find(client);
     if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)

@@ -1,3 +1,4 @@
+// Wi-Fi stations that come and go, and their link figures.
 #include "events/wifi.h"
 
 #include <cstring>
@@ -17,12 +18,13 @@
 #include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/index.h"
+#include "store/pools.h"
 #include "store/publish.h"
 
 namespace {
 
 constexpr uint32_t DHCP_WAIT_SECONDS = 2;
-constexpr uint8_t MAX_WIFI_INDEX = 15;
+constexpr uint32_t MAX_SSID = 16;
 
 // Primary SSIDs of the two radios.
 constexpr uint32_t FIRST_RADIO_SSID = 1;
@@ -30,18 +32,16 @@ constexpr uint32_t SECOND_RADIO_SSID = 9;
 
 // The check of the SSID number applies only to new clients.
 hbs_client *find_or_add(const uint8_t mac[6], uint32_t ssid) {
-    const uint8_t wifi_index = static_cast<uint8_t>(ssid - 1);
     hbs_client *client = hbs_find_by_mac(mac);
     if (client != nullptr) {
-        if (client->wifi_index != wifi_index) {
+        if (client->wifi_index != ssid - 1) {
             HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_wifi_association: old client, new bssid");
             hbs_file_remove_if_idx_locked(client);
             hbs_set_flags(client, 0, HBS_CHANGED_BSSID);
         }
         return client;
     }
-    // The full number is checked as well as its low byte, so that 257 is not taken for 1.
-    if (wifi_index > MAX_WIFI_INDEX || ssid > MAX_WIFI_INDEX + 1u) {
+    if (ssid < 1 || ssid > MAX_SSID) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: ASSOCIATED event on invalid index (%d)", static_cast<int>(ssid));
         return nullptr;
     }
@@ -58,7 +58,8 @@ void cancel_other_radio(uint32_t ssid) {
     text[sizeof text - 1] = '\0';
     if (strstr(text, "Success") == nullptr)
         return;
-    HBS_LOG(HBS_INFO, "HOSTBASE: PBC on SSID%d success, cancel PBC session on the other radio", static_cast<int>(ssid));
+    HBS_LOG(HBS_INFO, "HOSTBASE: PBC on SSID%d success, cancel PBC session on the other radio",
+            static_cast<int>(ssid));
     if (ssid != FIRST_RADIO_SSID) {
         HBS_LOG(HBS_INFO, "HOSTBASE: Cancel PBC session on SSID1");
         (void)wlan_setWpsCancel(FIRST_RADIO_SSID);
@@ -92,22 +93,19 @@ void store_figures(hbs_client *client, const uint32_t figure[WLAN_LINK_FIGURES])
         client->wifi_link_info[i] = figure[WLAN_LINK_FIGURES - i];
 }
 
-// Finds a station on an SSID. 0 found, 1 not there, else the driver's error.
-int find_station(const uint8_t mac[6], uint32_t ssid, wlan_assoc_device *station) {
+// Finds a station on an SSID. Returns 0 or the driver's error; whether it is there is told by *found.
+int find_station(const uint8_t mac[6], uint32_t ssid, wlan_assoc_device *station, bool *found) {
+    *found = false;
     (void)wlan_rpcConnectClient();
     uint32_t count = 0;
-    const int error = wlan_getAssocDevicesNum(ssid, &count);
-    if (error != 0)
-        return error;
-    for (uint32_t i = 0; i < count; ++i) {
-        const int result = wlan_getAssocDevice(ssid, i, station);
-        if (result != 0)
-            return result;
+    int result = wlan_getAssocDevicesNum(ssid, &count);
+    for (uint32_t i = 0; result == 0 && !*found && i < count; ++i) {
         uint8_t station_mac[6];
-        if (hbs_text_to_mac(station->mac, station_mac) == 6 && memcmp(station_mac, mac, sizeof station_mac) == 0)
-            return 0;
+        result = wlan_getAssocDevice(ssid, i, station);
+        *found = result == 0 && hbs_text_to_mac(station->mac, station_mac) == 6 &&
+                 memcmp(station_mac, mac, sizeof station_mac) == 0;
     }
-    return 1;
+    return result;
 }
 
 void leave(hbs_client *client, const uint8_t mac[6]) {
@@ -119,6 +117,14 @@ void leave(hbs_client *client, const uint8_t mac[6]) {
     HBS_LOG(HBS_INFO, "HOSTBASE: Got DISASSOCIATED event for %s", hbs_client_log_text(client).text);
 }
 
+// The marking of published copies only ever sets hotspot: one that lost it is published anew.
+void recheck_hotspot(hbs_client *client, const hbs_hotspot_names *names) {
+    const uint8_t before = client->hotspot;
+    client->hotspot = hbs_hotspot_has(names, client->ifname) ? 1 : 0;
+    if (client->hotspot != before && hbs_slot_of(client) != nullptr)
+        hbs_shm_commit(client);
+}
+
 } // namespace
 
 hbs_client *hbs_handle_wifi_association(const uint8_t mac[6], uint32_t ssid) {
@@ -127,8 +133,8 @@ hbs_client *hbs_handle_wifi_association(const uint8_t mac[6], uint32_t ssid) {
     const int nwidx = hbs_ssid_to_nwidx(ssid);
     if (nwidx < 0)
         return nullptr;
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_wifi_association: find mac %02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1],
-            mac[2], mac[3], mac[4], mac[5]);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_wifi_association: find mac %02x:%02x:%02x:%02x:%02x:%02x", mac[0],
+            mac[1], mac[2], mac[3], mac[4], mac[5]);
     hbs_client *client = find_or_add(mac, ssid);
     if (client == nullptr)
         return nullptr;
@@ -158,12 +164,13 @@ hbs_client *hbs_handle_wifi_disassociation(const uint8_t mac[6]) {
 
 int hbs_read_wifi_assoc_info(hbs_client *client, uint32_t ssid) {
     wlan_assoc_device station{};
-    const int result = find_station(client->mac, ssid, &station);
-    if (result != 0)
-        return result == 1 ? 0 : result;
-    store_figures(client, station.figure);
-    hbs_set_flags(client, 0, HBS_CHANGED);
-    return 0;
+    bool found = false;
+    const int result = find_station(client->mac, ssid, &station, &found);
+    if (found) {
+        store_figures(client, station.figure);
+        hbs_set_flags(client, 0, HBS_CHANGED);
+    }
+    return result;
 }
 
 void hbs_update_wifi_assoc_info(const hbs_wifi_assoc_info *info) {
@@ -181,7 +188,9 @@ void hbs_refresh_wifi_assoc_info(const uint8_t mac[6]) {
     if (client == nullptr)
         return;
     wlan_assoc_device station{};
-    if (find_station(mac, client->wifi_index + 1u, &station) != 0)
+    bool found = false;
+    (void)find_station(mac, client->wifi_index + 1u, &station, &found);
+    if (!found)
         return;
     hbs_wifi_assoc_info info{};
     memcpy(info.mac, mac, sizeof info.mac);
@@ -193,8 +202,8 @@ void hbs_recheck_hotspot() {
     static hbs_hotspot_names names; // 4 KB; callers hold hbs_list_mutex
     hbs_hotspot_read(&names);
     for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
-        client->hotspot = hbs_hotspot_has(&names, client->ifname) ? 1 : 0;
+        recheck_hotspot(client, &names);
     for (hbs_client *client = hbs_nomac_first(); client != nullptr; client = hbs_nomac_next(client))
-        client->hotspot = hbs_hotspot_has(&names, client->ifname) ? 1 : 0;
+        recheck_hotspot(client, &names);
     hbs_shm_mark_hotspot();
 }

@@ -1,19 +1,18 @@
+// Who holds the lock is recorded with every acquisition, so that a wait that lasts too long can tell.
 #include "export/rwlock.h"
 
-#include <sys/time.h>
-
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <sys/time.h>
 
 #include <snmpa.h>
 
 #include "base/text.h"
 
-#define HBS_EXPORT __attribute__((visibility("default")))
-
 namespace {
 
-constexpr time_t PATIENCE_SECONDS = 10;
+std::atomic<uint32_t> patience_ms = 10000;
 
 struct caller {
     int pid;
@@ -27,46 +26,60 @@ void set_holder(hbs_lock_holder *holder, const caller &by) {
     holder->line = by.line;
 }
 
-void clear_holder(hbs_lock_holder *holder) { set_holder(holder, {0, "none", 0}); }
-
-// Messages of the four places that wait; the format is the same for all.
-#define TIMEOUT_MESSAGE(place, mutex)                                                                        \
-    "%s " place ": timeout on " mutex                                                                        \
-    " acquire held by pid %d, func %s, line %d : attempt from pid %d, func %s, line %d\n"
+void clear_holder(hbs_lock_holder *holder) {
+    set_holder(holder, {0, "none", 0});
+}
 
 enum class site { reader_lock_reader, reader_lock_writer, reader_unlock_reader, writer_lock_writer };
 
-void print_timeout(site where, const hbs_lock_holder *h, const caller &by) {
+#define PRINT_TIMEOUT(format)                                                                                \
+    (void)printf(format, SnmpaName, holder->pid, holder->func, holder->line, by.pid, by.func, by.line)
+
+// The holder's record is read without its mutex: it only informs, and its text always ends in its field.
+void print_timeout(site where, const hbs_lock_holder *holder, const caller &by) {
     switch (where) {
     case site::reader_lock_reader:
-        (void)printf(TIMEOUT_MESSAGE("reader_lock", "reader"), SnmpaName, h->pid, h->func, h->line, by.pid, by.func,
-                     by.line);
+        PRINT_TIMEOUT("%s reader_lock: timeout on reader acquire held by pid %d, func %s, line %d : attempt "
+                      "from pid %d, func %s, line %d\n");
         break;
     case site::reader_lock_writer:
-        (void)printf(TIMEOUT_MESSAGE("reader_lock", "writer"), SnmpaName, h->pid, h->func, h->line, by.pid, by.func,
-                     by.line);
+        PRINT_TIMEOUT("%s reader_lock: timeout on writer acquire held by pid %d, func %s, line %d : attempt "
+                      "from pid %d, func %s, line %d\n");
         break;
     case site::reader_unlock_reader:
-        (void)printf(TIMEOUT_MESSAGE("reader_unlock", "reader"), SnmpaName, h->pid, h->func, h->line, by.pid, by.func,
-                     by.line);
+        PRINT_TIMEOUT(
+            "%s reader_unlock: timeout on reader acquire held by pid %d, func %s, line %d : attempt "
+            "from pid %d, func %s, line %d\n");
         break;
     case site::writer_lock_writer:
-        (void)printf(TIMEOUT_MESSAGE("writer_lock", "writer"), SnmpaName, h->pid, h->func, h->line, by.pid, by.func,
-                     by.line);
+        PRINT_TIMEOUT("%s writer_lock: timeout on writer acquire held by pid %d, func %s, line %d : attempt "
+                      "from pid %d, func %s, line %d\n");
         break;
     }
     (void)fflush(stdout);
 }
 
-// Takes a mutex however long it takes. The holder's record is read without its mutex: it only informs.
+void move_on(timespec *deadline) {
+    constexpr long second_ns = 1000000000;
+    const uint32_t milliseconds = patience_ms.load();
+    deadline->tv_sec += static_cast<time_t>(milliseconds / 1000);
+    deadline->tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000;
+    if (deadline->tv_nsec >= second_ns) {
+        deadline->tv_nsec -= second_ns;
+        ++deadline->tv_sec;
+    }
+}
+
+// Takes a mutex however long it takes.
 int timed_lock(pthread_mutex_t *mutex, const hbs_lock_holder *holder, site where, const caller &by) {
     timeval now{};
     (void)gettimeofday(&now, nullptr);
-    timespec deadline = {now.tv_sec + PATIENCE_SECONDS, now.tv_usec * 1000};
+    timespec deadline = {now.tv_sec, now.tv_usec * 1000};
+    move_on(&deadline);
     int error = pthread_mutex_timedlock(mutex, &deadline);
     while (error == ETIMEDOUT) {
         print_timeout(where, holder, by);
-        deadline.tv_sec += PATIENCE_SECONDS;
+        move_on(&deadline);
         error = pthread_mutex_timedlock(mutex, &deadline);
     }
     return error == 0 ? 0 : -1;
@@ -79,11 +92,15 @@ int release(pthread_mutex_t *mutex, hbs_lock_holder *holder) {
 
 } // namespace
 
+uint32_t hbs_lock_set_patience(uint32_t milliseconds) {
+    return patience_ms.exchange(milliseconds);
+}
+
 extern "C" {
 
-HBS_EXPORT pthread_mutex_t listlock;
+pthread_mutex_t listlock;
 
-HBS_EXPORT int reader_lock(hbs_lock_record *lock, int pid, const char *func, int line) {
+int reader_lock(hbs_lock_record *lock, int pid, const char *func, int line) {
     const caller by{pid, func, line};
     if (timed_lock(&lock->reader_mutex, &lock->reader, site::reader_lock_reader, by) != 0)
         return -1;
@@ -99,7 +116,7 @@ HBS_EXPORT int reader_lock(hbs_lock_record *lock, int pid, const char *func, int
     return release(&lock->reader_mutex, &lock->reader) == 0 ? result : -1;
 }
 
-HBS_EXPORT int reader_unlock(hbs_lock_record *lock, int pid, const char *func, int line) {
+int reader_unlock(hbs_lock_record *lock, int pid, const char *func, int line) {
     const caller by{pid, func, line};
     if (timed_lock(&lock->reader_mutex, &lock->reader, site::reader_unlock_reader, by) != 0)
         return -1;
@@ -110,7 +127,7 @@ HBS_EXPORT int reader_unlock(hbs_lock_record *lock, int pid, const char *func, i
     return release(&lock->reader_mutex, &lock->reader) == 0 ? result : -1;
 }
 
-HBS_EXPORT int writer_lock(hbs_lock_record *lock, int pid, const char *func, int line) {
+int writer_lock(hbs_lock_record *lock, int pid, const char *func, int line) {
     const caller by{pid, func, line};
     if (timed_lock(&lock->writer_mutex, &lock->writer, site::writer_lock_writer, by) != 0)
         return -1;
@@ -118,5 +135,8 @@ HBS_EXPORT int writer_lock(hbs_lock_record *lock, int pid, const char *func, int
     return 0;
 }
 
-HBS_EXPORT int writer_unlock(hbs_lock_record *lock) { return release(&lock->writer_mutex, &lock->writer); }
+int writer_unlock(hbs_lock_record *lock) {
+    return release(&lock->writer_mutex, &lock->writer);
 }
+
+} // extern "C"

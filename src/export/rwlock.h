@@ -2,9 +2,8 @@
 // itself does not use it. C linkage, exported from the executable.
 #pragma once
 
-#include <pthread.h>
-
 #include <cstdint>
+#include <pthread.h>
 
 constexpr int HBS_LOCK_FUNC_SIZE = 256;
 
@@ -25,6 +24,11 @@ struct hbs_lock_record {
     hbs_lock_holder writer;
 };
 
+// Test seam: how long an acquisition waits before it prints who holds the lock, and again after that (10 s).
+// Returns what held before.
+uint32_t hbs_lock_set_patience(uint32_t milliseconds);
+
+#pragma GCC visibility push(default)
 extern "C" {
 
 // All wait for ever, printing who holds and who waits every 10 seconds. They return 0, or -1 when a mutex
@@ -37,3 +41,4 @@ int writer_unlock(hbs_lock_record *lock);
 // Guards the agent's allocation list, which the memory dump walks.
 extern pthread_mutex_t listlock;
 }
+#pragma GCC visibility pop

@@ -70,7 +70,8 @@ void hbs_client_line_parse(char *text, hbs_client_line *line) {
     const char *mac = nullptr;
     if (!next_text(&rest, &mac))
         return;
-    line->mac_valid = hbs_text_to_mac(mac, line->mac) == HBS_MAC_SIZE;
+    // A longer word would give bytes that it does not spell: "...:112" ends in 0x12.
+    line->mac_valid = strlen(mac) < sizeof(hbs_mac_text) && hbs_text_to_mac(mac, line->mac) == HBS_MAC_SIZE;
     // Fields count up to the first one that is missing or no number.
     line->fields = 1;
     line->fields += next_int(&rest, &line->nwidx);

@@ -1,10 +1,10 @@
 #include "files/leasev6.h"
 
 #include <arpa/inet.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "base/log.h"
 #include "base/scope.h"
@@ -63,13 +63,22 @@ bool parse_element(const char *line, lease_element *element) {
     return true;
 }
 
+// Kept inside what a time_t can tell.
+time_t lease_end(const lease_element *element) {
+    time_t end = 0;
+    if (!__builtin_add_overflow(element->timestamp, element->valid, &end))
+        return end;
+    return element->valid < 0 ? std::numeric_limits<time_t>::min() : std::numeric_limits<time_t>::max();
+}
+
 void apply_element(hbs_client *client, const lease_element *element) {
-    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_leasev6_find fgets: timestamp:%ld; valid:%d, ipv6_str:%s", element->timestamp,
-            element->valid, element->address);
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_leasev6_find fgets: timestamp:%ld; valid:%d, ipv6_str:%s",
+            element->timestamp, element->valid, element->address);
     uint8_t address[16];
-    if (inet_pton(AF_INET6, element->address, address) != 1 || memcmp(address, client->ipv6, sizeof address) != 0)
+    if (inet_pton(AF_INET6, element->address, address) != 1 ||
+        memcmp(address, client->ipv6, sizeof address) != 0)
         return;
-    const time_t end = static_cast<time_t>(element->timestamp) + element->valid;
+    const time_t end = lease_end(element);
     HBS_LOG(HBS_INFO, "HOSTBASE: Found IPv6 lease %d for %s", static_cast<int>(end), element->address);
     hbs_leasev6_set(client, end);
     hbs_set_flags(client, 0, HBS_FLAG_DYNIP6);

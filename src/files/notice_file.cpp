@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,6 +60,14 @@ static bool copied_whole(FILE *stream, const char *copy) {
     return fstat(fileno(stream), &original) == 0 && size_of(copy) == int64_t{original.st_size};
 }
 
+// A file that is closed full is an event again, which brings the next try. It must not come at once, or the
+// thread and the log would know nothing else; meanwhile the server may write.
+static void pause_before_retry(FILE *stream) {
+    (void)flock(fileno(stream), LOCK_UN);
+    const timespec pause = {1, 0};
+    (void)nanosleep(&pause, nullptr);
+}
+
 char *hbs_notice_take(const char *path, const hbs_notice_source *source) {
     if (path == nullptr || size_of(path) == 0) {
         return nullptr;
@@ -72,10 +81,12 @@ char *hbs_notice_take(const char *path, const hbs_notice_source *source) {
         hbs_at_exit close([stream] { (void)fclose(stream); });
         if (!copied_whole(stream, source->temporary)) {
             HBS_LOG(HBS_ERROR, "%s", source->copy_failed);
+            pause_before_retry(stream);
             return nullptr;
         }
         if (ftruncate(fileno(stream), 0) != 0) {
             HBS_LOG(HBS_ERROR, "HOSTBASE: error truncating notification file(%s): %s", path, strerror(errno));
+            pause_before_retry(stream);
         }
         (void)flock(fileno(stream), LOCK_UN);
     }

@@ -21,7 +21,7 @@ int hbs_file_copy(FILE *stream, const char *path);
 // Empties the notification file at `path` and returns what was in it as text, which the caller frees.
 // A NUL byte in it becomes a line end, so that what follows it is not lost. Null when there is nothing
 // to do (no path, an empty file) or it failed (logged); unless it could be copied whole, the file is
-// left as it is.
+// left as it is, and the call returns only after a second: whoever watches the file is told of it again.
 char *hbs_notice_take(const char *path, const hbs_notice_source *source);
 
 // The second half of the above: the text of the source's temporary file, or null (logged).

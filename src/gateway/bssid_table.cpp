@@ -1,3 +1,4 @@
+// Rows of the SSID table never move; a free one is found from row 0.
 #include "gateway/bssid_table.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// The DOCSIS bridge's files under /proc.
 #include "gateway/docsis_bridge.h"
 
 #include <cstdio>
@@ -35,9 +36,11 @@ bool is_protected(const uint8_t mac[6], const char *mac_text) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Erouter mac address can't allow to be removed from docsis bridge %s\n",
                 mac_text);
     else if (is_db_mac(DB_ITEM_MTA_MAC, mac))
-        HBS_LOG(HBS_ERROR, "HOSTBASE: Mta mac address can't allow to be removed from docsis bridge %s\n", mac_text);
+        HBS_LOG(HBS_ERROR, "HOSTBASE: Mta mac address can't allow to be removed from docsis bridge %s\n",
+                mac_text);
     else if (is_cm_mac(mac))
-        HBS_LOG(HBS_ERROR, "HOSTBASE: CM mac address can't allow to be removed from docsis bridge %s\n", mac_text);
+        HBS_LOG(HBS_ERROR, "HOSTBASE: CM mac address can't allow to be removed from docsis bridge %s\n",
+                mac_text);
     else
         return false;
     HBS_LOG(HBS_ERROR, "HOSTBASE: Faile to remove %s from docsis bridge\n", mac_text);
@@ -58,7 +61,8 @@ void remove_if_on_port(const char *line, uint32_t port) {
     uint16_t hit = 0;
     uint32_t found_port = 0;
     (void)extSwitchSearchMac(mac, &hit, &found_port);
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_remove_cpe_by_port: extport=%d hit:%d", static_cast<int>(found_port), hit);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_remove_cpe_by_port: extport=%d hit:%d", static_cast<int>(found_port),
+            hit);
     if (hit != 0 && found_port == port)
         hbs_remove_cpe_from_docsis_bridge(mac);
 }

@@ -1,11 +1,10 @@
 #include "gateway/neighbour_answer.h"
 
+#include <cstring>
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
-
-#include <cstring>
 
 #include "base/log.h"
 
@@ -24,7 +23,9 @@ struct neighbour {
     attribute lladdr;
 };
 
-size_t align(size_t length) { return (length + 3) & ~size_t{3}; }
+size_t align(size_t length) {
+    return (length + 3) & ~size_t{3};
+}
 
 void parse_attributes(const uint8_t *bytes, size_t length, neighbour *out) {
     while (length >= sizeof(nlattr)) {
@@ -48,9 +49,9 @@ void parse_attributes(const uint8_t *bytes, size_t length, neighbour *out) {
 
 bool is_match(const neighbour *entry, int family, const uint8_t *address) {
     const size_t size = family == AF_INET ? 4 : 16;
-    return entry->header.ndm_family == family && entry->destination.data != nullptr && entry->lladdr.data != nullptr &&
-           (entry->header.ndm_state & NUD_REACHABLE) != 0 && entry->destination.length == size &&
-           memcmp(entry->destination.data, address, size) == 0;
+    return entry->header.ndm_family == family && entry->destination.data != nullptr &&
+           entry->lladdr.data != nullptr && (entry->header.ndm_state & NUD_REACHABLE) != 0 &&
+           entry->destination.length == size && memcmp(entry->destination.data, address, size) == 0;
 }
 
 int take_lladdr(const neighbour *entry, uint8_t *mac_out) {
@@ -65,8 +66,8 @@ int take_lladdr(const neighbour *entry, uint8_t *mac_out) {
 
 } // namespace
 
-int hbs_find_lladdr(const uint8_t *bytes, size_t length, uint32_t sequence, int family, const uint8_t *address,
-                    uint8_t *mac_out) {
+int hbs_find_lladdr(const uint8_t *bytes, size_t length, uint32_t sequence, int family,
+                    const uint8_t *address, uint8_t *mac_out) {
     while (length >= NLMSG_HDRLEN) {
         nlmsghdr head;
         memcpy(&head, bytes, sizeof head);

@@ -6,5 +6,5 @@
 
 // Looks through one received datagram for a reachable entry of the address (4 bytes for AF_INET, 16 for
 // AF_INET6). Returns 0 and fills mac_out (6 bytes), or -1.
-int hbs_find_lladdr(const uint8_t *bytes, size_t length, uint32_t sequence, int family, const uint8_t *address,
-                    uint8_t *mac_out);
+int hbs_find_lladdr(const uint8_t *bytes, size_t length, uint32_t sequence, int family,
+                    const uint8_t *address, uint8_t *mac_out);

@@ -1,9 +1,8 @@
 #include "gateway/neighbour_query.h"
 
-#include <sys/socket.h>
-
 #include <cstring>
 #include <ctime>
+#include <sys/socket.h>
 
 #include "base/log.h"
 #include "gateway/neighbour_answer.h"
@@ -39,7 +38,7 @@ uint32_t send_request(mnl_socket *socket, int family) {
 int hbs_query_neigh_lladdr(int family, const uint8_t *address, uint8_t *mac_out) {
     if ((family != AF_INET && family != AF_INET6) || address == nullptr || mac_out == nullptr)
         return -1;
-    mnl_socket *socket = mnl_socket_open(NETLINK_ROUTE);
+    mnl_socket *socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
     if (socket == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Cannot open netlink socket for querying neighbor entries");
         return -1;

@@ -22,5 +22,5 @@ bool hbs_mac_is_lan_client(const uint8_t *mac) {
     if (mac == nullptr)
         return true;
     const uint64_t number = hbs_mac_to_number(mac);
-    return number < hbs_internal_mac_low || number > hbs_internal_mac_high;
+    return number != 0 && (number < hbs_internal_mac_low || number > hbs_internal_mac_high);
 }

@@ -10,5 +10,6 @@ extern uint64_t hbs_internal_mac_high;
 // Computes the range from the gateway's base MAC address: base - 2 to base + 14.
 void hostbase_set_internal_mac_range();
 
-// The LAN-client test: false for a MAC in the range. A null MAC passes: an event may name none.
+// The LAN-client test: false for a MAC in the range, and for six zero bytes, which are no address. A null
+// MAC passes: an event may name none.
 bool hbs_mac_is_lan_client(const uint8_t *mac);

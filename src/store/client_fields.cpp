@@ -74,7 +74,12 @@ void hbs_set_lease_file6(hbs_client *client, const char *name) {
     (void)set_text(client, &hbs_client::lease_file6, name);
 }
 
+// Index entries carry the network in their keys: publishing would keep the interface entry of the old one
+// and put a second address entry beside the first.
 void hbs_set_nwidx(hbs_client *client, uint8_t nwidx) {
+    if (client != nullptr && hbs_fold_network(client->nwidx) != hbs_fold_network(nwidx) &&
+        has_entries(client))
+        hbs_file_remove_if_idx_locked(client);
     set_byte(client, &hbs_client::nwidx, nwidx, HBS_CHANGED_ADDRESS);
 }
 

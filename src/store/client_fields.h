@@ -14,6 +14,8 @@ void hbs_set_serial_number(hbs_client *client, const char *serial_number);
 void hbs_set_product_class(hbs_client *client, const char *product_class);
 void hbs_set_lease_file(hbs_client *client, const char *name);
 void hbs_set_lease_file6(hbs_client *client, const char *name);
+
+// The client's entries of the old network leave the indices first (locks); publishing makes the new ones.
 void hbs_set_nwidx(hbs_client *client, uint8_t nwidx);
 void hbs_set_wifi_index(hbs_client *client, uint8_t wifi_index);
 

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "base/log.h"
+#include "base/state.h"
 #include "store/clients.h"
 
 namespace {
@@ -35,14 +36,32 @@ void delete_timer(hbs_client *client, const timer_kind *of, hbs_timer_slot *slot
     client->*of->word = 0;
 }
 
+bool has_expired(hbs_client *client, int kind) {
+    const hbs_timer_slot *slot = hbs_client_timer_slot(client, kind);
+    itimerspec left{};
+    return slot != nullptr && slot->exists && timer_gettime(slot->handle, &left) == 0 &&
+           left.it_value.tv_sec == 0 && left.it_value.tv_nsec == 0;
+}
+
+// Runs on a thread of its own. While it waited for the lock the timer may have been stopped or started
+// anew: that expiry is void.
+template <int Kind> void on_expiry(union sigval client_id) {
+    const hbs_list_hold hold;
+    if (has_expired(hbs_find_by_id(static_cast<uint32_t>(client_id.sival_int)), Kind))
+        actions[Kind - 1](client_id);
+}
+
+constexpr hbs_timer_action EXPIRIES[] = {on_expiry<HBS_TIMER_DHCP_WAIT>, on_expiry<HBS_TIMER_LEASE>,
+                                         on_expiry<HBS_TIMER_ONLINE>};
+
 // A kind without an action has nobody to tell of its expiry: no timer is made for it.
 bool create_timer(hbs_client *client, const timer_kind *of, hbs_timer_slot *slot) {
     sigevent event{};
     event.sigev_notify = SIGEV_THREAD;
     event.sigev_signo = SIGRTMIN;
     event.sigev_value.sival_int = static_cast<int>(client->client_id);
-    event.sigev_notify_function = actions[of->kind - 1];
-    if (event.sigev_notify_function == nullptr || timer_create(CLOCK_MONOTONIC, &event, &slot->handle) != 0)
+    event.sigev_notify_function = EXPIRIES[of->kind - 1];
+    if (actions[of->kind - 1] == nullptr || timer_create(CLOCK_MONOTONIC, &event, &slot->handle) != 0)
         return false;
     slot->exists = true;
     client->*of->word = static_cast<uint32_t>(of->kind);

@@ -8,8 +8,9 @@
 
 enum hbs_timer_kind : int { HBS_TIMER_DHCP_WAIT = 1, HBS_TIMER_LEASE = 2, HBS_TIMER_ONLINE = 3 };
 
-// What runs when a kind expires: on a thread of its own, with the client_id in sival_int. Registered once
-// at start-up, because the expiry actions stand above this floor.
+// What runs when a kind expires: on a thread of its own, under hbs_list_mutex, with the client_id in
+// sival_int, and only while the client still has that expired timer. Registered once at start-up, because
+// the expiry actions stand above this floor.
 using hbs_timer_action = void (*)(union sigval client_id);
 void hbs_lease_timers_register(hbs_timer_action dhcp_wait, hbs_timer_action lease, hbs_timer_action online);
 

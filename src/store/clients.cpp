@@ -192,7 +192,7 @@ hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4) {
 }
 
 hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6) {
-    if (ipv6 == nullptr)
+    if (ipv6 == nullptr || hbs_ipv6_is_zero(ipv6))
         return nullptr;
     for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
         if (matches_ipv6(client, ipv6))
@@ -201,7 +201,7 @@ hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6) {
 }
 
 hbs_client *hbs_find_nomac_by_ipv6(const uint8_t *ipv6) {
-    if (ipv6 == nullptr)
+    if (ipv6 == nullptr || hbs_ipv6_is_zero(ipv6))
         return nullptr;
     for (hbs_client *client = hbs_nomac_first(); client != nullptr; client = hbs_nomac_next(client))
         if (matches_ipv6(client, ipv6))
@@ -298,10 +298,6 @@ bool hbs_client_has_ipv6(const hbs_client *client) {
 
 bool hbs_client_has_ll(const hbs_client *client) {
     return !hbs_ipv6_is_zero(client->ll);
-}
-
-bool hbs_client_is_published(const hbs_client *client) {
-    return client->dbpos != HBS_DBPOS_NONE && client->dbpos != HBS_DBPOS_INVALID;
 }
 
 hbs_timer_slot *hbs_client_timer_slot(hbs_client *client, int kind) {

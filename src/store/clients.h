@@ -21,7 +21,7 @@ hbs_client *hbs_add(const uint8_t *mac);
 // Look-ups; null when there is none, and for a null argument.
 hbs_client *hbs_find_by_mac(const uint8_t *mac);
 hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4);
-hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6); // matches ipv6 or ll
+hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6); // matches ipv6 or ll; :: (no address) matches none
 hbs_client *hbs_find_nomac_by_ipv6(const uint8_t *ipv6);
 hbs_client *hbs_find_by_id(uint32_t client_id); // client list only
 
@@ -52,7 +52,6 @@ void hbs_clear_flags(hbs_client *client, uint32_t t, uint32_t s);
 
 bool hbs_client_has_ipv6(const hbs_client *client);
 bool hbs_client_has_ll(const hbs_client *client);
-bool hbs_client_is_published(const hbs_client *client); // dbpos is neither 0 nor 0xFFFFFFFF
 
 // POSIX timer handle of a working copy by kind (1-3), beside the record; see client_timers.
 struct hbs_timer_slot {

@@ -43,8 +43,8 @@ static int64_t monotonic_ms() {
 
 // Waits 100 ms at most. Returns whether waiting is over: the semaphore was got, or it is unusable.
 static bool wait_slice() {
-    constexpr long slice_ns = 100 * 1000 * 1000;
-    constexpr long second_ns = 1000 * 1000 * 1000;
+    constexpr long slice_ns = 100L * 1000 * 1000;
+    constexpr long second_ns = 1000L * 1000 * 1000;
     timespec until{};
     (void)clock_gettime(CLOCK_REALTIME, &until);
     until.tv_nsec += slice_ns;

@@ -9,7 +9,7 @@ CLI::Option *add_parsed(CLI::App *command, const std::string &name, Value &targe
     const auto store = [&target, parse, type](const std::string &text) {
         const auto value = parse(text);
         if (!value) {
-            throw CLI::ValidationError("'" + text + "' is not a " + type);
+            throw CLI::ValidationError("'" + text + "' is no " + type);
         }
         target = *value;
     };
@@ -101,4 +101,19 @@ CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &ta
     };
     CLI::Option *option = command->add_option_function<std::string>(name, store, help)->type_name(words);
     return name[0] == '-' ? option : option->required();
+}
+
+CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &target, double least,
+                         const std::string &help) {
+    constexpr double most = 3600;
+    const auto in_range = [least](const std::string &text) {
+        double seconds = 0;
+        // Written so that what is not a number at all ("nan") is refused as well.
+        const bool fits = CLI::detail::lexical_cast(text, seconds) && seconds >= least && seconds <= most;
+        return fits ? std::string() : "'" + text + "' is no number of seconds that is possible here";
+    };
+    return command->add_option(name, target, help)
+        ->check(CLI::Validator(in_range, CLI::Range(least, most).get_description()))
+        ->type_name("SECONDS")
+        ->capture_default_str();
 }

@@ -29,6 +29,10 @@ using word_choices = std::vector<std::pair<std::string, uint32_t>>;
 CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &target,
                         const word_choices &choices, const std::string &help);
 
+// A time in seconds, from `least` to an hour; `target` holds its default.
+CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &target, double least,
+                         const std::string &help);
+
 // A subcommand whose arguments live in an `Arguments` of its own; `add` declares them on it and `run`
 // is called with them once the whole command line has been parsed.
 template <typename Arguments, typename Add, typename Run>

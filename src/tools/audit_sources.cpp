@@ -52,6 +52,7 @@ std::string output_of(std::vector<std::string> words) {
         throw cannot_ask(errno);
     }
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string &word : words) {
         arguments.push_back(word.data());
     }
@@ -64,7 +65,7 @@ std::string output_of(std::vector<std::string> words) {
     const int error = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
-    const std::string text = error == 0 ? read_all(ends[0]) : "";
+    std::string text = error == 0 ? read_all(ends[0]) : "";
     close(ends[0]);
     int status = 0;
     if (error != 0 || waitpid(child, &status, 0) != child || status != 0) {

@@ -77,7 +77,7 @@ std::string client_name(const hbs_client &client) {
 }
 
 std::string client_adapter(const hbs_client &client) {
-    const std::string word = adapter_word(client.adapter_type);
+    std::string word = adapter_word(client.adapter_type);
     if (client.adapter_type == HBS_ADAPTER_WIFI) {
         return word + " " + std::to_string(client.wifi_index + 1);
     }

@@ -1,10 +1,12 @@
 #include "tools/command_tree.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <ostream>
 
 #include <hostbase_query.h>
 
+#include "tools/arguments.h"
 #include "tools/command_client.h"
 #include "tools/database.h"
 #include "tools/event_commands.h"
@@ -57,16 +59,33 @@ exit_status fail(session &run, exit_status status, const std::string &text) {
     return status;
 }
 
+// A word that is no command is what is told, not the command that is missing because of it.
+std::string usage_text(const CLI::App &app, const CLI::ParseError &error) {
+    const std::vector<std::string> unexpected = app.remaining(true);
+    const bool hidden = error.get_name() == "RequiredError" && !unexpected.empty();
+    return hidden ? CLI::ExtrasError(unexpected).what() : error.what();
+}
+
+// Also what is asked for with --help or --version comes as an "error".
+exit_status end_of_parsing(session &run, const CLI::App &app, const CLI::ParseError &error,
+                           const std::vector<std::string> &arguments) {
+    if (error.get_exit_code() == 0) {
+        return app.exit(error, run.out, run.err) == 0 ? exit_ok : exit_usage;
+    }
+    // A line that makes no sense may have ended before its options were looked at.
+    run.json = run.json || std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+    const exit_status status = fail(run, exit_usage, usage_text(app, error));
+    run.err << "Run with --help for more information.\n";
+    return status;
+}
+
 void build(CLI::App &app, session &run) {
     app.name("hbsctl");
     app.set_version_flag("--version", HBSCTL_VERSION);
     app.fallthrough();
     app.require_subcommand(1);
     app.add_flag("--json", run.json, "Print JSON");
-    app.add_option("--timeout", run.answer_seconds, "Seconds that the daemon may take to answer")
-        ->check(CLI::Range(0.01, 3600.0))
-        ->type_name("SECONDS")
-        ->capture_default_str();
+    add_seconds(&app, "--timeout", run.answer_seconds, 0.01, "Seconds that the daemon may take to answer");
     add_view_commands(&app, run);
     add_manage_commands(&app, run);
     add_event_commands(&app, run);
@@ -83,7 +102,7 @@ exit_status run_command_line(session &run, const std::vector<std::string> &argum
         app.parse(reversed);
         return run.status;
     } catch (const CLI::ParseError &error) {
-        return app.exit(error, run.out, run.err) == 0 ? exit_ok : exit_usage;
+        return end_of_parsing(run, app, error, arguments);
     } catch (const database_error &error) {
         return fail(run, status_of(error), error.what());
     } catch (const daemon_error &error) {

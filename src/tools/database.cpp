@@ -1,6 +1,7 @@
 #include "tools/database.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <strings.h>
@@ -23,12 +24,16 @@ template <typename Element> std::vector<Element> list_of(const hbs_db &db, const
     return elements;
 }
 
+// All zero means "none" in a record, so it matches nobody.
+template <size_t Size> bool is_field(const uint8_t (&field)[Size], const std::array<uint8_t, Size> &wanted) {
+    return wanted != std::array<uint8_t, Size>{} && memcmp(field, wanted.data(), Size) == 0;
+}
+
 bool has_address(const hbs_client &client, const ip_address &address) {
     if (address.family == HBS_FAMILY_IPV4) {
-        return memcmp(client.ipv4, address.ipv4.data(), sizeof client.ipv4) == 0;
+        return is_field(client.ipv4, address.ipv4);
     }
-    return memcmp(client.ipv6, address.ipv6.data(), sizeof client.ipv6) == 0 ||
-           memcmp(client.ll, address.ipv6.data(), sizeof client.ll) == 0;
+    return is_field(client.ipv6, address.ipv6) || is_field(client.ll, address.ipv6);
 }
 
 bool has_name(const hbs_client &client, const std::string &name) {
@@ -57,7 +62,7 @@ std::vector<hbs_client> matching_clients(const database &db, const std::string &
     std::vector<hbs_client> found;
     std::copy_if(db.clients.begin(), db.clients.end(), std::back_inserter(found),
                  [&](const hbs_client &client) {
-                     return mac       ? memcmp(client.mac, mac->data(), mac->size()) == 0
+                     return mac       ? is_field(client.mac, *mac)
                             : address ? has_address(client, *address)
                                       : !key.empty() && has_name(client, key);
                  });

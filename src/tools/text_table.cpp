@@ -74,7 +74,8 @@ void append_cell(std::string &line, const std::string &text, style look, int wid
     const std::string shown = cut_to_width(text, width);
     line += styled(shown, look, colour);
     if (!last) {
-        line.append(static_cast<size_t>(width - display_width(shown) + gap), ' ');
+        const int blanks = width - display_width(shown) + gap;
+        line.append(static_cast<size_t>(blanks), ' ');
     }
 }
 

@@ -102,10 +102,7 @@ void add_view_commands(CLI::App *app, session &run) {
     add_command<watch_options>(
         app, "watch", "Show all clients live (+ new, * changed, - gone)",
         [](CLI::App *command, watch_options &options) {
-            command->add_option("--interval", options.seconds, "Seconds between two looks")
-                ->check(CLI::Range(0.1, 3600.0))
-                ->type_name("SECONDS")
-                ->capture_default_str();
+            add_seconds(command, "--interval", options.seconds, 0.1, "Seconds between two looks");
             command->add_option("--count", options.looks, "End after this many looks (otherwise: Ctrl-C)");
         },
         [&run](const watch_options &options) { watch(run, options); });

@@ -5,9 +5,17 @@
     living_lan   the box with the daemon up, two LAN networks, a DHCP server, and all hosts joined
 """
 
+import os
+
 import pytest
 
-from gateway import Box, daemon
+from gateway import BIN, Box, daemon
+
+
+def pytest_sessionstart():
+    for program in ("gw_hostbase", "hbsctl"):
+        if not os.access(f"{BIN}/{program}", os.X_OK):
+            pytest.exit(f"{BIN}/{program} is not there: run script/build first", returncode=2)
 
 
 @pytest.hookimpl(hookwrapper=True)

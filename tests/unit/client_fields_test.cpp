@@ -419,7 +419,46 @@ TEST_F(Addresses, ClientWithAStaleDbpos_TakesNobodyElsesEntriesOut) {
     hbs_set_ipv4(stale, ipv4_number(7).data());
     hbs_set_ipv6(stale, ipv6_number(7).data());
     hbs_set_ll(stale, ll_number(7).data());
+    hbs_set_nwidx(stale, 5);
     EXPECT_EQ(ALL_ENTRIES, references_to(holder->dbpos));
+}
+
+TEST_F(Addresses, ChangedNetwork_TakesAllEntriesOfTheClientOut) {
+    hbs_client *client = published_with_all(2);
+    hbs_client *other = published_with_all(3);
+    client->flags = 0;
+    hbs_set_nwidx(client, 1);
+    EXPECT_EQ(0U, references_to(client->dbpos));
+    EXPECT_EQ(ALL_ENTRIES, references_to(other->dbpos));
+    EXPECT_EQ(0b10U, hbs_rnd_map(0).word[0]) << "the instance of the old network is free";
+    EXPECT_EQ(0b10U, hbs_pri_map().word[0]);
+    EXPECT_EQ(1U, hbs_pri_count());
+    EXPECT_EQ(HBS_CHANGED_ADDRESS, client->flags);
+    EXPECT_EQ(1, semaphore_value());
+}
+
+TEST_F(Addresses, ChangedNetwork_PublishedAnewHasEntriesOfTheNewNetworkOnly) {
+    hbs_client *client = published_with_all(2);
+    hbs_set_nwidx(client, 9); // folds onto 1
+    hbs_publish(client);
+    EXPECT_EQ(ALL_ENTRIES - 1, references_to(client->dbpos)) << "no primary entry on network 1";
+    for (const hbs_ip_entry *entry : ip_entries())
+        EXPECT_EQ(201U, entry->key[0]);
+    for (const hbs_ip_entry *entry : dhcp_entries())
+        EXPECT_EQ(201U, entry->key[0]);
+    ASSERT_EQ(1U, if_entries().size());
+    EXPECT_EQ(201U, if_entries()[0]->key[0]);
+    EXPECT_EQ(0U, hbs_rnd_map(0).word[0]);
+    EXPECT_EQ(1U, hbs_rnd_map(1).word[0]);
+}
+
+TEST_F(Addresses, NetworkThatFoldsOntoTheSame_LeavesTheEntries) {
+    hbs_client *client = published_with_all(2);
+    client->flags = 0;
+    hbs_set_nwidx(client, 8);
+    EXPECT_EQ(8, client->nwidx);
+    EXPECT_EQ(ALL_ENTRIES, references_to(client->dbpos));
+    EXPECT_EQ(HBS_CHANGED_ADDRESS, client->flags);
 }
 
 TEST_F(Addresses, NullClientOrAddressDoesNothing) {

@@ -336,3 +336,29 @@ TEST_F(ClientFileReset, AnswersTheResultOfTheLastUnlink) {
     EXPECT_EQ(-1, hbs_nv_reset()) << "there was no file of trusted devices";
     EXPECT_FALSE(file_exists(HBS_WHITE_RULES));
 }
+
+TEST_F(ClientFileLoad, ClearsWhatAPowerCutLeftBesideTheFiles) {
+    write_clients(full_line("02:aa:00:00:00:11"));
+    const std::string files[] = {HBS_CLIENT_FILE,
+                                 HBS_WHITE_RULES,
+                                 HBS_BLACK_RULES,
+                                 HBS_TRUSTED_INSTANCES,
+                                 "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases",
+                                 "/nvram/8/dhcpd/udhcpd.192.168.1.1.host"};
+    for (const std::string &file : files)
+        write_file(file + ".hbs-new", "half a fi");
+    EXPECT_EQ(0, hbs_nv_load_clients());
+    for (const std::string &file : files)
+        EXPECT_FALSE(file_exists(file + ".hbs-new")) << file;
+}
+
+TEST_F(ClientFileLoad, OfHexThatHoldsAZero_EndsTheTextThereAndPadsTheField) {
+    write_clients("02:aa:00:00:00:11 0 616200637a 6100zz62 00000001\n");
+    EXPECT_EQ(0, hbs_nv_load_clients());
+    const hbs_client *client = client_of("02:aa:00:00:00:11");
+    const hbs_client empty{};
+    EXPECT_STREQ("ab", client->host);
+    EXPECT_EQ(0, memcmp(client->host + 2, empty.host + 2, sizeof client->host - 2));
+    EXPECT_STREQ("a", client->comment);
+    EXPECT_EQ(0, memcmp(client->comment + 1, empty.comment + 1, sizeof client->comment - 1));
+}

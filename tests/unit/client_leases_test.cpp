@@ -3,7 +3,10 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/clock.h"
 #include "base/date.h"
@@ -293,6 +296,15 @@ TEST_F(ClientLeases, StartUpBuildsClientsFromAllFiles) {
                        " : 02:aa:00:00:00:11, 192.168.0.50, laptop, 7, a, b, c"));
     EXPECT_TRUE(logged("HOSTBASE: handle dynamic lease from file " + DYNAMIC_2 +
                        " : 02:aa:00:00:00:12, 192.168.1.50, phone, -1, d, e, f"));
+}
+
+TEST_F(ClientLeases, StartUpSharesTheFilesWithOtherReaders) {
+    write_file(DYNAMIC_1, "02:aa:00:00:00:11 192.168.0.50 0 laptop 7 a b c\n");
+    const int other = open(DYNAMIC_1.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(other, LOCK_SH));
+    hbs_handle_dynamic_leases_from_file(); // would wait for ever for an exclusive lock
+    EXPECT_EQ(1u, published().size());
+    close(other);
 }
 
 TEST_F(ClientLeases, StartUpLogsAMissingFile) {

@@ -109,3 +109,21 @@ TEST(ClientLine, Parse_OfAMacThatDoesNotConvertWhole_IsNotValid) {
     std::string empty;
     EXPECT_EQ(0, parse(empty).fields);
 }
+
+TEST(ClientLine, Parse_OfAMacWordThatIsTooLong_InventsNothing) {
+    std::string longer = "02:aa:00:00:00:112 0";
+    EXPECT_FALSE(parse(longer).mac_valid);
+    std::string upper = "02:AA:00:00:00:11 0";
+    EXPECT_TRUE(parse(upper).mac_valid);
+}
+
+TEST(ClientLine, Parse_LeavesWhatStandsBehindANumberToTheNextField) {
+    std::string text = "02:aa:00:00:00:11 3x61 62 123456789a 63";
+    const hbs_client_line line = parse(text);
+    EXPECT_EQ(7, line.fields);
+    EXPECT_EQ(3, line.nwidx);
+    EXPECT_STREQ("x61", line.host);
+    EXPECT_EQ(0x12345678u, line.trust) << "eight digits are the whole word";
+    EXPECT_STREQ("9a", line.keyword_list);
+    EXPECT_STREQ("63", line.description);
+}

@@ -1,9 +1,11 @@
 // The three one-shot timers of a client, real ones.
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
 #include <dlfcn.h>
+#include <iterator>
 #include <sys/resource.h>
 
 #include "store/client_timers.h"
@@ -113,6 +115,30 @@ TEST_P(EachTimer, Expiry_RunsTheActionOfTheKindWithTheClientId) {
     ASSERT_TRUE(wait_until([&] { return expired_count[static_cast<size_t>(kind())] == 1; }, 20000));
     EXPECT_EQ(0xFFFFFFF0U, expired_id[static_cast<size_t>(kind())]);
     EXPECT_TRUE(exists(kind())) << "the action deletes the timer, not the expiry";
+}
+
+// A lease that is renewed in the second in which it ends must not cost the client its record.
+TEST_F(Timers, ExpiryThatWaitedForTheLock_CountsOnlyForTheTimerThatIsStillThere) {
+    {
+        const hbs_list_hold hold;
+        for (const KindCase &each : KINDS)
+            hbs_lease_timer_start(client_, each.kind, 1);
+        const auto all_ended = [&] {
+            return std::all_of(std::begin(KINDS), std::end(KINDS), [&](const KindCase &each) {
+                const itimerspec left = setting(each.kind);
+                return left.it_value.tv_sec == 0 && left.it_value.tv_nsec == 0;
+            });
+        };
+        ASSERT_TRUE(wait_until(all_ended, 20000));
+        sleep_milliseconds(200); // the three threads have begun by now
+        hbs_lease_timer_stop(client_, HBS_TIMER_DHCP_WAIT);
+        hbs_lease_timer_start(client_, HBS_TIMER_LEASE, 3600);
+    }
+    EXPECT_TRUE(wait_until([&] { return expired_count[HBS_TIMER_ONLINE] == 1; }, 20000));
+    sleep_milliseconds(200);
+    EXPECT_EQ(0, expired_count[HBS_TIMER_DHCP_WAIT]) << "stopped meanwhile";
+    EXPECT_EQ(0, expired_count[HBS_TIMER_LEASE]) << "started anew meanwhile";
+    EXPECT_TRUE(exists(HBS_TIMER_LEASE));
 }
 
 TEST_P(EachTimer, StartAgain_ReplacesTheTimer) {

@@ -52,7 +52,7 @@ TEST_F(Add, LeavesEveryOtherFieldZero) {
 }
 
 TEST_F(Add, IsNotYetPublished) {
-    EXPECT_FALSE(hbs_client_is_published(add_client(1)));
+    EXPECT_EQ(0U, add_client(1)->dbpos);
     EXPECT_TRUE(published_clients().empty());
 }
 
@@ -296,6 +296,14 @@ TEST_F(Lookup, ByIpv6_MatchesGlobalOrLinkLocal_ClientListFirst) {
     EXPECT_EQ(nullptr, hbs_find_by_ipv6(ipv6_number(3).data()));
 }
 
+// Every client without a global or a link-local address holds :: there.
+TEST_F(Lookup, ByIpv6OfNoAddress_FindsNone) {
+    add_client(1);
+    hbs_add(nullptr);
+    EXPECT_EQ(nullptr, hbs_find_by_ipv6(Ipv6{}.data()));
+    EXPECT_EQ(nullptr, hbs_find_nomac_by_ipv6(Ipv6{}.data()));
+}
+
 TEST_F(Lookup, NomacByIpv6_LooksAtTheNomacListOnly) {
     with_ipv6(add_client(1), ipv6_number(1), ll_number(1));
     hbs_client *nomac = with_ipv6(hbs_add(nullptr), ipv6_number(2), ll_number(2));
@@ -421,13 +429,4 @@ TEST_F(Flags, AddressTestsLookAtEveryByte) {
     EXPECT_FALSE(hbs_client_has_ll(&client));
     client.ll[0] = 0xfe;
     EXPECT_TRUE(hbs_client_has_ll(&client));
-}
-
-TEST_F(Flags, DbposOfAllOnesIsNotPublished) {
-    hbs_client client{};
-    EXPECT_FALSE(hbs_client_is_published(&client));
-    client.dbpos = 0xFFFFFFFF;
-    EXPECT_FALSE(hbs_client_is_published(&client));
-    client.dbpos = 52;
-    EXPECT_TRUE(hbs_client_is_published(&client));
 }

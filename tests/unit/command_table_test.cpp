@@ -2,76 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "command_fakes.h"
 #include "daemon/command_table.h"
-#include "daemon/dispatcher.h"
+#include "datagram.h"
 
 using testing::ElementsAreArray;
 
 namespace {
-
-constexpr const char *TAG = "len 6 : 2f 74 6d 70 2f 61";
-
-using bytes = std::vector<uint8_t>;
-
-constexpr uint8_t MAC[6] = {0x02, 0xaa, 0, 0, 0, 0x11};
-constexpr uint8_t NEW_MAC[6] = {0x02, 0xaa, 0, 0, 0, 0x22};
-constexpr uint8_t IPV4[4] = {192, 168, 0, 10};
-constexpr uint8_t IPV6[16] = {0xfd, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x10};
-constexpr uint8_t LL[16] = {0xfe, 0x80, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x11};
-
-// Builds a datagram by offsets, as a sender of another program would.
-struct Datagram {
-    bytes data;
-
-    explicit Datagram(uint8_t code) : data(HBS_MSG_MAX, 0) { data[0] = code; }
-
-    template <size_t size> Datagram &raw(size_t offset, const uint8_t (&value)[size]) {
-        memcpy(&data[offset], value, size);
-        return *this;
-    }
-    Datagram &u8(size_t offset, uint8_t value) {
-        data[offset] = value;
-        return *this;
-    }
-    Datagram &u16(size_t offset, uint16_t value) {
-        memcpy(&data[offset], &value, sizeof(value));
-        return *this;
-    }
-    Datagram &u32(size_t offset, uint32_t value) {
-        memcpy(&data[offset], &value, sizeof(value));
-        return *this;
-    }
-    Datagram &text(size_t offset, const std::string &value) {
-        memcpy(&data[offset], value.data(), value.size());
-        return *this;
-    }
-    Datagram &fill(size_t offset, size_t size, char value) {
-        memset(&data[offset], value, size);
-        return *this;
-    }
-};
-
-// Result that a reply carries before a datagram is dispatched.
-constexpr int32_t CARRIED = 77;
-
-struct Outcome {
-    trace::list lines; // the reply stands among them as "reply N"
-    int32_t result;
-};
-
-Outcome dispatch(const Datagram &datagram, int32_t carried = CARRIED) {
-    fake::buffer = datagram.data.data();
-    hbs_command command{};
-    command.buffer = datagram.data.data();
-    command.sender = TAG;
-    command.result = carried;
-    if (hbs_dispatch(&command)) {
-        trace::add(std::string("reply ") + command.result);
-    }
-    hbs_dispatch_after(&command);
-    return {trace::take(), command.result};
-}
 
 class CommandTable : public testing::Test {
   protected:
@@ -101,53 +37,6 @@ std::string tagged(std::string text) {
 
 std::string locked_log(const std::string &text) {
     return "locked log HOSTBASE: " + text;
-}
-
-Datagram filter(uint8_t code) {
-    return Datagram(code)
-        .u8(1, 2)
-        .raw(2, MAC)
-        .u32(8, 0xbeef)
-        .u16(12, 2)
-        .u16(14, 3)
-        .text(16, "remark")
-        .raw(272, NEW_MAC)
-        .u32(280, 9)
-        .u32(284, 4)
-        .u32(288, 5)
-        .u32(292, 6)
-        .text(296, "described")
-        .text(552, "keywords")
-        .text(808, "domains")
-        .u32(1064, 99);
-}
-
-Datagram dhcpv4(uint8_t code) {
-    return Datagram(code)
-        .raw(1, MAC)
-        .raw(8, IPV4)
-        .u32(12, 1)
-        .u32(16, 3600)
-        .text(20, "laptop")
-        .text(148, "l2sd0.2")
-        .text(212, "001122")
-        .text(219, "serial")
-        .text(284, "class")
-        .text(349, "lease")
-        .u32(608, HBS_UNKNOWN_U32)
-        .u32(612, 5);
-}
-
-Datagram dhcpv6(uint8_t code) {
-    return Datagram(code)
-        .raw(1, LL)
-        .raw(17, IPV6)
-        .u32(36, 1800000000)
-        .text(40, "laptop.lan")
-        .text(168, "001122")
-        .text(175, "serial")
-        .text(240, "class")
-        .text(305, "lease6");
 }
 
 const std::string RESPONSE_TO_0 = tagged(locked_log("Send response to 0 to TAG"));
@@ -476,56 +365,6 @@ TEST_F(CommandTable, WifiEvents_WithATextThatIsNoMac_AreLoggedOnly) {
         ASSERT_EQ(lines.size(), 1u);
         EXPECT_THAT(lines[0], testing::HasSubstr("mac 02:aa:zz"));
     }
-}
-
-// Texts without a NUL end with their field and do not run into the next one.
-
-TEST_F(CommandTable, UnterminatedMacText_EndsWithItsField) {
-    EXPECT_THAT(dispatch(Datagram(104).fill(1, 40, 'a')).lines[0],
-                testing::EndsWith(": mac " + std::string(17, 'a')));
-}
-
-TEST_F(CommandTable, UnterminatedLeaseTexts_EndWithTheirFields) {
-    const std::string expected = "'" + std::string(127, 'h') + "' '" + std::string(63, 'i') + "' '" +
-                                 std::string(6, 'o') + "' '" + std::string(64, 's') + "' '" +
-                                 std::string(64, 'p') + "' '" + std::string(258, 'f') + "'";
-    auto datagram = dhcpv4(105).fill(20, 128, 'h').fill(148, 64, 'i').fill(212, 7, 'o').fill(219, 65, 's');
-    EXPECT_THAT(dispatch(datagram.fill(284, 65, 'p').fill(349, 259, 'f')).lines[1],
-                testing::HasSubstr(expected));
-}
-
-TEST_F(CommandTable, UnterminatedDhcpv6Texts_EndWithTheirFields) {
-    const std::string expected = "'" + std::string(127, 'h') + "' '" + std::string(6, 'o') + "' '" +
-                                 std::string(64, 's') + "' '" + std::string(64, 'p') + "' '" +
-                                 std::string(127, 'f') + "'";
-    auto datagram = dhcpv6(106).fill(40, 128, 'h').fill(168, 7, 'o').fill(175, 65, 's').fill(240, 65, 'p');
-    EXPECT_THAT(dispatch(datagram.fill(305, HBS_MSG_MAX - 305, 'f')).lines[1], testing::HasSubstr(expected));
-}
-
-TEST_F(CommandTable, UnterminatedStaticLeaseTexts_EndWithTheirFields) {
-    const std::string expected = "'" + std::string(255, 'c') + "' '" + std::string(63, 'h') + "'";
-    auto datagram = Datagram(2).u16(4, 2).fill(34, 256, 'c').fill(290, HBS_MSG_MAX - 290, 'h');
-    EXPECT_THAT(dispatch(datagram).lines[2], testing::EndsWith(expected));
-}
-
-TEST_F(CommandTable, UnterminatedFilterTexts_EndWithTheirFields) {
-    const std::string expected = "'" + std::string(255, 'c') + "' '" + std::string(255, 'd') + "' '" +
-                                 std::string(255, 'k') + "' '" + std::string(255, 'm') + "' 99";
-    auto datagram = filter(7).fill(16, 256, 'c').fill(296, 256, 'd').fill(552, 256, 'k').fill(808, 256, 'm');
-    const auto lines = dispatch(datagram).lines;
-    EXPECT_THAT(lines[0], testing::EndsWith(": comment is " + std::string(255, 'c')));
-    EXPECT_THAT(lines[1], testing::EndsWith(expected));
-}
-
-TEST_F(CommandTable, UnterminatedTrustComment_EndsWithItsField) {
-    EXPECT_THAT(dispatch(Datagram(5).u8(2, 0x11).fill(32, 400, 'c')).lines[1],
-                testing::EndsWith(" '" + std::string(255, 'c') + "'"));
-}
-
-TEST_F(CommandTable, UnterminatedCommentAndHost_EndWithTheirFields) {
-    const std::string expected = "'" + std::string(255, 'c') + "' '" + std::string(63, 'h') + "'";
-    EXPECT_THAT(dispatch(Datagram(111).u16(2, 2).fill(24, 256, 'c').fill(280, 500, 'h')).lines[1],
-                testing::EndsWith(expected));
 }
 
 } // namespace

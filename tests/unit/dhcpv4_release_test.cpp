@@ -60,7 +60,7 @@ TEST_F(Dhcpv4Release, UnknownMacGivesNone) {
 TEST_F(Dhcpv4Release, MacOfTheGatewayGivesNone) {
     hbs_client *own = hbs_add(mac_of("00:11:22:33:44:60").data());
     EXPECT_EQ(nullptr, release("0.0.0.0", 1, 1, "00:11:22:33:44:60"));
-    EXPECT_FALSE(hbs_client_is_published(own));
+    EXPECT_EQ(HBS_DBPOS_NONE, own->dbpos);
 }
 
 // --- information ---

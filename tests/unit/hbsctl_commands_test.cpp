@@ -181,6 +181,9 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
                                       {"mac-filter", "set", "white", mac, "--rule", "1,2"},
                                       {"comment"},
                                       {"watch", "--interval", "0"},
+                                      {"watch", "--interval", "nan", "--count", "1"},
+                                      {"dump", "--timeout", "nan"},
+                                      {"dump", "--timeout", "soon"},
                                       {"trust", "set", "site", mac, "--comment", std::string(256, 'x')},
                                       {"dump", "--timeout", "-1"}};
     for (const words &line : lines) {
@@ -188,6 +191,33 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
     }
     daemon.stop();
     EXPECT_TRUE(daemon.received.empty());
+}
+
+TEST(Usage, OfTheWrongKindNamesTheWordThatIsWrong) {
+    const std::vector<std::pair<words, std::string>> lines = {
+        {{"frobnicate"}, "The following argument was not expected: frobnicate"},
+        {{"event", "frobnicate"}, "The following argument was not expected: frobnicate"},
+        {{"list", "more"}, "The following argument was not expected: more"},
+        {{}, "A subcommand is required"},
+        {{"event", "dhcpv4-lease", mac, "192.168.0.999"}, "'192.168.0.999' is no IPv4 address"},
+        {{"watch", "--interval", "nan"}, "--interval: 'nan' is no number of seconds that is possible here"},
+    };
+    for (const auto &[line, text] : lines) {
+        const ctl_result result = ctl(line, nobody);
+        EXPECT_EQ(result.err, "hbsctl: " + text + "\nRun with --help for more information.\n");
+        EXPECT_EQ(result.out, "");
+    }
+}
+
+TEST(Usage, OfTheWrongKindIsToldInJsonWhenThatIsAskedFor) {
+    for (const words &line : {words{"--json", "frobnicate"}, words{"list", "--json", "frobnicate"},
+                              words{"event", "dhcpv4-lease", "zz", "192.168.0.1", "--json"}}) {
+        const ctl_result result = ctl(line, nobody);
+        const auto parsed = nlohmann::json::parse(result.out);
+        EXPECT_EQ(parsed["status"], 2);
+        EXPECT_EQ(result.err, "hbsctl: " + parsed["error"].get<std::string>() +
+                                  "\nRun with --help for more information.\n");
+    }
 }
 
 TEST(Usage, HelpIsNoFailure) {

@@ -113,6 +113,15 @@ TEST_F(Views, ShowOfNobodyEndsWithOne) {
               "hbsctl: no client has the MAC, address or name 'x\\x1b[2J'\n");
 }
 
+// All zero is how a record says that it has none.
+TEST_F(Views, ShowOfAZeroAddressFindsNobody) {
+    hbs_client *client = add(1, "by address only", {0, 0, 0, 0});
+    memset(client->mac, 0, sizeof client->mac);
+    for (const char *key : {"0.0.0.0", "::", "00:00:00:00:00:00"}) {
+        EXPECT_EQ(ctl({"show", key}, daemon.path).status, exit_negative) << key;
+    }
+}
+
 TEST_F(Views, IndicesAndRulesShowTheirLists) {
     hbs_client *client = add(1, "laptop", {192, 168, 0, 11});
     db->ip_pool[0] = {0, 0, 7, {200, 1, 4, 192, 168, 0, 11}, client->dbpos};

@@ -27,8 +27,8 @@ TEST_F(ManagementTrust, OfAnUnknownMac_AddsAClientInNetworkZeroPublishedAndPersi
     EXPECT_EQ(HBS_TRUST_SITE, seen(LAPTOP)->trust);
     EXPECT_STREQ("mine", seen(LAPTOP)->comment);
     EXPECT_EQ(std::vector<std::string>{"200 1"}, if_keys());
-    EXPECT_EQ(" version 1\n" + Persisted{.mac = LAPTOP, .comment = "mine", .trust = 1}.line() + "\n",
-              client_file());
+    const Persisted expected{.mac = LAPTOP, .comment = "mine", .trust = HBS_TRUST_SITE};
+    EXPECT_EQ(" version 1\n" + expected.line() + "\n", client_file());
 }
 
 TEST_F(ManagementTrust, OfAKnownClient_KeepsItsNetworkAndItsOtherBits) {
@@ -201,7 +201,8 @@ TEST_F(ManagementComment, WithoutAClient_IsRefused) {
     EXPECT_EQ(" version 1\n", client_file());
 }
 
-// --- route mode -----------------------------------------------------------------------------------------------
+// --- route mode
+// -----------------------------------------------------------------------------------------------
 
 TEST_F(ManagementRouteMode, Bridge_EmptiesTheDatabaseAndClosesIt) {
     (void)published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
@@ -224,11 +225,15 @@ TEST_F(ManagementRouteMode, Bridge_EmptiesTheDatabaseAndClosesIt) {
 TEST_F(ManagementRouteMode, Bridge_StopsTheTimersOfItsClients) {
     hbs_client *client = published_client(LAPTOP, ADDRESS, HBS_FLAG_DYNIP4);
     ASSERT_EQ(0, hbs_api_set_trust(1, true, "", client));
-    for (const int kind : {1, 2, 3})
-        hbs_timer_arm(client, kind, 3600);
+    std::vector<const hbs_timer_slot *> slots;
+    for (const int kind : {HBS_TIMER_DHCP_WAIT, HBS_TIMER_LEASE, HBS_TIMER_ONLINE}) {
+        hbs_lease_timer_start(client, kind, 3600);
+        slots.push_back(hbs_client_timer_slot(client, kind));
+        ASSERT_TRUE(slots.back()->exists);
+    }
     EXPECT_EQ(0, hbs_set_route_mode(0));
-    for (const int kind : {1, 2, 3})
-        EXPECT_FALSE(hbs_client_timer_slot(client, kind)->exists) << kind;
+    for (const hbs_timer_slot *slot : slots)
+        EXPECT_FALSE(slot->exists);
 }
 
 TEST_F(ManagementRouteMode, RoutedAfterBridge_LoadsClientsAndRulesExactlyOnce) {

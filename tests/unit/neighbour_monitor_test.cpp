@@ -121,11 +121,11 @@ class NeighbourMonitor : public GatewayTest {
   protected:
     void SetUp() override {
         GatewayTest::SetUp();
-        if (if_nametoindex(LAN) == 0) {
-            ASSERT_EQ(system("ip link add l2sd0.2 type veth peer name other && ip link set l2sd0.2 up && "
-                             "ip link set other up"),
-                      0);
-        }
+        // A new interface has no neighbours yet: a change to what an entry already is would be no event.
+        (void)!system("ip link del l2sd0.2 2> /dev/null");
+        ASSERT_EQ(system("ip link add l2sd0.2 type veth peer name other && ip link set l2sd0.2 up && "
+                         "ip link set other up"),
+                  0);
         static bool started = false;
         if (!started) {
             pthread_t thread;
@@ -161,7 +161,7 @@ TEST_F(NeighbourMonitor, ChangesOfTheTable_ReachTheHandlers) {
     ASSERT_TRUE(kernel.set(ipv4(1), mac_of(2), NUD_STALE));
     EXPECT_TRUE(hears(ipv4(1), {"stale", mac_of(2)}));
     ASSERT_TRUE(kernel.set(ipv4(1), mac_of(2), NUD_FAILED));
-    EXPECT_TRUE(hears(ipv4(1), {"gone", fake::mac{}}) || hears(ipv4(1), {"gone", mac_of(2)}));
+    EXPECT_TRUE(hears(ipv4(1), {"gone", fake::mac{}}));
     ASSERT_TRUE(kernel.set(ipv6, mac_of(3), NUD_STALE));
     EXPECT_TRUE(hears(ipv6, {"stale", mac_of(3)}));
 }

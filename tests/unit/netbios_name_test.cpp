@@ -3,6 +3,7 @@
 #include <cstring>
 #include <ostream>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/state.h"
 #include "files/netbios_name.h"
@@ -112,6 +113,15 @@ TEST_F(NetbiosName, TakesNoAnswerOfAnEarlierQuestion) {
     write_file(ANSWERS, "192.168.0.50 OLD 02:aa:00:00:00:11\n");
     hbs_nbtscan_hostname(client);
     EXPECT_STREQ("", client->host);
+}
+
+TEST_F(NetbiosName, WritesThroughNoLinkThatSomebodyPut) {
+    const std::string elsewhere = directory() + "/elsewhere";
+    write_file(elsewhere, "precious");
+    (void)unlink(ANSWERS.c_str());
+    ASSERT_EQ(0, symlink(elsewhere.c_str(), ANSWERS.c_str()));
+    hbs_nbtscan_hostname(add_client(true));
+    EXPECT_EQ("precious", read_file(elsewhere));
 }
 
 TEST_F(NetbiosName, IsCutToItsField) {

@@ -141,6 +141,11 @@ TEST_F(Networks, InterfaceOfNoEntryGivesMinusOneAlthoughTheKernelHasIt) {
     EXPECT_EQ(-1, hbs_ifname_to_ifindex("lo"));
 }
 
+TEST_F(Networks, InterfaceIndexZeroIsNoInterfaceOfAnEntry) {
+    set("network.1.ifname", "nosuch0"); // the kernel's answer for it is 0
+    EXPECT_EQ(-1, hbs_ifindex_to_nwidx(0));
+}
+
 TEST_F(Networks, InterfaceOfAnEntryThatTheKernelDoesNotHaveGivesZero) {
     EXPECT_EQ(0, hbs_ifname_to_ifindex("l2sd0.2"));
 }

@@ -1,10 +1,12 @@
 // Taking a notification file away; copies.
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -117,6 +119,32 @@ TEST_F(NoticeFile, Take_WhenTheCopyIsNotWhole_LeavesTheFileAsItIs) {
     EXPECT_EQ(take(), "none");
     EXPECT_EQ(read_file(path), "first\n");
     EXPECT_THAT(trace::take(), testing::ElementsAre("log copy failed"));
+}
+
+TEST_F(NoticeFile, Take_WhenTheFileCannotBeEmptied_IsLoggedAndGivesTheText) {
+    const int sealed = memfd_create("notices", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    ASSERT_EQ(write(sealed, "first\n", 6), 6);
+    ASSERT_EQ(fcntl(sealed, F_ADD_SEALS, F_SEAL_SHRINK), 0);
+    path = "/proc/self/fd/" + std::to_string(sealed);
+    EXPECT_EQ(take(), "first\n");
+    EXPECT_THAT(trace::take(), testing::ElementsAre("log HOSTBASE: error truncating notification file(" +
+                                                    path + "): Operation not permitted"));
+    EXPECT_EQ(close(sealed), 0);
+}
+
+// The close of a file that stays full is an event for whoever watches it.
+TEST_F(NoticeFile, Take_ThatFails_IsNotTriedAgainAtOnce) {
+    std::filesystem::create_directory(temporary);
+    write_file(path, "first\n");
+    const auto start = std::chrono::steady_clock::now();
+    std::thread taker([&] { EXPECT_EQ(take(), "none"); });
+    EXPECT_TRUE(wait_until([] { return !trace::take().empty(); }, 900));
+    const int server = open(path.c_str(), O_WRONLY | O_APPEND);
+    EXPECT_TRUE(wait_until([server] { return flock(server, LOCK_EX | LOCK_NB) == 0; }, 400))
+        << "the server is kept waiting";
+    taker.join();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    EXPECT_EQ(close(server), 0);
 }
 
 TEST_F(NoticeFile, Take_WaitsForTheServersLock) {

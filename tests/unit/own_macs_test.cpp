@@ -81,3 +81,10 @@ TEST_F(OwnMacs, BaseThatCannotBeReadLeavesTheRangeAsItWas) {
 }
 
 } // namespace
+
+TEST_F(OwnMacs, SixZeroBytesAreNoClient) {
+    const uint8_t zero[6] = {};
+    EXPECT_FALSE(hbs_mac_is_lan_client(zero));
+    const uint8_t nearly[6] = {0, 0, 0, 0, 0, 1};
+    EXPECT_TRUE(hbs_mac_is_lan_client(nearly));
+}

@@ -141,11 +141,11 @@ TEST_F(Commit, StaleClientThatFindsNoSlot_MakesNoEntriesForAnothersSlot) {
     memcpy(stale->ipv4, ipv4_number(200).data(), 4);
     hbs_shm_flush();
     fill();
-    ASSERT_TRUE(hbs_client_is_published(stale));
+    ASSERT_NE(HBS_DBPOS_NONE, stale->dbpos);
     const std::string before = segment_bytes();
     hbs_publish(stale);
     EXPECT_TRUE(logged(NO_SLOT));
-    EXPECT_FALSE(hbs_client_is_published(stale));
+    EXPECT_EQ(HBS_DBPOS_NONE, stale->dbpos);
     EXPECT_TRUE(before == segment_bytes());
 }
 

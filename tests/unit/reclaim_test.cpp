@@ -53,18 +53,18 @@ TEST_F(Reclaim, TheLargestTimeIsNeverTaken) {
     go_offline(clients[10], 0x7FFFFFFF);
     hbs_client *late = add_published(97);
     EXPECT_TRUE(logged(NO_SLOT));
-    EXPECT_FALSE(hbs_client_is_published(late));
+    EXPECT_EQ(HBS_DBPOS_NONE, late->dbpos);
     EXPECT_NE(nullptr, hbs_find_by_mac(mac_number(11).data()));
     go_offline(clients[10], 0x7FFFFFFE);
     hbs_publish(late);
-    EXPECT_TRUE(hbs_client_is_published(late));
+    EXPECT_NE(HBS_DBPOS_NONE, late->dbpos);
 }
 
 TEST_F(Reclaim, JudgesThePublishedRecord) {
     const auto clients = fill();
     clients[10]->flags = 0; // not committed: readers still see it on line
     hbs_client *late = add_published(97);
-    EXPECT_FALSE(hbs_client_is_published(late));
+    EXPECT_EQ(HBS_DBPOS_NONE, late->dbpos);
 }
 
 // Trust beyond the five user bits does not protect.
@@ -200,7 +200,7 @@ TEST_F(Reclaim, HappensAsOftenAsNeeded) {
         hbs_client *client = add_client(n);
         client->online_time = 2000 + n;
         hbs_publish(client);
-        ASSERT_TRUE(hbs_client_is_published(client));
+        ASSERT_NE(HBS_DBPOS_NONE, client->dbpos);
     }
     EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), working_clients().size());
     EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), if_entries().size());
@@ -290,6 +290,16 @@ TEST_P(LeaseFileName, DeletesNothing) {
     EXPECT_TRUE(file_exists("/var/tmp/lease_b"));
     EXPECT_TRUE(file_exists("/var/tmp/directory/file"));
     EXPECT_TRUE(file_exists("/nvram/8/outside"));
+}
+
+// A published record may have been scribbled over: what stands behind the field is no part of the name.
+TEST_F(DeleteClient, FileNameThatDoesNotEndInItsFieldDeletesNothing) {
+    const std::string name(sizeof(hbs_client::lease_file), 'n');
+    write_file("/var/tmp/" + name, "x");
+    hbs_client client{};
+    memcpy(client.lease_file, name.data(), name.size());
+    hbs_client_delete_files(&client);
+    EXPECT_TRUE(file_exists("/var/tmp/" + name));
 }
 
 TEST_F(DeleteClient, LongestFileNameIsDeletedToo) {

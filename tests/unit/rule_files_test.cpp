@@ -175,3 +175,29 @@ TEST_F(RuleFilesClear, KeepsARuleBeyondTheThirtieth) {
     expected.erase(expected.find(";1 1 1 0 0 0;"), 12);
     EXPECT_EQ(expected + "\n", white());
 }
+
+TEST_F(RuleFilesClear, OfTheLastRule_LeavesALineOverTheLimitThatBeginsAlike) {
+    const std::string other = "02:aa:00:00:00:11;1 2 3;" + std::string(HBS_RULE_LINE_MAX, '1') + ";\n";
+    write_file(HBS_WHITE_RULES, other + "02:aa:00:00:00:11;1 2 3;\n");
+    EXPECT_FALSE(clear({{1, 2, 3}}));
+    EXPECT_EQ(other, white());
+}
+
+TEST_F(RuleFilesUpdate, OfALineWithoutItsLastSemicolon_EndsEveryRule) {
+    write_file(HBS_WHITE_RULES, "02:aa:00:00:00:11;1 2 3;4 5 6\n");
+    EXPECT_EQ(0, update({{1, 2, 3, 7, 8, 9}}));
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 7 8 9;4 5 6;\n", white());
+    write_file(HBS_WHITE_RULES, "02:aa:00:00:00:11;1 2 3");
+    EXPECT_EQ(0, update({{4, 5, 6, 7, 8, 9}}));
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3;4 5 6 7 8 9;", white());
+    EXPECT_TRUE(clear({{1, 2, 3}}));
+    EXPECT_EQ("02:aa:00:00:00:11;4 5 6 7 8 9;", white());
+}
+
+TEST_F(RuleFilesUpdate, OfARuleOfSevenFields_KnowsItByItsFirstThree) {
+    write_file(HBS_WHITE_RULES, "02:aa:00:00:00:11;1 2 3 4 5 6 7;4 5 6 7;\n");
+    EXPECT_EQ(0, update({{1, 2, 3, 9, 9, 9}}));
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 9 9 9;4 5 6 7;\n", white());
+    EXPECT_EQ(0, update({{4, 5, 6, 9, 9, 9}})) << "four fields are no rule";
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 9 9 9;4 5 6 7;4 5 6 9 9 9;\n", white());
+}

@@ -149,6 +149,14 @@ TEST_F(ShmInit, FirstStart_LogsSizeAddressAndRange) {
     EXPECT_EQ(expected, log_lines());
 }
 
+TEST_F(ShmInit, KeyFile_IsTruncated) {
+    write_file(HBS_SHM_KEY_FILE, "left behind");
+    hbs_shm_init();
+    ASSERT_NE(nullptr, hbs_segment());
+    EXPECT_TRUE(file_exists(HBS_SHM_KEY_FILE));
+    EXPECT_EQ("", read_file(HBS_SHM_KEY_FILE));
+}
+
 TEST_F(ShmInit, FirstStart_HeadsHoldTheirOwnOffsets) {
     hbs_shm_init();
     uint32_t words[13];
@@ -182,15 +190,22 @@ TEST_F(ShmInit, WhenOldSegmentExists_TakesItOverEmptiedAndPostsOnceMore) {
 TEST_F(ShmInit, WhenCalledAgain_KeepsTheSegmentAndEmptiesIt) {
     hbs_shm_init();
     const hbs_db *before = hbs_segment();
-    hbs_list_link(hbs_pool::clients, hbs_pool_take(hbs_pool::clients), nullptr);
+    auto *slot = static_cast<hbs_client *>(hbs_pool_take(hbs_pool::clients));
+    slot->dbpos = hbs_pool_offset(slot);
+    hbs_list_link(hbs_pool::clients, slot, nullptr);
+    hostbase_update_ip_indicies(slot);
     const uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
     const uint32_t p[7] = {};
     hbs_file_update_rule_idx(1, mac, p);
+    ASSERT_EQ(1u, hbs_pri_count());
     clear_log();
     hbs_shm_init();
     EXPECT_EQ(before, hbs_segment());
     EXPECT_EQ(96, hbs_pool_free_count(hbs_pool::clients));
     EXPECT_EQ(0u, hbs_rule_count());
+    EXPECT_EQ(0u, hbs_pri_count());
+    EXPECT_EQ(0u, hbs_pri_map().word[0]);
+    EXPECT_EQ(0u, hbs_rnd_map(0).word[0]);
     EXPECT_EQ(2, semaphore_value());
     EXPECT_EQ(1u, log_lines().size()) << "only the range";
 }

@@ -108,3 +108,13 @@ TEST_F(TrustedDevices, DamagedFiles_EndTheReadingAndDoNoHarm) {
         EXPECT_EQ(-1, get(FIRST, &instance));
     }
 }
+
+TEST_F(TrustedDevices, RecordsWithAMacOfAnotherLength_AreNobodysAndAreCopiedUnchanged) {
+    const std::string longer = u32(17) + "mac:" + u32(8) + FIRST + "xx" + std::string(1, '\0');
+    const std::string shorter = u32(11) + "mac:" + u32(2) + FIRST.substr(0, 2) + std::string(1, '\0');
+    write_file(HBS_TRUSTED_INSTANCES, longer + shorter);
+    EXPECT_EQ(0, set(FIRST, 1));
+    EXPECT_EQ(longer + shorter + record(FIRST, 1), content());
+    EXPECT_EQ(0, remove(FIRST));
+    EXPECT_EQ(longer + shorter, content());
+}

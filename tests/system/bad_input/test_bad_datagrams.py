@@ -24,6 +24,16 @@ def test_every_code_in_every_length(running, length):
     still_serves(running)
 
 
+@pytest.mark.parametrize("length", [1, 2, 7, 20, 40, 290, 616, 1068, 2048])
+def test_zeroes_after_any_code_make_no_client(running, length):
+    """Six zero bytes are no MAC, and no address is one of a client without any."""
+    running.datagrams(*(bytes([code]).ljust(length, b"\0") for code in range(256) if code != ROUTE_MODE))
+    assert running.command(DUMP) is not None  # what came before it is done with
+    assert running.clients() == {}
+    assert "hbs_add: " not in running.log()
+    still_serves(running)
+
+
 def test_empty_datagram(running):
     running.datagrams(b"", b"", b"")
     still_serves(running)

@@ -1,4 +1,8 @@
-"""Notification files and host names that no honest DHCP server writes."""
+"""Notification files and host names that no honest DHCP server writes, and a place that takes no copy of
+them."""
+
+import os
+import time
 
 import pytest
 
@@ -102,3 +106,15 @@ def test_missing_router_database_makes_no_client_and_comes_back(running):
     running.notify(lease_line(AFTER, "192.168.0.59"))
     wait_for("a later lease", lambda: AFTER in running.clients())
     assert MAC not in running.clients()
+
+
+def test_notification_that_cannot_be_copied_is_tried_again_without_haste(running):
+    failed = "HOSTBASE: Failed to copy to dhcp4 watch temp file"
+    os.mkdir(running.path("/var/tmp/hbs_watch_file.tmp"))
+    running.notify(lease_line(MAC, "192.168.0.57"))
+    wait_for("the first try", lambda: failed in running.log())
+    time.sleep(1.5)
+    assert 2 <= running.log().count(failed) <= 3
+    os.rmdir(running.path("/var/tmp/hbs_watch_file.tmp"))
+    wait_for("the line is not lost", lambda: MAC in running.clients())
+    running.wait_taken()

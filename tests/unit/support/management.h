@@ -107,7 +107,8 @@ class ManagementTest : public EventTest {
         return hbs_nv_get_trusted_tr69_instance(&device) == 0 ? int64_t{device.instance} : -1;
     }
 
-    static hbs_filter_request filter(uint8_t type, const std::string &mac, std::array<uint32_t, 6> values = {}) {
+    static hbs_filter_request filter(uint8_t type, const std::string &mac,
+                                     std::array<uint32_t, 6> values = {}) {
         hbs_filter_request request{};
         request.type = type;
         const Mac bytes = mac_of(mac);

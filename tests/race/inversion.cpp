@@ -1,0 +1,48 @@
+// Takes a mutex and a semaphore in both orders, one after the other, so that nothing is ever stuck.
+#include <ctime>
+#include <pthread.h>
+#include <semaphore.h>
+
+namespace {
+
+pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+sem_t semaphore;
+
+void wait_for_semaphore() {
+    timespec until{};
+    (void)clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += 10;
+    (void)sem_timedwait(&semaphore, &until);
+}
+
+void *semaphore_inside(void *) {
+    (void)pthread_mutex_lock(&mutex);
+    wait_for_semaphore();
+    (void)sem_post(&semaphore);
+    (void)pthread_mutex_unlock(&mutex);
+    return nullptr;
+}
+
+void *mutex_inside(void *) {
+    wait_for_semaphore();
+    (void)pthread_mutex_lock(&mutex);
+    (void)pthread_mutex_unlock(&mutex);
+    (void)sem_post(&semaphore);
+    return nullptr;
+}
+
+void run(void *(*entry)(void *)) {
+    pthread_t thread;
+    if (pthread_create(&thread, nullptr, entry, nullptr) == 0)
+        (void)pthread_join(thread, nullptr);
+}
+
+} // namespace
+
+// With an argument in one order only.
+int main(int count, char *[]) {
+    (void)sem_init(&semaphore, 0, 1);
+    run(semaphore_inside);
+    run(count > 1 ? semaphore_inside : mutex_inside);
+    return 0;
+}

@@ -1,0 +1,18 @@
+"""More neighbour changes than the daemon can handle while its log is slow."""
+
+import re
+
+from gateway import SCRIPTS
+
+
+def figure(printed, what):
+    return int(re.search(rf"^{what}: (\d+)", printed, re.MULTILINE).group(1))
+
+
+def test_storm_leaves_no_difference(gateway):
+    done = gateway.run(f"{SCRIPTS}/lab/storm", "--changes", "20000", "--devices", "20", check=False,
+                       timeout=300)
+    assert done.returncode == 0, done.stdout + done.stderr
+    assert figure(done.stdout, "changes sent") >= 20000
+    assert figure(done.stdout, "events dropped by the socket") > 0, "the storm was no storm"
+    assert figure(done.stdout, "differences afterwards") == 0

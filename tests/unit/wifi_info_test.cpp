@@ -1,0 +1,221 @@
+// Link figures of stations, and the interfaces of extra Wi-Fi networks.
+#include <cstring>
+#include <ostream>
+
+#include <rnddb.h>
+
+#include "events/wifi.h"
+#include "store/client_fields.h"
+#include "store/index.h"
+#include "support/events.h"
+
+namespace {
+
+const std::string STATION = "02:aa:00:00:00:21";
+const std::string OTHER = "02:aa:00:00:00:22";
+
+using Figures = std::vector<uint32_t>;
+
+Figures figures_of(const hbs_client &client) {
+    return {std::begin(client.wifi_link_info), std::end(client.wifi_link_info)};
+}
+
+class WifiInfo : public EventTest {
+  protected:
+    hbs_client *client_ = nullptr;
+
+    void SetUp() override {
+        EventTest::SetUp();
+        if (HasFatalFailure())
+            return;
+        ASSERT_EQ(0, RNDDB_Read(0, 1)); // as at the daemon's start
+        client_ = published_client(STATION, "192.168.0.77", HBS_FLAG_DYNIP4);
+        client_->flags &= ~HBS_CHANGED_MASK;
+        clear_log();
+    }
+
+    static void refresh(const std::string &mac) {
+        const hbs_list_hold hold;
+        hbs_refresh_wifi_assoc_info(mac_of(mac).data());
+    }
+
+    static void update(const std::string &mac, const Figures &figures) {
+        hbs_wifi_assoc_info info{};
+        memcpy(info.mac, mac_of(mac).data(), sizeof info.mac);
+        std::copy(figures.begin(), figures.end(), info.figure);
+        const hbs_list_hold hold;
+        hbs_update_wifi_assoc_info(&info);
+    }
+};
+
+const Figures NONE = {0, 0, 0, 0, 0};
+
+// --- reading from the driver ---
+
+TEST_F(WifiInfo, FirstFigureStaysFirstAndTheOthersAreReversed) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    EXPECT_EQ(0, hbs_read_wifi_assoc_info(client_, 1));
+    EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*client_));
+    EXPECT_EQ(HBS_CHANGED, client_->flags & HBS_CHANGED_MASK);
+    EXPECT_EQ(NONE, figures_of(*seen(STATION))); // the caller publishes
+}
+
+TEST_F(WifiInfo, StationIsFoundAmongOthers) {
+    add("wifi.ssid.2.station", "02:AA:00:00:00:99 9 9 9 9 9");
+    add("wifi.ssid.2.station", "02:AA:00:00:00:21 4294967295 2 3 4 5");
+    add("wifi.ssid.2.station", "02:AA:00:00:00:21 7 7 7 7 7");
+    EXPECT_EQ(0, hbs_read_wifi_assoc_info(client_, 2));
+    EXPECT_EQ((Figures{4294967295, 5, 4, 3, 2}), figures_of(*client_));
+}
+
+TEST_F(WifiInfo, StationThatIsNotListedChangesNothing) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:99 9 9 9 9 9");
+    EXPECT_EQ(0, hbs_read_wifi_assoc_info(client_, 1));
+    EXPECT_EQ(NONE, figures_of(*client_));
+    EXPECT_EQ(0u, client_->flags & HBS_CHANGED_MASK);
+}
+
+TEST_F(WifiInfo, ConnectionThatFailsDoesNotMatter) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    fail("wlan_rpcConnectClient", -1);
+    EXPECT_EQ(0, hbs_read_wifi_assoc_info(client_, 1));
+    EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*client_));
+}
+
+struct ErrorCase {
+    const char *call;
+    int error;
+};
+
+void PrintTo(const ErrorCase &of, std::ostream *out) {
+    *out << of.call << " " << of.error;
+}
+
+class WifiInfoError : public WifiInfo, public testing::WithParamInterface<ErrorCase> {};
+
+TEST_P(WifiInfoError, DriversErrorIsReturned) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    fail(GetParam().call, GetParam().error);
+    EXPECT_EQ(GetParam().error, hbs_read_wifi_assoc_info(client_, 1));
+    EXPECT_EQ(NONE, figures_of(*client_));
+    refresh(STATION);
+    EXPECT_EQ(NONE, figures_of(*client_));
+}
+
+// 1 is an error like any other.
+INSTANTIATE_TEST_SUITE_P(Calls, WifiInfoError,
+                         testing::Values(ErrorCase{"wlan_getAssocDevicesNum", 1},
+                                         ErrorCase{"wlan_getAssocDevicesNum", -3},
+                                         ErrorCase{"wlan_getAssocDevice", 1},
+                                         ErrorCase{"wlan_getAssocDevice", -7}));
+
+TEST_F(WifiInfo, StationBehindOneThatCannotBeReadIsNotReached) {
+    add("wifi.ssid.1.station", "nonsense");
+    add("wifi.ssid.1.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    EXPECT_EQ(-1, hbs_read_wifi_assoc_info(client_, 1));
+    EXPECT_EQ(NONE, figures_of(*client_));
+}
+
+TEST_F(WifiInfo, AssociationTakesTheFigures) {
+    set("wifi.ssid.2.station", "02:AA:00:00:00:21 72 54 130 144 40");
+    ASSERT_NE(nullptr, hbs_handle_wifi_association(mac_of(STATION).data(), 2));
+    EXPECT_EQ((Figures{72, 40, 144, 130, 54}), figures_of(*seen(STATION)));
+}
+
+TEST_F(WifiInfo, AssociationGoesOnWithoutTheFigures) {
+    fail("wlan_getAssocDevicesNum", -3);
+    ASSERT_NE(nullptr, hbs_handle_wifi_association(mac_of(STATION).data(), 2));
+    EXPECT_EQ(NONE, figures_of(*seen(STATION)));
+}
+
+// --- updates ---
+
+TEST_F(WifiInfo, UpdateIsPublishedWithoutTouchingTheIndices) {
+    const hbs_list_hold hold;
+    hbs_file_remove_if_idx_locked(client_);
+    update(STATION, {1, 2, 3, 4, 5});
+    EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*seen(STATION)));
+    EXPECT_TRUE(if_keys().empty());
+    EXPECT_TRUE(ip_keys().empty());
+    hbs_publish(client_);
+}
+
+TEST_F(WifiInfo, UpdateOfAnUnknownStationAndNoUpdateChangeNothing) {
+    update(OTHER, {1, 2, 3, 4, 5});
+    hbs_update_wifi_assoc_info(nullptr);
+    EXPECT_EQ(NONE, figures_of(*seen(STATION)));
+    EXPECT_EQ(1u, working_clients());
+}
+
+TEST_F(WifiInfo, RefreshAsksForTheSsidOfTheClient) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:21 9 9 9 9 9");
+    set("wifi.ssid.3.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    client_->wifi_index = 2;
+    refresh(STATION);
+    EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*seen(STATION)));
+}
+
+TEST_F(WifiInfo, RefreshOfAnUnknownOrAbsentStationChangesNothing) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:22 1 2 3 4 5");
+    client_->wifi_link_info[0] = 5; // not published: it would be seen if the refresh committed
+    refresh(STATION);
+    refresh(OTHER);
+    EXPECT_EQ(NONE, figures_of(*seen(STATION)));
+    EXPECT_EQ(1u, working_clients());
+    client_->wifi_link_info[0] = 0;
+}
+
+// --- extra Wi-Fi networks ---
+
+class WifiHotspot : public WifiInfo {
+  protected:
+    static void name(hbs_client *client, const char *ifname) {
+        const hbs_list_hold hold;
+        hbs_set_interface(client, 1, ifname);
+        hbs_publish(client);
+    }
+
+    static void recheck() {
+        const hbs_list_hold hold;
+        hbs_recheck_hotspot();
+    }
+};
+
+TEST_F(WifiHotspot, ChangeReachesWorkingAndPublishedCopiesBothWays) {
+    hbs_client *other = published_client(OTHER, "192.168.0.78", HBS_FLAG_DYNIP4);
+    set("xwifi.0.ifnames", "wlan0.4");
+    name(client_, "wlan0.4");
+    name(other, "wlan1.4");
+    ASSERT_EQ(1, seen(STATION)->hotspot);
+    ASSERT_EQ(0, seen(OTHER)->hotspot);
+    set("xwifi.0.ifnames", "wlan0.5");
+    set("xwifi.3.ifnames", "wlan1.4");
+    recheck();
+    EXPECT_EQ(0, client_->hotspot);
+    EXPECT_EQ(0, seen(STATION)->hotspot);
+    EXPECT_EQ(1, other->hotspot);
+    EXPECT_EQ(1, seen(OTHER)->hotspot);
+}
+
+TEST_F(WifiHotspot, ClientWithoutAMacIsRecheckedToo) {
+    hbs_client *client = hbs_add(nullptr);
+    hbs_set_ipv6(client, ipv6_of("fd00:2::9").data());
+    name(client, "wlan0.4");
+    set("xwifi.1.ifnames", "wlan0.4");
+    recheck();
+    EXPECT_EQ(1, client->hotspot);
+    unset("xwifi.1.ifnames");
+    recheck();
+    EXPECT_EQ(0, client->hotspot);
+}
+
+TEST_F(WifiHotspot, ClientThatIsNotPublishedStaysSo) {
+    hbs_client *client = hbs_add(mac_of(OTHER).data());
+    hbs_set_interface(client, 1, "wlan0.4");
+    set("xwifi.2.ifnames", "wlan0.4");
+    recheck();
+    EXPECT_EQ(1, client->hotspot);
+    EXPECT_FALSE(seen(OTHER));
+}
+
+} // namespace
