@@ -46,9 +46,9 @@ extern "C" {
 #define HBS_TRUST_SERV 0x2u
 #define HBS_TRUST_WHITE 0x4u
 #define HBS_TRUST_BLACK 0x8u
-#define HBS_TRUST_USER 0x10u         /* comment or host name given by the user */
-#define HBS_TRUST_PROTECTED 0x1Fu    /* any of these: never reclaimed */
-#define HBS_TRUST_REMEMBERED 0x3Fu   /* any of these: survives the end of its lease */
+#define HBS_TRUST_USER 0x10u       /* comment or host name given by the user */
+#define HBS_TRUST_PROTECTED 0x1Fu  /* any of these: never reclaimed */
+#define HBS_TRUST_REMEMBERED 0x3Fu /* any of these: survives the end of its lease */
 
 /* --- adapters (hbs_client.adapter_type) ------------------------------------------------------- */
 #define HBS_ADAPTER_UNKNOWN 0
@@ -75,19 +75,19 @@ extern "C" {
 
 /* --- one client, 1744 bytes -------------------------------------------------------------------- */
 typedef struct hbs_client {
-    uint32_t next;       /* published: offset of the next element from the segment base */
+    uint32_t next; /* published: offset of the next element from the segment base */
     uint32_t prev;
-    uint32_t dbpos;      /* offset of the published copy; 0 or 0xFFFFFFFF = not published */
-    uint32_t client_id;  /* never 0; also the value that the client's timers carry */
+    uint32_t dbpos;           /* offset of the published copy; 0 or 0xFFFFFFFF = not published */
+    uint32_t client_id;       /* never 0; also the value that the client's timers carry */
     uint32_t dhcp_wait_timer; /* handle words: non-zero while the timer exists */
     uint32_t lease_timer;
     uint32_t online_timer;
-    uint32_t word28;     /* no operation sets it; copied with the record */
+    uint32_t word28;           /* no operation sets it; copied with the record */
     uint8_t mac[HBS_MAC_SIZE]; /* all zero for a client known by address only */
     uint8_t align38[2];
-    uint8_t ipv4[4];     /* 0.0.0.0 = none */
-    uint8_t ipv6[16];    /* global address, :: = none */
-    uint8_t ll[16];      /* link-local address, :: = none */
+    uint8_t ipv4[4];  /* 0.0.0.0 = none */
+    uint8_t ipv6[16]; /* global address, :: = none */
+    uint8_t ll[16];   /* link-local address, :: = none */
     char host[HBS_HOST_SIZE];
     char device_name[HBS_HOST_SIZE];
     char comment[HBS_COMMENT_SIZE];
@@ -97,17 +97,17 @@ typedef struct hbs_client {
     uint8_t lease_end[HBS_DATE_SIZE]; /* all zero = none; local time */
     uint8_t lease_v6_end[HBS_DATE_SIZE];
     uint8_t status_time[HBS_DATE_SIZE];
-    uint8_t nwidx;       /* LAN network; 8-15 fold onto 0-7 for indexing */
-    uint8_t wifi_index;  /* SSID number - 1 */
+    uint8_t nwidx;      /* LAN network; 8-15 fold onto 0-7 for indexing */
+    uint8_t wifi_index; /* SSID number - 1 */
     uint8_t adapter_type;
     uint8_t switch_port; /* external-switch port, Ethernet clients only */
     char ifname[HBS_IFNAME_SIZE];
-    uint8_t hotspot;     /* non-zero when ifname is a hotspot interface */
+    uint8_t hotspot; /* non-zero when ifname is a hotspot interface */
     uint8_t align642[2];
     uint32_t ifindex;
     uint32_t trust;
     uint32_t flags;
-    char lease_file[HBS_LEASE_FILE_SIZE];  /* file name under /var/tmp, deleted with the client */
+    char lease_file[HBS_LEASE_FILE_SIZE]; /* file name under /var/tmp, deleted with the client */
     char lease_file6[HBS_LEASE_FILE_SIZE];
     uint32_t lease_start_uptime; /* seconds of uptime at the first lease or join; 0 = none */
     uint32_t wifi_link_info[HBS_LINK_FIGURES];

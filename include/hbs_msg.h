@@ -143,7 +143,7 @@ typedef struct hbs_msg_server {
 typedef struct hbs_msg_subnet {
     uint8_t code;
     uint8_t unused1[3];
-    uint32_t index; /* rndidx, from 1 */
+    uint32_t index;    /* rndidx, from 1 */
     uint32_t old_ipv4; /* host order */
     uint32_t new_ipv4; /* host order */
     uint32_t prefix_length;
@@ -177,7 +177,7 @@ typedef struct hbs_msg_dhcpv4 {
     char oui[HBS_OUI_SIZE];
     char serial_number[HBS_SERIAL_SIZE];
     char product_class[HBS_PRODUCT_SIZE];
-    char lease_file[259]; /* code 105 only */
+    char lease_file[259];  /* code 105 only */
     uint32_t nwidx;        /* HBS_UNKNOWN_U32 = unknown */
     uint32_t adapter_type; /* HBS_UNKNOWN_U32 = unknown */
 } HBS_PACKED hbs_msg_dhcpv4;

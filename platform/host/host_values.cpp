@@ -180,10 +180,9 @@ const char *host_value(const char *key_format, ...) {
     va_end(arguments);
     if (length < 0 || static_cast<size_t>(length) >= sizeof key)
         return nullptr;
-    for (size_t i = table.count; i > 0; i--) {
+    for (size_t i = table.count; i > 0; i--)
         if (strcasecmp(table.entries[i - 1].key, key) == 0)
             return table.entries[i - 1].value;
-    }
     return nullptr;
 }
 

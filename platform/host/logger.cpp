@@ -74,6 +74,8 @@ void delay_as_told() {
         if (!host_text_to_u32(host_value("log.delay_ms"), &milliseconds) || milliseconds > longest_delay_ms)
             return;
     }
+    if (milliseconds == 0)
+        return;
     timespec left = {static_cast<time_t>(milliseconds / 1000),
                      static_cast<long>(milliseconds % 1000) * 1000000};
     while (nanosleep(&left, &left) == -1 && errno == EINTR) {}

@@ -43,10 +43,9 @@ int device_name(const host_entry *entry, char *name, size_t size) {
 }
 
 bool is_listed(const device_table *table, const char *device) {
-    for (size_t i = 0; i < table->count; i++) {
+    for (size_t i = 0; i < table->count; i++)
         if (strcmp(table->row[i].device, device) == 0)
             return true;
-    }
     return false;
 }
 

@@ -31,10 +31,9 @@ bool catch_fatal_signals(void (*handler)(int signal_number)) {
     action.sa_handler = handler;
     action.sa_flags = static_cast<int>(SA_RESETHAND);
     (void)sigemptyset(&action.sa_mask);
-    for (int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
+    for (int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT})
         if (sigaction(number, &action, nullptr) != 0)
             return false;
-    }
     return true;
 }
 

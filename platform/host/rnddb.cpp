@@ -159,10 +159,9 @@ bool is_zero(const uint8_t address[4]) {
 bool in_ipv4_subnet(const rnddb_params *entry, const uint8_t *address) {
     if (is_zero(entry->ipv4) || entry->prefix_length > 32)
         return false;
-    for (uint32_t bit = 0; bit < entry->prefix_length; bit++) {
+    for (uint32_t bit = 0; bit < entry->prefix_length; bit++)
         if (((entry->ipv4[bit / 8] ^ address[bit / 8]) >> (7 - bit % 8) & 1) != 0)
             return false;
-    }
     return true;
 }
 

@@ -53,10 +53,9 @@ bool read_station(const char *line, wlan_assoc_device *device) {
     if (!station_mac(&line, mac))
         return false;
     char word[12];
-    for (uint32_t &figure : device->figure) {
+    for (uint32_t &figure : device->figure)
         if (host_next_word(&line, word, sizeof word) != 1 || !host_text_to_u32(word, &figure))
             return false;
-    }
     (void)snprintf(device->mac, sizeof device->mac, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
                    mac[3], mac[4], mac[5]);
     return host_next_word(&line, word, sizeof word) == 0;

@@ -10,10 +10,10 @@
 extern "C" {
 #endif
 
-#define DB_ITEM_BASE_MAC 70       /* 6 bytes: the gateway's base MAC address */
-#define DB_ITEM_WIFI_RPC_MODE 72  /* 1 byte: opaque mode value of the Wi-Fi side */
-#define DB_ITEM_EROUTER_MAC 110   /* 6 bytes */
-#define DB_ITEM_MTA_MAC 197       /* 6 bytes */
+#define DB_ITEM_BASE_MAC 70      /* 6 bytes: the gateway's base MAC address */
+#define DB_ITEM_WIFI_RPC_MODE 72 /* 1 byte: opaque mode value of the Wi-Fi side */
+#define DB_ITEM_EROUTER_MAC 110  /* 6 bytes */
+#define DB_ITEM_MTA_MAC 197      /* 6 bytes */
 
 /* Opens the configuration for this process. Returns 0, or -1. */
 int DB_RetrieveAccess(void);

@@ -18,10 +18,10 @@ typedef struct l2switch_entry {
     uint32_t port_mask; /* one bit per port */
     uint32_t age;       /* seconds since last seen */
     uint32_t flags;
-} l2switch_entry;       /* 20 bytes */
+} l2switch_entry; /* 20 bytes */
 
 typedef struct l2switch_table {
-    uint16_t count;     /* rows in use, at most L2SWITCH_MAX_MACS */
+    uint16_t count; /* rows in use, at most L2SWITCH_MAX_MACS */
     uint16_t reserved;
     l2switch_entry entry[L2SWITCH_MAX_MACS];
 } l2switch_table;

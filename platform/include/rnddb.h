@@ -15,18 +15,18 @@ extern "C" {
 
 /* One router entry. Addresses are bytes in network order. */
 typedef struct rnddb_params {
-    int32_t rndidx;          /* entry number from 1; -1 = preset, nothing read yet */
-    char ifname[16];         /* kernel interface of the network, NUL-terminated */
-    uint8_t ipv4[4];         /* primary address; 0.0.0.0 = none */
-    uint32_t prefix_length;  /* of the primary address, 0-32 */
-    uint8_t pool_start[4];   /* first address of the DHCPv4 pool */
-    uint8_t pool_end[4];     /* last address of the DHCPv4 pool */
-    uint8_t ipv6_enabled;    /* 0 or 1 */
+    int32_t rndidx;         /* entry number from 1; -1 = preset, nothing read yet */
+    char ifname[16];        /* kernel interface of the network, NUL-terminated */
+    uint8_t ipv4[4];        /* primary address; 0.0.0.0 = none */
+    uint32_t prefix_length; /* of the primary address, 0-32 */
+    uint8_t pool_start[4];  /* first address of the DHCPv4 pool */
+    uint8_t pool_end[4];    /* last address of the DHCPv4 pool */
+    uint8_t ipv6_enabled;   /* 0 or 1 */
     uint8_t reserved[3];
-    uint8_t ipv6_prefix[8];  /* the network's 64-bit prefix */
-    uint32_t lan_number;     /* n of the interface name "l2sd0.n" */
-    uint32_t lease_time;     /* seconds */
-    uint32_t rebind_time;    /* seconds */
+    uint8_t ipv6_prefix[8]; /* the network's 64-bit prefix */
+    uint32_t lan_number;    /* n of the interface name "l2sd0.n" */
+    uint32_t lease_time;    /* seconds */
+    uint32_t rebind_time;   /* seconds */
     uint32_t max_leases;
     uint32_t decline_limit;
     uint32_t offer_window;

@@ -16,9 +16,9 @@ extern "C" {
 
 /* One associated station as the driver lists it. */
 typedef struct wlan_assoc_device {
-    char mac[WLAN_MAC_TEXT_SIZE];        /* "%02X:%02X:%02X:%02X:%02X:%02X" */
+    char mac[WLAN_MAC_TEXT_SIZE]; /* "%02X:%02X:%02X:%02X:%02X:%02X" */
     uint8_t reserved[2];
-    uint32_t figure[WLAN_LINK_FIGURES];  /* link figures in the driver's order */
+    uint32_t figure[WLAN_LINK_FIGURES]; /* link figures in the driver's order */
 } wlan_assoc_device;
 
 /* Connects to the Wi-Fi manager. Returns 0, or non-zero. */

@@ -4,8 +4,10 @@ Builds on lan.py: the networks and the hosts are there already, and every name m
 functions run inside the box.
 """
 
+import json
 import os
 import signal
+import socket
 import subprocess
 
 from lab import lan
@@ -15,8 +17,18 @@ SERVER_DATABASE = "/var/lib/dibbler/server-AddrMgr.xml"
 NOTICES = "/var/lib/dibbler/server-notify.log"
 LEASE_SECONDS = 7200
 
-# A host that speaks IPv6 only. It has no cable until make_sensor().
+# Hosts that speak IPv6 only. They have no cable until up().
 SENSOR = lan.Host("sensor", "02:aa:00:00:00:15", 1)
+GUEST = lan.Host("guest", "02:aa:00:00:00:16", 1)
+DISCARD_PORT = 9
+
+
+def up():
+    """Give the IPv6-only hosts their cables, still unplugged, and start the DHCPv6 server."""
+    interfaces = {network.index: network.interface for network in lan.networks()}
+    for each in (SENSOR, GUEST):
+        lan.make_host(each, interfaces[each.index])
+    start_server()
 
 
 def start_server():
@@ -43,12 +55,6 @@ def server_config():
 def server_bound():
     with open("/proc/net/udp6", encoding="ascii") as sockets:
         return any(line.split()[1].endswith(":0223") for line in list(sockets)[1:])
-
-
-def make_sensor():
-    """Give the IPv6-only host its cable."""
-    interface = {network.index: network.interface for network in lan.networks()}[SENSOR.index]
-    lan.make_host(SENSOR, interface)
 
 
 def connect(each):
@@ -111,8 +117,8 @@ def stop(hosts, number):
 
 def addresses_of(each, scope):
     """The host's own IPv6 addresses of a scope that it may use."""
-    shown = subprocess.run(["ip", "-n", each.name, "-6", "-o", "address", "show", "dev", "eth0", "scope", scope],
-                           text=True, capture_output=True, check=False).stdout
+    shown = subprocess.run(["ip", "-n", each.name, "-6", "-o", "address", "show", "dev", "eth0", "scope",
+                            scope], text=True, capture_output=True, check=False).stdout
     return [line.split()[3].split("/")[0] for line in shown.splitlines() if "tentative" not in line]
 
 
@@ -124,3 +130,23 @@ def link_local_of(each):
 def global_of(each):
     """The address that the host got from the DHCPv6 server, or None."""
     return next(iter(addresses_of(each, "global")), None)
+
+
+def all_online(hosts):
+    """Whether the database has each host on line with the IPv6 address that the host has itself."""
+    listed = subprocess.run(["hbsctl", "list", "--json"], capture_output=True, text=True, check=False)
+    if listed.returncode != 0:
+        return False
+    online = {client["mac"]: client["ipv6"] for client in json.loads(listed.stdout)["clients"]
+              if client["online"]}
+    return all(online.get(each.mac) and online[each.mac] == global_of(each) for each in hosts)
+
+
+def knock(hosts):
+    """Send one packet to each address that a host has; nobody needs to answer."""
+    for each in hosts:
+        for address in (lan.address_of(each), global_of(each)):
+            if address:
+                family = socket.AF_INET6 if ":" in address else socket.AF_INET
+                with socket.socket(family, socket.SOCK_DGRAM) as sender:
+                    sender.sendto(b"knock", (address, DISCARD_PORT))

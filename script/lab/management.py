@@ -26,7 +26,7 @@ class FileError(Exception):
     """A settings file does not hold what the daemon writes."""
 
 
-# --- datagrams: every text is bytes, cut so that its NUL stays inside the field ------------------------------------
+# --- datagrams: every text is bytes, cut so that its NUL stays inside the field -------------------------
 
 def mac_bytes(mac):
     return bytes.fromhex(mac.replace(":", ""))
@@ -54,18 +54,18 @@ def route_mode(mode):
 
 
 def set_static_lease(mac, address, network=0, comment=b"", host=b"", family=None):
-    ipv4, ipv6 = address_bytes(address)
-    return struct.pack("=BxHHxx4s16s6s256s64s", 2, network, family_of(address) if family is None else family, ipv4, ipv6,
-                       mac_bytes(mac), field(comment, 256), field(host, 64))
+    return struct.pack("=BxHHxx4s16s6s256s64s", 2, network, family_of(address) if family is None else family,
+                       *address_bytes(address), mac_bytes(mac), field(comment, 256), field(host, 64))
 
 
 def clear_static_lease(address, family=None):
-    return struct.pack("=B3xHxx4s16s", 3, family_of(address) if family is None else family, *address_bytes(address))
+    return struct.pack("=B3xHxx4s16s", 3, family_of(address) if family is None else family,
+                       *address_bytes(address))
 
 
 def set_internal_lease(mac, address, family=None):
-    return struct.pack("=BxH4s16s6s", 4, family_of(address) if family is None else family, *address_bytes(address),
-                       mac_bytes(mac))
+    return struct.pack("=BxH4s16s6s", 4, family_of(address) if family is None else family,
+                       *address_bytes(address), mac_bytes(mac))
 
 
 def trusted(code, kind, selector, mac="00:00:00:00:00:00", address=None, comment=b""):
@@ -74,12 +74,12 @@ def trusted(code, kind, selector, mac="00:00:00:00:00:00", address=None, comment
                        field(comment, 256))
 
 
-def rule_record(code, kind, mac, values, new_mac="00:00:00:00:00:00", rule_word=0, comment=b"", description=b"",
-                keywords=b"", domains=b"", filter_word=0):
+def rule_record(code, kind, mac, values, new_mac="00:00:00:00:00:00", rule_word=0, comment=b"",
+                description=b"", keywords=b"", domains=b"", filter_word=0):
     """Codes 7, 8, 11, 12 and 13; values are the six rule values."""
-    return struct.pack("=BB6sIHH256s6sxxIIII256s256s256sI", code, kind, mac_bytes(mac), *values[:3], field(comment, 256),
-                       mac_bytes(new_mac), rule_word, *values[3:], field(description, 256), field(keywords, 256),
-                       field(domains, 256), filter_word)
+    return struct.pack("=BB6sIHH256s6sxxIIII256s256s256sI", code, kind, mac_bytes(mac), *values[:3],
+                       field(comment, 256), mac_bytes(new_mac), rule_word, *values[3:], field(description, 256),
+                       field(keywords, 256), field(domains, 256), filter_word)
 
 
 RESET_DEFAULTS = bytes([9])
@@ -117,7 +117,7 @@ class Sender:
         return self.answer(seconds)
 
 
-# --- files ----------------------------------------------------------------------------------------------------------
+# --- files -------------------------------------------------------------------------------------------------
 
 def content(path):
     """The file's bytes, empty when it is not there."""
@@ -156,9 +156,10 @@ def clients(path=CLIENT_FILE):
         words = line.split(b" ")
         if len(words) != 9 or len(words[4]) != 8:
             raise FileError(f"{path} holds a line of another shape: {line!r}")
-        texts = [text_field(words[at], word) for at, word in zip((2, 3, 5, 6, 8), PLACEHOLDERS)]
-        add_once(found, words[0].decode("ascii"),
-                 (int(words[1]), texts[0], texts[1], int(words[4], 16), texts[2], texts[3], int(words[7]), texts[4]), path)
+        host, comment, keywords, description, domains = (
+            text_field(words[at], word) for at, word in zip((2, 3, 5, 6, 8), PLACEHOLDERS))
+        add_once(found, words[0].decode("ascii"), (int(words[1]), host, comment, int(words[4], 16), keywords,
+                                                   description, int(words[7]), domains), path)
     return found
 
 

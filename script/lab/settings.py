@@ -1,7 +1,7 @@
 """A model of what management commands do to the settings of a few clients, in memory and on file.
 
-A command is a datagram and its effect on the model. The effects follow the daemon's rules exactly, so that after any
-number of answered commands the files must hold what the model holds.
+A command is a datagram and its effect on the model. The effects follow the daemon's rules exactly, so that after
+any number of answered commands the files must hold what the model holds.
 """
 
 import copy
@@ -16,6 +16,8 @@ LAN_ADDRESS = "192.168.0.1"
 STATIC_LEASES = management.STATIC_LEASES.format(LAN_ADDRESS)
 HOST_RECORDS = management.HOST_RECORDS.format(LAN_ADDRESS)
 RULES_OF_A_LINE = 6
+HOSTILE = (b"it's", b"$(reboot)", b"a\nb", b"\"`;&|/\\", b"caf\xc3\xa9", b"%s%n", b"x y  z", b"\x01\x1f")
+LISTS = (management.WHITE, management.BLACK)
 
 
 @dataclass(frozen=True)
@@ -32,7 +34,8 @@ class Client:
 
     def record(self):
         """The client as management.clients() returns it."""
-        return (0, self.host, self.comment, self.trust, self.keywords, self.description, self.filter_word, self.domains)
+        return (0, self.host, self.comment, self.trust, self.keywords, self.description, self.filter_word,
+                self.domains)
 
 
 @dataclass
@@ -60,8 +63,7 @@ class Settings:
 
     def load(self):
         """What a start of the daemon makes of the files."""
-        self.known = {mac: Client(host, comment, trust, keywords, description, word, domains, self.leases.get(mac, ""))
-                      for mac, (_, host, comment, trust, keywords, description, word, domains) in self.clients.items()}
+        self.known = {mac: Client(*record[1:], self.leases.get(mac, "")) for mac, record in self.clients.items()}
 
 
 def read():
@@ -74,21 +76,20 @@ def read():
     return found
 
 
-# --- commands -------------------------------------------------------------------------------------------------------
+# --- commands ----------------------------------------------------------------------------------------------
 
 def any_text(dice, size):
-    """Bytes for a field, hostile ones among them; none that the file's format itself gives another meaning."""
+    """Bytes for a field, hostile ones among them; none that have a meaning of their own in the file."""
     kind = dice.random()
     if kind < 0.1:
         return b""
     if kind < 0.5:
-        return dice.choice([b"it's", b"$(reboot)", b"a\nb", b"\"`;&|/\\", b"caf\xc3\xa9", b"%s%n", b"x y  z", b"\x01\x1f"])
-    text = bytes(dice.randrange(1, 256) for _ in range(dice.randrange(2, size)))
-    return text
+        return dice.choice(HOSTILE)
+    return bytes(dice.randrange(1, 256) for _ in range(dice.randrange(2, size)))
 
 
 def any_rule(dice):
-    return (dice.randrange(1, RULES_OF_A_LINE + 1), 2, 3, dice.randrange(100), dice.randrange(100), dice.randrange(100))
+    return (dice.randrange(1, RULES_OF_A_LINE + 1), 2, 3, *(dice.randrange(100) for _ in range(3)))
 
 
 def set_rule(settings, kind, mac, rule):
@@ -150,8 +151,8 @@ def set_lease(dice, mac):
 
     def effect(settings):
         client = settings.known.get(mac, Client())
-        settings.store(mac, replace(client, host=host or client.host or b"unknown", comment=comment or client.comment,
-                                    address=ADDRESS_OF[mac]))
+        settings.store(mac, replace(client, host=host or client.host or b"unknown",
+                                    comment=comment or client.comment, address=ADDRESS_OF[mac]))
         settings.leases[mac] = ADDRESS_OF[mac]
     return management.set_static_lease(mac, ADDRESS_OF[mac], 0, comment, host), effect
 
@@ -167,7 +168,7 @@ def clear_lease(_dice, mac):
 
 
 def add_to_list(dice, mac):
-    kind, rule, word = dice.choice([management.WHITE, management.BLACK]), any_rule(dice), dice.randrange(-9, 1000)
+    kind, rule, word = dice.choice(LISTS), any_rule(dice), dice.randrange(-9, 1000)
     comment, description, keywords, domains = (any_text(dice, 256) for _ in range(4))
 
     def effect(settings):
@@ -177,12 +178,12 @@ def add_to_list(dice, mac):
                                     keywords=keywords or client.keywords, domains=domains or client.domains,
                                     filter_word=word, trust=client.trust | management.LIST_BIT[kind]))
         set_rule(settings, kind, mac, rule)
-    return management.rule_record(7, kind, mac, rule, comment=comment, description=description, keywords=keywords,
-                                  domains=domains, filter_word=word % 2**32), effect
+    return management.rule_record(7, kind, mac, rule, comment=comment, description=description,
+                                  keywords=keywords, domains=domains, filter_word=word % 2**32), effect
 
 
 def take_from_list(dice, mac):
-    kind, rule = dice.choice([management.WHITE, management.BLACK]), any_rule(dice)
+    kind, rule = dice.choice(LISTS), any_rule(dice)
 
     def effect(settings):
         left = clear_rule(settings, kind, mac, rule)
@@ -198,7 +199,7 @@ def take_from_list(dice, mac):
 
 
 def set_one_rule(dice, mac):
-    kind, rule = dice.choice([management.WHITE, management.BLACK]), any_rule(dice)
+    kind, rule = dice.choice(LISTS), any_rule(dice)
 
     def effect(settings):
         if mac in settings.known:
@@ -207,7 +208,7 @@ def set_one_rule(dice, mac):
 
 
 def clear_one_rule(dice, mac):
-    kind, rule = dice.choice([management.WHITE, management.BLACK]), any_rule(dice)
+    kind, rule = dice.choice(LISTS), any_rule(dice)
 
     def effect(settings):
         if mac in settings.known:
@@ -221,8 +222,8 @@ def reset(_dice, _mac):
     return management.RESET_DEFAULTS, effect
 
 
-COMMANDS = ((trust, 20), (distrust, 6), (comment_and_host, 10), (set_lease, 10), (clear_lease, 3), (add_to_list, 20),
-            (take_from_list, 10), (set_one_rule, 5), (clear_one_rule, 5), (reset, 0.2))
+COMMANDS = ((trust, 20), (distrust, 6), (comment_and_host, 10), (set_lease, 10), (clear_lease, 3),
+            (add_to_list, 20), (take_from_list, 10), (set_one_rule, 5), (clear_one_rule, 5), (reset, 0.2))
 
 
 def any_command(dice: random.Random):
@@ -239,12 +240,13 @@ def after(settings, effect):
 
 
 def differences(found, *allowed):
-    """Entries of the files that are in none of the allowed states, as texts; each entry is looked at by itself."""
+    """Entries of the files that are in none of the allowed states, as texts; each is looked at by itself."""
     wrong = []
     for name in Settings.FILES:
         entries = [getattr(state, name) for state in allowed]
         there = getattr(found, name)
         for key in sorted({*there, *(key for state in entries for key in state)}):
-            if all(there.get(key) != state.get(key) for state in entries):
-                wrong.append(f"{name} of {key}: {there.get(key)} instead of {[state.get(key) for state in entries]}")
+            wanted = [state.get(key) for state in entries]
+            if there.get(key) not in wanted:
+                wrong.append(f"{name} of {key}: {there.get(key)} instead of {wanted}")
     return wrong

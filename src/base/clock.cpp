@@ -5,7 +5,9 @@
 // 32 bits: wider atomics would need a run-time library on 32-bit targets.
 static std::atomic<int32_t> advance{0};
 
-time_t hbs_time() { return time(nullptr) + static_cast<time_t>(advance.load()); }
+time_t hbs_time() {
+    return time(nullptr) + static_cast<time_t>(advance.load());
+}
 
 uint32_t hbs_monotonic_seconds() {
     timespec now{};
@@ -13,4 +15,6 @@ uint32_t hbs_monotonic_seconds() {
     return static_cast<uint32_t>(now.tv_sec + advance.load());
 }
 
-void hbs_clock_advance(int32_t seconds) { advance.fetch_add(seconds); }
+void hbs_clock_advance(int32_t seconds) {
+    advance.fetch_add(seconds);
+}

@@ -17,7 +17,8 @@ void hbs_date_from_time(time_t when, uint8_t date[8]) {
 }
 
 bool hbs_date_is_zero(const uint8_t date[8]) {
-    return std::all_of(date, date + 8, [](uint8_t byte) { return byte == 0; });
+    return std::all_of(
+        date, date + 8, [](uint8_t byte) { return byte == 0; });
 }
 
 void hbs_date_clear(uint8_t date[8]) {

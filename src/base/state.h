@@ -1,9 +1,8 @@
 // Process-wide state that every floor may look at: the lock of the client list and the ready flag.
 #pragma once
 
-#include <pthread.h>
-
 #include <cstdint>
+#include <pthread.h>
 
 // Recursive. Serialises every change of working copies: command handlers, neighbour and timer handlers,
 // the file watch, switch link-down.

@@ -38,7 +38,8 @@ uint64_t hbs_mac_to_number(const uint8_t mac[6]) {
 }
 
 static bool all_zero(const uint8_t *bytes, size_t count) {
-    return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
+    return std::all_of(
+        bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
 }
 
 bool hbs_mac_is_zero(const uint8_t mac[6]) {

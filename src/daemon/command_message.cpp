@@ -2,13 +2,12 @@
 
 bool hbs_static_lease_of(hbs_msg_set_static_lease *message, hbs_static_lease_request *request) {
     *request = {};
-    if (message->family == HBS_FAMILY_IPV4) {
+    if (message->family == HBS_FAMILY_IPV4)
         memcpy(request->address, message->ipv4, sizeof(message->ipv4));
-    } else if (message->family == HBS_FAMILY_IPV6) {
+    else if (message->family == HBS_FAMILY_IPV6)
         memcpy(request->address, message->ipv6, sizeof(message->ipv6));
-    } else {
+    else
         return false;
-    }
     request->family = message->family;
     request->nwidx = static_cast<uint8_t>(message->nwidx);
     memcpy(request->mac, message->mac, sizeof(request->mac));

@@ -44,26 +44,22 @@ void hbs_command_socket_serve(hbs_command_server *server) {
     sockaddr *address = reinterpret_cast<sockaddr *>(&sender);
     const ssize_t received = recvfrom(server->socket, buffer, sizeof(buffer), 0, address, &length);
     const hbs_sender_tag tag = hbs_sender_tag_of(&sender, length);
-    if (received <= 0) {
+    if (received <= 0)
         return;
-    }
     hbs_command command{};
     command.buffer = buffer;
     command.sender = tag.text;
     command.result = server->reply_result;
-    if (hbs_dispatch(&command)) {
+    if (hbs_dispatch(&command))
         (void)sendto(server->socket, &command.result, sizeof(command.result), 0, address, length);
-    }
     server->reply_result = command.result;
     hbs_dispatch_after(&command);
 }
 
 void *un_listen_thread(void *) {
     hbs_command_server server = {hbs_command_socket_open(), -1};
-    if (server.socket < 0) {
+    if (server.socket < 0)
         return nullptr;
-    }
-    for (;;) {
+    for (;;)
         hbs_command_socket_serve(&server);
-    }
 }

@@ -26,17 +26,15 @@
 
 // The address field that a family selects, or null for an unknown family.
 static const uint8_t *address_of(int family, const uint8_t *ipv4, const uint8_t *ipv6) {
-    if (family == HBS_FAMILY_IPV4) {
+    if (family == HBS_FAMILY_IPV4)
         return ipv4;
-    }
     return family == HBS_FAMILY_IPV6 ? ipv6 : nullptr;
 }
 
 static void keep_client(hbs_command *command, const hbs_client *client) {
     command->has_client = client != nullptr;
-    if (client != nullptr) {
+    if (client != nullptr)
         command->client = *client;
-    }
 }
 
 static const hbs_client *kept_client(const hbs_command *command) {
@@ -48,17 +46,15 @@ static const hbs_client *kept_client(const hbs_command *command) {
 static void announce_set_static_lease(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_set_static_lease>(command->buffer);
     HBS_LOG(HBS_INFO, "HOSTBASE: SET STATIC LEASE CMD from %s", command->sender);
-    if (message.family == HBS_FAMILY_IPV4) {
+    if (message.family == HBS_FAMILY_IPV4)
         HBS_LOG(HBS_INFO, "HBS_CMD_SET_STATIC_LEASE: address is 0x%08x\n", hbs_ipv4_to_number(message.ipv4));
-    }
 }
 
 static void set_static_lease(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_set_static_lease>(command->buffer);
     hbs_static_lease_request request;
-    if (hbs_static_lease_of(&message, &request)) {
+    if (hbs_static_lease_of(&message, &request))
         command->result = hbs_api_set_static_lease(&request);
-    }
 }
 
 static void send_static_lease_set(hbs_command *command) {
@@ -76,9 +72,8 @@ static void announce_clr_static_lease(hbs_command *command) {
 static void clr_static_lease(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_clr_static_lease>(command->buffer);
     const uint8_t *address = address_of(message.family, message.ipv4, message.ipv6);
-    if (address != nullptr) {
+    if (address != nullptr)
         command->result = hbs_api_clr_static_lease(message.family, address);
-    }
 }
 
 static void announce_set_internal_lease(hbs_command *command) {
@@ -93,9 +88,8 @@ static void announce_set_internal_lease(hbs_command *command) {
 static void set_internal_lease(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_set_internal_lease>(command->buffer);
     const uint8_t *address = address_of(message.family, message.ipv4, message.ipv6);
-    if (address != nullptr) {
+    if (address != nullptr)
         command->result = hbs_api_set_internal_lease(message.family, address, message.mac);
-    }
 }
 
 // --- commands: trust ----------------------------------------
@@ -197,9 +191,8 @@ static const char *rule_file_of(uint8_t type) {
 
 static void clr_rule_tod(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
-    if (hbs_find_by_mac(message.mac) == nullptr) {
+    if (hbs_find_by_mac(message.mac) == nullptr)
         return;
-    }
     command->result = 0;
     const hbs_rule rule = hbs_rule_of(&message);
     bool rules_left = false;
@@ -210,9 +203,8 @@ static void clr_rule_tod(hbs_command *command) {
 static void set_rule_tod(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
     const hbs_client *client = hbs_find_by_mac(message.mac);
-    if (client == nullptr) {
+    if (client == nullptr)
         return;
-    }
     command->result = 0;
     const hbs_rule rule = hbs_rule_of(&message);
     (void)hbs_nv_update_client_white_rules(rule_file_of(message.type), message.mac, &rule);
@@ -248,11 +240,10 @@ static void dump(hbs_command *command) {
 static void set_comment_host(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_comment_host>(command->buffer);
     hbs_client *client = nullptr;
-    if (message.family == HBS_FAMILY_IPV4) {
+    if (message.family == HBS_FAMILY_IPV4)
         client = hbs_find_by_ipv4(message.ipv4);
-    } else if (message.family == HBS_FAMILY_IPV6) {
+    else if (message.family == HBS_FAMILY_IPV6)
         client = hbs_find_by_ipv6(message.ipv6);
-    }
     if (client != nullptr) {
         command->result =
             hbs_api_set_comment_host(client, hbs_text_of(message.comment), hbs_text_of(message.host));
@@ -300,17 +291,15 @@ static void announce_wifi_disassoc(hbs_command *command) {
 static void wifi_assoc(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_wifi_assoc>(command->buffer);
     uint8_t mac[HBS_MAC_SIZE];
-    if (hbs_text_to_mac(hbs_text_of(message.mac_text), mac) == HBS_MAC_SIZE) {
+    if (hbs_text_to_mac(hbs_text_of(message.mac_text), mac) == HBS_MAC_SIZE)
         (void)hbs_handle_wifi_association(mac, message.ssid);
-    }
 }
 
 static void wifi_disassoc(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_wifi_assoc>(command->buffer);
     uint8_t mac[HBS_MAC_SIZE];
-    if (hbs_text_to_mac(hbs_text_of(message.mac_text), mac) == HBS_MAC_SIZE) {
+    if (hbs_text_to_mac(hbs_text_of(message.mac_text), mac) == HBS_MAC_SIZE)
         (void)hbs_handle_wifi_disassociation(mac);
-    }
 }
 
 static void announce_wifi_assoc_info(hbs_command *command) {
@@ -344,9 +333,8 @@ static void dhcpv4_lease(hbs_command *command) {
 }
 
 static void send_dhcpv4_lease(hbs_command *command) {
-    if (command->has_client) {
+    if (command->has_client)
         (void)hbs_send_tr69_event(HBS_TR69_DHCPV4_LEASE, &command->client);
-    }
 }
 
 static void dhcpv4_info(hbs_command *command) {
@@ -380,9 +368,8 @@ static void dhcpv6_lease(hbs_command *command) {
 }
 
 static void send_dhcpv6_lease(hbs_command *command) {
-    if (command->has_client) {
+    if (command->has_client)
         (void)hbs_send_tr69_event(HBS_TR69_DHCPV6_LEASE, &command->client);
-    }
 }
 
 static void announce_dhcpv6_release(hbs_command *command) {

@@ -4,9 +4,8 @@
 #include "base/state.h"
 
 static void run(hbs_command_step step, hbs_command *command) {
-    if (step != nullptr) {
+    if (step != nullptr)
         step(command);
-    }
 }
 
 // Codes 2 and 4 say "response %d", every other answered command "response to %d".
@@ -31,22 +30,19 @@ static void log_reply(hbs_reply reply, const hbs_command *command) {
 bool hbs_dispatch(hbs_command *command) {
     const hbs_command_row *row = hbs_command_find(command->buffer[0]);
     command->has_client = false;
-    if (row == nullptr) {
+    if (row == nullptr)
         return false;
-    }
     run(row->before, command);
     hbs_list_hold hold;
     run(row->announce, command);
-    if (hbs_db_ready != 0 || !row->needs_ready) {
+    if (hbs_db_ready != 0 || !row->needs_ready)
         run(row->handle, command);
-    }
     log_reply(row->reply, command);
     return row->reply != hbs_reply::none;
 }
 
 void hbs_dispatch_after(hbs_command *command) {
     const hbs_command_row *row = hbs_command_find(command->buffer[0]);
-    if (row != nullptr) {
+    if (row != nullptr)
         run(row->after, command);
-    }
 }

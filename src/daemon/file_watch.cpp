@@ -80,17 +80,15 @@ int hbs_file_watch_open(hbs_watch_entry *table) {
 static void watch_again(int descriptor, hbs_watch_entry *entry) {
     HBS_LOG(HBS_INFO, "HOSTBASE: watched file %s was removed or replaced - watch it again", entry->path);
     const int file = open(entry->path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644); // not emptied: it may be new
-    if (file >= 0) {
+    if (file >= 0)
         (void)close(file);
-    }
     (void)watch_file(descriptor, entry);
 }
 
 static void handle_event(int descriptor, hbs_watch_entry *table, const inotify_event *event) {
     const bool overflow = (event->mask & IN_Q_OVERFLOW) != 0;
-    if (overflow) {
+    if (overflow)
         HBS_LOG(HBS_ERROR, "HOSTBASE: inotify queue overflow - look at every watched file");
-    }
     for (hbs_watch_entry *entry = table; in_use(entry); entry++) {
         if (overflow) {
             entry->handler(entry->path);
@@ -118,10 +116,8 @@ void hbs_file_watch_read(int descriptor, hbs_watch_entry *table) {
 void *file_watch_thread(void *) {
     hbs_file_watch_identify();
     const int descriptor = hbs_file_watch_open(watch_table);
-    if (descriptor < 0) {
+    if (descriptor < 0)
         return nullptr;
-    }
-    for (;;) {
+    for (;;)
         hbs_file_watch_read(descriptor, watch_table);
-    }
 }

@@ -25,9 +25,8 @@ static void add_dhcpv4(const hbs_dhcpv4_notice *notice) {
     uint32_t ssid = 0;
     (void)WifiGetSSID(notice->mac, &ssid);
     hbs_list_hold hold;
-    if (hbs_db_ready == 0) {
+    if (hbs_db_ready == 0)
         return;
-    }
     HBS_LOG(HBS_INFO, "HOSTBASE: DHCPV4 LEASE EVT from inotify : mac %s, ip %s",
             hbs_mac_to_text(notice->mac).text, hbs_ipv4_to_text(notice->ipv4).text);
     hbs_dhcpv4_lease lease{};
@@ -48,9 +47,8 @@ static void add_dhcpv4(const hbs_dhcpv4_notice *notice) {
 
 static void delete_dhcpv4(const hbs_dhcpv4_notice *notice) {
     hbs_list_hold hold;
-    if (hbs_db_ready == 0) {
+    if (hbs_db_ready == 0)
         return;
-    }
     HBS_LOG(HBS_INFO, "HOSTBASE: DHCPV4 RLEASE EVT from inotify : mac %s, ip %s",
             hbs_mac_to_text(notice->mac).text, hbs_ipv4_to_text(notice->ipv4).text);
     (void)hbs_handle_dhcpv4_release(notice->mac, notice->ipv4, notice->dynamic ? 1 : 0,
@@ -76,18 +74,15 @@ static void handle_dhcpv4_line(char *line) {
 
 void hbs_watch_dhcpv4_notices(const char *path) {
     char *text = hbs_notice_take(path, &hbs_dhcpv4_notice_source);
-    if (text == nullptr) {
+    if (text == nullptr)
         return;
-    }
     hbs_at_exit release([text] { free(text); });
     char *rest = nullptr;
     char *line = strtok_r(text, "\n", &rest);
-    if (line == nullptr) {
+    if (line == nullptr)
         log_no_valid_data();
-    }
-    for (; line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
+    for (; line != nullptr; line = strtok_r(nullptr, "\n", &rest))
         handle_dhcpv4_line(line);
-    }
 }
 
 // Returns whether the handler was called and did something.
@@ -125,16 +120,13 @@ static bool handle_dhcpv6(hbs_dhcpv6_notice *notice) {
 
 void hbs_watch_dhcpv6_notices(const char *path) {
     char *text = hbs_notice_take(path, &hbs_dhcpv6_notice_source);
-    if (text == nullptr) {
+    if (text == nullptr)
         return;
-    }
     hbs_at_exit release([text] { free(text); });
     hbs_dhcpv6_notice notice{};
     char *rest = nullptr;
-    for (char *line = strtok_r(text, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest)) {
+    for (char *line = strtok_r(text, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest))
         hbs_dhcpv6_notice_read(line, &notice);
-    }
-    if (!handle_dhcpv6(&notice)) {
+    if (!handle_dhcpv6(&notice))
         log_no_valid_data();
-    }
 }

@@ -69,18 +69,15 @@ static void start_threads() {
     (void)pthread_attr_init(&attributes);
     for (worker &w : workers) {
         w.runs = pthread_create(&w.thread, &attributes, w.entry, nullptr) == 0;
-        if (w.runs) {
+        if (w.runs)
             (void)pthread_setname_np(w.thread, w.name);
-        }
     }
 }
 
 static void join_threads() {
-    for (const worker &w : workers) {
-        if (w.runs) {
+    for (const worker &w : workers)
+        if (w.runs)
             (void)pthread_join(w.thread, nullptr);
-        }
-    }
 }
 
 int main(int, char *argv[]) {

@@ -32,9 +32,8 @@ bool hbs_is_wan_ifindex(int ifindex) {
     static int32_t hbs_wan_ifindex[] = {-1, -1, -1}; // negative = not looked up; 0 = there was none
     bool wan = false;
     for (size_t i = 0; i < std::size(names); i++) {
-        if (hbs_wan_ifindex[i] < 0) {
+        if (hbs_wan_ifindex[i] < 0)
             hbs_wan_ifindex[i] = static_cast<int32_t>(if_nametoindex(names[i]));
-        }
         wan = wan || hbs_wan_ifindex[i] == ifindex;
     }
     return wan;
@@ -46,13 +45,11 @@ static void read_attributes(const uint8_t *bytes, size_t length, neighbour *out)
     rtattr head;
     while (length >= sizeof(head)) {
         memcpy(&head, bytes, sizeof(head));
-        if (head.rta_len < sizeof(head) || head.rta_len > length) {
+        if (head.rta_len < sizeof(head) || head.rta_len > length)
             return;
-        }
         const int type = head.rta_type & NLA_TYPE_MASK;
-        if (type <= highest_attribute) {
+        if (type <= highest_attribute)
             out->attributes[type] = {bytes + sizeof(head), head.rta_len - sizeof(head)};
-        }
         const size_t step = std::min<size_t>(RTA_ALIGN(head.rta_len), length);
         bytes += step;
         length -= step;
@@ -61,9 +58,8 @@ static void read_attributes(const uint8_t *bytes, size_t length, neighbour *out)
 
 // Length of an address of a family, 0 for a family that is neither IPv4 nor IPv6.
 static size_t address_length(int family) {
-    if (family == AF_INET) {
+    if (family == AF_INET)
         return 4;
-    }
     return family == AF_INET6 ? 16 : 0;
 }
 
@@ -98,9 +94,8 @@ static void handle_neighbour(const neighbour *message) {
     const attribute lladdr = message->attributes[NDA_LLADDR];
     const size_t expected = address_length(header->ndm_family);
     const bool sound_lladdr = lladdr.bytes == nullptr || lladdr.length == 6;
-    if (address.bytes == nullptr || expected == 0 || address.length != expected || !sound_lladdr) {
+    if (address.bytes == nullptr || expected == 0 || address.length != expected || !sound_lladdr)
         return;
-    }
     const hbs_addr_text text =
         header->ndm_family == AF_INET ? hbs_ipv4_to_text(address.bytes) : hbs_ipv6_to_text(address.bytes);
     if (lladdr.bytes != nullptr) {
@@ -113,13 +108,11 @@ static void handle_neighbour(const neighbour *message) {
 
 void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
     nlmsghdr head;
-    if (length < sizeof(head)) {
+    if (length < sizeof(head))
         return;
-    }
     memcpy(&head, message, sizeof(head));
-    if (head.nlmsg_type >= NLMSG_NOOP && head.nlmsg_type <= NLMSG_DONE) {
+    if (head.nlmsg_type >= NLMSG_NOOP && head.nlmsg_type <= NLMSG_DONE)
         return;
-    }
     if (head.nlmsg_type != RTM_NEWNEIGH && head.nlmsg_type != RTM_DELNEIGH) {
         printf("Unknown message: %08x %08x %08x\n", head.nlmsg_len, head.nlmsg_type, head.nlmsg_flags);
         return;
@@ -131,14 +124,12 @@ void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
     }
     const size_t payload = std::min<size_t>(head.nlmsg_len, length) - sizeof(head);
     neighbour parsed{};
-    if (payload < sizeof(parsed.header)) {
+    if (payload < sizeof(parsed.header))
         return;
-    }
     const uint8_t *bytes = message + sizeof(head);
     memcpy(&parsed.header, bytes, sizeof(parsed.header));
-    if (hbs_is_wan_ifindex(parsed.header.ndm_ifindex)) {
+    if (hbs_is_wan_ifindex(parsed.header.ndm_ifindex))
         return;
-    }
     read_attributes(bytes + sizeof(parsed.header), payload - sizeof(parsed.header), &parsed);
     handle_neighbour(&parsed);
 }

@@ -65,20 +65,17 @@ static bool request_table(mnl_socket *socket, int family) {
 // Puts every entry of one table through handle_neigh. Returns whether the table was read to its end.
 static bool read_table(int family) {
     mnl_socket *socket = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
-    if (socket == nullptr) {
+    if (socket == nullptr)
         return false;
-    }
     hbs_at_exit close([socket] { (void)mnl_socket_close(socket); });
-    if (mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) != 0 || !request_table(socket, family)) {
+    if (mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) != 0 || !request_table(socket, family))
         return false;
-    }
     alignas(nlmsghdr) char buffer[buffer_limit];
     int result = MNL_CB_OK;
     while (result > MNL_CB_STOP) {
         const ssize_t length = mnl_socket_recvfrom(socket, buffer, sizeof(buffer));
-        if (length < 0 && errno == EINTR) {
+        if (length < 0 && errno == EINTR)
             continue;
-        }
         result = length > 0 ? mnl_cb_run(buffer, static_cast<size_t>(length), 0, 0, handle_neigh, nullptr)
                             : MNL_CB_ERROR;
     }
@@ -94,9 +91,8 @@ static bool queue_is_empty(mnl_socket *socket) {
 // it is handled first. A table that cannot be read is tried again after the next notification.
 static void make_up_for_drops(mnl_socket *socket, uint32_t *known_drops) {
     const uint32_t drops = drops_of(socket);
-    if (drops == *known_drops || !queue_is_empty(socket)) {
+    if (drops == *known_drops || !queue_is_empty(socket))
         return;
-    }
     HBS_LOG(HBS_ALERT, "HOSTBASE: nl_listen_thread: %u neighbour events lost - reading the neighbour tables",
             drops - *known_drops);
     const bool read_ipv4 = read_table(AF_INET);
@@ -113,18 +109,14 @@ static void listen(mnl_socket *socket) {
     uint32_t known_drops = 0;
     for (;;) {
         ssize_t result = mnl_socket_recvfrom(socket, buffer, size);
-        if (result < 0 && errno == EINTR) {
+        if (result < 0 && errno == EINTR)
             continue;
-        }
-        if (result > 0) {
+        if (result > 0)
             result = mnl_cb_run(buffer, static_cast<size_t>(result), 0, 0, handle_neigh, nullptr);
-        }
-        if (result < 0) {
+        if (result < 0)
             perror("error");
-        }
-        if (result <= 0) {
+        if (result <= 0)
             return;
-        }
         make_up_for_drops(socket, &known_drops);
     }
 }

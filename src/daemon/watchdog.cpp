@@ -101,9 +101,8 @@ void hbs_watchdog_tick(const char *pid_file, const char *process_root) {
         end_daemon();
         return;
     }
-    if (access(path, F_OK) == 0) { // the thread may have ended since
+    if (access(path, F_OK) == 0) // the thread may have ended since
         judge_wchan(path);
-    }
 }
 
 void file_watcher_timer_handle(union sigval) {

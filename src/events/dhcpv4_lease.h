@@ -8,8 +8,8 @@
 // Texts are NUL-terminated and never null.
 struct hbs_dhcpv4_lease {
     uint8_t mac[6];
-    uint8_t ipv4[4];      // network order
-    bool dynamic;         // false = static lease
+    uint8_t ipv4[4]; // network order
+    bool dynamic;    // false = static lease
     uint32_t seconds;
     const char *host;
     const char *ifname;
@@ -33,5 +33,5 @@ struct hbs_dhcpv4_identity {
     char serial_number[HBS_SERIAL_SIZE];
     char product_class[HBS_PRODUCT_SIZE];
 };
-hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, int32_t adapter_type,
-                                   hbs_dhcpv4_identity *identity);
+hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx,
+                                   int32_t adapter_type, hbs_dhcpv4_identity *identity);

@@ -1,6 +1,7 @@
 #include "events/dhcpv6.h"
 
 #include <cstring>
+#include <limits>
 #include <sys/socket.h>
 
 #include "base/log.h"
@@ -42,10 +43,16 @@ hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
     return client;
 }
 
+// An end beyond the clock of a 32-bit system becomes its last second, not a time before the epoch.
+time_t lease_end_of(const hbs_dhcpv6_lease *lease) {
+    constexpr time_t latest = std::numeric_limits<time_t>::max();
+    return lease->lease_end > static_cast<uint64_t>(latest) ? latest : static_cast<time_t>(lease->lease_end);
+}
+
 void set_lease(hbs_client *client, const hbs_dhcpv6_lease *lease) {
     uint32_t source = HBS_FLAG_STIP6;
     if (lease->lease_end != 0) {
-        hbs_leasev6_set(client, static_cast<time_t>(lease->lease_end));
+        hbs_leasev6_set(client, lease_end_of(lease));
         source = HBS_FLAG_DYNIP6;
     } else {
         hbs_clear_lease_v6_end(client);

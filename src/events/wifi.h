@@ -3,9 +3,8 @@
 
 #include <cstdint>
 
-#include <wlan.h>
-
 #include <hbs_db.h>
+#include <wlan.h>
 
 // ssid from 1. Returns the client, or null.
 hbs_client *hbs_handle_wifi_association(const uint8_t mac[6], uint32_t ssid);

@@ -97,7 +97,10 @@ int USER_user_get_encode_buffer(void *, uint32_t size, snmpa_encode_buffer *buff
     uint8_t *block = static_cast<uint8_t *>(malloc(size));
     if (block == nullptr)
         return 1;
-    *buffer = {1, block, block, size};
+    buffer->flag = 1;
+    buffer->start = block;
+    buffer->next = block;
+    buffer->remaining = size;
     return 0;
 }
 
@@ -135,7 +138,8 @@ int USER_Process_Timeout(timeval *wait) {
         timer_callback = nullptr; // first: the callback may set the timer again
         due(remaining);
     } else if (remaining <= 999) {
-        *wait = {0, remaining % 1000 * 1000};
+        wait->tv_sec = 0;
+        wait->tv_usec = suseconds_t{remaining % 1000} * 1000;
     }
     return 1;
 }

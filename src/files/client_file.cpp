@@ -131,12 +131,11 @@ int read_version(FILE *file, char **line, size_t *capacity, bool *is_version) {
 
 // Lines are read to their end whatever their length: what the per-client update writes loads back whole.
 void load_lines(FILE *file, int version, char **line, size_t *capacity) {
-    while (getline(line, capacity, file) > 0) {
+    while (getline(line, capacity, file) > 0)
         if (version != FILE_VERSION)
             HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: UNKNOWN FILE FORMAT %d", version);
         else
             load_line(*line);
-    }
 }
 
 void save_client(FILE *content, const hbs_client *client) {

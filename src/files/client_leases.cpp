@@ -131,10 +131,9 @@ static void handle_dynamic_leases_of_group(int group) {
     hbs_at_exit unlock([&] { (void)fclose(stream); });
     char line[HBS_LEASE_LINE_SIZE];
     hbs_lease_record record;
-    while (hbs_line_read(stream, line, sizeof line)) {
+    while (hbs_line_read(stream, line, sizeof line))
         if (hbs_lease_record_parse(line, &record))
             handle_dynamic_lease(group, path, &record);
-    }
 }
 
 void hbs_handle_dynamic_leases_from_file() {

@@ -32,12 +32,10 @@ static bool read_seconds(const char *token, uint32_t *seconds) {
 }
 
 static unsigned hex_digit(char c) {
-    if (c >= '0' && c <= '9') {
+    if (c >= '0' && c <= '9')
         return static_cast<unsigned>(c - '0');
-    }
-    if (c >= 'a' && c <= 'f') {
+    if (c >= 'a' && c <= 'f')
         return static_cast<unsigned>(c - 'a') + 10;
-    }
     return c >= 'A' && c <= 'F' ? static_cast<unsigned>(c - 'A') + 10 : 0;
 }
 
@@ -45,9 +43,8 @@ static unsigned hex_digit(char c) {
 static void read_hex_text(const char *token, char *text, size_t size) {
     const size_t count = std::min(strlen(token) / 2, size - 1);
     memset(text, 0, size);
-    for (size_t i = 0; i < count; i++) {
+    for (size_t i = 0; i < count; i++)
         text[i] = static_cast<char>(hex_digit(token[2 * i]) << 4 | hex_digit(token[2 * i + 1]));
-    }
 }
 
 // A token that may be missing; "null" (any case) means none.
@@ -63,9 +60,8 @@ static const char *next_token(char **rest) {
 // Tokens 9 to 12, of a granted lease only. The optional ones end at the first missing one.
 static bool read_lease_tokens(char **rest, hbs_dhcpv4_notice *notice) {
     const char *file = next_token(rest);
-    if (file == nullptr) {
+    if (file == nullptr)
         return false;
-    }
     read_text(strcasecmp(file, "null") == 0 ? "unknown file" : file, notice->lease_file,
               sizeof(notice->lease_file));
     read_text(next_token(rest), notice->oui, sizeof(notice->oui));
@@ -79,17 +75,14 @@ bool hbs_dhcpv4_notice_parse(char *line, hbs_dhcpv4_notice *notice) {
     const char *token[required];
     char *rest = nullptr;
     token[0] = strtok_r(line, " \t", &rest);
-    for (int i = 1; i < required; i++) {
+    for (int i = 1; i < required; i++)
         token[i] = token[i - 1] != nullptr ? next_token(&rest) : nullptr;
-    }
-    if (token[required - 1] == nullptr) {
+    if (token[required - 1] == nullptr)
         return false;
-    }
     *notice = {};
     if (!read_action(token[0], &notice->action) || !read_mac(token[1], notice->mac) ||
-        inet_pton(AF_INET, token[2], notice->ipv4) != 1 || !read_seconds(token[3], &notice->seconds)) {
+        inet_pton(AF_INET, token[2], notice->ipv4) != 1 || !read_seconds(token[3], &notice->seconds))
         return false;
-    }
     read_hex_text(token[4], notice->host, sizeof(notice->host));
     read_hex_text(token[5], notice->ifname, sizeof(notice->ifname));
     notice->dynamic = token[6][0] == '1';

@@ -22,18 +22,16 @@ static std::string_view take_word(const char **text) {
 }
 
 static void read_event(const char *value, hbs_dhcpv6_notice *notice) {
-    if (strcmp(value, "LEASE") == 0) {
+    if (strcmp(value, "LEASE") == 0)
         notice->type = HBS_NOTICE_LEASE;
-    } else if (strcmp(value, "RELEASE") == 0) {
+    else if (strcmp(value, "RELEASE") == 0)
         notice->type = HBS_NOTICE_RELEASE;
-    }
 }
 
 static void read_address(const char *value, uint8_t address[16]) {
     uint8_t bytes[16];
-    if (inet_pton(AF_INET6, value, bytes) == 1) {
+    if (inet_pton(AF_INET6, value, bytes) == 1)
         memcpy(address, bytes, sizeof(bytes));
-    }
 }
 
 static uint32_t read_seconds(const char *value) {
@@ -74,9 +72,8 @@ void hbs_dhcpv6_notice_read(const char *line, hbs_dhcpv6_notice *notice) {
     const std::string_view word = take_word(&rest);
     const auto *key = std::find_if(std::begin(keys), std::end(keys),
                                    [name](const notice_key &k) { return k.name == name; });
-    if (word.empty() || key == std::end(keys)) {
+    if (word.empty() || key == std::end(keys))
         return;
-    }
     value_text value{};
     memcpy(value, word.data(), std::min(word.size(), sizeof(value) - 1));
     key->read(value, notice);

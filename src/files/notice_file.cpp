@@ -29,18 +29,15 @@ const hbs_notice_source hbs_dhcpv6_notice_source = {
 int hbs_file_copy(FILE *stream, const char *path) {
     constexpr size_t size = 65536;
     char *buffer = static_cast<char *>(calloc(1, size));
-    if (buffer == nullptr) {
+    if (buffer == nullptr)
         return -1;
-    }
     hbs_at_exit release([buffer] { free(buffer); });
     FILE *copy = stream != nullptr ? fopen(path, "wbe") : nullptr;
-    if (copy == nullptr) {
+    if (copy == nullptr)
         return 0;
-    }
     size_t count = fread(buffer, 1, size, stream);
-    while (count > 0 && fwrite(buffer, 1, count, copy) > 0) {
+    while (count > 0 && fwrite(buffer, 1, count, copy) > 0)
         count = fread(buffer, 1, size, stream);
-    }
     (void)fclose(copy);
     return 0;
 }
@@ -53,9 +50,8 @@ static int64_t size_of(const char *path) {
 
 // hbs_file_copy is silent about a file that it could not write (a full disk), so the copy is measured.
 static bool copied_whole(FILE *stream, const char *copy) {
-    if (hbs_file_copy(stream, copy) != 0 || ferror(stream) != 0) {
+    if (hbs_file_copy(stream, copy) != 0 || ferror(stream) != 0)
         return false;
-    }
     struct stat original;
     return fstat(fileno(stream), &original) == 0 && size_of(copy) == int64_t{original.st_size};
 }
@@ -69,9 +65,8 @@ static void pause_before_retry(FILE *stream) {
 }
 
 char *hbs_notice_take(const char *path, const hbs_notice_source *source) {
-    if (path == nullptr || size_of(path) == 0) {
+    if (path == nullptr || size_of(path) == 0)
         return nullptr;
-    }
     FILE *stream = hbs_locked_open(path, "r+", hbs_lock::exclusive);
     if (stream == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: error opening notification file(%s): %s", path, strerror(errno));

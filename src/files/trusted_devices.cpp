@@ -73,10 +73,9 @@ bool next_item(const record *in, uint32_t *position, item *out) {
 
 bool find_item(const record *in, const char *tag, item *found) {
     uint32_t position = 0;
-    while (next_item(in, &position, found)) {
+    while (next_item(in, &position, found))
         if (found->tag_length == strlen(tag) && memcmp(found->tag, tag, found->tag_length) == 0)
             return true;
-    }
     return false;
 }
 

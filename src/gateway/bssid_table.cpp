@@ -7,7 +7,9 @@
 
 hbs_bssid_table hbsWifiClntBssidTable;
 
-void hbs_wifi_bssid_table_clear() { hbsWifiClntBssidTable = {}; }
+void hbs_wifi_bssid_table_clear() {
+    hbsWifiClntBssidTable = {};
+}
 
 int hbs_wifi_bssid_table_find(const uint8_t mac[6]) {
     for (int i = 0; i < HBS_BSSID_ROWS; ++i) {

@@ -81,19 +81,17 @@ static bool matches(const hbs_lease_search *search, const char *mac_text, const 
 
 bool hbs_static_line_find(FILE *stream, const hbs_lease_search *search, hbs_static_line *found) {
     char line[HBS_LEASE_LINE_SIZE];
-    while (hbs_line_read(stream, line, sizeof line)) {
+    while (hbs_line_read(stream, line, sizeof line))
         if (hbs_static_line_parse(line, found) && matches(search, found->mac, found->address))
             return true;
-    }
     return false;
 }
 
 bool hbs_lease_record_find(FILE *stream, const hbs_lease_search *search, hbs_lease_record *found) {
     char line[HBS_LEASE_LINE_SIZE];
-    while (hbs_line_read(stream, line, sizeof line)) {
+    while (hbs_line_read(stream, line, sizeof line))
         if (hbs_lease_record_parse(line, found) && matches(search, found->mac, found->address))
             return true;
-    }
     return false;
 }
 

@@ -23,10 +23,9 @@ static constexpr const char *STATIC_COPY = "/var/tmp/sl.tmp";
 // all, so that a prune in effect empties the lease file and the server's clients ask anew.
 static bool copy_blocks(FILE *from, FILE *to) {
     char block[1024];
-    for (size_t count; (count = fread(block, sizeof block, 1, from)) == 1;) {
+    for (size_t count; (count = fread(block, sizeof block, 1, from)) == 1;)
         if (fwrite(block, count, 1, to) != 1)
             return false;
-    }
     return ferror(from) == 0 && fflush(to) == 0;
 }
 
@@ -113,10 +112,9 @@ static bool copy_static_lines(FILE *leases, uint32_t lan_address, uint32_t netma
         return false;
     char line[HBS_LEASE_LINE_SIZE];
     bool written = true;
-    while (hbs_line_read(leases, line, sizeof line)) {
+    while (hbs_line_read(leases, line, sizeof line))
         if (static_line_stays(line, lan_address, netmask))
             written = fprintf(copy, "%s\n", line) > 0 && written;
-    }
     return fclose(copy) == 0 && written && ferror(leases) == 0;
 }
 

@@ -1,10 +1,9 @@
 #include "gateway/networks.h"
 
-#include <net/if.h>
-#include <sys/socket.h>
-
 #include <cstdio>
 #include <cstring>
+#include <net/if.h>
+#include <sys/socket.h>
 
 #include <lsddb.h>
 
@@ -115,8 +114,8 @@ bool visit_by_ifname(const rnddb_params *entry, void *context) {
 // The IPv6 text prints each byte with %x, so that leading zeros are lost; kept as readers of the log know it.
 void log_address(int family, const uint8_t *a, int nwidx) {
     if (family == AF_INET)
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_address_to_nwidx address is in nw %d : address %d.%d.%d.%d", nwidx, a[0],
-                a[1], a[2], a[3]);
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_address_to_nwidx address is in nw %d : address %d.%d.%d.%d", nwidx,
+                a[0], a[1], a[2], a[3]);
     else if (family == AF_INET6)
         HBS_LOG(HBS_INFO,
                 "HOSTBASE: hbs_address_to_nwidx address is in nw %d : address "

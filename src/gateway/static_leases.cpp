@@ -38,10 +38,9 @@ struct index_edit {
 static record_word word_of(const char *text) {
     record_word word{};
     hbs_copy_text(word.text, sizeof word.text, text[0] != 0 ? text : "null");
-    for (char *c = word.text; *c != 0; ++c) {
+    for (char *c = word.text; *c != 0; ++c)
         if (isspace(static_cast<unsigned char>(*c)))
             *c = '_';
-    }
     return word;
 }
 

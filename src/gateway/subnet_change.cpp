@@ -91,10 +91,9 @@ static bool write_moved_leases(FILE *old_leases, const subnet_move *move) {
     char line[LINE_SIZE];
     hbs_static_line lease;
     bool written = true;
-    while (hbs_line_read(old_leases, line, sizeof line)) {
+    while (hbs_line_read(old_leases, line, sizeof line))
         if (hbs_static_line_parse(line, &lease))
             written = move_line(&lease, move, any_host_part, moved) && written;
-    }
     return fclose(moved) == 0 && written && ferror(old_leases) == 0;
 }
 

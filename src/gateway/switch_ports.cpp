@@ -3,10 +3,9 @@
 #include <cstring>
 
 #include <extswt.h>
+#include <hbs_db.h>
 #include <l2switch.h>
 #include <nvm.h>
-
-#include <hbs_db.h>
 
 #include "base/log.h"
 #include "base/text.h"
@@ -34,7 +33,8 @@ uint8_t adapter_of_mask(uint32_t mask) {
 }
 
 bool is_combined_wifi(uint32_t mask) {
-    return NVM_GetByte(NVM_BYTE_BOARD_MODE) == COMBINED_WIFI_BOARD && (mask == 0xC0 || mask == 0xA0 || mask == 0xE0);
+    return NVM_GetByte(NVM_BYTE_BOARD_MODE) == COMBINED_WIFI_BOARD &&
+           (mask == 0xC0 || mask == 0xA0 || mask == 0xE0);
 }
 
 // Adapter that one entry's mask speaks for; `so_far` when it speaks for none.
@@ -69,8 +69,8 @@ int decide_if_by_ExtSwPort(const uint8_t *mac) {
     uint32_t port = 0;
     (void)extSwitchSearchMac(mac, &hit, &port);
     const int result = hit != 0 && port >= 1 && port <= EXTSWT_PORTS ? 1 : 0;
-    HBS_LOG(HBS_INFO, "HOSTBASE: decide_if_by_ExtSwPort - if:%d, swPort:%d, hit:%d", result, static_cast<int>(port),
-            hit);
+    HBS_LOG(HBS_INFO, "HOSTBASE: decide_if_by_ExtSwPort - if:%d, swPort:%d, hit:%d", result,
+            static_cast<int>(port), hit);
     return result;
 }
 

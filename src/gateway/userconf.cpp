@@ -29,10 +29,9 @@ int hbs_getPersistentUserSettings(const char *key, const char *file, char *value
         return 0;
     hbs_at_exit close_file([&] { (void)fclose(stream); });
     char line[LINE_SIZE];
-    while (hbs_line_read(stream, line, sizeof line)) {
+    while (hbs_line_read(stream, line, sizeof line))
         if (strstr(line, key) != nullptr)
             return copy_value(line, value, size) ? 1 : 0;
-    }
     return 0;
 }
 

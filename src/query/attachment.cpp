@@ -23,12 +23,10 @@ static void close_attachment(hbs_query_attachment *attachment) {
 
 static void retire(hbs_query_attachment *attachment) {
     attachment->retired = true;
-    if (attachment == current) {
+    if (attachment == current)
         current = nullptr;
-    }
-    if (attachment->users == 0) {
+    if (attachment->users == 0)
         close_attachment(attachment);
-    }
 }
 
 static void before_fork() {
@@ -43,9 +41,8 @@ static void after_fork_in_parent() {
 static void after_fork_in_child() {
     for (hbs_query_attachment &attachment : attachments) {
         attachment.users = 0;
-        if (attachment.retired) {
+        if (attachment.retired)
             close_attachment(&attachment);
-        }
     }
     (void)pthread_mutex_unlock(&lock);
 }
@@ -70,18 +67,16 @@ static int result_of_errno() {
 // Asking for the full size makes the kernel refuse a segment that is too small to be read safely.
 static int find_segment(int *shm_id) {
     key_t key = ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID);
-    if (key == -1) {
+    if (key == -1)
         return result_of_errno();
-    }
     *shm_id = shmget(key, HBS_SHM_SIZE, 0);
     return *shm_id == -1 ? result_of_errno() : int{HOSTBASE_OK};
 }
 
 static int open_attachment(hbs_query_attachment *attachment, int shm_id) {
     sem_t *semaphore = sem_open(HBS_SEMAPHORE_NAME, 0);
-    if (semaphore == SEM_FAILED) {
+    if (semaphore == SEM_FAILED)
         return result_of_errno();
-    }
     void *base = shmat(shm_id, nullptr, SHM_RDONLY);
     if (reinterpret_cast<intptr_t>(base) == -1) {
         int result = result_of_errno();
@@ -98,29 +93,23 @@ static int open_attachment(hbs_query_attachment *attachment, int shm_id) {
 }
 
 static hbs_query_attachment *free_element() {
-    for (hbs_query_attachment &attachment : attachments) {
-        if (attachment.base == nullptr) {
+    for (hbs_query_attachment &attachment : attachments)
+        if (attachment.base == nullptr)
             return &attachment;
-        }
-    }
     return nullptr;
 }
 
 static int make_current(int shm_id) {
-    if (current != nullptr && current->shm_id == shm_id) {
+    if (current != nullptr && current->shm_id == shm_id)
         return HOSTBASE_OK;
-    }
-    if (current != nullptr) {
+    if (current != nullptr)
         retire(current);
-    }
     hbs_query_attachment *fresh = free_element();
-    if (fresh == nullptr) {
+    if (fresh == nullptr)
         return HOSTBASE_NO_MEMORY;
-    }
     int result = open_attachment(fresh, shm_id);
-    if (result == HOSTBASE_OK) {
+    if (result == HOSTBASE_OK)
         current = fresh;
-    }
     return result;
 }
 
@@ -129,11 +118,10 @@ int hbs_query_acquire(hbs_query_attachment **attachment) {
     int result = find_segment(&shm_id);
     (void)pthread_once(&fork_once, register_fork_handlers);
     (void)pthread_mutex_lock(&lock);
-    if (result == HOSTBASE_OK) {
+    if (result == HOSTBASE_OK)
         result = make_current(shm_id);
-    } else if (current != nullptr) {
+    else if (current != nullptr)
         retire(current);
-    }
     if (result == HOSTBASE_OK) {
         current->users++;
         *attachment = current;
@@ -145,8 +133,7 @@ int hbs_query_acquire(hbs_query_attachment **attachment) {
 void hbs_query_release(hbs_query_attachment *attachment, bool retire_it) {
     (void)pthread_mutex_lock(&lock);
     attachment->users--;
-    if (retire_it || (attachment->retired && attachment->users == 0)) {
+    if (retire_it || (attachment->retired && attachment->users == 0))
         retire(attachment);
-    }
     (void)pthread_mutex_unlock(&lock);
 }

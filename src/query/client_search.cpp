@@ -55,9 +55,8 @@ static bool copy_match(const uint8_t *base, const void *what, void *into) {
             memset(result, 0, sizeof *result);
             return true;
         }
-        if (!hbs_query_is_element(list, offset)) {
+        if (!hbs_query_is_element(list, offset))
             return false;
-        }
         const uint8_t *record = base + offset;
         if (matches(record, static_cast<const search *>(what))) {
             result->found = 1;
@@ -70,11 +69,9 @@ static bool copy_match(const uint8_t *base, const void *what, void *into) {
 }
 
 static bool is_all_zero(const uint8_t *bytes, size_t size) {
-    for (size_t i = 0; i < size; i++) {
-        if (bytes[i] != 0) {
+    for (size_t i = 0; i < size; i++)
+        if (bytes[i] != 0)
             return false;
-        }
-    }
     return true;
 }
 
@@ -84,13 +81,11 @@ int hbs_query_find(hbs_query_key key, const uint8_t *bytes, hbs_client *client) 
     const hbs_query_look look = {copy_match, nullptr, &wanted, {&findings[0], &findings[1]}, sizeof(finding)};
     const void *agreed = nullptr;
     int result = hbs_query_agree(&look, &agreed);
-    if (result != HOSTBASE_OK) {
+    if (result != HOSTBASE_OK)
         return result;
-    }
     const finding *answer = static_cast<const finding *>(agreed);
-    if (answer->found == 0 || is_all_zero(bytes, key_size(key))) {
+    if (answer->found == 0 || is_all_zero(bytes, key_size(key)))
         return HOSTBASE_NOT_FOUND;
-    }
     *client = answer->client;
     return HOSTBASE_OK;
 }

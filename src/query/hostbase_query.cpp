@@ -29,9 +29,8 @@ const char *hostbase_strerror(int result) {
 }
 
 static int find(hbs_query_key key, const uint8_t *bytes, hbs_client *client) {
-    if (bytes == nullptr || client == nullptr) {
+    if (bytes == nullptr || client == nullptr)
         return HOSTBASE_BAD_ARGUMENT;
-    }
     return hbs_query_find(key, bytes, client);
 }
 
@@ -49,9 +48,8 @@ static int get_text(const uint8_t *mac, size_t offset, char *text, size_t size) 
 static int get_number(const uint8_t *mac, uint8_t hbs_client::*field, uint32_t add, uint32_t *number) {
     hbs_client client;
     int result = number == nullptr ? int{HOSTBASE_BAD_ARGUMENT} : find(HBS_QUERY_BY_MAC, mac, &client);
-    if (result == HOSTBASE_OK) {
+    if (result == HOSTBASE_OK)
         *number = client.*field + add;
-    }
     return result;
 }
 
@@ -92,9 +90,8 @@ int hostbase_find_by_ipv6(const uint8_t ipv6[16], hbs_client *client) {
 }
 
 static int get_list(hbs_query_kind kind, void *elements, size_t capacity, size_t *count) {
-    if (count == nullptr || (elements == nullptr && capacity != 0)) {
+    if (count == nullptr || (elements == nullptr && capacity != 0))
         return HOSTBASE_BAD_ARGUMENT;
-    }
     return hbs_query_copy_list(kind, elements, capacity, count);
 }
 

@@ -37,17 +37,15 @@ int hbs_query_copy_list(hbs_query_kind kind, void *elements, size_t capacity, si
     const size_t size = pool_at + pool_size(list);
     uint8_t *copies = static_cast<uint8_t *>(calloc(2, size));
     hbs_at_exit release([&] { free(copies); });
-    if (copies == nullptr) {
+    if (copies == nullptr)
         return HOSTBASE_NO_MEMORY;
-    }
     static_assert(sizeof(hbs_client) % 4 == 0 && sizeof(hbs_ip_entry) % 4 == 0,
                   "the second copy is 4-byte aligned because every element is");
     const hbs_query_look look = {copy_pool, is_sound_list, list, {copies, copies + size}, size};
     const void *agreed = nullptr;
     int result = hbs_query_agree(&look, &agreed);
-    if (result == HOSTBASE_OK) {
+    if (result == HOSTBASE_OK)
         *count = static_cast<size_t>(collect(agreed, list, elements, capacity));
-    }
     return result;
 }
 
@@ -58,26 +56,22 @@ static bool copy_segment(const uint8_t *base, const void *, void *into) {
 
 static bool is_sound_segment(const void *copy, const void *) {
     const uint8_t *base = static_cast<const uint8_t *>(copy);
-    for (const hbs_query_list &list : hbs_query_lists) {
-        if (hbs_query_collect(&list, base + list.pool, hbs_query_word(base + list.head), nullptr, 0) < 0) {
+    for (const hbs_query_list &list : hbs_query_lists)
+        if (hbs_query_collect(&list, base + list.pool, hbs_query_word(base + list.head), nullptr, 0) < 0)
             return false;
-        }
-    }
     return true;
 }
 
 int hbs_query_copy_all(hbs_db *db) {
     uint8_t *copies = static_cast<uint8_t *>(calloc(2, HBS_SHM_SIZE));
     hbs_at_exit release([&] { free(copies); });
-    if (copies == nullptr) {
+    if (copies == nullptr)
         return HOSTBASE_NO_MEMORY;
-    }
     const hbs_query_look look = {
         copy_segment, is_sound_segment, nullptr, {copies, copies + HBS_SHM_SIZE}, HBS_SHM_SIZE};
     const void *agreed = nullptr;
     int result = hbs_query_agree(&look, &agreed);
-    if (result == HOSTBASE_OK) {
+    if (result == HOSTBASE_OK)
         memcpy(db, agreed, HBS_SHM_SIZE);
-    }
     return result;
 }

@@ -36,11 +36,9 @@ static timespec deadline_from_now() {
 }
 
 static bool wait_until(sem_t *semaphore, const timespec *deadline) {
-    while (sem_timedwait(semaphore, deadline) != 0) {
-        if (errno != EINTR) {
+    while (sem_timedwait(semaphore, deadline) != 0)
+        if (errno != EINTR)
             return false;
-        }
-    }
     return true;
 }
 
@@ -48,9 +46,8 @@ static bool wait_until(sem_t *semaphore, const timespec *deadline) {
 static void hold_signals_back(sigset_t *before) {
     sigset_t all;
     (void)sigfillset(&all);
-    for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT}) {
+    for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT})
         (void)sigdelset(&all, fault);
-    }
     (void)pthread_sigmask(SIG_SETMASK, &all, before);
 }
 
@@ -60,9 +57,8 @@ static bool look_once(const hbs_query_attachment *attachment, const timespec *de
     sigset_t before;
     hold_signals_back(&before);
     hbs_at_exit restore([&] { (void)pthread_sigmask(SIG_SETMASK, &before, nullptr); });
-    if (!wait_until(attachment->semaphore, deadline)) {
+    if (!wait_until(attachment->semaphore, deadline))
         return false;
-    }
     result->whole = look->copy(attachment->base, look->what, into);
     (void)sem_getvalue(attachment->semaphore, &result->spare);
     (void)sem_post(attachment->semaphore);
@@ -74,9 +70,8 @@ static bool look_once(const hbs_query_attachment *attachment, const timespec *de
 // as many holders to spare as it ever has. As long as that number is not known, no look is calm.
 static bool is_calm(hbs_query_attachment *attachment, int spare) {
     int capacity = attachment->capacity.load(std::memory_order_relaxed);
-    if (capacity != 0 && spare + 1 > capacity) {
+    if (capacity != 0 && spare + 1 > capacity)
         attachment->capacity.store(spare + 1, std::memory_order_relaxed);
-    }
     return capacity != 0 && spare + 1 >= capacity;
 }
 
@@ -101,9 +96,8 @@ static int agree_on(hbs_query_attachment *attachment, const hbs_query_look *look
     for (int i = 0; i < max_looks; i++) {
         void *into = look->copies[i % 2];
         seen now = {};
-        if (!look_once(attachment, &deadline, look, into, &now)) {
+        if (!look_once(attachment, &deadline, look, into, &now))
             return HOSTBASE_BUSY;
-        }
         now.calm = is_calm(attachment, now.spare);
         most_spare = now.spare > most_spare ? now.spare : most_spare;
         bool same = previous.whole && now.whole && same_copies(look);
@@ -117,14 +111,12 @@ static int agree_on(hbs_query_attachment *attachment, const hbs_query_look *look
             pause_after(i);
             outlasted++;
         }
-        if (i + 1 == learning_looks && attachment->capacity.load(std::memory_order_relaxed) == 0) {
+        if (i + 1 == learning_looks && attachment->capacity.load(std::memory_order_relaxed) == 0)
             attachment->capacity.store(most_spare + 1, std::memory_order_relaxed);
-        }
         previous = now;
     }
-    if (outlasted >= patience || *agreed == nullptr) { // a holder was lost: fewer are admitted by now
+    if (outlasted >= patience || *agreed == nullptr) // a holder was lost: fewer are admitted by now
         attachment->capacity.store(most_spare + 1, std::memory_order_relaxed);
-    }
     return *agreed == nullptr ? HOSTBASE_UNSTABLE : HOSTBASE_OK;
 }
 
@@ -135,9 +127,8 @@ int hbs_query_agree(const hbs_query_look *look, const void **agreed) {
     *agreed = nullptr;
     hbs_query_attachment *attachment = nullptr;
     int result = hbs_query_acquire(&attachment);
-    if (result != HOSTBASE_OK) {
+    if (result != HOSTBASE_OK)
         return result;
-    }
     result = agree_on(attachment, look, agreed);
     // A semaphore that was made anew leaves this one without anybody who would ever post it.
     hbs_query_release(attachment, result == HOSTBASE_BUSY);

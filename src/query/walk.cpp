@@ -21,9 +21,8 @@ uint32_t hbs_query_word(const uint8_t *at) {
 }
 
 bool hbs_query_is_element(const hbs_query_list *list, uint32_t offset) {
-    if (offset < list->pool) {
+    if (offset < list->pool)
         return false;
-    }
     uint32_t into = offset - list->pool;
     return into % list->element == 0 && into / list->element < list->count;
 }
@@ -33,9 +32,8 @@ bool hbs_query_is_element(const hbs_query_list *list, uint32_t offset) {
 static bool is_consistent(const hbs_query_list *list, const uint8_t *element, uint32_t offset) {
     uint32_t word = hbs_query_word(element + offsetof(hbs_index_entry, count));
     static_assert(offsetof(hbs_index_entry, count) == offsetof(hbs_client, dbpos));
-    if (list->max_words == 0) {
+    if (list->max_words == 0)
         return word == offset;
-    }
     return word >= 1 && word <= list->max_words;
 }
 
@@ -45,16 +43,13 @@ int hbs_query_collect(const hbs_query_list *list, const uint8_t *pool, uint32_t 
     uint32_t offset = first;
     uint32_t found = 0;
     while (offset != list->head) {
-        if (found == list->count || !hbs_query_is_element(list, offset)) {
+        if (found == list->count || !hbs_query_is_element(list, offset))
             return -1;
-        }
         const uint8_t *element = pool + (offset - list->pool);
-        if (!is_consistent(list, element, offset)) {
+        if (!is_consistent(list, element, offset))
             return -1;
-        }
-        if (found < capacity) {
+        if (found < capacity)
             memcpy(out + size_t{found} * list->element, element, list->element);
-        }
         found++;
         offset = hbs_query_word(element);
     }

@@ -112,12 +112,11 @@ hbs_client_text hbs_client_log_text(const hbs_client *client) {
 
 // Words from number `hex_from` on in hexadecimal.
 static void append_words(text_line *line, const uint32_t *words, uint32_t count, uint32_t hex_from) {
-    for (uint32_t i = 0; i < count; i++) {
+    for (uint32_t i = 0; i < count; i++)
         if (i < hex_from)
             append(line, "%d ", static_cast<int>(words[i]));
         else
             append(line, "%x ", words[i]);
-    }
 }
 
 static uint32_t bounded_count(uint32_t count, size_t room) {

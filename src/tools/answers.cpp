@@ -34,13 +34,11 @@ constexpr answer_words table[] = {
 } // namespace
 
 answer_meaning meaning_of(hbs_code code, int32_t answer) {
-    if (code == HBS_CMD_DUMP) { // its answer repeats that of the command before
+    if (code == HBS_CMD_DUMP) // it has no result: that it was answered says that it was done
         return {true, "the database is written to the log"};
-    }
     const auto *words = std::find_if(std::begin(table), std::end(table),
                                      [&](const answer_words &entry) { return entry.code == code; });
-    if (words == std::end(table)) {
+    if (words == std::end(table))
         return {answer >= 0, answer >= 0 ? "done" : "refused"};
-    }
     return {answer >= 0, answer >= 0 ? words->accepted : words->refused};
 }

@@ -8,9 +8,8 @@ CLI::Option *add_parsed(CLI::App *command, const std::string &name, Value &targe
                         const char *type, const std::string &help) {
     const auto store = [&target, parse, type](const std::string &text) {
         const auto value = parse(text);
-        if (!value) {
+        if (!value)
             throw CLI::ValidationError("'" + text + "' is no " + type);
-        }
         target = *value;
     };
     CLI::Option *option = command->add_option_function<std::string>(name, store, help)->type_name(type);
@@ -23,14 +22,18 @@ std::optional<Bytes> of_family(const std::string &text, uint16_t family, Bytes i
     return address && address->family == family ? std::optional((*address).*field) : std::nullopt;
 }
 
+// Six zero bytes are no MAC: the daemon would refuse, and has no words to say why.
+std::optional<mac_bytes> parse_device(const std::string &text) {
+    const auto mac = parse_mac(text);
+    return mac == mac_bytes{} ? std::nullopt : mac;
+}
+
 std::optional<trust_target> parse_target(const std::string &text) {
-    if (const auto mac = parse_mac(text)) {
+    if (const auto mac = parse_device(text))
         return trust_target{HBS_SELECT_MAC, *mac, {}};
-    }
     const auto address = parse_ip(text);
-    if (!address) {
+    if (!address)
         return std::nullopt;
-    }
     const bool v4 = address->family == HBS_FAMILY_IPV4;
     return trust_target{static_cast<uint8_t>(v4 ? HBS_SELECT_IPV4 : HBS_SELECT_IPV6), {}, *address};
 }
@@ -38,7 +41,7 @@ std::optional<trust_target> parse_target(const std::string &text) {
 } // namespace
 
 CLI::Option *add_mac(CLI::App *command, const std::string &name, mac_bytes &target, const std::string &help) {
-    return add_parsed(command, name, target, parse_mac, "MAC address", help);
+    return add_parsed(command, name, target, parse_device, "MAC address", help);
 }
 
 CLI::Option *add_ip(CLI::App *command, const std::string &name, ip_address &target, const std::string &help) {
@@ -81,15 +84,12 @@ CLI::Option *add_target(CLI::App *command, const std::string &name, trust_target
 CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &target,
                         const word_choices &choices, const std::string &help) {
     std::string words;
-    for (const auto &[word, number] : choices) {
+    for (const auto &[word, number] : choices)
         words += (words.empty() ? "" : "|") + word;
-    }
     const auto parse = [choices](const std::string &text) -> std::optional<uint32_t> {
-        for (const auto &[word, number] : choices) {
-            if (word == text) {
+        for (const auto &[word, number] : choices)
+            if (word == text)
                 return number;
-            }
-        }
         return std::nullopt;
     };
     const auto store = [&target, parse, words](const std::string &text) {

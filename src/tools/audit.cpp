@@ -21,18 +21,15 @@ const hbs_client *with_mac(const clients_list &clients, const std::string &mac) 
 }
 
 bool anybody_holds(const clients_list &clients, const std::string &address) {
-    return std::any_of(clients.begin(), clients.end(),
-                       [&](const hbs_client &client) { return holds(client, address); });
+    return std::any_of(
+        clients.begin(), clients.end(), [&](const hbs_client &client) { return holds(client, address); });
 }
 
 std::string addresses_of(const hbs_client &client) {
     std::vector<std::string> addresses;
-    for (const std::string &address :
-         {ipv4_text(client.ipv4), ipv6_text(client.ipv6), ipv6_text(client.ll)}) {
-        if (!address.empty()) {
+    for (const std::string &address : {ipv4_text(client.ipv4), ipv6_text(client.ipv6), ipv6_text(client.ll)})
+        if (!address.empty())
             addresses.push_back(address);
-        }
-    }
     return addresses.empty() ? "no address" : joined(addresses, ", ");
 }
 
@@ -45,9 +42,8 @@ std::string said_by(const sighting &one) {
 void check_sighting(const clients_list &clients, const sighting &one, std::vector<difference> &found) {
     const hbs_client *client = with_mac(clients, one.mac);
     if (client != nullptr ? holds(*client, one.address)
-                          : one.mac.empty() && anybody_holds(clients, one.address)) {
+                          : one.mac.empty() && anybody_holds(clients, one.address))
         return;
-    }
     const std::string known_to = one.what == sighting::neighbour ? "kernel" : "leases";
     const std::string rest = client == nullptr ? ", which is no client"
                                                : ", but the client's record holds " + addresses_of(*client);
@@ -56,10 +52,12 @@ void check_sighting(const clients_list &clients, const sighting &one, std::vecto
 
 bool seen_as(const sightings_list &sightings, sighting::kind what, const std::string &mac,
              const std::string &address) {
-    return std::any_of(sightings.begin(), sightings.end(), [&](const sighting &one) {
-        return one.what == what && one.address == address &&
-               (one.mac.empty() || mac.empty() || one.mac == mac);
-    });
+    return std::any_of(
+        sightings.begin(), sightings.end(),
+        [&](const sighting &one) {
+            return one.what == what && one.address == address &&
+                   (one.mac.empty() || mac.empty() || one.mac == mac);
+        });
 }
 
 // What a record says of the outside: which flag, of which address, and who should know of it.
@@ -90,9 +88,8 @@ void check_leases(const sightings_list &sightings, const hbs_client &client, std
     const std::string mac = mac_text(client.mac);
     for (const claim &one : claims_of(client)) {
         if ((client.flags & one.flag) == 0 || one.address.empty() ||
-            seen_as(sightings, one.what, mac, one.address)) {
+            seen_as(sightings, one.what, mac, one.address))
             continue;
-        }
         found.push_back(
             {"clients", mac, one.address,
              client_label(client) + " " + one.words + " " + one.address + ", but " + one.missing});
@@ -116,9 +113,8 @@ void check_reachable(const sightings_list &sightings, const hbs_client &client,
 
 std::vector<difference> compare(const clients_list &clients, const sightings_list &sightings) {
     std::vector<difference> found;
-    for (const sighting &one : sightings) {
+    for (const sighting &one : sightings)
         check_sighting(clients, one, found);
-    }
     for (const hbs_client &client : clients) {
         check_reachable(sightings, client, found);
         check_leases(sightings, client, found);

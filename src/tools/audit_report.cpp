@@ -27,13 +27,11 @@ void audit(session &run) {
     const std::vector<sighting> leases = dhcp_leases();
     sightings.insert(sightings.end(), leases.begin(), leases.end());
     const std::vector<difference> differences = compare(read_database().clients, sightings);
-    if (run.json) {
+    if (run.json)
         print_json(run, differences);
-    } else if (differences.empty()) {
+    else if (differences.empty())
         run.out << "no differences\n";
-    }
-    for (size_t i = 0; i < differences.size() && !run.json; i++) {
+    for (size_t i = 0; i < differences.size() && !run.json; i++)
         run.out << printable(differences[i].text) << '\n';
-    }
     run.status = differences.empty() ? exit_ok : exit_negative;
 }

@@ -27,16 +27,16 @@ constexpr const char *static_leases = "/nvram/8/dhcpd/udhcpd.*.static_leases";
 constexpr const char *ipv6_leases = "/var/lib/dibbler/server-AddrMgr.xml";
 
 template <size_t Count> bool is_one_of(const char *const (&words)[Count], const std::string &word) {
-    return std::any_of(words, words + Count, [&](const char *one) { return word == one; });
+    return std::any_of(
+        words, words + Count, [&](const char *one) { return word == one; });
 }
 
 std::string read_all(int fd) {
     std::string text;
     char block[4096];
     ssize_t count = 0;
-    while ((count = read(fd, block, sizeof block)) > 0) {
+    while ((count = read(fd, block, sizeof block)) > 0)
         text.append(block, static_cast<size_t>(count));
-    }
     return text;
 }
 
@@ -48,14 +48,12 @@ std::runtime_error cannot_ask(int error) {
 // The standard output of a program that is found on the PATH. Throws when it cannot be run or fails.
 std::string output_of(std::vector<std::string> words) {
     int ends[2];
-    if (pipe(ends) != 0) {
+    if (pipe(ends) != 0)
         throw cannot_ask(errno);
-    }
     std::vector<char *> arguments;
     arguments.reserve(words.size() + 1);
-    for (std::string &word : words) {
+    for (std::string &word : words)
         arguments.push_back(word.data());
-    }
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -68,9 +66,8 @@ std::string output_of(std::vector<std::string> words) {
     std::string text = error == 0 ? read_all(ends[0]) : "";
     close(ends[0]);
     int status = 0;
-    if (error != 0 || waitpid(child, &status, 0) != child || status != 0) {
+    if (error != 0 || waitpid(child, &status, 0) != child || status != 0)
         throw cannot_ask(error != 0 ? error : EIO);
-    }
     return text;
 }
 
@@ -81,9 +78,8 @@ std::string text_at(const nlohmann::json &object, const char *name) {
 
 bool is_gone(const nlohmann::json &entry) {
     const auto states = entry.find("state");
-    if (states == entry.end() || !states->is_array()) {
+    if (states == entry.end() || !states->is_array())
         return true;
-    }
     return std::any_of(states->begin(), states->end(), [](const nlohmann::json &state) {
         return state.is_string() && is_one_of(passing_states, state.get<std::string>());
     });
@@ -104,9 +100,8 @@ std::string file_text(const std::string &path) {
 std::vector<std::string> files_like(const char *pattern) {
     glob_t found = {};
     std::vector<std::string> paths;
-    if (glob(pattern, 0, nullptr, &found) == 0) {
+    if (glob(pattern, 0, nullptr, &found) == 0)
         paths.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
-    }
     globfree(&found);
     return paths;
 }
@@ -120,13 +115,11 @@ void append(std::vector<sighting> &all, const std::vector<sighting> &more) {
 std::vector<sighting> parse_neighbours(const std::string &text) {
     const nlohmann::json entries = nlohmann::json::parse(text, nullptr, false);
     std::vector<sighting> found;
-    if (!entries.is_array()) {
+    if (!entries.is_array())
         return found;
-    }
     for (const nlohmann::json &entry : entries) {
-        if (!entry.is_object() || is_gone(entry) || is_one_of(outward, text_at(entry, "dev"))) {
+        if (!entry.is_object() || is_gone(entry) || is_one_of(outward, text_at(entry, "dev")))
             continue;
-        }
         const auto mac = parse_mac(text_at(entry, "lladdr"));
         const auto address = parse_ip(text_at(entry, "dst"));
         if (mac && address && !is_multicast(*address)) {
@@ -146,9 +139,8 @@ std::vector<sighting> parse_leases(const std::string &text, sighting::kind what,
         words >> mac_word >> address_word;
         const auto mac = parse_mac(mac_word);
         const auto address = parse_ip(address_word);
-        if (mac && address && !mac_text(mac->data()).empty() && !ip_text(*address).empty()) {
+        if (mac && address && !mac_text(mac->data()).empty() && !ip_text(*address).empty())
             found.push_back({what, mac_text(mac->data()), ip_text(*address), file});
-        }
     }
     return found;
 }
@@ -161,13 +153,11 @@ std::vector<sighting> parse_ipv6_leases(const std::string &text, const std::stri
         at += element.size();
         const size_t begin = text.find('>', at);
         const size_t end = text.find('<', at);
-        if (begin == std::string::npos || end == std::string::npos || end < begin) {
+        if (begin == std::string::npos || end == std::string::npos || end < begin)
             continue;
-        }
         const auto address = parse_ip(text.substr(begin + 1, end - begin - 1));
-        if (address && address->family == HBS_FAMILY_IPV6) {
+        if (address && address->family == HBS_FAMILY_IPV6)
             found.push_back({sighting::ipv6_lease, "", ip_text(*address), file});
-        }
     }
     return found;
 }
@@ -178,12 +168,10 @@ std::vector<sighting> kernel_neighbours() {
 
 std::vector<sighting> dhcp_leases() {
     std::vector<sighting> all;
-    for (const std::string &file : files_like(dynamic_leases)) {
+    for (const std::string &file : files_like(dynamic_leases))
         append(all, parse_leases(file_text(file), sighting::dynamic_lease, file));
-    }
-    for (const std::string &file : files_like(static_leases)) {
+    for (const std::string &file : files_like(static_leases))
         append(all, parse_leases(file_text(file), sighting::static_lease, file));
-    }
     append(all, parse_ipv6_leases(file_text(ipv6_leases), ipv6_leases));
     return all;
 }

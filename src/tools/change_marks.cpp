@@ -75,21 +75,18 @@ std::vector<marked_client> change_marks::update(const std::vector<hbs_client> &c
         const auto [entry, added] =
             known_.try_emplace(key_of(client), known{client, first_ ? mark::none : mark::fresh, now});
         known &one = entry->second;
-        if (one.what == mark::gone) {
+        if (one.what == mark::gone)
             one = {client, mark::fresh, now};
-        } else if (!added && client_changed(one.client, client)) {
+        else if (!added && client_changed(one.client, client))
             one = {client, mark::changed, now};
-        } else if (now - one.since >= lasting_) {
+        else if (now - one.since >= lasting_)
             one.what = mark::none;
-        }
         result.push_back({client, one.what});
     }
     mark_gone(clients, now);
-    for (const auto &[key, one] : known_) {
-        if (one.what == mark::gone) {
+    for (const auto &[key, one] : known_)
+        if (one.what == mark::gone)
             result.push_back({one.client, mark::gone});
-        }
-    }
     first_ = false;
     return result;
 }
@@ -100,11 +97,9 @@ text_table marked_table(const std::vector<marked_client> &clients) {
     for (const marked_client &one : clients) {
         std::vector<table_cell> row = client_row(one.client);
         row.insert(row.begin(), {mark_sign(one.what), mark_style(one.what)});
-        if (one.what != mark::none) {
-            for (table_cell &cell : row) {
+        if (one.what != mark::none)
+            for (table_cell &cell : row)
                 cell.look = mark_style(one.what);
-            }
-        }
         table.rows.push_back(row);
     }
     return table;

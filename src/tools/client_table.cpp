@@ -16,16 +16,14 @@ std::string flags_without_online(const hbs_client &client) {
 
 std::string trust_and_hotspot(const hbs_client &client) {
     std::vector<std::string> words = trust_words(client.trust);
-    if (client.hotspot != 0) {
+    if (client.hotspot != 0)
         words.emplace_back("HOTSPOT");
-    }
     return joined(words, " ");
 }
 
 void add(text_table &table, const char *name, const std::string &value) {
-    if (!value.empty()) {
+    if (!value.empty())
         table.rows.push_back({{name, style::faint}, {value}});
-    }
 }
 
 void add_number(text_table &table, const char *name, uint32_t value) {
@@ -39,9 +37,8 @@ std::string interface_text(const hbs_client &client) {
 
 std::string link_figures(const hbs_client &client) {
     std::vector<std::string> figures;
-    for (uint32_t figure : client.wifi_link_info) {
+    for (uint32_t figure : client.wifi_link_info)
         figures.push_back(std::to_string(figure));
-    }
     const bool none = std::all_of(std::begin(client.wifi_link_info), std::end(client.wifi_link_info),
                                   [](uint32_t figure) { return figure == 0; });
     return none ? "" : joined(figures, " ");
@@ -78,12 +75,10 @@ std::string client_name(const hbs_client &client) {
 
 std::string client_adapter(const hbs_client &client) {
     std::string word = adapter_word(client.adapter_type);
-    if (client.adapter_type == HBS_ADAPTER_WIFI) {
+    if (client.adapter_type == HBS_ADAPTER_WIFI)
         return word + " " + std::to_string(client.wifi_index + 1);
-    }
-    if (client.adapter_type == HBS_ADAPTER_ETHERNET && client.switch_port != 0) {
+    if (client.adapter_type == HBS_ADAPTER_ETHERNET && client.switch_port != 0)
         return word + " " + std::to_string(client.switch_port);
-    }
     return word;
 }
 
@@ -107,9 +102,8 @@ std::vector<table_cell> client_row(const hbs_client &client) {
 
 text_table client_table(const std::vector<hbs_client> &clients) {
     text_table table = {client_columns(), {}};
-    for (const hbs_client &client : clients) {
+    for (const hbs_client &client : clients)
         table.rows.push_back(client_row(client));
-    }
     return table;
 }
 

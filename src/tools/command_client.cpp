@@ -20,9 +20,8 @@ struct descriptor {
     int fd;
     explicit descriptor(int number) : fd(number) {}
     ~descriptor() {
-        if (fd != -1) {
+        if (fd != -1)
             close(fd);
-        }
     }
     descriptor(const descriptor &) = delete;
     descriptor &operator=(const descriptor &) = delete;
@@ -58,9 +57,8 @@ struct held_signals {
     sigset_t set, before;
     held_signals() {
         sigemptyset(&set);
-        for (int number : {SIGINT, SIGTERM, SIGHUP}) {
+        for (int number : {SIGINT, SIGTERM, SIGHUP})
             sigaddset(&set, number);
-        }
         sigprocmask(SIG_BLOCK, &set, &before);
     }
     ~held_signals() { sigprocmask(SIG_SETMASK, &before, nullptr); }
@@ -71,9 +69,8 @@ struct held_signals {
 sockaddr_un address_of(const std::string &path) {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
+    if (path.size() >= sizeof address.sun_path)
         throw daemon_error(daemon_error::failed, "the socket path is too long");
-    }
     memcpy(address.sun_path, path.data(), path.size());
     return address;
 }
@@ -84,12 +81,10 @@ const sockaddr *generic(const sockaddr_un *address) {
 
 daemon_error error_of_errno(const std::string &socket_path) {
     const int error = errno;
-    if (error == ENOENT || error == ECONNREFUSED || error == ENOTCONN) {
+    if (error == ENOENT || error == ECONNREFUSED || error == ENOTCONN)
         return {daemon_error::not_there, "gw_hostbase is not running: nobody receives on " + socket_path};
-    }
-    if (error == EAGAIN || error == EINTR) {
+    if (error == EAGAIN || error == EINTR)
         return {daemon_error::no_answer, "gw_hostbase does not take anything from its command socket"};
-    }
     return {daemon_error::failed, socket_path + ": " + strerror(error)};
 }
 
@@ -100,15 +95,13 @@ void connect_to(int fd, const std::string &socket_path, double seconds) {
     limit.tv_sec = static_cast<time_t>(seconds);
     limit.tv_usec = static_cast<suseconds_t>((seconds - static_cast<double>(limit.tv_sec)) * 1e6) + 1;
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    if (fd == -1 || connect(fd, generic(&daemon), sizeof daemon) != 0) {
+    if (fd == -1 || connect(fd, generic(&daemon), sizeof daemon) != 0)
         throw error_of_errno(socket_path);
-    }
 }
 
 void send_all(int fd, const datagram &message, const std::string &socket_path) {
-    if (send(fd, message.data(), message.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(message.size())) {
+    if (send(fd, message.data(), message.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(message.size()))
         throw error_of_errno(socket_path);
-    }
 }
 
 int milliseconds_left(clock_type::time_point deadline) {
@@ -129,9 +122,8 @@ outcome wait_for_answer(int fd, int signal_fd, double seconds, const std::string
     pollfd waits[] = {{fd, POLLIN, 0}, {signal_fd, POLLIN, 0}};
     while (poll(waits, 2, milliseconds_left(deadline)) > 0) {
         signalfd_siginfo arrived = {};
-        if ((waits[1].revents & POLLIN) != 0 && read(signal_fd, &arrived, sizeof arrived) == sizeof arrived) {
+        if ((waits[1].revents & POLLIN) != 0 && read(signal_fd, &arrived, sizeof arrived) == sizeof arrived)
             return {0, static_cast<int>(arrived.ssi_signo)};
-        }
         uint8_t bytes[8];
         const ssize_t size = recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
         if (size == sizeof(int32_t)) {
@@ -154,9 +146,8 @@ outcome exchange(const datagram &message, const std::string &socket_path, double
     const descriptor socket_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = address_of(own.socket);
     if (socket_fd.fd == -1 || bind(socket_fd.fd, generic(&address), sizeof address) != 0 ||
-        chmod(own.socket.c_str(), 0600) != 0) {
+        chmod(own.socket.c_str(), 0600) != 0)
         throw daemon_error(daemon_error::failed, own.socket + ": " + strerror(errno));
-    }
     connect_to(socket_fd.fd, socket_path, seconds);
     send_all(socket_fd.fd, message, socket_path);
     return wait_for_answer(socket_fd.fd, signals.fd, seconds, socket_path);

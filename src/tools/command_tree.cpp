@@ -52,9 +52,8 @@ exit_status status_of(const daemon_error &error) {
 }
 
 exit_status fail(session &run, exit_status status, const std::string &text) {
-    if (run.json) {
+    if (run.json)
         run.out << json_text({{"error", text}, {"status", static_cast<int>(status)}}) << '\n';
-    }
     run.err << "hbsctl: " << printable(text) << '\n';
     return status;
 }
@@ -69,9 +68,8 @@ std::string usage_text(const CLI::App &app, const CLI::ParseError &error) {
 // Also what is asked for with --help or --version comes as an "error".
 exit_status end_of_parsing(session &run, const CLI::App &app, const CLI::ParseError &error,
                            const std::vector<std::string> &arguments) {
-    if (error.get_exit_code() == 0) {
+    if (error.get_exit_code() == 0)
         return app.exit(error, run.out, run.err) == 0 ? exit_ok : exit_usage;
-    }
     // A line that makes no sense may have ended before its options were looked at.
     run.json = run.json || std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
     const exit_status status = fail(run, exit_usage, usage_text(app, error));

@@ -18,9 +18,8 @@ template <typename Element> std::vector<Element> list_of(const hbs_db &db, const
     const auto *base = reinterpret_cast<const uint8_t *>(&db);
     const auto end = static_cast<uint32_t>(reinterpret_cast<const uint8_t *>(&head) - base);
     std::vector<Element> elements;
-    for (uint32_t offset = head.next; offset != end; offset = elements.back().next) {
+    for (uint32_t offset = head.next; offset != end; offset = elements.back().next)
         elements.push_back(*reinterpret_cast<const Element *>(base + offset));
-    }
     return elements;
 }
 
@@ -30,9 +29,8 @@ template <size_t Size> bool is_field(const uint8_t (&field)[Size], const std::ar
 }
 
 bool has_address(const hbs_client &client, const ip_address &address) {
-    if (address.family == HBS_FAMILY_IPV4) {
+    if (address.family == HBS_FAMILY_IPV4)
         return is_field(client.ipv4, address.ipv4);
-    }
     return is_field(client.ipv6, address.ipv6) || is_field(client.ll, address.ipv6);
 }
 
@@ -48,9 +46,8 @@ database_error::database_error(int why) : std::runtime_error(hostbase_strerror(w
 database read_database() {
     auto copy = std::make_unique<hbs_db>();
     const int result = hostbase_snapshot(copy.get());
-    if (result != HOSTBASE_OK) {
+    if (result != HOSTBASE_OK)
         throw database_error(result);
-    }
     return {list_of<hbs_client>(*copy, copy->clients),        list_of<hbs_ip_entry>(*copy, copy->ip_index),
             list_of<hbs_if_entry>(*copy, copy->if_index),     list_of<hbs_ip_entry>(*copy, copy->dhcp_index),
             list_of<hbs_rule_entry>(*copy, copy->rule_index), list_of<hbs_pri_entry>(*copy, copy->pri_index)};

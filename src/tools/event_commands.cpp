@@ -103,9 +103,8 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
             add_identity(command, arguments.lease);
         },
         [&run](dhcpv6_arguments &arguments) {
-            if (arguments.seconds != 0) {
+            if (arguments.seconds != 0)
                 arguments.lease.lease_end = static_cast<uint32_t>(time(nullptr)) + arguments.seconds;
-            }
             run_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease));
         });
     add_command<release6_arguments>(

@@ -10,17 +10,15 @@ namespace {
 
 std::string key_text(const uint32_t *words, uint32_t count) {
     std::vector<std::string> texts;
-    for (uint32_t i = 0; i < count; i++) {
+    for (uint32_t i = 0; i < count; i++)
         texts.push_back(std::to_string(words[i]));
-    }
     return joined(texts, ".");
 }
 
 std::string client_text(const database &db, uint32_t dbpos) {
     const hbs_client *client = client_at(db, dbpos);
-    if (client == nullptr) {
+    if (client == nullptr)
         return "none at " + std::to_string(dbpos);
-    }
     const std::string mac = mac_text(client->mac);
     return mac.empty() ? "client " + std::to_string(client->client_id) : mac;
 }
@@ -32,9 +30,8 @@ std::string name_text(const database &db, uint32_t dbpos) {
 
 std::string octets_text(const uint32_t *words, uint32_t size) {
     uint8_t bytes[16] = {};
-    for (uint32_t i = 0; i < size; i++) {
+    for (uint32_t i = 0; i < size; i++)
         bytes[i] = static_cast<uint8_t>(words[i]);
-    }
     char text[INET6_ADDRSTRLEN] = "";
     return inet_ntop(size == 4 ? AF_INET : AF_INET6, bytes, text, sizeof text);
 }
@@ -50,9 +47,8 @@ std::string rule_text(const hbs_rule_entry &rule) {
 
 std::string key_address(const hbs_ip_entry &entry, bool has_length) {
     const uint32_t head = has_length ? 3 : 2;
-    if (entry.key[1] == HBS_KEY_IPV4 && entry.count == 7) {
+    if (entry.key[1] == HBS_KEY_IPV4 && entry.count == 7)
         return octets_text(entry.key + head, 4);
-    }
     return entry.key[1] == HBS_KEY_IPV6 && entry.count == 19 ? octets_text(entry.key + head, 16) : "";
 }
 

@@ -12,9 +12,8 @@ json or_null(const std::string &text) {
 // "2026-11-21T01:02:03", local time as in the record.
 json date_json(const uint8_t date[HBS_DATE_SIZE]) {
     std::string text = date_text(date);
-    if (text.size() > 10) {
+    if (text.size() > 10)
         text[10] = 'T';
-    }
     return or_null(text);
 }
 
@@ -109,9 +108,8 @@ json client_json(const hbs_client &client) {
 
 json clients_json(const std::vector<hbs_client> &clients) {
     json list = json::array();
-    for (const hbs_client &client : clients) {
+    for (const hbs_client &client : clients)
         list.push_back(client_json(client));
-    }
     return {{"clients", list}};
 }
 

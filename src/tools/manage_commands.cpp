@@ -175,9 +175,8 @@ void add_mac_filter(CLI::App *app, session &run) {
 // nothing: so it is not asked.
 std::vector<hbs_client> known_clients(const std::string &key) {
     std::vector<hbs_client> found = matching_clients(read_database(), key);
-    if (found.empty()) {
+    if (found.empty())
         throw run_error(exit_negative, "no client has the MAC, address or name '" + key + "'");
-    }
     return found;
 }
 
@@ -206,18 +205,16 @@ ip_address address_of(const hbs_client &client) {
     const std::string ipv4 = ipv4_text(client.ipv4);
     const std::string ipv6 = ipv6_text(client.ipv6);
     const auto address = parse_ip(!ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll));
-    if (!address) {
+    if (!address)
         throw run_error(exit_negative, "the client has no address, by which its comment is set");
-    }
     return *address;
 }
 
 // The daemon always sets both texts: what is not given keeps its value.
 void set_comment(session &run, const comment_arguments &arguments) {
     const std::vector<hbs_client> found = known_clients(arguments.client);
-    if (found.size() > 1) {
+    if (found.size() > 1)
         throw run_error(exit_negative, "more than one client has that name: use a MAC or an address");
-    }
     const hbs_client &client = found.front();
     const datagram message = request_comment_host(parse_ip(arguments.client).value_or(address_of(client)),
                                                   arguments.comment.value_or(field_text(client.comment)),
@@ -245,9 +242,8 @@ void confirm_reset(session &run) {
         << std::flush;
     std::string line;
     std::getline(run.in, line);
-    if (line != "yes") {
+    if (line != "yes")
         throw run_error(exit_negative, "nothing was changed");
-    }
 }
 
 void add_reset(CLI::App *app, session &run) {
@@ -255,9 +251,8 @@ void add_reset(CLI::App *app, session &run) {
         app->add_subcommand("reset-defaults", "Delete everything that was remembered of clients");
     reset->add_flag("--yes", run.yes, "Do not ask");
     reset->callback([&run] {
-        if (!run.yes) {
+        if (!run.yes)
             confirm_reset(run);
-        }
         run_command(run, "reset-defaults", HBS_CMD_RESET_DEFAULTS, request_plain(HBS_CMD_RESET_DEFAULTS));
     });
 }

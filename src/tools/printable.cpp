@@ -17,18 +17,15 @@ struct character {
 character next_character(std::string_view text) {
     const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
     const uint8_t lead = byte(0);
-    if (lead < 0x80) {
+    if (lead < 0x80)
         return {lead, 1, true};
-    }
     const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-    if (lead < 0xC2 || lead > 0xF4 || text.size() < length) {
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
         return {0, 1, false};
-    }
     uint32_t code = lead & (0xFFu >> (length + 1));
     for (size_t i = 1; i < length; i++) {
-        if ((byte(i) & 0xC0) != 0x80) {
+        if ((byte(i) & 0xC0) != 0x80)
             return {0, 1, false};
-        }
         code = code << 6 | (byte(i) & 0x3Fu);
     }
     constexpr uint32_t smallest[] = {0, 0, 0x80, 0x800, 0x10000};
@@ -49,8 +46,8 @@ constexpr range wide[] = {{0x1100, 0x115F},   {0x2E80, 0xA4CF},   {0xAC00, 0xD7A
                           {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF}, {0x20000, 0x3FFFD}};
 
 template <size_t Count> bool is_in(const range (&ranges)[Count], uint32_t code) {
-    return std::any_of(ranges, ranges + Count,
-                       [&](const range &r) { return code >= r.first && code <= r.last; });
+    return std::any_of(
+        ranges, ranges + Count, [&](const range &r) { return code >= r.first && code <= r.last; });
 }
 
 std::string escaped_byte(char byte) {
@@ -90,15 +87,14 @@ std::string printable(std::string_view text) {
     std::string result;
     while (!text.empty()) {
         const character c = next_character(text);
-        if (!c.valid) {
+        if (!c.valid)
             result += escaped_byte(text[0]);
-        } else if (c.bytes == 1) {
+        else if (c.bytes == 1)
             result += escaped_ascii(text[0]);
-        } else if (is_in(deceptive, c.code)) {
+        else if (is_in(deceptive, c.code))
             result += escaped_code(c.code);
-        } else {
+        else
             result += text.substr(0, c.bytes);
-        }
         text.remove_prefix(c.bytes);
     }
     return result;
@@ -115,16 +111,14 @@ int display_width(std::string_view text) {
 }
 
 std::string cut_to_width(const std::string &text, int width) {
-    if (display_width(text) <= width) {
+    if (display_width(text) <= width)
         return text;
-    }
     std::string_view rest = text;
     int used = 0;
     while (!rest.empty()) {
         const character c = next_character(rest);
-        if (used + cells_of(c.code) > width - 1) {
+        if (used + cells_of(c.code) > width - 1)
             break;
-        }
         used += cells_of(c.code);
         rest.remove_prefix(c.bytes);
     }

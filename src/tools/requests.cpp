@@ -49,9 +49,8 @@ const char *parse_number(const char *at, const char *end, int base, Number *valu
 // A number that a comma with something behind it follows, or the end, where `at` becomes null.
 template <typename Number> bool take(const char *&at, const char *end, int base, Number *value) {
     const char *stop = at == nullptr ? nullptr : parse_number(at, end, base, value);
-    if (stop == nullptr || (stop != end && *stop != ',') || stop + 1 == end) {
+    if (stop == nullptr || (stop != end && *stop != ',') || stop + 1 == end)
         return false;
-    }
     at = stop == end ? nullptr : stop + 1;
     return true;
 }
@@ -222,8 +221,7 @@ rule_values parse_rule(const std::string &text) {
     const bool whole =
         three && (at == nullptr || (take(at, end, 10, &rule.value4) && take(at, end, 10, &rule.value5) &&
                                     take(at, end, 10, &rule.value6) && at == nullptr));
-    if (!whole) {
+    if (!whole)
         throw request_error("'" + text + "' is not a rule: HEX,N,N or HEX,N,N,N,N,N");
-    }
     return rule;
 }

@@ -24,9 +24,8 @@ void run_command(session &run, const std::string &name, hbs_code code, const dat
 
 void run_event(session &run, const std::string &name, hbs_code code, const datagram &message) {
     send_event(message, run.socket_path);
-    if (run.json) {
+    if (run.json)
         run.out << json_text({{"event", name}, {"code", static_cast<int>(code)}, {"sent", true}}) << '\n';
-    } else {
+    else
         run.out << name << ": sent\n";
-    }
 }

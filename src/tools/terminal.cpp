@@ -21,9 +21,8 @@ bool write_all(const std::string &text) {
     size_t done = 0;
     while (done < text.size()) {
         const ssize_t count = write(STDOUT_FILENO, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR) {
+        if (count < 0 && errno != EINTR)
             return false;
-        }
         done += count > 0 ? static_cast<size_t>(count) : 0;
     }
     return true;
@@ -32,18 +31,16 @@ bool write_all(const std::string &text) {
 sigset_t awaited_signals() {
     sigset_t set;
     sigemptyset(&set);
-    for (int number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH}) {
+    for (int number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH})
         sigaddset(&set, number);
-    }
     return set;
 }
 
 } // namespace
 
 drawing drawing_of(int fd) {
-    if (isatty(fd) == 0) {
+    if (isatty(fd) == 0)
         return {};
-    }
     const char *no_colour = getenv("NO_COLOR");
     const int columns = window_of(fd).ws_col;
     return {columns == 0 ? 80 : columns, no_colour == nullptr || *no_colour == '\0'};
@@ -61,15 +58,13 @@ live_screen::~live_screen() {
 }
 
 void live_screen::enter() {
-    if (terminal_) {
+    if (terminal_)
         (void)write_all(enter_sequence);
-    }
 }
 
 void live_screen::leave() {
-    if (terminal_) {
+    if (terminal_)
         (void)write_all(leave_sequence);
-    }
 }
 
 void live_screen::show(const std::vector<std::string> &lines) {
@@ -95,8 +90,7 @@ bool live_screen::wait(std::chrono::milliseconds time) {
     const sigset_t set = awaited_signals();
     const timespec limit = {time.count() / 1000, time.count() % 1000 * 1000000};
     const int number = broken_ ? SIGPIPE : sigtimedwait(&set, nullptr, &limit);
-    if (number == SIGTSTP) {
+    if (number == SIGTSTP)
         stop_and_resume();
-    }
     return number == -1 || number == SIGTSTP || number == SIGWINCH;
 }

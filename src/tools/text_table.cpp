@@ -20,20 +20,18 @@ int smallest(const text_table &table, const placed_column &column) {
 }
 
 bool is_empty(const text_table &table, size_t index) {
-    return std::all_of(table.rows.begin(), table.rows.end(),
-                       [&](const auto &row) { return row[index].text.empty(); });
+    return std::all_of(
+        table.rows.begin(), table.rows.end(), [&](const auto &row) { return row[index].text.empty(); });
 }
 
 std::vector<placed_column> place_all(const text_table &table) {
     std::vector<placed_column> placed;
     for (size_t i = 0; i < table.columns.size(); i++) {
-        if (table.columns[i].drop_order > 0 && is_empty(table, i)) {
+        if (table.columns[i].drop_order > 0 && is_empty(table, i))
             continue;
-        }
         int natural = display_width(table.columns[i].title);
-        for (const auto &row : table.rows) {
+        for (const auto &row : table.rows)
             natural = std::max(natural, display_width(printable(row[i].text)));
-        }
         placed.push_back({i, natural, natural});
     }
     return placed;
@@ -41,9 +39,8 @@ std::vector<placed_column> place_all(const text_table &table) {
 
 int least_total(const text_table &table, const std::vector<placed_column> &placed) {
     int total = -gap;
-    for (const placed_column &column : placed) {
+    for (const placed_column &column : placed)
         total += smallest(table, column) + gap;
-    }
     return total;
 }
 
@@ -52,9 +49,8 @@ void drop_until_it_fits(const text_table &table, std::vector<placed_column> &pla
     while (least_total(table, placed) > width) {
         auto first = std::max_element(placed.begin(), placed.end(),
                                       [&](const auto &a, const auto &b) { return order(a) < order(b); });
-        if (first == placed.end() || order(*first) == 0) {
+        if (first == placed.end() || order(*first) == 0)
             return;
-        }
         placed.erase(first);
     }
 }
@@ -92,9 +88,8 @@ std::string title_line(const text_table &table, const std::vector<placed_column>
 
 std::string styled(const std::string &text, style look, bool colour) {
     constexpr const char *codes[] = {"", "\033[32m", "\033[2m", "\033[33m", "\033[1;32m", "\033[1;33m"};
-    if (!colour || look == style::plain || text.empty()) {
+    if (!colour || look == style::plain || text.empty())
         return text;
-    }
     return codes[static_cast<size_t>(look)] + text + "\033[0m";
 }
 

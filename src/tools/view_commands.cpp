@@ -18,12 +18,10 @@ struct no_arguments {};
 void add_nothing(CLI::App *, no_arguments &) {}
 
 void print_table(session &run, const text_table &table) {
-    if (table.rows.empty()) {
+    if (table.rows.empty())
         return;
-    }
-    for (const std::string &line : draw_table(table, run.how)) {
+    for (const std::string &line : draw_table(table, run.how))
         run.out << line << '\n';
-    }
 }
 
 // A segment outlives its daemon: what it holds is then the past.
@@ -47,12 +45,10 @@ void list(session &run) {
 
 void show(session &run, const std::string &key) {
     const std::vector<hbs_client> found = matching_clients(read_database(), key);
-    if (found.empty()) {
+    if (found.empty())
         throw run_error(exit_negative, "no client has the MAC, address or name '" + key + "'");
-    }
-    if (run.json) {
+    if (run.json)
         run.out << json_text(clients_json(found)) << '\n';
-    }
     for (size_t i = 0; i < found.size() && !run.json; i++) {
         run.out << (i > 0 ? "\n" : "");
         print_table(run, client_details(found[i]));
@@ -66,33 +62,38 @@ void print_section(session &run, const char *title, const text_table &table) {
     run.out << '\n';
 }
 
-void indices(session &run) {
-    const database db = read_database();
-    if (run.json) {
-        run.out << json_text(indices_json(db)) << '\n';
-        return;
-    }
+void print_sections(session &run, const database &db) {
     print_section(run, "Addresses", ip_table(db, db.ip, true));
     print_section(run, "Interfaces", interface_table(db));
     print_section(run, "Addresses given by DHCP", ip_table(db, db.dhcp, false));
     print_section(run, "Primary", primary_table(db));
 }
 
+void indices(session &run) {
+    const database db = read_database();
+    if (run.json)
+        run.out << json_text(indices_json(db)) << '\n';
+    else
+        print_sections(run, db);
+    warn_when_daemon_is_gone(run);
+}
+
 void rules(session &run) {
     const database db = read_database();
     if (run.json) {
         run.out << json_text(rules_json(db)) << '\n';
-        return;
+    } else {
+        print_table(run, rule_table(db));
+        run.out << db.rules.size() << (db.rules.size() == 1 ? " rule" : " rules") << '\n';
     }
-    print_table(run, rule_table(db));
-    run.out << db.rules.size() << (db.rules.size() == 1 ? " rule" : " rules") << '\n';
+    warn_when_daemon_is_gone(run);
 }
 
 } // namespace
 
 void add_view_commands(CLI::App *app, session &run) {
-    add_command<no_arguments>(app, "list", "Show all clients", add_nothing,
-                              [&run](const no_arguments &) { list(run); });
+    add_command<no_arguments>(
+        app, "list", "Show all clients", add_nothing, [&run](const no_arguments &) { list(run); });
     add_command<std::string>(
         app, "show", "Show everything about a client",
         [](CLI::App *command, std::string &key) {
@@ -106,10 +107,14 @@ void add_view_commands(CLI::App *app, session &run) {
             command->add_option("--count", options.looks, "End after this many looks (otherwise: Ctrl-C)");
         },
         [&run](const watch_options &options) { watch(run, options); });
-    add_command<no_arguments>(app, "indices", "Show the index lists, each in its order", add_nothing,
-                              [&run](const no_arguments &) { indices(run); });
+    add_command<no_arguments>(
+        app, "indices", "Show the index lists, each in its order", add_nothing,
+        [&run](const no_arguments &) { indices(run); });
     add_command<no_arguments>(app, "rules", "Show the white-list and black-list rules", add_nothing,
                               [&run](const no_arguments &) { rules(run); });
     add_command<no_arguments>(app, "audit", "Compare the clients with the kernel and the DHCP servers",
-                              add_nothing, [&run](const no_arguments &) { audit(run); });
+                              add_nothing, [&run](const no_arguments &) {
+                                  audit(run);
+                                  warn_when_daemon_is_gone(run);
+                              });
 }

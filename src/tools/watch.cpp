@@ -35,9 +35,8 @@ std::vector<std::string> table_lines(const session &run, const std::vector<hbs_c
     const auto now = std::chrono::steady_clock::now();
     std::vector<std::string> lines = draw_table(marked_table(marks.update(clients, now)), how);
     lines.insert(lines.begin(), {title(run, client_totals(clients), how.colour), ""});
-    if (how.width == 0) {
+    if (how.width == 0)
         lines.emplace_back();
-    }
     return lines;
 }
 
@@ -66,8 +65,7 @@ void watch(session &run, const watch_options &options) {
     const auto pause = std::chrono::milliseconds(static_cast<long>(options.seconds * 1000));
     for (unsigned i = 1; options.looks == 0 || i <= options.looks; i++) {
         screen.show(look(run, marks));
-        if (i == options.looks || !screen.wait(pause)) {
+        if (i == options.looks || !screen.wait(pause))
             return;
-        }
     }
 }

@@ -31,16 +31,15 @@ constexpr bit_word adapter_table[] = {
 
 template <size_t Count> std::vector<std::string> words_of(const bit_word (&table)[Count], uint32_t bits) {
     std::vector<std::string> words;
-    for (const bit_word &entry : table) {
-        if ((bits & entry.bit) != 0) {
+    for (const bit_word &entry : table)
+        if ((bits & entry.bit) != 0)
             words.emplace_back(entry.word);
-        }
-    }
     return words;
 }
 
 bool all_zero(const uint8_t *bytes, size_t size) {
-    return std::all_of(bytes, bytes + size, [](uint8_t byte) { return byte == 0; });
+    return std::all_of(
+        bytes, bytes + size, [](uint8_t byte) { return byte == 0; });
 }
 
 std::string address_text(int family, const uint8_t *bytes, size_t size) {
@@ -81,11 +80,9 @@ std::string date_text(const uint8_t date[HBS_DATE_SIZE]) {
 }
 
 std::string adapter_word(uint8_t adapter_type) {
-    for (const bit_word &entry : adapter_table) {
-        if (entry.bit == adapter_type) {
+    for (const bit_word &entry : adapter_table)
+        if (entry.bit == adapter_type)
             return entry.word;
-        }
-    }
     return "unknown";
 }
 
@@ -109,9 +106,8 @@ std::vector<std::string> trust_words(uint32_t trust) {
 
 std::string joined(const std::vector<std::string> &words, std::string_view separator) {
     std::string text;
-    for (const std::string &word : words) {
+    for (const std::string &word : words)
         text.append(text.empty() ? "" : separator).append(word);
-    }
     return text;
 }
 
@@ -119,9 +115,8 @@ std::optional<mac_bytes> parse_mac(const std::string &text) {
     mac_bytes mac = {};
     size_t at = 0;
     for (size_t i = 0; i < mac.size(); i++) {
-        if (i > 0 && (at >= text.size() || (text[at] != ':' && text[at] != '-'))) {
+        if (i > 0 && (at >= text.size() || (text[at] != ':' && text[at] != '-')))
             return std::nullopt;
-        }
         at += i > 0;
         size_t digits = 0;
         unsigned value = 0;
@@ -130,9 +125,8 @@ std::optional<mac_bytes> parse_mac(const std::string &text) {
             at++;
             digits++;
         }
-        if (digits == 0) {
+        if (digits == 0)
             return std::nullopt;
-        }
         mac[i] = static_cast<uint8_t>(value);
     }
     return at == text.size() ? std::optional(mac) : std::nullopt;
@@ -152,10 +146,8 @@ std::optional<ip_address> parse_ip(const std::string &text) {
 }
 
 std::optional<uint8_t> parse_adapter(const std::string &word) {
-    for (const bit_word &entry : adapter_table) {
-        if (word == entry.word) {
+    for (const bit_word &entry : adapter_table)
+        if (word == entry.word)
             return static_cast<uint8_t>(entry.bit);
-        }
-    }
     return std::nullopt;
 }

@@ -27,9 +27,8 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0) {
+    if (size == 0)
         return 0;
-    }
     uint8_t buffer[HBS_MSG_MAX] = {};
     memcpy(buffer, data, std::min(size, sizeof(buffer)));
     {

@@ -6,9 +6,8 @@
 #include "files/dhcpv4_notice.h"
 
 static void ends_inside(const char *field, size_t size) {
-    if (memchr(field, '\0', size) == nullptr) {
+    if (memchr(field, '\0', size) == nullptr)
         abort();
-    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -6,9 +6,8 @@
 #include "files/dhcpv6_notice.h"
 
 static void ends_inside(const char *field, size_t size) {
-    if (memchr(field, '\0', size) == nullptr) {
+    if (memchr(field, '\0', size) == nullptr)
         abort();
-    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -16,9 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     hbs_dhcpv6_notice notice{};
     char *rest = nullptr;
     for (char *line = strtok_r(text.data(), "\n", &rest); line != nullptr;
-         line = strtok_r(nullptr, "\n", &rest)) {
+         line = strtok_r(nullptr, "\n", &rest))
         hbs_dhcpv6_notice_read(line, &notice);
-    }
     ends_inside(notice.lease_file, sizeof(notice.lease_file));
     ends_inside(notice.host, sizeof(notice.host));
     ends_inside(notice.oui, sizeof(notice.oui));

@@ -14,9 +14,8 @@ static void ignore(union sigval) {}
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_in_box();
     setenv("PATH", "/nonexistent", 1);
-    if (freopen("/dev/null", "w", stdout) == nullptr) { // messages of other types are printed
+    if (freopen("/dev/null", "w", stdout) == nullptr) // messages of other types are printed
         return 1;
-    }
     hbs_clients_init();
     hbs_lease_timers_register(ignore, ignore, ignore);
     hbs_list_mutex_init();

@@ -112,12 +112,6 @@ plain_timer *timer_of(timer_t handle) {
 
 } // namespace
 
-// Weak, because a test may have a timer call of its own.
-#pragma weak timer_create
-#pragma weak timer_settime
-#pragma weak timer_gettime
-#pragma weak timer_delete
-
 extern "C" {
 
 int timer_create(clockid_t clock, sigevent *event, timer_t *handle) noexcept {

@@ -99,10 +99,9 @@ class ClientLeases : public GatewayTest {
         return copy;
     }
     static bool is_about(const uint8_t date[8], time_t when) {
-        for (time_t t = when - 2; t <= when + 2; ++t) {
+        for (time_t t = when - 2; t <= when + 2; ++t)
             if (array_of(date) == date_at(t))
                 return true;
-        }
         return false;
     }
 
@@ -412,9 +411,8 @@ TEST_F(ClientLeases, LeaseWithoutEndHasADate) {
     hbs_client *client = add_client();
     hbs_lease_set(client, 0xFFFFFFFFu);
     EXPECT_FALSE(hbs_date_is_zero(client->lease_end));
-    if (sizeof(time_t) > 4) {
+    if (sizeof(time_t) > 4)
         EXPECT_TRUE(is_about(client->lease_end, hbs_time() + static_cast<time_t>(0xFFFFFFFFu)));
-    }
 }
 
 TEST_F(ClientLeases, LeaseV6EndIsAnAbsoluteTime) {

@@ -205,11 +205,10 @@ void hbs_file_update_rule_tr69_tod(uint8_t type, const uint8_t mac[6], const uin
 
 int hbs_send_tr69_event(int code, const void *record) {
     std::string what = "none";
-    if (record != nullptr && record == fake::buffer) {
+    if (record != nullptr && record == fake::buffer)
         what = "buffer";
-    } else if (record != nullptr) {
+    else if (record != nullptr)
         what = "client " + fake::mac(static_cast<const hbs_client *>(record)->mac);
-    }
     trace::add(std::string("tr69 ") + code + " " + what);
     return record == nullptr ? -1 : 0;
 }

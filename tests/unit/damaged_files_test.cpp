@@ -60,10 +60,9 @@ class DamagedFiles : public ManagementTest {
 
     static bool any_client(const std::string &mac, const std::string &comment) {
         for (const hbs_client *client = hbs_client_first(); client != nullptr;
-             client = hbs_client_next(client)) {
+             client = hbs_client_next(client))
             if (hbs_mac_to_text(client->mac).text == mac && client->comment == comment)
                 return true;
-        }
         return false;
     }
 

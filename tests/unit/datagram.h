@@ -65,9 +65,8 @@ inline Outcome dispatch(const Datagram &datagram, int32_t carried = CARRIED) {
     command.buffer = datagram.data.data();
     command.sender = TAG;
     command.result = carried;
-    if (hbs_dispatch(&command)) {
+    if (hbs_dispatch(&command))
         trace::add(std::string("reply ") + command.result);
-    }
     hbs_dispatch_after(&command);
     return {trace::take(), command.result};
 }

@@ -160,9 +160,8 @@ TEST(Dhcpv4Notice, HexText_OfASingleEscapeCharacter_IsDecodedLikeAnyOther) {
 
 TEST(Dhcpv4Notice, Host_IsCutAt127BytesAndSecondNameAt63) {
     std::string hex;
-    for (int i = 0; i < 300; i++) {
+    for (int i = 0; i < 300; i++)
         hex += "61";
-    }
     hbs_dhcpv4_notice notice;
     ASSERT_TRUE(parse(with(with(DEL, 5, hex), 6, hex), &notice));
     EXPECT_EQ(std::string(notice.host), std::string(127, 'a'));

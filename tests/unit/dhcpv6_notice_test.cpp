@@ -9,9 +9,8 @@ namespace {
 
 hbs_dhcpv6_notice read(std::initializer_list<std::string> lines) {
     hbs_dhcpv6_notice notice{};
-    for (const std::string &line : lines) {
+    for (const std::string &line : lines)
         hbs_dhcpv6_notice_read(line.c_str(), &notice);
-    }
     return notice;
 }
 

@@ -247,6 +247,15 @@ TEST_F(Dhcpv6, StartTime_IsTakenOnce) {
     EXPECT_EQ(5000u, published(MAC_A).lease_start_uptime);
 }
 
+TEST_F(Dhcpv6, StartTimeOfANewClient_IsAskedForAtOnceAndAgainWhileItHasNone) {
+    constexpr const char *FAILED = "hbs_set_start_time - failed to get system uptime from the kernel\n";
+    fail("MAIN_getSysUpTime", -1);
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(2u, logged_count(FAILED));
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(3u, logged_count(FAILED));
+}
+
 TEST_F(Dhcpv6, StaticLease_HasNoEndAndIsStip6Only) {
     hbs_client *client = add_with_ll(MAC_A, LL);
     ASSERT_NE(nullptr, handle());
@@ -259,6 +268,14 @@ TEST_F(Dhcpv6, StaticLease_HasNoEndAndIsStip6Only) {
     EXPECT_EQ(HBS_FLAG_STIP6, copy.flags & HBS_FLAGS_IP6);
     EXPECT_EQ(HBS_FLAG_STIP4, copy.flags & HBS_FLAGS_IP4);
     EXPECT_STREQ("lease6.20", copy.lease_file6); // a static lease names no file
+}
+
+TEST_F(Dhcpv6, LeaseBeyondA32BitClock_EndsNoEarlierThanItsLastYear) {
+    add_with_ll(MAC_A, LL);
+    lease_.lease_end = 0xfffffff0; // 2106, or 2038-01-19 where time_t ends there
+    ASSERT_NE(nullptr, handle());
+    const hbs_client copy = published(MAC_A);
+    EXPECT_GE(copy.lease_v6_end[0] << 8 | copy.lease_v6_end[1], 2038);
 }
 
 TEST_F(Dhcpv6, DynamicLease_IsDynip6Only) {

@@ -34,11 +34,9 @@ class Dispatcher : public testing::Test {
 };
 
 TEST_F(Dispatcher, UnknownCodes_AreDroppedWithoutALineOrAReply) {
-    for (int code = 0; code < 256; code++) {
-        if (hbs_command_find(static_cast<uint8_t>(code)) == nullptr) {
+    for (int code = 0; code < 256; code++)
+        if (hbs_command_find(static_cast<uint8_t>(code)) == nullptr)
             EXPECT_FALSE(dispatch({static_cast<uint8_t>(code)})) << code;
-        }
-    }
     EXPECT_TRUE(trace::take().empty());
     EXPECT_EQ(command.result, -1);
 }
@@ -80,11 +78,9 @@ TEST_F(Dispatcher, CommandWhileNotReady_RepeatsThePreviousResult) {
 
 TEST_F(Dispatcher, Events_LeaveTheResultAlone) {
     command.result = 12;
-    for (uint8_t code = HBS_EVENT_SERVER; code <= HBS_EVENT_XWIFI_CHANGED; code++) {
-        if (code != HBS_EVENT_SUBNET_MASK && code != HBS_CMD_SET_COMMENT_HOST) {
+    for (uint8_t code = HBS_EVENT_SERVER; code <= HBS_EVENT_XWIFI_CHANGED; code++)
+        if (code != HBS_EVENT_SUBNET_MASK && code != HBS_CMD_SET_COMMENT_HOST)
             (void)dispatch({code});
-        }
-    }
     EXPECT_EQ(command.result, 12);
 }
 

@@ -47,9 +47,8 @@ class FileWatch : public GatewayTest {
     }
 
     void TearDown() override {
-        if (descriptor >= 0) {
+        if (descriptor >= 0)
             (void)close(descriptor);
-        }
         GatewayTest::TearDown();
     }
 
@@ -62,9 +61,8 @@ class FileWatch : public GatewayTest {
     // Reads for as long as there are events; returns what was traced.
     trace::list events() {
         pollfd ready = {descriptor, POLLIN, 0};
-        while (poll(&ready, 1, 50) > 0) {
+        while (poll(&ready, 1, 50) > 0)
             hbs_file_watch_read(descriptor, table);
-        }
         return trace::take();
     }
 
@@ -142,9 +140,8 @@ TEST_F(FileWatch, ClosedFile_IsHandledByItsOwnHandler) {
 
 TEST_F(FileWatch, SeveralEventsInOneRead_AreAllHandled) {
     open_watches();
-    for (int i = 0; i < 20; i++) {
+    for (int i = 0; i < 20; i++)
         std::ofstream(i % 2 == 0 ? first : second, std::ios::app) << i << ",";
-    }
     hbs_file_watch_read(descriptor, table);
     EXPECT_THAT(trace::take(), ElementsAre("handle first 0,2,4,6,8,10,12,14,16,18,",
                                            "handle second 1,3,5,7,9,11,13,15,17,19,"));
@@ -196,9 +193,8 @@ TEST_F(FileWatch, Overflow_LooksAtEveryFile) {
     std::ifstream limit("/proc/sys/fs/inotify/max_queued_events");
     int events_at_most = 0;
     limit >> events_at_most;
-    if (events_at_most <= 0 || events_at_most > 100000) {
+    if (events_at_most <= 0 || events_at_most > 100000)
         GTEST_SKIP() << "a queue of " << events_at_most << " events";
-    }
     // Equal events that follow each other count as one, so the files take turns.
     for (int i = 0; i <= events_at_most / 2; i++) {
         close(open(first.c_str(), O_WRONLY));
@@ -236,9 +232,8 @@ TEST_F(FileWatch, Thread_HandlesBothNotificationFiles) {
     trace::list lines;
     const auto traced = [&lines](const std::string &part) {
         return wait_until([&] {
-            for (auto &line : trace::take()) {
+            for (auto &line : trace::take())
                 lines.push_back(line);
-            }
             return std::any_of(lines.begin(), lines.end(),
                                [&](const std::string &line) { return line.find(part) != std::string::npos; });
         });

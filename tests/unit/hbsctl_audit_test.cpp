@@ -16,18 +16,16 @@ const std::string file = "/var/lib/misc/landhcps00.192.168.0.1.leases";
 hbs_client client_of(const char *mac, const char *ipv4, uint32_t flags) {
     hbs_client client = {};
     memcpy(client.mac, parse_mac(mac)->data(), 6);
-    if (*ipv4 != '\0') {
+    if (*ipv4 != '\0')
         memcpy(client.ipv4, parse_ip(ipv4)->ipv4.data(), 4);
-    }
     client.flags = flags;
     return client;
 }
 
 texts sentences(const std::vector<hbs_client> &clients, const std::vector<sighting> &sightings) {
     texts found;
-    for (const difference &one : compare(clients, sightings)) {
+    for (const difference &one : compare(clients, sightings))
         found.push_back(one.known_to + ": " + one.text);
-    }
     return found;
 }
 
@@ -116,9 +114,8 @@ TEST(Neighbours, AreThoseOfTheLanThatAreThere) {
 }
 
 TEST(Neighbours, NonsenseHoldsNone) {
-    for (const char *text : {"", "{", "{}", "null", "[[]]"}) {
+    for (const char *text : {"", "{", "{}", "null", "[[]]"})
         EXPECT_TRUE(parse_neighbours(text).empty()) << text;
-    }
 }
 
 TEST(Leases, AreReadLineByLineAndGarbageIsSkipped) {

@@ -28,11 +28,9 @@ auto always(int32_t value) {
 words traces_left() {
     words found;
     for (const char *place : {"/tmp", "/var/tmp"}) {
-        for (const auto &entry : std::filesystem::directory_iterator(place)) {
-            if (entry.path().filename().string().starts_with("hbsctl-")) {
+        for (const auto &entry : std::filesystem::directory_iterator(place))
+            if (entry.path().filename().string().starts_with("hbsctl-"))
                 found.push_back(entry.path());
-            }
-        }
     }
     return found;
 }
@@ -173,6 +171,8 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
                                       {"mode", "sideways"},
                                       {"trust", "set", "site"},
                                       {"trust", "set", "site", "not-a-mac"},
+                                      {"trust", "set", "site", "00:00:00:00:00:00"},
+                                      {"event", "dhcpv4-lease", "0:0:0:0:0:0", "192.168.0.1"},
                                       {"static-lease", "set", mac, "192.168.0"},
                                       {"event", "dhcpv4-lease", mac, "fd00::1"},
                                       {"event", "dhcpv6-lease", "192.168.0.1", "fd00::1"},
@@ -186,9 +186,8 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
                                       {"dump", "--timeout", "soon"},
                                       {"trust", "set", "site", mac, "--comment", std::string(256, 'x')},
                                       {"dump", "--timeout", "-1"}};
-    for (const words &line : lines) {
+    for (const words &line : lines)
         EXPECT_EQ(ctl(line, daemon.path).status, exit_usage) << testing::PrintToString(line);
-    }
     daemon.stop();
     EXPECT_TRUE(daemon.received.empty());
 }
@@ -270,9 +269,8 @@ TEST(Answer, AnInterruptedWaitLeavesNothingBehind) {
         (void)send_command(request_plain(HBS_CMD_DUMP), daemon.path, 30);
         _exit(0);
     }
-    for (int i = 0; i < 500 && traces_left().empty(); i++) {
+    for (int i = 0; i < 500 && traces_left().empty(); i++)
         usleep(2000);
-    }
     usleep(20000);
     kill(child, SIGTERM);
     int status = 0;

@@ -49,9 +49,8 @@ class fake_daemon {
     void serve() {
         pollfd wait = {fd_, POLLIN, 0};
         while (poll(&wait, 1, 10) > 0 || !stop_) {
-            if ((wait.revents & POLLIN) == 0) {
+            if ((wait.revents & POLLIN) == 0)
                 continue;
-            }
             datagram message(2048);
             sockaddr_un from = {};
             socklen_t length = sizeof from;
@@ -60,9 +59,8 @@ class fake_daemon {
             message.resize(static_cast<size_t>(size));
             last_sender = length > sizeof(sa_family_t) ? from.sun_path : "";
             received.push_back(message);
-            if (const auto reply = answer_(message)) {
+            if (const auto reply = answer_(message))
                 sendto(fd_, reply->data(), reply->size(), 0, reinterpret_cast<sockaddr *>(&from), length);
-            }
             wait.revents = 0;
         }
     }

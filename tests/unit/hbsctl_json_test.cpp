@@ -10,12 +10,10 @@ namespace {
 TEST(ClientJson, OfAnEmptyRecordHasNullsForWhatIsAbsent) {
     const json object = client_json({});
     for (const char *name :
-         {"mac", "ipv4", "ipv6", "ll", "lease_end", "lease_v6_end", "status_time", "ssid", "switch_port"}) {
+         {"mac", "ipv4", "ipv6", "ll", "lease_end", "lease_v6_end", "status_time", "ssid", "switch_port"})
         EXPECT_TRUE(object.at(name).is_null()) << name;
-    }
-    for (const char *name : {"host", "device_name", "comment", "ifname", "description"}) {
+    for (const char *name : {"host", "device_name", "comment", "ifname", "description"})
         EXPECT_EQ(object.at(name), "") << name;
-    }
     EXPECT_EQ(object.at("adapter"), "unknown");
     EXPECT_EQ(object.at("flags"), json::array());
     EXPECT_EQ(object.at("trust"), json::array());

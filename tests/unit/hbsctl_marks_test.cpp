@@ -22,9 +22,8 @@ hbs_client client_of(uint8_t number) {
 
 std::string signs(const std::vector<marked_client> &clients) {
     std::string text;
-    for (const auto &row : marked_table(clients).rows) {
+    for (const auto &row : marked_table(clients).rows)
         text += row[0].text.empty() ? "." : row[0].text;
-    }
     return text;
 }
 
@@ -76,9 +75,8 @@ TEST(ChangeMarks, ClientsWithoutAMacAreToldApartByNumber) {
 
 TEST(ChangeMarks, AMarkedRowIsOfOneColour) {
     const text_table table = marked_table({{client_of(1), mark::changed}, {client_of(2), mark::none}});
-    for (const table_cell &cell : table.rows[0]) {
+    for (const table_cell &cell : table.rows[0])
         EXPECT_EQ(cell.look, style::changed);
-    }
     EXPECT_EQ(table.rows[1][0].look, style::plain);
 }
 

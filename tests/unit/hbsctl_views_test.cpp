@@ -64,11 +64,19 @@ TEST_F(Views, TheJsonOptionMayStandAnywhere) {
 
 TEST_F(Views, WhenTheDaemonIsGone_ShowsWhatItLeftAndSaysSo) {
     add(1, "laptop", {192, 168, 0, 11});
+    const std::vector<std::pair<std::vector<std::string>, std::string>> views = {
+        {{"list"}, "laptop"},           {{"list", "--json"}, "laptop"}, {{"show", "laptop"}, "laptop"},
+        {{"indices"}, "Addresses (0)"}, {{"indices", "--json"}, "{"},   {{"rules"}, "0 rules"},
+        {{"rules", "--json"}, "{"}};
+    for (const auto &[view, text] : views)
+        EXPECT_EQ(ctl(view, daemon.path).status, exit_ok) << view[0];
     daemon.stop();
-    const ctl_result result = ctl({"list"}, daemon.path);
-    EXPECT_EQ(result.status, exit_not_there);
-    EXPECT_NE(result.out.find("laptop"), std::string::npos);
-    EXPECT_EQ(result.err, "hbsctl: gw_hostbase is not running: this is what it left behind\n");
+    for (const auto &[view, text] : views) {
+        const ctl_result result = ctl(view, daemon.path);
+        EXPECT_EQ(result.status, exit_not_there) << view[0];
+        EXPECT_NE(result.out.find(text), std::string::npos) << view[0];
+        EXPECT_EQ(result.err, "hbsctl: gw_hostbase is not running: this is what it left behind\n") << view[0];
+    }
 }
 
 TEST_F(Views, WithoutASegmentEveryViewSaysSo) {
@@ -106,9 +114,8 @@ TEST_F(Views, ShowFindsByMacAddressAndName) {
 
 TEST_F(Views, ShowOfNobodyEndsWithOne) {
     add(1, "", {192, 168, 0, 11});
-    for (const char *key : {"02:aa:00:00:00:02", "192.168.0.12", "tv", ""}) {
+    for (const char *key : {"02:aa:00:00:00:02", "192.168.0.12", "tv", ""})
         EXPECT_EQ(ctl({"show", key}, daemon.path).status, exit_negative) << key;
-    }
     EXPECT_EQ(ctl({"show", "x\033[2J"}, daemon.path).err,
               "hbsctl: no client has the MAC, address or name 'x\\x1b[2J'\n");
 }
@@ -117,9 +124,8 @@ TEST_F(Views, ShowOfNobodyEndsWithOne) {
 TEST_F(Views, ShowOfAZeroAddressFindsNobody) {
     hbs_client *client = add(1, "by address only", {0, 0, 0, 0});
     memset(client->mac, 0, sizeof client->mac);
-    for (const char *key : {"0.0.0.0", "::", "00:00:00:00:00:00"}) {
+    for (const char *key : {"0.0.0.0", "::", "00:00:00:00:00:00"})
         EXPECT_EQ(ctl({"show", key}, daemon.path).status, exit_negative) << key;
-    }
 }
 
 TEST_F(Views, IndicesAndRulesShowTheirLists) {
@@ -208,9 +214,8 @@ std::string read_to_end(int fd) {
     std::string text;
     char block[4096];
     ssize_t size = 0;
-    while ((size = read(fd, block, sizeof block)) > 0) {
+    while ((size = read(fd, block, sizeof block)) > 0)
         text.append(block, static_cast<size_t>(size));
-    }
     return text;
 }
 
@@ -234,9 +239,8 @@ TEST_F(Views, WatchIntoAPipePrintsOneTableAfterTheOther) {
     close(ends[0]);
     EXPECT_EQ(status_of_child(child), exit_ok);
     size_t tables = 0;
-    for (size_t at = 0; (at = text.find("MAC ", at)) != std::string::npos; at++) {
+    for (size_t at = 0; (at = text.find("MAC ", at)) != std::string::npos; at++)
         tables++;
-    }
     EXPECT_EQ(tables, 2u);
     EXPECT_EQ(text.find('\033'), std::string::npos) << "no terminal, no sequences";
     EXPECT_NE(text.find("1 client, 1 on line"), std::string::npos);
@@ -256,9 +260,8 @@ TEST_F(Views, WatchAsJsonPrintsOneDocumentALine) {
     close(ends[0]);
     EXPECT_EQ(status_of_child(child), exit_ok);
     size_t count = 0;
-    for (std::string line; std::getline(lines, line); count++) {
+    for (std::string line; std::getline(lines, line); count++)
         EXPECT_EQ(json::parse(line)["clients"].size(), 1u);
-    }
     EXPECT_EQ(count, 2u);
 }
 
@@ -289,9 +292,8 @@ TEST_F(Views, WatchOnATerminalRedrawsMarksChangesAndGivesTheScreenBack) {
     const auto read_until = [&](const std::string &wanted) {
         char block[4096];
         ssize_t size = 0;
-        while (text.find(wanted) == std::string::npos && (size = read(terminal, block, sizeof block)) > 0) {
+        while (text.find(wanted) == std::string::npos && (size = read(terminal, block, sizeof block)) > 0)
             text.append(block, static_cast<size_t>(size));
-        }
         return text.find(wanted) != std::string::npos;
     };
     ASSERT_TRUE(read_until("\033[?1049h\033[?25l"));
@@ -313,9 +315,8 @@ TEST_F(Views, WatchStopsAndResumesLikeAnyProgram) {
     int terminal = -1;
     winsize window = {10, 60, 0, 0};
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &window);
-    if (child == 0) {
+    if (child == 0)
         _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
-    }
     std::thread reader([&] { (void)read_to_end(terminal); });
     usleep(200000);
     kill(child, SIGTSTP);

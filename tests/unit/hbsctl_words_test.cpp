@@ -16,9 +16,8 @@ TEST(Words, OfAdapters) {
     const std::pair<uint8_t, const char *> table[] = {{0, "unknown"}, {1, "ethernet"}, {2, "usb"},
                                                       {3, "moca"},    {4, "unknown"},  {5, "wifi"},
                                                       {6, "unknown"}, {255, "unknown"}};
-    for (const auto &[code, word] : table) {
+    for (const auto &[code, word] : table)
         EXPECT_EQ(adapter_word(code), word) << int{code};
-    }
     EXPECT_EQ(parse_adapter("moca"), HBS_ADAPTER_MOCA);
     EXPECT_EQ(parse_adapter("Moca"), std::nullopt);
 }
@@ -55,23 +54,19 @@ TEST(Words, AFieldEndsAtItsNulOrItsEnd) {
 
 TEST(Words, AMacIsSixBytesInHexadecimal) {
     const mac_bytes expected = {0x02, 0xaa, 0, 0, 0, 0x11};
-    for (const char *text :
-         {"02:aa:00:00:00:11", "02:AA:00:00:00:11", "2:aa:0:0:0:11", "02-aa-00-00-00-11"}) {
+    for (const char *text : {"02:aa:00:00:00:11", "02:AA:00:00:00:11", "2:aa:0:0:0:11", "02-aa-00-00-00-11"})
         EXPECT_EQ(parse_mac(text), expected) << text;
-    }
     for (const char *text :
          {"", "02:aa:00:00:00", "02:aa:00:00:00:11:22", "02:aa:00:00:00:1g", "02aa00000011",
-          "002:aa:00:00:00:11", "02:aa:00:00:00:11 ", " 02:aa:00:00:00:11", "::::::"}) {
+          "002:aa:00:00:00:11", "02:aa:00:00:00:11 ", " 02:aa:00:00:00:11", "::::::"})
         EXPECT_EQ(parse_mac(text), std::nullopt) << text;
-    }
 }
 
 TEST(Words, AnAddressIsOfOneFamily) {
     EXPECT_EQ(parse_ip("192.168.0.1")->family, HBS_FAMILY_IPV4);
     EXPECT_EQ(parse_ip("fe80::1")->family, HBS_FAMILY_IPV6);
-    for (const char *text : {"", "192.168.0", "192.168.0.256", "fe80::1%eth0", "laptop", "1:2"}) {
+    for (const char *text : {"", "192.168.0", "192.168.0.256", "fe80::1%eth0", "laptop", "1:2"})
         EXPECT_EQ(parse_ip(text), std::nullopt) << text;
-    }
 }
 
 struct shown {
@@ -83,9 +78,8 @@ class Printable : public testing::TestWithParam<shown> {};
 
 TEST_P(Printable, ShowsNothingThatATerminalActsOn) {
     EXPECT_EQ(printable(GetParam().raw), GetParam().text);
-    for (char byte : printable(GetParam().raw)) {
+    for (char byte : printable(GetParam().raw))
         EXPECT_FALSE(static_cast<uint8_t>(byte) < 0x20 || byte == 0x7F);
-    }
 }
 
 const shown examples[] = {

@@ -128,6 +128,8 @@ INSTANTIATE_TEST_SUITE_P(
         Line{"ElementBehindItsPieces", "timestamp=\"1\" valid=\"2\">fd00:2::1975<AddrAddr ", false},
         Line{"ValidBeforeTimestamp", "<AddrAddr valid=\"2\" timestamp=\"1\">fd00:2::1975<", false},
         Line{"NoTimestamp", "<AddrAddr valid=\"2\">fd00:2::1975<", false},
+        Line{"OtherNameOfTimestamp", "<AddrAddr time=\"1\" valid=\"2\">fd00:2::1975<", false},
+        Line{"OtherNameOfValid", "<AddrAddr timestamp=\"1\" val=\"2\">fd00:2::1975<", false},
         Line{"NoValid", "<AddrAddr timestamp=\"1\">fd00:2::1975<", false},
         Line{"AddressBeforeAttributes", "<AddrAddr>fd00:2::1975< timestamp=\"1\" valid=\"2\"", false},
         Line{"NoQuotes", "<AddrAddr timestamp=1 valid=2>fd00:2::1975<", false},

@@ -82,18 +82,22 @@ template <typename Action> std::string content_after_waiting(const std::string &
 }
 
 TEST_F(LockedFile, WaitsForTheLock) {
-    EXPECT_EQ("changed\n", content_after_waiting(path_, [&] { write_file(path_, "changed\n"); }));
+    EXPECT_EQ("changed\n", content_after_waiting(
+                               path_, [&] { write_file(path_, "changed\n"); }));
 }
 
 TEST_F(LockedFile, OpensAFileThatWasReplacedMeanwhileAgain) {
-    EXPECT_EQ("new\n", content_after_waiting(path_, [&] {
-                  write_file(path_ + ".other", "new\n");
-                  rename((path_ + ".other").c_str(), path_.c_str());
-              }));
+    EXPECT_EQ("new\n", content_after_waiting(
+                           path_,
+                           [&] {
+                               write_file(path_ + ".other", "new\n");
+                               rename((path_ + ".other").c_str(), path_.c_str());
+                           }));
 }
 
 TEST_F(LockedFile, IsNullWhenTheFileWasRemovedMeanwhile) {
-    EXPECT_EQ("(null)", content_after_waiting(path_, [&] { unlink(path_.c_str()); }));
+    EXPECT_EQ("(null)", content_after_waiting(
+                            path_, [&] { unlink(path_.c_str()); }));
 }
 
 } // namespace

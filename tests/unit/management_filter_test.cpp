@@ -131,10 +131,9 @@ TEST_F(ManagementFilterSet, WithTheLargestValues_WritesTheKeyInHexAndTheRestSign
 }
 
 TEST_F(ManagementFilterSet, OfMoreRulesThanTheIndexHolds_KeepsThemOnFileAndSaysSo) {
-    for (uint32_t rule = 1; rule <= 25; ++rule) {
+    for (uint32_t rule = 1; rule <= 25; ++rule)
         for (const char *mac : {LAPTOP, TABLET, "02:aa:00:00:00:13", "02:aa:00:00:00:14"})
             EXPECT_EQ(0, set(HBS_LIST_WHITE, mac, {rule, 1, 1, 0, 0, 0}));
-    }
     EXPECT_EQ(size_t{HBS_MAX_RULE_ENTRIES}, rules().size());
     EXPECT_EQ(
         100u - HBS_MAX_RULE_ENTRIES,

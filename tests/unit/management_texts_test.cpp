@@ -138,10 +138,9 @@ const char *const HOSTILE[] = {
 } // namespace
 
 TEST_F(ManagementTexts, OfHostileContent_AreKeptByteForByteAndNothingRuns) {
-    for (const Road &road : roads_) {
+    for (const Road &road : roads_)
         for (const char *text : HOSTILE)
             expect_kept(road, text);
-    }
     EXPECT_FALSE(file_exists("/tmp/owned"));
     EXPECT_TRUE(no_command_ran());
 }
@@ -156,17 +155,15 @@ TEST_F(ManagementTexts, OfEveryLength_AreCutAtTheFieldsEnd) {
 }
 
 TEST_F(ManagementTexts, OfEveryByte_AreKept) {
-    for (const Road &road : roads_) {
+    for (const Road &road : roads_)
         for (int byte = 1; byte < 256; ++byte)
             expect_kept(road, std::string("a") + static_cast<char>(byte));
-    }
 }
 
 TEST_F(ManagementTexts, OfOneByte_AreKeptExceptTheLoneEscapeWhichIsNotRestored) {
-    for (int byte = 1; byte < 256; ++byte) {
+    for (int byte = 1; byte < 256; ++byte)
         if (byte != 0x1b)
             expect_kept(roads_[0], std::string(1, static_cast<char>(byte)));
-    }
     EXPECT_EQ(0, trust(LAPTOP, "\x1b"));
     EXPECT_STREQ("\x1b", seen(LAPTOP)->comment);
     EXPECT_EQ("1b", column(3));

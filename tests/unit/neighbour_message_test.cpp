@@ -150,9 +150,8 @@ TEST_F(NeighbourMessage, FailedWithoutLladdr_IsGoneWithNone) {
 }
 
 TEST_F(NeighbourMessage, AnyOtherStateWithoutLladdr_IsDropped) {
-    for (const uint16_t state : {0x00, 0x01, 0x02, 0x04, 0x08, 0x10, 0x21, 0x40, 0x80}) {
+    for (const uint16_t state : {0x00, 0x01, 0x02, 0x04, 0x08, 0x10, 0x21, 0x40, 0x80})
         EXPECT_THAT(handle(Message(AF_INET, state).attribute(NDA_DST, IPV4)), ElementsAre()) << state;
-    }
 }
 
 TEST_F(NeighbourMessage, WithoutDestination_IsSkipped) {
@@ -239,13 +238,12 @@ TEST_F(NeighbourMessage, CutShortAtEveryByte_NeverReachesAHandlerWithHalfAnAddre
         cut.bytes.resize(length);
         const auto lines = handle(cut);
         const bool lladdr_whole = length >= whole.bytes.size() - 2; // the rest is padding
-        if (lladdr_whole) {
+        if (lladdr_whole)
             EXPECT_EQ(lines.back(), "gone 02:aa:00:00:00:11 on 7 fd00:2::10") << length;
-        } else if (length >= with_destination) {
+        else if (length >= with_destination)
             EXPECT_EQ(lines.back(), "gone none on 7 fd00:2::10") << length;
-        } else {
+        else
             EXPECT_THAT(lines, ElementsAre()) << length;
-        }
     }
 }
 
@@ -294,9 +292,8 @@ TEST_F(NeighbourOutput, UnknownTypes_ArePrintedWithLengthTypeAndFlags) {
 }
 
 TEST_F(NeighbourOutput, ControlMessages_ArePassedOverSilently) {
-    for (const uint16_t type : {1, 2, 3}) {
+    for (const uint16_t type : {1, 2, 3})
         EXPECT_EQ(printed(Message(AF_INET, 0x02, 7, type)), "");
-    }
 }
 
 TEST_F(NeighbourOutput, NegativePayload_IsPrintedOnStandardError) {
@@ -305,9 +302,8 @@ TEST_F(NeighbourOutput, NegativePayload_IsPrintedOnStandardError) {
 }
 
 TEST_F(NeighbourOutput, PayloadTooShortForItsHeader_IsSkippedSilently) {
-    for (uint32_t length = NLMSG_HDRLEN; length < NLMSG_HDRLEN + sizeof(ndmsg); length++) {
+    for (uint32_t length = NLMSG_HDRLEN; length < NLMSG_HDRLEN + sizeof(ndmsg); length++)
         EXPECT_EQ(printed(ipv4(0x02).set_length(length)), "");
-    }
 }
 
 // --- the gateway's own interfaces ---

@@ -132,6 +132,13 @@ TEST_F(NeighbourSeed, EntryWithoutIpv6_DoesNotMatch) {
     EXPECT_EQ(probe("fd00:3::a8ff:fe00:11"), calls().at(0));
 }
 
+TEST_F(NeighbourSeed, EntryWithoutPrefix_IsNotMatchedByAClientWithoutAddress) {
+    unset("network.1.ipv6");
+    unset("network.2.ipv6");
+    hbs_seed_ipv6_neighbor(client_);
+    EXPECT_EQ(probe("::a8ff:fe00:11"), calls().at(0));
+}
+
 TEST_F(NeighbourSeed, NoEntryAtAll_ProbesNothing) {
     fail("RNDDB_Get1stHandleParams", -1);
     hbs_seed_ipv6_neighbor(client_);

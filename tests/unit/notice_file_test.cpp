@@ -98,9 +98,8 @@ TEST_F(NoticeFile, Take_TurnsNulBytesIntoLineEnds) {
 
 TEST_F(NoticeFile, Take_OfALargeFile_GivesAllOfIt) {
     std::string text;
-    while (text.size() < 300000) {
+    while (text.size() < 300000)
         text += "line " + std::to_string(text.size()) + "\n";
-    }
     write_file(path, text);
     EXPECT_EQ(take(), text);
 }
@@ -168,9 +167,8 @@ TEST_F(NoticeFile, Read_WithoutATemporaryFile_IsLogged) {
 
 TEST_F(NoticeFile, Read_WithoutMemoryForTheText_IsLogged) {
     write_file(temporary, "x");
-    if (truncate64(temporary.c_str(), off64_t{1} << 46) != 0) {
+    if (truncate64(temporary.c_str(), off64_t{1} << 46) != 0)
         GTEST_SKIP() << "this file system has no file of that size";
-    }
     EXPECT_EQ(hbs_notice_read(&source), nullptr);
     EXPECT_THAT(trace::take(), testing::ElementsAre("log HOSTBASE: Fail to malloc buffer for tmp file\n"));
 }

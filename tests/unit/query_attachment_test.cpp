@@ -168,9 +168,8 @@ TEST_F(QueryAttachment, EveryCallGivesTheSemaphoreBack) {
     hbs_client client;
     size_t count = 0;
     for (unsigned holders : {1u, 2u, 5u}) {
-        while (holders_to_spare() < static_cast<int>(holders)) {
+        while (holders_to_spare() < static_cast<int>(holders))
             sem_post(semaphore);
-        }
         EXPECT_EQ(hostbase_find_by_mac(mac_of(7).data(), &client), HOSTBASE_OK);
         EXPECT_EQ(hostbase_find_by_mac(mac_of(8).data(), &client), HOSTBASE_NOT_FOUND);
         db->clients.next = 5;
@@ -187,9 +186,8 @@ TEST_F(QueryAttachment, AReaderThatIsTerminatedNeverKeepsTheSemaphore) {
         pid_t child = fork();
         if (child == 0) {
             auto copy = std::make_unique<hbs_db>();
-            while (true) {
+            while (true)
                 (void)hostbase_snapshot(copy.get());
-            }
         }
         std::this_thread::sleep_for(std::chrono::microseconds(2500 + i * 37));
         kill(child, SIGTERM);
@@ -206,9 +204,8 @@ TEST_F(QueryAttachment, LeavesTheSignalMaskAsItWas) {
     size_t count = 0;
     ASSERT_EQ(hostbase_get_clients(nullptr, 0, &count), HOSTBASE_OK);
     pthread_sigmask(SIG_SETMASK, nullptr, &after);
-    for (int signal : {SIGINT, SIGTERM, SIGALRM, SIGTSTP}) {
+    for (int signal : {SIGINT, SIGTERM, SIGALRM, SIGTSTP})
         EXPECT_EQ(sigismember(&before, signal), sigismember(&after, signal));
-    }
 }
 
 TEST_F(QueryAttachment, AChildOfAReaderReadsToo) {

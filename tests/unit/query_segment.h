@@ -34,12 +34,10 @@ class QuerySegment : public testing::Test {
     }
 
     void TearDown() override {
-        if (db != nullptr) {
+        if (db != nullptr)
             remove_segment();
-        }
-        if (semaphore != nullptr) {
+        if (semaphore != nullptr)
             remove_semaphore();
-        }
         (void)unlink(HBS_SHM_KEY_FILE);
     }
 
@@ -53,12 +51,10 @@ class QuerySegment : public testing::Test {
         shm_id = shmget(ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID), size, IPC_CREAT | IPC_EXCL | 0777);
         ASSERT_NE(shm_id, -1) << strerror(errno);
         db = static_cast<hbs_db *>(shmat(shm_id, nullptr, 0));
-        if (size < HBS_SHM_SIZE) {
+        if (size < HBS_SHM_SIZE)
             return;
-        }
-        for (hbs_list_head *head : heads()) {
+        for (hbs_list_head *head : heads())
             head->next = head->prev = offset_of(head);
-        }
     }
 
     void remove_segment() {

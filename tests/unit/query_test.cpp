@@ -141,9 +141,8 @@ TEST_F(Query, RefusesMissingArguments) {
 // --- lists ------------------------------------------------------------------------------------------------
 
 TEST_F(Query, GivesClientsInListOrderWhateverTheirSlots) {
-    for (unsigned slot : {5u, 0u, 95u, 2u}) {
+    for (unsigned slot : {5u, 0u, 95u, 2u})
         publish(slot, slot + 1);
-    }
     hbs_client clients[HBS_MAX_CLIENTS];
     size_t count = 0;
     ASSERT_EQ(hostbase_get_clients(clients, HBS_MAX_CLIENTS, &count), HOSTBASE_OK);
@@ -163,9 +162,8 @@ TEST_F(Query, AnEmptyDatabaseHasNothing) {
 }
 
 TEST_F(Query, WhenTheRoomIsTooSmall_FillsItAndTellsHowManyThereAre) {
-    for (unsigned slot = 0; slot < HBS_MAX_CLIENTS; slot++) {
+    for (unsigned slot = 0; slot < HBS_MAX_CLIENTS; slot++)
         publish(slot, slot + 1);
-    }
     hbs_client clients[3] = {};
     size_t count = 0;
     ASSERT_EQ(hostbase_get_clients(clients, 2, &count), HOSTBASE_OK);
@@ -239,9 +237,8 @@ struct damage {
 class DamagedClients : public Query, public testing::WithParamInterface<damage> {};
 
 TEST_P(DamagedClients, AreNeverFollowed) {
-    for (unsigned slot = 0; slot < 3; slot++) {
+    for (unsigned slot = 0; slot < 3; slot++)
         publish(slot, slot + 1);
-    }
     GetParam().apply(db);
     hbs_client clients[3] = {};
     auto copy = std::make_unique<hbs_db>();
@@ -304,9 +301,8 @@ INSTANTIATE_TEST_SUITE_P(All, DamagedIndex, testing::ValuesIn(index_damages), na
 
 TEST(QueryText, EveryResultHasOneOfItsOwn) {
     std::vector<std::string> texts;
-    for (int result = HOSTBASE_NO_MEMORY; result <= HOSTBASE_OK; result++) {
+    for (int result = HOSTBASE_NO_MEMORY; result <= HOSTBASE_OK; result++)
         texts.push_back(hostbase_strerror(result));
-    }
     texts.push_back(hostbase_strerror(17));
     EXPECT_EQ(texts.back(), "unknown error");
     std::sort(texts.begin(), texts.end());

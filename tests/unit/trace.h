@@ -24,9 +24,8 @@ inline bool list_is_locked() {
     bool locked = false;
     std::thread([&locked] {
         locked = pthread_mutex_trylock(&hbs_list_mutex) != 0;
-        if (!locked) {
+        if (!locked)
             pthread_mutex_unlock(&hbs_list_mutex);
-        }
     }).join();
     return locked;
 }

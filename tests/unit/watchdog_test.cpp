@@ -18,9 +18,8 @@ int timers = 0; // that exist
 } // namespace fake
 
 extern "C" int timer_create(clockid_t clock, sigevent *event, timer_t *timer) noexcept {
-    if (fake::create_fails) {
+    if (fake::create_fails)
         return -1;
-    }
     fake::event = *event;
     fake::timers++;
     *timer = reinterpret_cast<timer_t>(static_cast<intptr_t>(++fake::next_timer));
@@ -29,9 +28,8 @@ extern "C" int timer_create(clockid_t clock, sigevent *event, timer_t *timer) no
 }
 
 extern "C" int timer_settime(timer_t timer, int flags, const itimerspec *value, itimerspec *old) noexcept {
-    if (fake::settime_fails) {
+    if (fake::settime_fails)
         return -1;
-    }
     trace::add(trace::format(
         "set %d flags %d first %d.%ld interval %d.%ld old %d",
         static_cast<int>(reinterpret_cast<intptr_t>(timer)), flags, static_cast<int>(value->it_value.tv_sec),
@@ -98,9 +96,8 @@ const auto ENDS_THE_DAEMON =
                 "system killall gw_hostbase");
 
 TEST_F(Watchdog, FourBlockedTicks_AreCounted_TheFifthEndsTheDaemon) {
-    for (int count = 1; count <= 4; count++) {
+    for (int count = 1; count <= 4; count++)
         EXPECT_THAT(tick("__skb_recv_datagram"), ElementsAre(blocked(count)));
-    }
     EXPECT_THAT(tick("__skb_recv_datagram"), ENDS_THE_DAEMON);
 }
 
@@ -110,9 +107,8 @@ TEST_F(Watchdog, FifthTick_EndsTheDaemonEvenWhenTheThreadIsElsewhereByThen) {
 }
 
 TEST_F(Watchdog, AnyOtherTick_ResetsTheCount) {
-    for (int count = 1; count <= 3; count++) {
+    for (int count = 1; count <= 3; count++)
         (void)tick("__skb_recv_datagram");
-    }
     EXPECT_THAT(tick("inotify_read"), ElementsAre());
     EXPECT_EQ(file_watch_block_count, 0);
     EXPECT_THAT(tick("__skb_recv_datagram"), ElementsAre(blocked(1)));

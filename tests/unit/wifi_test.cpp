@@ -147,15 +147,23 @@ TEST_F(Wifi, KnownStationOnTheSameSsidKeepsItsEntries) {
     EXPECT_EQ(1u, clients_seen());
 }
 
-TEST_F(Wifi, StationThatMovesLosesItsOldEntriesAndIsMarked) {
+TEST_F(Wifi, StationThatMovesLosesItsOldEntries) {
     hbs_client *client = published_client(STATION, "192.168.0.77", HBS_FLAG_DYNIP4);
     const size_t ip_entries = ip_keys().size();
     ASSERT_EQ(std::vector<std::string>{"200 1"}, if_keys());
     ASSERT_EQ(client, associate(STATION, 2));
-    EXPECT_EQ(HBS_CHANGED_BSSID, client->flags & HBS_CHANGED_BSSID);
     EXPECT_EQ(std::vector<std::string>{"201 1"}, if_keys());
     EXPECT_EQ(ip_entries, ip_keys().size());
     EXPECT_TRUE(pri_keys().empty()); // only clients of network 0 have one
+}
+
+// On the same network, whose change would set the marks as well.
+TEST_F(Wifi, StationThatMovesWithinItsNetworkIsMarked) {
+    hbs_client *client = associate(STATION, 1);
+    client->flags &= ~HBS_CHANGED_MASK;
+    ASSERT_EQ(client, associate(STATION, 9));
+    EXPECT_EQ(HBS_CHANGED_BSSID, client->flags & HBS_CHANGED_BSSID);
+    EXPECT_EQ(std::vector<std::string>{"200 1"}, if_keys());
 }
 
 TEST_F(Wifi, NoRoomForAnotherClientGivesNone) {

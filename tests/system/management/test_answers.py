@@ -1,7 +1,7 @@
 """The answer of every command in every state: ready or not, client known or not, family or selector unknown.
 
-Where no handler runs, the answer is that of the command before, whatever that was: each case is asked once after an
-answer of 0 and once after one of -1.
+Where no handler runs, the answer is that of the command before, whatever that was: each case is asked once after
+an answer of 0 and once after one of -1.
 """
 
 import os
@@ -148,7 +148,8 @@ def test_a_lease_of_an_unknown_family_is_still_announced(running, sender):
     def announced():
         return running.journal().count("tr69")
 
-    for datagram in (m.set_static_lease(KNOWN, KNOWN_ADDRESS, family=7), m.clear_static_lease("192.168.0.200")):
+    for datagram in (m.set_static_lease(KNOWN, KNOWN_ADDRESS, family=7),
+                     m.clear_static_lease("192.168.0.200")):
         before = announced()
         assert sender.ask(datagram) is not None
         wait_for("the announcement is in the journal", lambda: announced() > before)

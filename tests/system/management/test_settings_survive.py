@@ -10,8 +10,10 @@ from lab import management as m
 TEN = [f"02:aa:00:00:00:{number:02x}" for number in range(0x21, 0x2b)]
 ADDRESSES = {mac: f"192.168.0.{100 + at}" for at, mac in enumerate(TEN)}
 LEASES = m.STATIC_LEASES.format("192.168.0.1")
-FILES = (m.CLIENT_FILE, m.WHITE_RULES, m.BLACK_RULES, m.TRUSTED_INSTANCES, LEASES, m.HOST_RECORDS.format("192.168.0.1"))
-SETTINGS = ("mac", "ipv4", "host", "comment", "network", "trust", "description", "keyword_list", "domain_list", "mac_filter")
+FILES = (m.CLIENT_FILE, m.WHITE_RULES, m.BLACK_RULES, m.TRUSTED_INSTANCES, LEASES,
+         m.HOST_RECORDS.format("192.168.0.1"))
+SETTINGS = ("mac", "ipv4", "host", "comment", "network", "trust", "description", "keyword_list", "domain_list",
+            "mac_filter")
 COMMENT = "it's \"the\" caf\u00e9; $(touch /tmp/owned) & /etc \\ `id`\nsecond line"
 FULL = "d" * 255
 
@@ -19,7 +21,8 @@ FULL = "d" * 255
 def set_everything(sender):
     """Ten clients, each with every setting there is."""
     for at, mac in enumerate(TEN):
-        texts = {"description": FULL.encode(), "keywords": f"k{at} '\"&".encode(), "domains": b"a.example;b.example"}
+        texts = {"description": FULL.encode(), "keywords": f"k{at} '\"&".encode(),
+                 "domains": b"a.example;b.example"}
         rules = [(at + 1, 2, 3, 4, 5, 6), (0xabc0 + at, 65535, 1, 0, 7, 8)]
         for datagram in (
                 m.set_static_lease(mac, ADDRESSES[mac]),
@@ -40,7 +43,8 @@ def settings_of(gateway):
 def rules_of(gateway):
     """The rules by list and MAC, their values without the client's place in the segment."""
     listed = json.loads(gateway.hbsctl("rules", "--json").stdout)["rules"]
-    return sorted((rule["list"], rule["mac"], *rule["parameters"][:3], *rule["parameters"][4:]) for rule in listed)
+    return sorted((rule["list"], rule["mac"], *rule["parameters"][:3], *rule["parameters"][4:])
+                  for rule in listed)
 
 
 def rules_on_file(gateway):
@@ -138,7 +142,8 @@ def test_reset_forgets_the_files_and_leaves_the_clients_in_memory(all_set, sende
 
 def test_what_is_taken_back_stays_away(all_set, sender):
     mac = TEN[3]
-    for datagram in (m.trusted(6, m.SITE, m.BY_MAC, mac), m.trusted(6, m.SERVICE, m.BY_IPV4, address=ADDRESSES[mac]),
+    for datagram in (m.trusted(6, m.SITE, m.BY_MAC, mac),
+                     m.trusted(6, m.SERVICE, m.BY_IPV4, address=ADDRESSES[mac]),
                      m.rule_record(8, m.WHITE, mac, (4, 2, 3, 0, 0, 0)),
                      m.rule_record(11, m.WHITE, mac, (53, 2, 3, 0, 0, 0)),
                      m.rule_record(8, m.WHITE, mac, (53, 2, 3, 0, 0, 0)),

@@ -9,8 +9,8 @@ KILLS = 25
 
 
 def test_nothing_that_was_acknowledged_is_lost():
-    done = subprocess.run([f"{SCRIPTS}/kill_run", str(KILLS)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                          timeout=300, check=False)
+    done = subprocess.run([f"{SCRIPTS}/kill_run", str(KILLS)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, timeout=300, check=False)
     assert done.returncode == 0, done.stdout
     assert f"kills: {KILLS} " in done.stdout
     assert int(re.search(r"commands acknowledged: (\d+)", done.stdout).group(1)) > KILLS

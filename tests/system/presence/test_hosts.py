@@ -13,8 +13,8 @@ LAPTOP = lan.host("laptop")
 LAN = "l2sd0.2"
 LINK_LOCAL = "fe80::aa:ff:fe00:11"
 # Kernel timers that take an entry from REACHABLE to STALE within a second and try a silent host briefly.
-FAST = {"base_reachable_time_ms": 600, "delay_first_probe_time": 0, "retrans_time_ms": 100, "ucast_solicit": 1,
-        "mcast_solicit": 1, "app_solicit": 0}
+FAST = {"base_reachable_time_ms": 600, "delay_first_probe_time": 0, "retrans_time_ms": 100,
+        "ucast_solicit": 1, "mcast_solicit": 1, "app_solicit": 0}
 
 
 def logged(gateway, text, count=1):
@@ -138,7 +138,7 @@ def test_lease_finds_the_client_by_what_the_kernel_knows(gateway):
 def lan_with_dhcp6(gateway):
     gateway.make_lan()
     gateway.start_daemon()
-    gateway.python("from lab import lan6; lan6.make_sensor(); lan6.start_server()")
+    gateway.python("from lab import lan6; lan6.up()")
     return gateway
 
 

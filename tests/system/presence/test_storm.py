@@ -13,6 +13,6 @@ def test_storm_leaves_no_difference(gateway):
     done = gateway.run(f"{SCRIPTS}/lab/storm", "--changes", "20000", "--devices", "20", check=False,
                        timeout=300)
     assert done.returncode == 0, done.stdout + done.stderr
-    assert figure(done.stdout, "changes sent") >= 20000
+    assert figure(done.stdout, "neighbour changes") >= 20000
     assert figure(done.stdout, "events dropped by the socket") > 0, "the storm was no storm"
     assert figure(done.stdout, "differences afterwards") == 0

@@ -81,10 +81,9 @@ void clean_fixed_places() {
     sem_unlink(HBS_SEMAPHORE_NAME);
     for (const char *path : fixed_places)
         empty_directory(path);
-    for (const char *path : bridge_files) {
+    for (const char *path : bridge_files)
         if (fs::is_regular_file(path))
             std::ofstream(path, std::ios::trunc).flush();
-    }
 }
 
 int lock_fixed_places() {

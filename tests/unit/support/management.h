@@ -76,10 +76,9 @@ class ManagementTest : public EventTest {
     // The lines of a MAC in the persistence file, without newlines.
     static std::vector<std::string> lines_of(const std::string &mac) {
         std::vector<std::string> found;
-        for (const std::string &line : read_lines(HBS_CLIENT_FILE)) {
+        for (const std::string &line : read_lines(HBS_CLIENT_FILE))
             if (line.compare(0, mac.size(), mac) == 0)
                 found.push_back(line);
-        }
         return found;
     }
 
