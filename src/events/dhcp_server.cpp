@@ -29,7 +29,7 @@ struct restart {
 
 static uint32_t netmask_of(uint32_t prefix_length) {
     uint32_t mask = 0;
-    for (uint32_t i = 0; i < prefix_length; ++i)
+    for (uint32_t i = 0; i < prefix_length && i < 32; ++i)
         mask = (mask >> 1) | 0x80000000u;
     return mask;
 }
