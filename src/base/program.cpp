@@ -106,7 +106,7 @@ int hbs_program_read(const char *const argv[], char *output, int size) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return -1;
-    const output_target target = {ends[1], nullptr};
+    const output_target target = {ends[1], NOWHERE};
     const pid_t pid = start(argv, &target);
     (void)close(ends[1]);
     if (pid != -1)
