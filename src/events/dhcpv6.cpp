@@ -1,5 +1,6 @@
 #include "events/dhcpv6.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <sys/socket.h>
@@ -45,8 +46,8 @@ hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
 
 // An end beyond the clock of a 32-bit system becomes its last second, not a time before the epoch.
 time_t lease_end_of(const hbs_dhcpv6_lease *lease) {
-    constexpr time_t latest = std::numeric_limits<time_t>::max();
-    return lease->lease_end > static_cast<uint64_t>(latest) ? latest : static_cast<time_t>(lease->lease_end);
+    constexpr int64_t latest = std::numeric_limits<time_t>::max();
+    return static_cast<time_t>(std::min(int64_t{lease->lease_end}, latest));
 }
 
 void set_lease(hbs_client *client, const hbs_dhcpv6_lease *lease) {
