@@ -136,8 +136,7 @@ TEST_F(HostValues, ManyThreadsReadWhileTheFileChanges) {
 }
 
 TEST_F(HostValues, TheExampleIsAGatewayWithTwoNetworks) {
-    auto example = std::filesystem::path(__FILE__).parent_path() / "../../platform/host/gateway.conf.example";
-    write_values(read_file(example));
+    write_values(read_file(HBS_EXAMPLE_VALUES));
     ASSERT_EQ(0, RNDDB_Read(0, 1));
     ASSERT_EQ(0, LSDDB_Read(0, 1));
     rnddb_handle handle = {};

@@ -1,0 +1,2 @@
+// Carries the headers that the unit tests share (CMakeLists.txt); never linked.
+int main() {}
