@@ -38,12 +38,12 @@ int DB_GetArray(int id, uint8_t *buffer) {
         return result;
     if (buffer == nullptr || (id != DB_ITEM_BASE_MAC && id != DB_ITEM_EROUTER_MAC && id != DB_ITEM_MTA_MAC))
         return -1;
-    return text_to_six_bytes(host_value("db.array.%d", id), buffer) ? 0 : -1;
+    return text_to_six_bytes(host_value_with("db.array.%d", id), buffer) ? 0 : -1;
 }
 
 uint8_t DB_GetByte(int id) {
     host_values_hold hold;
     uint8_t value = 0;
-    (void)host_text_to_byte(host_value("db.byte.%d", id), &value);
+    (void)host_text_to_byte(host_value_with("db.byte.%d", id), &value);
     return value;
 }

@@ -24,7 +24,7 @@ uint32_t states[EXTSWT_PORTS]; // as last reported; after the start only the wat
 void read_states(uint32_t now[EXTSWT_PORTS]) {
     host_values_hold hold;
     for (unsigned port = 1; port <= EXTSWT_PORTS; port++) {
-        const char *state = host_value("switch.port.%u", port);
+        const char *state = host_value_with("switch.port.%u", port);
         now[port - 1] = state == nullptr || strcasecmp(state, "down") != 0 ? 1 : 0;
     }
 }
@@ -97,8 +97,7 @@ int extSwitchSearchMac(const uint8_t mac[6], uint16_t *hit, uint32_t *port) {
         return result;
     if (mac == nullptr)
         return -1;
-    const char *learned = host_value("switch.mac.%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
-                                     mac[3], mac[4], mac[5]);
+    const char *learned = host_value_of_mac("switch.mac.", mac);
     if (learned == nullptr)
         return 0;
     if (!host_text_to_u32(learned, port))

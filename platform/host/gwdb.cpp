@@ -12,7 +12,7 @@ int get_number(const char *call, const char *key, uint32_t *value) {
     int result = 0;
     if (host_told_to_fail(call, &result))
         return result;
-    return value != nullptr && host_text_to_u32(host_value("%s", key), value) ? 0 : -1;
+    return value != nullptr && host_text_to_u32(host_value_with("%s", key), value) ? 0 : -1;
 }
 
 } // namespace
@@ -40,7 +40,7 @@ int GWDB_XWIFI_GET_ENABLED_IFNAME(int group, gwdb_xwifi_names *names) {
         return result;
     if (names == nullptr || group < 0 || group >= GWDB_XWIFI_GROUPS)
         return -1;
-    const char *rest = host_value("xwifi.%d.ifnames", group);
+    const char *rest = host_value_with("xwifi.%d.ifnames", group);
     if (rest == nullptr)
         return -1;
     gwdb_xwifi_names found = {};

@@ -5,7 +5,7 @@
 
 namespace {
 
-host_sink journal = {"HBS_HOST_JOURNAL", "/var/lib/hbs-host/journal", PTHREAD_MUTEX_INITIALIZER, -1};
+host_sink journal = {host_place::journal, PTHREAD_MUTEX_INITIALIZER, -1};
 
 } // namespace
 

@@ -2,17 +2,11 @@
 #include "host_sink.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
-
-const char *sink_path(const host_sink *sink) {
-    const char *path = getenv(sink->variable);
-    return path != nullptr && *path != '\0' ? path : sink->default_path;
-}
 
 bool still_there(int fd, const char *path) {
     struct stat opened = {};
@@ -45,10 +39,12 @@ size_t write_whole(int fd, const char *text, size_t length) {
 
 void host_sink_write(host_sink *sink, host_line *line) {
     host_line_finish(line);
-    const char *path = sink_path(sink);
     (void)pthread_mutex_lock(&sink->lock);
-    if (!still_there(sink->fd, path))
-        open_again(sink, path);
+    if (host_place_changed(sink->place) || sink->fd < 0) {
+        const char *path = host_place_path(sink->place);
+        if (!still_there(sink->fd, path))
+            open_again(sink, path);
+    }
     size_t done = sink->fd < 0 ? 0 : write_whole(sink->fd, line->text, line->length);
     (void)pthread_mutex_unlock(&sink->lock);
     if (done < line->length)

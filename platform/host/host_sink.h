@@ -4,11 +4,11 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include "host_places.h"
 #include "host_text.h"
 
 struct host_sink {
-    const char *variable;     // environment variable that names the file
-    const char *default_path; // when the variable is not set
+    host_place place;
     pthread_mutex_t lock;
     int fd; // kept open; -1 = none
 };

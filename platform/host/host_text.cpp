@@ -51,26 +51,40 @@ void add_bytes(host_line *line, const char *bytes, size_t length) {
     line->length += length;
 }
 
-// Writes one byte in its escaped form; returns how many characters that took (at most 4).
-size_t escape_byte(char byte, host_quotes quotes, char out[5]) {
-    static constexpr char letters[] = "\nn\rr\tt\\\\";
-    const char *known = byte == '\0' ? nullptr : strchr(letters, byte);
-    if (known != nullptr && (known - letters) % 2 == 0) {
-        out[0] = '\\';
-        out[1] = known[1];
+bool is_plain(char byte, host_quotes quotes) {
+    return byte >= ' ' && byte <= '~' && byte != '\\' && (byte != '"' || quotes == host_quotes::plain);
+}
+
+// The letter that stands for a byte behind a backslash, or NUL.
+char letter_of(char byte) {
+    switch (byte) {
+    case '\n':
+        return 'n';
+    case '\r':
+        return 'r';
+    case '\t':
+        return 't';
+    case '\\':
+    case '"':
+        return byte;
+    default:
+        return '\0';
+    }
+}
+
+// Writes the escaped form of a byte that is not plain; returns how many characters that took (at most 4).
+size_t escape_byte(char byte, char out[4]) {
+    static constexpr char digits[] = "0123456789abcdef";
+    out[0] = '\\';
+    if (const char letter = letter_of(byte)) {
+        out[1] = letter;
         return 2;
     }
-    if (byte == '"' && quotes == host_quotes::escaped) {
-        out[0] = '\\';
-        out[1] = byte;
-        return 2;
-    }
-    if (byte < ' ' || byte > '~') {
-        snprintf(out, 5, "\\x%02x", static_cast<unsigned>(static_cast<unsigned char>(byte)));
-        return 4;
-    }
-    out[0] = byte;
-    return 1;
+    const auto number = static_cast<unsigned char>(byte);
+    out[1] = 'x';
+    out[2] = digits[number >> 4];
+    out[3] = digits[number & 15];
+    return 4;
 }
 
 } // namespace
@@ -162,10 +176,17 @@ void host_line_add(host_line *line, const char *format, ...) {
 }
 
 void host_line_add_escaped(host_line *line, const char *text, size_t length, host_quotes quotes) {
-    for (size_t i = 0; i < length; i++) {
-        char escaped[5] = {};
-        size_t size = escape_byte(text[i], quotes, escaped);
-        add_bytes(line, escaped, size);
+    size_t i = 0;
+    while (i < length) {
+        const size_t plain = i;
+        while (i < length && is_plain(text[i], quotes))
+            i++;
+        add_bytes(line, text + plain, i - plain);
+        if (i == length)
+            return;
+        char escaped[4];
+        add_bytes(line, escaped, escape_byte(text[i], escaped));
+        i++;
     }
 }
 

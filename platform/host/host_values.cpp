@@ -10,34 +10,33 @@
 #include <ctime>
 #include <fcntl.h>
 #include <pthread.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host_places.h"
+
 namespace {
 
-constexpr char default_path[] = "/var/lib/hbs-host/gateway.conf";
 constexpr off_t largest_file = 4194304; // 4 MiB
 constexpr size_t largest_key = 128;
+constexpr char fail_prefix[] = "fail.";
 
-// A file that changed so lately could change again and keep its time stamp, which is as coarse as the
-// kernel's tick: it is read again until its time stamp is this old.
+// Where the kernel does not tell of changes: a file that changed so lately could change again and keep its
+// time stamp, which is as coarse as the kernel's tick. It is read again until its time stamp is this old.
 constexpr int64_t settling_ns = 100000000;
 
 pthread_mutex_t values_mutex = PTHREAD_MUTEX_INITIALIZER;
+void (*on_change)(); // null = nobody asked
 
 struct {
     char *text;          // the file's text, cut into keys and values in place
-    host_entry *entries; // in the file's order
+    host_entry *entries; // in the file's order, keys in lower case
+    uint32_t *order;     // places in `entries`, by key and then by place
     size_t count;
+    bool failures;    // some call is told to fail
     struct stat seen; // of the file that the entries come from
     bool settled;     // the entries hold as long as the file looks like `seen`
 } table;
-
-const char *values_path() {
-    const char *path = getenv("HBS_HOST_CONF");
-    return path != nullptr && *path != '\0' ? path : default_path;
-}
 
 int64_t nanoseconds(const timespec &time) {
     return int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
@@ -59,7 +58,14 @@ bool has_settled(const struct stat &file) {
 void forget() {
     free(table.text);
     free(table.entries);
+    free(table.order);
     table = {};
+}
+
+void lower(char *text) {
+    for (; *text != '\0'; text++)
+        if (*text >= 'A' && *text <= 'Z')
+            *text = static_cast<char>(*text - 'A' + 'a');
 }
 
 bool is_blank(char c) {
@@ -92,10 +98,41 @@ void take_line(char *line) {
     if (equals == nullptr)
         return;
     *equals = '\0';
-    const char *key = trim(line);
+    char *key = trim(line);
     if (*key == '\0')
         return;
+    lower(key);
+    table.failures = table.failures || strncmp(key, fail_prefix, strlen(fail_prefix)) == 0;
     table.entries[table.count++] = {key, trim(equals + 1)};
+}
+
+int by_key(const void *a, const void *b) {
+    const uint32_t first = *static_cast<const uint32_t *>(a);
+    const uint32_t second = *static_cast<const uint32_t *>(b);
+    const int keys = strcmp(table.entries[first].key, table.entries[second].key);
+    return keys != 0 ? keys : (first > second) - (first < second);
+}
+
+void sort_entries() {
+    for (size_t i = 0; i < table.count; i++)
+        table.order[i] = static_cast<uint32_t>(i);
+    qsort(table.order, table.count, sizeof table.order[0], by_key);
+}
+
+// The last line of a key in lower case, or null.
+const char *look_up(const char *key) {
+    size_t low = 0;
+    size_t high = table.count; // the first entry behind the key lies in [low, high]
+    while (low < high) {
+        const size_t middle = low + (high - low) / 2;
+        if (strcmp(table.entries[table.order[middle]].key, key) <= 0)
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    if (low == 0 || strcmp(table.entries[table.order[low - 1]].key, key) != 0)
+        return nullptr;
+    return table.entries[table.order[low - 1]].value;
 }
 
 // Cuts the text (size bytes and a NUL) into entries. A line with a NUL in it is none.
@@ -104,7 +141,8 @@ bool take_text(char *text, size_t size) {
     for (size_t i = 0; i < size; i++)
         lines += text[i] == '\n';
     table.entries = static_cast<host_entry *>(calloc(lines, sizeof(host_entry)));
-    if (table.entries == nullptr)
+    table.order = static_cast<uint32_t *>(calloc(lines, sizeof(uint32_t)));
+    if (table.entries == nullptr || table.order == nullptr)
         return false;
     char *end = text + size;
     for (char *line = text; line < end;) {
@@ -115,6 +153,7 @@ bool take_text(char *text, size_t size) {
             take_line(line);
         line = stop + 1;
     }
+    sort_entries();
     return true;
 }
 
@@ -137,7 +176,7 @@ ssize_t read_whole(int fd, char *text, size_t size) {
 void load(int fd) {
     if (fstat(fd, &table.seen) != 0 || !S_ISREG(table.seen.st_mode) || table.seen.st_size > largest_file)
         return;
-    table.settled = has_settled(table.seen);
+    table.settled = host_place_is_watched(host_place::values) || has_settled(table.seen);
     size_t size = static_cast<size_t>(table.seen.st_size);
     table.text = static_cast<char *>(malloc(size + 1));
     if (table.text == nullptr)
@@ -147,32 +186,48 @@ void load(int fd) {
         forget();
 }
 
-// A file that cannot be read counts as an empty one.
-void refresh() {
+// Returns whether the file was read. One that cannot be read counts as an empty one.
+bool refresh() {
+    if (!host_place_changed(host_place::values) && table.settled)
+        return false;
+    const char *path = host_place_path(host_place::values);
     struct stat now = {};
-    bool there = stat(values_path(), &now) == 0;
-    if (there && table.text != nullptr && table.settled && same_file(now, table.seen))
-        return;
+    bool there = stat(path, &now) == 0;
+    if (there && table.text != nullptr && same_file(now, table.seen) && has_settled(now))
+        return false;
     forget();
-    int fd = there ? open(values_path(), O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
+    int fd = there ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
     if (fd < 0)
-        return;
+        return true;
     load(fd);
     (void)close(fd);
+    return true;
 }
 
 } // namespace
 
 host_values_hold::host_values_hold() {
     (void)pthread_mutex_lock(&values_mutex);
-    refresh();
+    void (*tell)() = refresh() ? on_change : nullptr;
+    if (tell != nullptr)
+        tell();
 }
 
 host_values_hold::~host_values_hold() {
     (void)pthread_mutex_unlock(&values_mutex);
 }
 
-const char *host_value(const char *key_format, ...) {
+void host_values_on_change(void (*function)()) {
+    host_values_hold hold;
+    on_change = function;
+    function();
+}
+
+const char *host_value(const char *key) {
+    return look_up(key);
+}
+
+const char *host_value_with(const char *key_format, ...) {
     char key[largest_key];
     va_list arguments;
     va_start(arguments, key_format);
@@ -180,10 +235,24 @@ const char *host_value(const char *key_format, ...) {
     va_end(arguments);
     if (length < 0 || static_cast<size_t>(length) >= sizeof key)
         return nullptr;
-    for (size_t i = table.count; i > 0; i--)
-        if (strcasecmp(table.entries[i - 1].key, key) == 0)
-            return table.entries[i - 1].value;
-    return nullptr;
+    lower(key);
+    return look_up(key);
+}
+
+const char *host_value_of_mac(const char *prefix, const uint8_t mac[6]) {
+    static constexpr char digits[] = "0123456789abcdef";
+    char key[largest_key];
+    const size_t length = strlen(prefix);
+    if (length + 18 > sizeof key)
+        return nullptr;
+    memcpy(key, prefix, length);
+    for (size_t i = 0; i < 6; i++) {
+        char *at = key + length + 3 * i;
+        at[0] = digits[mac[i] >> 4];
+        at[1] = digits[mac[i] & 15];
+        at[2] = i < 5 ? ':' : '\0';
+    }
+    return look_up(key);
 }
 
 const host_entry *host_entry_at(size_t index) {
@@ -192,11 +261,11 @@ const host_entry *host_entry_at(size_t index) {
 
 const char *host_key_after(const host_entry *entry, const char *prefix) {
     size_t length = strlen(prefix);
-    return strncasecmp(entry->key, prefix, length) == 0 ? entry->key + length : nullptr;
+    return strncmp(entry->key, prefix, length) == 0 ? entry->key + length : nullptr;
 }
 
 bool host_told_to_fail(const char *call, int *result) {
-    const char *text = host_value("fail.%s", call);
+    const char *text = table.failures ? host_value_with("%s%s", fail_prefix, call) : nullptr;
     if (text == nullptr)
         return false;
     int64_t number = -1;

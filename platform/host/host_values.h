@@ -19,14 +19,20 @@ struct host_values_hold {
     host_values_hold &operator=(const host_values_hold &) = delete;
 };
 
-// Value of the last line with a key, or null when there is none. Keys are compared without regard to case.
-// The text lives as long as the hold.
-const char *host_value(const char *key_format, ...) __attribute__((format(printf, 1, 2)));
+// Has a function called whenever the file was read anew, without a hold, before the call that read it goes
+// on.
+void host_values_on_change(void (*function)());
+
+// Value of the last line with a key, or null when there is none. The text lives as long as the hold. A file's
+// keys count in lower case: the first form takes the key in lower case too, the others make it so.
+const char *host_value(const char *key);
+const char *host_value_with(const char *key_format, ...) __attribute__((format(printf, 1, 2)));
+const char *host_value_of_mac(const char *prefix, const uint8_t mac[6]); // key: prefix "aa:bb:cc:dd:ee:ff"
 
 // Line number `index` (from 0, lines without a value not counted) in the file's order; null behind the last.
 const host_entry *host_entry_at(size_t index);
 
-// The part of an entry's key behind a prefix, or null when the key does not begin with it.
+// The part of an entry's key behind a prefix (lower case), or null when the key does not begin with it.
 const char *host_key_after(const host_entry *entry, const char *prefix);
 
 // Whether the file tells this call to fail, with the result to return. A text that is no number counts as -1.

@@ -52,9 +52,9 @@ bool is_listed(const device_table *table, const char *device) {
 bool read_device(device_row *row) {
     int64_t group = 0;
     int64_t enabled = 1;
-    const char *enabled_text = host_value("ssid.%s.enabled", row->device);
-    const char *bridge = host_value("ssid.%s.bridge", row->device);
-    if (!host_text_to_number(host_value("ssid.%s.group", row->device), -1, INT32_MAX, &group))
+    const char *enabled_text = host_value_with("ssid.%s.enabled", row->device);
+    const char *bridge = host_value_with("ssid.%s.bridge", row->device);
+    if (!host_text_to_number(host_value_with("ssid.%s.group", row->device), -1, INT32_MAX, &group))
         return false;
     if (enabled_text != nullptr && !host_text_to_number(enabled_text, 0, 1, &enabled))
         return false;

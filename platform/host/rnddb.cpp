@@ -67,9 +67,9 @@ bool read_pool(const char *text, rnddb_params *params) {
 }
 
 bool read_numbers(unsigned number, router_entry *entry) {
-    const char *lan = host_value("network.%u.lan", number);
-    const char *routed = host_value("network.%u.routed", number);
-    const char *lease_time = host_value("network.%u.lease_time", number);
+    const char *lan = host_value_with("network.%u.lan", number);
+    const char *routed = host_value_with("network.%u.routed", number);
+    const char *lease_time = host_value_with("network.%u.lease_time", number);
     int64_t truth = 1;
     entry->params.lan_number = number + 1;
     if (lan != nullptr && !host_text_to_u32(lan, &entry->params.lan_number))
@@ -85,15 +85,15 @@ bool read_entry(unsigned number, const char *ifname, router_entry *entry) {
     rnddb_params *params = &entry->params;
     params->rndidx = static_cast<int32_t>(number);
     return *ifname != '\0' && host_copy_whole(params->ifname, sizeof params->ifname, ifname) &&
-           read_ipv4(host_value("network.%u.ipv4", number), params) &&
-           read_pool(host_value("network.%u.pool", number), params) &&
-           read_ipv6(host_value("network.%u.ipv6", number), params) && read_numbers(number, entry);
+           read_ipv4(host_value_with("network.%u.ipv4", number), params) &&
+           read_pool(host_value_with("network.%u.pool", number), params) &&
+           read_ipv6(host_value_with("network.%u.ipv6", number), params) && read_numbers(number, entry);
 }
 
 // Returns 0, or an error number for a file with no network or one that cannot be understood.
 int read_entries(router_table *table) {
     for (unsigned number = 1; number <= RNDDB_MAX_ENTRIES; number++) {
-        const char *ifname = host_value("network.%u.ifname", number);
+        const char *ifname = host_value_with("network.%u.ifname", number);
         if (ifname == nullptr)
             continue;
         if (!read_entry(number, ifname, &table->entry[table->count]))

@@ -68,7 +68,7 @@ int get_text(const char *call, uint32_t ssid, const char *what, char text[WLAN_T
         return result;
     if (text == nullptr)
         return -1;
-    return host_copy_whole(text, WLAN_TEXT_SIZE, host_value("wifi.ssid.%u.%s", ssid, what)) ? 0 : -1;
+    return host_copy_whole(text, WLAN_TEXT_SIZE, host_value_with("wifi.ssid.%u.%s", ssid, what)) ? 0 : -1;
 }
 
 } // namespace

@@ -1,6 +1,9 @@
 // Log macro: one call at the place where something happens, its format literal in one piece.
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include <logger.h>
 
 // Severity codes that the gateway's logger knows.
@@ -8,9 +11,17 @@ enum hbs_severity : unsigned { HBS_FATAL = 0, HBS_ALERT = 1, HBS_ERROR = 3, HBS_
 
 constexpr unsigned HBS_LOG_MODULE = 6;
 
-// The site descriptor is static because the logger keeps its address as the identity of the place.
-#define HBS_LOG(severity, ...)                                                                               \
+// The highest severity that the logger takes; everything until it says otherwise.
+extern std::atomic<uint32_t> hbs_log_highest;
+
+// Lets the logger say what it takes, now and on each change. Called once, before anything is logged.
+void hbs_log_init();
+
+// The site descriptor is static because the logger keeps its address as the identity of the place. The
+// arguments of a message that nobody takes are not computed.
+#define HBS_LOG(code, ...)                                                                                   \
     do {                                                                                                     \
-        static constexpr hbs_log_site log_site_ = {severity, HBS_LOG_MODULE, 0};                             \
-        logger_build_send_log_msg(&log_site_, 0, __VA_ARGS__);                                               \
+        static constexpr hbs_log_site log_site_ = {code, HBS_LOG_MODULE, 0};                                 \
+        if (log_site_.severity <= hbs_log_highest.load(std::memory_order_relaxed))                           \
+            logger_build_send_log_msg(&log_site_, 0, __VA_ARGS__);                                           \
     } while (0)

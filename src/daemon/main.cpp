@@ -83,6 +83,7 @@ static void join_threads() {
 int main(int, char *argv[]) {
     // A line that is printed is seen at once: the end of the process flushes nothing.
     (void)setvbuf(stdout, nullptr, _IOLBF, 0);
+    hbs_log_init();
     (void)PCD_api_register_exception_handlers(argv[0], exit_handler);
     (void)signal(SIGTERM, exit_handler);
     // Logged here although the range is computed further down: the daemon's first sign of life.

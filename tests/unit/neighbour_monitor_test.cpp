@@ -50,6 +50,8 @@ hbs_client *see(const char *state, const uint8_t *lladdr, int family, const uint
 
 } // namespace fake
 
+extern "C" void logger_register_level_cb(logger_level_cb) {}
+
 extern "C" void logger_build_send_log_msg(const hbs_log_site *, int, const char *form, ...) {
     fake::losses += strstr(form, "neighbour events lost") != nullptr ? 1 : 0;
 }

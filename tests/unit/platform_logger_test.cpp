@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <logger.h>
+#include <nvm.h>
 
 #include "support/gateway.h"
 
@@ -109,6 +110,42 @@ TEST_F(Logger, TakesAsLongAsItIsTold) {
     auto taken = std::chrono::steady_clock::now() - start;
     EXPECT_GE(taken, std::chrono::milliseconds(60));
     EXPECT_TRUE(logged("slow"));
+}
+
+TEST_F(Logger, DropsWhatIsAboveItsLevel) {
+    set("log.level", "error");
+    for (uint32_t severity : {0, 1, 3, 9, 15})
+        log_text("x", severity);
+    EXPECT_EQ("fatal x\nalert x\nerror x\n", read_file(log_path()));
+    set("log.level", 9);
+    log_text("y", 9);
+    log_text("y", 15);
+    EXPECT_EQ(1u, logged_count("y"));
+}
+
+TEST_F(Logger, TakesEverythingAtALevelThatIsNone) {
+    set("log.level", "loud");
+    log_text("x", 15);
+    EXPECT_TRUE(logged("x"));
+}
+
+namespace {
+std::vector<uint32_t> told;
+}
+
+TEST_F(Logger, SaysWhatItTakesAtOnceAndOnEachChange) {
+    told.clear();
+    logger_register_level_cb([](uint32_t highest) { told.push_back(highest); });
+    ASSERT_EQ(std::vector<uint32_t>{UINT32_MAX}, told);
+    set("log.level", "alert");
+    log_text("dropped"); // any call looks at the values
+    set("log.level", "Debug");
+    (void)NVM_GetByte(60);
+    unset("log.level");
+    (void)NVM_GetByte(60);
+    logger_register_level_cb(nullptr);
+    EXPECT_EQ((std::vector<uint32_t>{UINT32_MAX, 1, 15, UINT32_MAX}), told);
+    EXPECT_FALSE(logged("dropped"));
 }
 
 TEST_F(Logger, KeepsLinesOfManyThreadsApart) {

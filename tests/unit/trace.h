@@ -55,6 +55,8 @@ using list = std::vector<std::string>;
 
 } // namespace trace
 
+extern "C" void logger_register_level_cb(logger_level_cb) {}
+
 extern "C" void logger_build_send_log_msg(const hbs_log_site *site, int options, const char *form, ...) {
     va_list arguments;
     va_start(arguments, form);

@@ -1,0 +1,16 @@
+// The three files of the host platform, where the environment says they are, and whether one of them may have
+// changed: a notification queue of the kernel's tells, so that the usual answer "no" costs one short call.
+#pragma once
+
+enum class host_place { values, log, journal };
+
+// Path of a file: its environment variable's, or the default. Valid until the variable is set again.
+const char *host_place_path(host_place place);
+
+// Whether the file may have been changed, removed or replaced since the last call for it (true for the first
+// call). Log and journal: writing does not count as a change. Where the kernel cannot tell, and once a
+// second, the answer is true: the caller has to look at the file itself. Any thread.
+bool host_place_changed(host_place place);
+
+// Whether the kernel tells of changes of the file, so that one that comes later is sure to be seen.
+bool host_place_is_watched(host_place place);
