@@ -174,8 +174,7 @@ def add_to_list(dice, mac):
     def effect(settings):
         client = settings.known.get(mac, Client())
         settings.store(mac, replace(client, comment=comment or client.comment,
-                                    description=description or client.description,
-                                    keywords=keywords or client.keywords, domains=domains or client.domains,
+                                    description=description, keywords=keywords, domains=domains,
                                     filter_word=word, trust=client.trust | management.LIST_BIT[kind]))
         set_rule(settings, kind, mac, rule)
     return management.rule_record(7, kind, mac, rule, comment=comment, description=description,

@@ -20,6 +20,7 @@
 #include "gateway/lease_files.h"
 #include "store/clients.h"
 #include "store/dump.h"
+#include "store/publish.h"
 #include "store/rule_index.h"
 
 // --- helpers ----------------------------------------
@@ -307,7 +308,7 @@ static void announce_wifi_assoc_info(hbs_command *command) {
 }
 
 static void wifi_assoc_info(hbs_command *command) {
-    hbs_refresh_wifi_assoc_info(hbs_message_of<hbs_msg_wifi_info>(command->buffer).mac);
+    hbs_update_wifi_assoc_info(hbs_message_of<hbs_msg_wifi_info>(command->buffer).mac);
 }
 
 static void announce_xwifi_changed(hbs_command *) {
@@ -315,7 +316,7 @@ static void announce_xwifi_changed(hbs_command *) {
 }
 
 static void xwifi_changed(hbs_command *) {
-    hbs_recheck_hotspot();
+    hbs_shm_mark_hotspot();
 }
 
 // --- events: leases ----------------------------------------

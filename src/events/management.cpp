@@ -202,23 +202,18 @@ void clear_static_lease_ipv6(const uint8_t *address) {
 
 // --- lists ----------------------------------------------------------------------------------------------
 
+// A comment may be left out; the other texts come with every request, and empty ones replace too.
 void copy_filter_texts(hbs_client *client, const hbs_filter_request *request) {
     if (request->comment[0] != '\0') {
         HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : comment is %s", request->comment);
         hbs_copy_text(client->comment, sizeof client->comment, request->comment);
     }
-    if (request->description[0] != '\0') {
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : description is %s", request->description);
-        hbs_copy_text(client->description, sizeof client->description, request->description);
-    }
-    if (request->keyword_list[0] != '\0') {
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : keyword_list is %s", request->keyword_list);
-        hbs_copy_text(client->keyword_list, sizeof client->keyword_list, request->keyword_list);
-    }
-    if (request->domain_list[0] != '\0') {
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : domain_list is %s", request->domain_list);
-        hbs_copy_text(client->domain_list, sizeof client->domain_list, request->domain_list);
-    }
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : description is %s", request->description);
+    hbs_copy_text(client->description, sizeof client->description, request->description);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : keyword_list is %s", request->keyword_list);
+    hbs_copy_text(client->keyword_list, sizeof client->keyword_list, request->keyword_list);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : domain_list is %s", request->domain_list);
+    hbs_copy_text(client->domain_list, sizeof client->domain_list, request->domain_list);
     client->mac_filter = static_cast<int32_t>(request->filter_word);
 }
 

@@ -4,13 +4,13 @@
 #include <cstring>
 
 #include <rnddb.h>
+#include <wlan.h>
 
 #include "base/log.h"
 #include "base/text.h"
 #include "events/flap_list.h"
 #include "gateway/bssid_table.h"
 #include "gateway/docsis_bridge.h"
-#include "gateway/hotspot.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "store/client_fields.h"
@@ -18,7 +18,6 @@
 #include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/index.h"
-#include "store/pools.h"
 #include "store/publish.h"
 
 namespace {
@@ -98,7 +97,8 @@ int find_station(const uint8_t mac[6], uint32_t ssid, wlan_assoc_device *station
     *found = false;
     (void)wlan_rpcConnectClient();
     uint32_t count = 0;
-    int result = wlan_getAssocDevicesNum(ssid, &count);
+    (void)wlan_getAssocDevicesNum(ssid, &count);
+    int result = 0;
     for (uint32_t i = 0; result == 0 && !*found && i < count; ++i) {
         uint8_t station_mac[6];
         result = wlan_getAssocDevice(ssid, i, station);
@@ -115,14 +115,6 @@ void leave(hbs_client *client, const uint8_t mac[6]) {
     hbs_shm_commit(client);
     hbs_del_wifi_clnt_bssid(mac);
     HBS_LOG(HBS_INFO, "HOSTBASE: Got DISASSOCIATED event for %s", hbs_client_log_text(client).text);
-}
-
-// The marking of published copies only ever sets hotspot: one that lost it is published anew.
-void recheck_hotspot(hbs_client *client, const hbs_hotspot_names *names) {
-    const uint8_t before = client->hotspot;
-    client->hotspot = hbs_hotspot_has(names, client->ifname) ? 1 : 0;
-    if (client->hotspot != before && hbs_slot_of(client) != nullptr)
-        hbs_shm_commit(client);
 }
 
 } // namespace
@@ -173,37 +165,14 @@ int hbs_read_wifi_assoc_info(hbs_client *client, uint32_t ssid) {
     return result;
 }
 
-void hbs_update_wifi_assoc_info(const hbs_wifi_assoc_info *info) {
-    if (info == nullptr)
-        return;
-    hbs_client *client = hbs_find_by_mac(info->mac);
-    if (client == nullptr)
-        return;
-    store_figures(client, info->figure);
-    hbs_shm_commit(client);
-}
-
-void hbs_refresh_wifi_assoc_info(const uint8_t mac[6]) {
-    const hbs_client *client = hbs_find_by_mac(mac);
+void hbs_update_wifi_assoc_info(const uint8_t mac[6]) {
+    hbs_client *client = hbs_find_by_mac(mac);
     if (client == nullptr)
         return;
     wlan_assoc_device station{};
     bool found = false;
     (void)find_station(mac, client->wifi_index + 1u, &station, &found);
-    if (!found)
-        return;
-    hbs_wifi_assoc_info info{};
-    memcpy(info.mac, mac, sizeof info.mac);
-    memcpy(info.figure, station.figure, sizeof info.figure);
-    hbs_update_wifi_assoc_info(&info);
-}
-
-void hbs_recheck_hotspot() {
-    static hbs_hotspot_names names; // 4 KB; callers hold hbs_list_mutex
-    hbs_hotspot_read(&names);
-    for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
-        recheck_hotspot(client, &names);
-    for (hbs_client *client = hbs_nomac_first(); client != nullptr; client = hbs_nomac_next(client))
-        recheck_hotspot(client, &names);
-    hbs_shm_mark_hotspot();
+    if (found)
+        store_figures(client, station.figure);
+    hbs_shm_commit(client);
 }

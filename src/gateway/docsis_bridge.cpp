@@ -1,6 +1,7 @@
 // The DOCSIS bridge's files under /proc.
 #include "gateway/docsis_bridge.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -18,16 +19,35 @@ constexpr const char *CPE_FILE = "/proc/net/dbrctl/cpe";
 constexpr const char *DELETE_FILE = "/proc/net/dbrctl/deletecpe";
 constexpr int CPE_LINE_SIZE = 128;
 
+// A place for a MAC of the gateway's. Until one is written into it, it differs from `mac` in every bit.
+struct own_mac {
+    uint8_t bytes[6];
+};
+
+own_mac other_than(const uint8_t mac[6]) {
+    own_mac own{};
+    std::transform(mac, mac + sizeof own.bytes, own.bytes,
+                   [](uint8_t byte) { return static_cast<uint8_t>(~byte); });
+    return own;
+}
+
+bool is_same(const own_mac &own, const uint8_t mac[6]) {
+    return memcmp(own.bytes, mac, sizeof own.bytes) == 0;
+}
+
 bool is_db_mac(int item, const uint8_t mac[6]) {
-    uint8_t own[6];
-    return DB_GetArray(item, own) == 0 && memcmp(own, mac, sizeof own) == 0;
+    own_mac own = other_than(mac);
+    (void)DB_GetArray(item, own.bytes);
+    return is_same(own, mac);
 }
 
 // Skipped when the production data cannot be opened.
 bool is_cm_mac(const uint8_t mac[6]) {
-    uint8_t own[6];
-    return ProductionDb_RetrieveAccess() == 0 && ProdDb_GetCmMacAddress(own) == 0 &&
-           memcmp(own, mac, sizeof own) == 0;
+    if (ProductionDb_RetrieveAccess() != 0)
+        return false;
+    own_mac own = other_than(mac);
+    (void)ProdDb_GetCmMacAddress(own.bytes);
+    return is_same(own, mac);
 }
 
 // Whether the MAC is the gateway's own; the refusals are worded and ended as tools that read the log expect.
@@ -47,17 +67,22 @@ bool is_protected(const uint8_t mac[6], const char *mac_text) {
     return true;
 }
 
+// Two digits a byte at most. What is missing of a word that is no MAC is 0: it is looked up all the same.
+void cpe_of(const char *word, uint8_t mac[6]) {
+    (void)(sscanf(word, "%2hhx:%2hhx:%2hhx:%2hhx:%2hhx:%2hhx", &mac[0], &mac[1], &mac[2], &mac[3], &mac[4],
+                  &mac[5]) == 6);
+}
+
 // One line of the CPE table: "->" first, a LAN interface somewhere, the MAC as second word.
 void remove_if_on_port(const char *line, uint32_t port) {
     if (strncmp(line, "->", 2) != 0 || strstr(line, "l2sd0") == nullptr)
         return;
     char word[CPE_LINE_SIZE];
-    uint8_t mac[6];
     if (sscanf(line, "%*s%127s", word) != 1)
         return;
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_remove_cpe_by_port: Search CPE %s\n", word);
-    if (hbs_text_to_mac(word, mac) != 6)
-        return;
+    uint8_t mac[6] = {};
+    cpe_of(word, mac);
     uint16_t hit = 0;
     uint32_t found_port = 0;
     (void)extSwitchSearchMac(mac, &hit, &found_port);

@@ -6,8 +6,7 @@ void hbs_hotspot_read(hbs_hotspot_names *names) {
     for (int group = 0; group < GWDB_XWIFI_GROUPS; ++group) {
         gwdb_xwifi_names *of_group = &names->group[group];
         *of_group = {};
-        if (GWDB_XWIFI_GET_ENABLED_IFNAME(group, of_group) != 0)
-            *of_group = {};
+        (void)GWDB_XWIFI_GET_ENABLED_IFNAME(group, of_group);
     }
 }
 

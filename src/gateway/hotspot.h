@@ -7,7 +7,7 @@ struct hbs_hotspot_names {
     gwdb_xwifi_names group[GWDB_XWIFI_GROUPS];
 };
 
-// Reads the enabled names of all groups; a group that is not available counts as empty.
+// Reads the enabled names of all groups; a group that nothing is written for counts as empty.
 void hbs_hotspot_read(hbs_hotspot_names *names);
 
 // Whether a name (at most 16 bytes) is among them. An empty name never is.

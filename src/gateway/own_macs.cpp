@@ -11,8 +11,9 @@ uint64_t hbs_internal_mac_high;
 void hostbase_set_internal_mac_range() {
     (void)DB_RetrieveAccess();
     uint8_t base[6] = {};
-    if (DB_GetArray(DB_ITEM_BASE_MAC, base) != 0)
-        return;
+    (void)DB_GetArray(DB_ITEM_BASE_MAC, base);
+    if (hbs_mac_is_zero(base))
+        return; // nothing came
     const uint64_t number = hbs_mac_to_number(base);
     hbs_internal_mac_low = number - 2;
     hbs_internal_mac_high = number + 14;

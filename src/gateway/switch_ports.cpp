@@ -55,11 +55,12 @@ uint8_t adapter_of_entry(uint32_t mask, const char *mac_text, uint8_t so_far) {
 } // namespace
 
 uint32_t hbs_ext_switch_port_of(const uint8_t *mac) {
+    if (mac == nullptr)
+        return 0;
     uint16_t hit = 0;
     uint32_t port = 0;
-    if (mac == nullptr || extSwitchSearchMac(mac, &hit, &port) != 0 || hit == 0)
-        return 0;
-    return port;
+    (void)extSwitchSearchMac(mac, &hit, &port);
+    return hit != 0 ? port : 0;
 }
 
 int decide_if_by_ExtSwPort(const uint8_t *mac) {

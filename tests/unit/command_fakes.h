@@ -19,6 +19,7 @@
 #include "gateway/lease_files.h"
 #include "store/clients.h"
 #include "store/dump.h"
+#include "store/publish.h"
 #include "store/rule_index.h"
 #include "trace.h"
 
@@ -126,11 +127,11 @@ hbs_client *hbs_handle_wifi_disassociation(const uint8_t mac[6]) {
     return fake::client_of("wifi disassociation " + fake::mac(mac));
 }
 
-void hbs_refresh_wifi_assoc_info(const uint8_t mac[6]) {
+void hbs_update_wifi_assoc_info(const uint8_t mac[6]) {
     trace::add("wifi info " + fake::mac(mac));
 }
-void hbs_recheck_hotspot() {
-    trace::add("recheck hotspot");
+void hbs_shm_mark_hotspot() {
+    trace::add("mark hotspot");
 }
 
 int hbs_api_trust_by_mac(int kind, bool enable, const uint8_t mac[6], const char *comment) {

@@ -248,7 +248,7 @@ std::vector<Row> rows() {
          Datagram(111).u16(2, 5).raw(4, IPV4),
          {RESPONSE_TO_77, "reply 77"},
          {RESPONSE_TO_77, "reply 77"}},
-        {"XwifiChanged", Datagram(112), {xwifi, "locked recheck hotspot"}, {xwifi}},
+        {"XwifiChanged", Datagram(112), {xwifi, "locked mark hotspot"}, {xwifi}},
     };
 }
 

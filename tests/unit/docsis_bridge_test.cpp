@@ -161,8 +161,37 @@ TEST_F(DocsisBridge, OnlyArrowLinesOfLanInterfacesCount) {
                    "-> l2sd0.2\n"
                    "->dev 02:aa:00:00:00:13 l2sd0");
     expect_deletions({"02:aa:00:00:00:13"});
-    EXPECT_EQ(1u, logged_count(search_line("l2sd0.2"))); // a second word that is no address
-    EXPECT_EQ(1u, logged_containing("extport="));
+    EXPECT_EQ(1u, logged_containing("hit:1"));
+}
+
+TEST_F(DocsisBridge, WordThatIsNoAddressIsLookedUpAndLoggedLikeTheOthers) {
+    learn(HOST, 2);
+    remove_port(2, "-> l2sd0.2\n"
+                   "-> nothing l2sd0.2\n"
+                   "-> 02:aa:00 l2sd0.2\n"
+                   "-> " +
+                       HOST + " l2sd0.2\n");
+    const std::string nowhere = "HOSTBASE: hbs_remove_cpe_by_port: extport=0 hit:0";
+    const std::vector<std::string> expected = {
+        PORT_LINE + "2",
+        search_line("l2sd0.2"),
+        nowhere,
+        search_line("nothing"),
+        nowhere,
+        search_line("02:aa:00"),
+        nowhere,
+        search_line(HOST),
+        "HOSTBASE: hbs_remove_cpe_by_port: extport=2 hit:1",
+        "HOSTBASE: removing " + HOST + " from docsis bridge\n",
+    };
+    EXPECT_EQ(expected, log_lines());
+}
+
+TEST_F(DocsisBridge, ByteOfAnAddressHasTwoDigitsAtMost) {
+    learn("02:aa:00:00:00:00", 1);
+    learn("02:aa:00:00:00:11", 1);
+    remove_port(1, "-> 02:aa:000:00:00:11 l2sd0.2\n"); // ends behind its third byte
+    expect_deletions({"02:aa:00:00:00:00"});
 }
 
 TEST_F(DocsisBridge, LineLongerThanTheBufferIsTakenPieceByPiece) {

@@ -80,16 +80,34 @@ TEST_F(ManagementFilterSet, TakesEachTextThatIsGivenAndNamesIt) {
     for (const char *part :
          {"comment is com", "description is des", "keyword_list is key", "domain_list is dom"})
         EXPECT_TRUE(logged(std::string("HOSTBASE: hbs_api_set_mac_filter : ") + part)) << part;
+}
+
+// They come with every request, so that an empty one empties what is stored. A comment may be left out.
+TEST_F(ManagementFilterSet, EmptyTextsReplaceAndAreNamed_AnEmptyCommentIsNone) {
+    hbs_filter_request request = filter(HBS_LIST_BLACK, LAPTOP, {1, 2, 3, 4, 5, 6});
+    request.comment = "com";
+    request.description = "des";
+    request.keyword_list = "key";
+    request.domain_list = "dom";
+    request.filter_word = 9;
+    EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
 
     clear_log();
     request.comment = request.description = request.keyword_list = request.domain_list = "";
     request.filter_word = 3;
     EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
-    EXPECT_EQ(0u, logged_containing("hbs_api_set_mac_filter :"));
+    std::vector<std::string> named;
+    for (const std::string &line : log_lines())
+        if (line.find("hbs_api_set_mac_filter :") != std::string::npos)
+            named.push_back(line);
+    EXPECT_EQ((std::vector<std::string>{"HOSTBASE: hbs_api_set_mac_filter : description is ",
+                                        "HOSTBASE: hbs_api_set_mac_filter : keyword_list is ",
+                                        "HOSTBASE: hbs_api_set_mac_filter : domain_list is "}),
+              named);
     EXPECT_STREQ("com", seen(LAPTOP)->comment);
-    EXPECT_STREQ("des", seen(LAPTOP)->description);
-    EXPECT_STREQ("key", seen(LAPTOP)->keyword_list);
-    EXPECT_STREQ("dom", seen(LAPTOP)->domain_list);
+    EXPECT_STREQ("", seen(LAPTOP)->description);
+    EXPECT_STREQ("", seen(LAPTOP)->keyword_list);
+    EXPECT_STREQ("", seen(LAPTOP)->domain_list);
     EXPECT_EQ(3, seen(LAPTOP)->mac_filter) << "the word is stored whatever it is";
 }
 

@@ -197,13 +197,17 @@ TEST_F(ManagementTexts, AllFieldsAtTheirLongest_LoadBackWhole) {
     ASSERT_EQ(0, trust(LAPTOP));
     for (const Road &road : roads_)
         ASSERT_EQ(0, road.set(std::string(road.size - 1, '\xff')));
+    const std::string longest(255, '\xff'); // the texts of a list replace each other: all in one request
+    hbs_filter_request request = filter(HBS_LIST_BLACK, LAPTOP, {1, 2, 3, 4, 5, 6});
+    request.keyword_list = request.description = request.domain_list = longest.c_str();
+    ASSERT_EQ(0, hbs_api_set_mac_filter(&request));
     ASSERT_EQ(0, hbs_api_set_comment_host(client_of(LAPTOP), std::string(255, 'c').c_str(),
                                           std::string(63, 'h').c_str()));
     EXPECT_GT(lines_of(LAPTOP).at(0).size(), 2000u);
     reload();
     EXPECT_EQ(std::string(63, 'h'), seen(LAPTOP)->host);
     EXPECT_EQ(std::string(255, 'c'), seen(LAPTOP)->comment);
-    EXPECT_EQ(std::string(255, '\xff'), seen(LAPTOP)->keyword_list);
-    EXPECT_EQ(std::string(255, '\xff'), seen(LAPTOP)->description);
-    EXPECT_EQ(std::string(255, '\xff'), seen(LAPTOP)->domain_list);
+    EXPECT_EQ(longest, seen(LAPTOP)->keyword_list);
+    EXPECT_EQ(longest, seen(LAPTOP)->description);
+    EXPECT_EQ(longest, seen(LAPTOP)->domain_list);
 }

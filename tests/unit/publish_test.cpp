@@ -283,6 +283,28 @@ TEST_F(MarkHotspot, ClearsNothing) {
     EXPECT_EQ(1, slot_at(client->dbpos)->hotspot);
 }
 
+// The mark is the published copy's alone until the interface is set again.
+TEST_F(MarkHotspot, IsGoneWithTheNextCommit) {
+    hbs_client *client = add_client(1);
+    hbs_set_interface(client, 7, "wlan0.4");
+    hbs_publish(client);
+    set("xwifi.0.ifnames", "wlan0.4");
+    hbs_shm_mark_hotspot();
+    ASSERT_EQ(1, slot_at(client->dbpos)->hotspot);
+    hbs_shm_commit(client);
+    EXPECT_EQ(0, slot_at(client->dbpos)->hotspot);
+}
+
+TEST_F(MarkHotspot, MarksClientsWithoutAMacToo) {
+    hbs_client *client = hbs_add(nullptr);
+    hbs_set_interface(client, 7, "wlan0.4");
+    hbs_publish(client);
+    set("xwifi.2.ifnames", "wlan0.4");
+    hbs_shm_mark_hotspot();
+    EXPECT_EQ(1, slot_at(client->dbpos)->hotspot);
+    EXPECT_EQ(0, client->hotspot);
+}
+
 // Without a segment everything is refused, and nothing breaks.
 class Unattached : public GatewayTest {};
 

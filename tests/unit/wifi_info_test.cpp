@@ -1,4 +1,4 @@
-// Link figures of stations, and the interfaces of extra Wi-Fi networks.
+// Link figures of stations.
 #include <cstring>
 #include <ostream>
 
@@ -34,17 +34,9 @@ class WifiInfo : public EventTest {
         clear_log();
     }
 
-    static void refresh(const std::string &mac) {
+    static void update(const std::string &mac) {
         const hbs_list_hold hold;
-        hbs_refresh_wifi_assoc_info(mac_of(mac).data());
-    }
-
-    static void update(const std::string &mac, const Figures &figures) {
-        hbs_wifi_assoc_info info{};
-        memcpy(info.mac, mac_of(mac).data(), sizeof info.mac);
-        std::copy(figures.begin(), figures.end(), info.figure);
-        const hbs_list_hold hold;
-        hbs_update_wifi_assoc_info(&info);
+        hbs_update_wifi_assoc_info(mac_of(mac).data());
     }
 };
 
@@ -98,16 +90,21 @@ TEST_P(WifiInfoError, DriversErrorIsReturned) {
     fail(GetParam().call, GetParam().error);
     EXPECT_EQ(GetParam().error, hbs_read_wifi_assoc_info(client_, 1));
     EXPECT_EQ(NONE, figures_of(*client_));
-    refresh(STATION);
+    update(STATION);
     EXPECT_EQ(NONE, figures_of(*client_));
 }
 
 // 1 is an error like any other.
 INSTANTIATE_TEST_SUITE_P(Calls, WifiInfoError,
-                         testing::Values(ErrorCase{"wlan_getAssocDevicesNum", 1},
-                                         ErrorCase{"wlan_getAssocDevicesNum", -3},
-                                         ErrorCase{"wlan_getAssocDevice", 1},
+                         testing::Values(ErrorCase{"wlan_getAssocDevice", 1},
                                          ErrorCase{"wlan_getAssocDevice", -7}));
+
+TEST_F(WifiInfo, NumberOfStationsThatIsNotGivenCountsAsNone) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    fail("wlan_getAssocDevicesNum", -3);
+    EXPECT_EQ(0, hbs_read_wifi_assoc_info(client_, 1));
+    EXPECT_EQ(NONE, figures_of(*client_));
+}
 
 TEST_F(WifiInfo, StationBehindOneThatCannotBeReadIsNotReached) {
     add("wifi.ssid.1.station", "nonsense");
@@ -132,90 +129,44 @@ TEST_F(WifiInfo, AssociationGoesOnWithoutTheFigures) {
 
 TEST_F(WifiInfo, UpdateIsPublishedWithoutTouchingTheIndices) {
     const hbs_list_hold hold;
+    set("wifi.ssid.1.station", "02:AA:00:00:00:21 1 2 3 4 5");
     hbs_file_remove_if_idx_locked(client_);
-    update(STATION, {1, 2, 3, 4, 5});
+    update(STATION);
     EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*seen(STATION)));
     EXPECT_TRUE(if_keys().empty());
     EXPECT_TRUE(ip_keys().empty());
+    EXPECT_EQ(0u, client_->flags & HBS_CHANGED_MASK);
     hbs_publish(client_);
 }
 
-TEST_F(WifiInfo, UpdateOfAnUnknownStationAndNoUpdateChangeNothing) {
-    update(OTHER, {1, 2, 3, 4, 5});
-    hbs_update_wifi_assoc_info(nullptr);
-    EXPECT_EQ(NONE, figures_of(*seen(STATION)));
-    EXPECT_EQ(1u, working_clients());
-}
-
-TEST_F(WifiInfo, RefreshAsksForTheSsidOfTheClient) {
+TEST_F(WifiInfo, UpdateAsksForTheSsidOfTheClient) {
     set("wifi.ssid.1.station", "02:AA:00:00:00:21 9 9 9 9 9");
     set("wifi.ssid.3.station", "02:AA:00:00:00:21 1 2 3 4 5");
     client_->wifi_index = 2;
-    refresh(STATION);
+    update(STATION);
     EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*seen(STATION)));
 }
 
-TEST_F(WifiInfo, RefreshOfAnUnknownOrAbsentStationChangesNothing) {
+TEST_F(WifiInfo, UpdateOfAnUnknownClientChangesNothing) {
     set("wifi.ssid.1.station", "02:AA:00:00:00:22 1 2 3 4 5");
-    client_->wifi_link_info[0] = 5; // not published: it would be seen if the refresh committed
-    refresh(STATION);
-    refresh(OTHER);
+    client_->wifi_link_info[0] = 5; // not published: it would be seen if the update wrote another client
+    update(OTHER);
     EXPECT_EQ(NONE, figures_of(*seen(STATION)));
     EXPECT_EQ(1u, working_clients());
     client_->wifi_link_info[0] = 0;
 }
 
-// --- extra Wi-Fi networks ---
-
-class WifiHotspot : public WifiInfo {
-  protected:
-    static void name(hbs_client *client, const char *ifname) {
-        const hbs_list_hold hold;
-        hbs_set_interface(client, 1, ifname);
-        hbs_publish(client);
-    }
-
-    static void recheck() {
-        const hbs_list_hold hold;
-        hbs_recheck_hotspot();
-    }
-};
-
-TEST_F(WifiHotspot, ChangeReachesWorkingAndPublishedCopiesBothWays) {
-    hbs_client *other = published_client(OTHER, "192.168.0.78", HBS_FLAG_DYNIP4);
-    set("xwifi.0.ifnames", "wlan0.4");
-    name(client_, "wlan0.4");
-    name(other, "wlan1.4");
-    ASSERT_EQ(1, seen(STATION)->hotspot);
-    ASSERT_EQ(0, seen(OTHER)->hotspot);
-    set("xwifi.0.ifnames", "wlan0.5");
-    set("xwifi.3.ifnames", "wlan1.4");
-    recheck();
-    EXPECT_EQ(0, client_->hotspot);
-    EXPECT_EQ(0, seen(STATION)->hotspot);
-    EXPECT_EQ(1, other->hotspot);
-    EXPECT_EQ(1, seen(OTHER)->hotspot);
-}
-
-TEST_F(WifiHotspot, ClientWithoutAMacIsRecheckedToo) {
-    hbs_client *client = hbs_add(nullptr);
-    hbs_set_ipv6(client, ipv6_of("fd00:2::9").data());
-    name(client, "wlan0.4");
-    set("xwifi.1.ifnames", "wlan0.4");
-    recheck();
-    EXPECT_EQ(1, client->hotspot);
-    unset("xwifi.1.ifnames");
-    recheck();
-    EXPECT_EQ(0, client->hotspot);
-}
-
-TEST_F(WifiHotspot, ClientThatIsNotPublishedStaysSo) {
-    hbs_client *client = hbs_add(mac_of(OTHER).data());
-    hbs_set_interface(client, 1, "wlan0.4");
-    set("xwifi.2.ifnames", "wlan0.4");
-    recheck();
-    EXPECT_EQ(1, client->hotspot);
-    EXPECT_FALSE(seen(OTHER));
+// Whatever else waited to be published comes out with the update.
+TEST_F(WifiInfo, UpdateWritesTheClientAlsoWhenTheDriverDoesNotListIt) {
+    set("wifi.ssid.1.station", "02:AA:00:00:00:22 1 2 3 4 5");
+    client_->wifi_link_info[0] = 5;
+    update(STATION);
+    EXPECT_EQ((Figures{5, 0, 0, 0, 0}), figures_of(*seen(STATION)));
+    fail("wlan_getAssocDevice", -7);
+    client_->wifi_link_info[0] = 6;
+    update(STATION);
+    EXPECT_EQ((Figures{6, 0, 0, 0, 0}), figures_of(*seen(STATION)));
+    EXPECT_EQ(1u, working_clients());
 }
 
 } // namespace

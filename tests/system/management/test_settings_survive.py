@@ -31,7 +31,7 @@ def set_everything(sender):
                 m.trusted(5, m.SERVICE, m.BY_IPV4, address=ADDRESSES[mac]),
                 m.rule_record(7, m.WHITE, mac, rules[0]),
                 m.rule_record(7, m.BLACK, mac, rules[0], filter_word=100 + at, **texts),
-                m.rule_record(7, m.BLACK, mac, rules[1], filter_word=100 + at),
+                m.rule_record(7, m.BLACK, mac, rules[1], filter_word=100 + at, **texts),
                 m.rule_record(12, m.WHITE, mac, (at + 50, 2, 3, 4, 5, 6), rule_word=at + 1)):
             assert sender.ask(datagram) == 0, datagram
 
