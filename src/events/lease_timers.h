@@ -1,9 +1,8 @@
-// What happens when a client's timer expires. Each runs on a timer thread of its own, takes
-// hbs_list_mutex, and finds the client by the number in the value; a client that is gone is harmless.
+// What happens when a client's timer expires; see hbs_timer_action. Callers hold hbs_list_mutex.
 #pragma once
 
-#include <csignal>
+#include <hbs_db.h>
 
-void hbs_on_dhcp_wait_expired(union sigval client_id);
-void hbs_on_lease_expired(union sigval client_id);
-void hbs_on_online_expired(union sigval client_id);
+void hbs_on_dhcp_wait_expired(hbs_client *client);
+void hbs_on_lease_expired(hbs_client *client);
+void hbs_on_online_expired(hbs_client *client);

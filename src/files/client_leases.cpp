@@ -21,14 +21,20 @@
 #include "store/client_text.h"
 #include "store/client_timers.h"
 #include "store/clients.h"
-#include "store/index.h"
 #include "store/publish.h"
+
+// A client without a MAC has no lease, whatever placeholder lines the files hold.
+static bool has_static_lease(const hbs_client *client) {
+    return !hbs_mac_is_zero(client->mac) && hbs_check_lease_get_ipv4_static_lease(client->mac, nullptr) == 0;
+}
 
 // Takes a host name and an address from a dynamic lease. The setters take the entries of an old address
 // out of the indices.
 static int64_t apply_dynamic_lease(hbs_client *client) {
     char host[HBS_HOST_SIZE];
     uint8_t address[4];
+    if (hbs_mac_is_zero(client->mac))
+        return -1;
     const int64_t seconds = hbs_check_lease_get_ipv4_dynamic_lease(client->mac, host, address);
     if (seconds >= 0) {
         hbs_set_host(client, host);
@@ -38,7 +44,7 @@ static int64_t apply_dynamic_lease(hbs_client *client) {
 }
 
 void hbs_check_lease(hbs_client *client) {
-    const bool has_static = hbs_check_lease_get_ipv4_static_lease(client->mac, nullptr) == 0;
+    const bool has_static = has_static_lease(client);
     const int64_t seconds = apply_dynamic_lease(client);
     hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
     if (has_static) {
@@ -55,7 +61,7 @@ void hbs_check_lease(hbs_client *client) {
         HBS_LOG(HBS_INFO, "HOSTBASE: found dynamic lease (%d) for %s", static_cast<int>(seconds),
                 hbs_client_log_text(client).text);
     }
-    hostbase_update_ip_indicies(client);
+    hbs_publish_again(client); // one that no reader sees has no entries
 }
 
 static void apply_static_address(hbs_client *client, const uint8_t address[4]) {

@@ -209,13 +209,6 @@ hbs_client *hbs_find_nomac_by_ipv6(const uint8_t *ipv6) {
     return nullptr;
 }
 
-hbs_client *hbs_find_by_id(uint32_t client_id) {
-    for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
-        if (client->client_id == client_id)
-            return client;
-    return nullptr;
-}
-
 hbs_client *hbs_client_first() {
     return record_of(client_list.first);
 }

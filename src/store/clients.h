@@ -23,7 +23,6 @@ hbs_client *hbs_find_by_mac(const uint8_t *mac);
 hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4);
 hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6); // matches ipv6 or ll; :: (no address) matches none
 hbs_client *hbs_find_nomac_by_ipv6(const uint8_t *ipv6);
-hbs_client *hbs_find_by_id(uint32_t client_id); // client list only
 
 // Walks the client list and the nomac list in order (null at the end). Take the next client after the
 // current one was published, not before: publishing may delete another client.
@@ -53,9 +52,11 @@ void hbs_clear_flags(hbs_client *client, uint32_t t, uint32_t s);
 bool hbs_client_has_ipv6(const hbs_client *client);
 bool hbs_client_has_ll(const hbs_client *client);
 
-// POSIX timer handle of a working copy by kind (1-3), beside the record; see client_timers.
+// POSIX timer of a working copy by kind (1-3), beside the record; see client_timers.
 struct hbs_timer_slot {
     timer_t handle;
     bool exists;
+    int arming;       // number of its arming while it exists, which its expiry carries; 0 = none
+    int64_t deadline; // CLOCK_MONOTONIC seconds; 0 = none
 };
 hbs_timer_slot *hbs_client_timer_slot(hbs_client *client, int kind);

@@ -40,14 +40,18 @@ static void update_dhcp_option_index(const hbs_client *client) {
     }
 }
 
-void hostbase_update_ip_indicies(const hbs_client *client) {
-    const hbs_shm_hold hold;
+void hbs_index_update(const hbs_client *client) {
     if (hbs_reference_of(client) == HBS_DBPOS_NONE)
         return;
     update_ip_index(client);
     update_dhcp_option_index(client);
     hbs_file_update_if_idx(client);
     hbs_file_update_pri_idx(client);
+}
+
+void hostbase_update_ip_indicies(const hbs_client *client) {
+    const hbs_shm_hold hold;
+    hbs_index_update(client);
 }
 
 void hbs_file_remove_if_idx(const hbs_client *client) {

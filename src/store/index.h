@@ -9,6 +9,7 @@
 
 // Makes all index entries of one client that it has not; does nothing for one that is not published. Locks.
 void hostbase_update_ip_indicies(const hbs_client *client);
+void hbs_index_update(const hbs_client *client); // the same inside a caller that holds the semaphore
 
 // Removes the IP, DHCP-option and interface entries of a client, and its primary entry.
 void hbs_file_remove_if_idx(const hbs_client *client);

@@ -37,6 +37,11 @@ bool publish_copy(hbs_client *client) {
     return true;
 }
 
+void say_no_slot(hbs_client *client) {
+    client->dbpos = HBS_DBPOS_NONE; // a stale one must not make index entries for another client's slot
+    HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to alloc new client from shared memory");
+}
+
 } // namespace
 
 void hbs_shm_commit(hbs_client *client) {
@@ -47,17 +52,31 @@ void hbs_shm_commit(hbs_client *client) {
         const hbs_shm_hold hold;
         published = publish_copy(client);
     }
-    if (published)
-        return;
-    client->dbpos = HBS_DBPOS_NONE; // a stale one must not make index entries for another client's slot
-    HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to alloc new client from shared memory");
+    if (!published)
+        say_no_slot(client);
 }
 
 void hbs_publish(hbs_client *client) {
     if (client == nullptr)
         return;
-    hbs_shm_commit(client);
-    hostbase_update_ip_indicies(client);
+    bool published = false;
+    {
+        const hbs_shm_hold hold;
+        published = publish_copy(client);
+        if (published)
+            hbs_index_update(client);
+    }
+    if (!published)
+        say_no_slot(client);
+}
+
+void hbs_publish_again(hbs_client *client) {
+    const hbs_shm_hold hold;
+    hbs_client *slot = hbs_slot_of(client);
+    if (slot == nullptr)
+        return;
+    copy_record(slot, client);
+    hbs_index_update(client);
 }
 
 void hbs_shm_remove(hbs_client *client) {

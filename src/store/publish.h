@@ -1,6 +1,5 @@
-// From working copy to published copy and back: commit, removal from the segment, flush. A changed client is
-// published by two calls: hbs_shm_commit, then hostbase_update_ip_indicies (hbs_publish makes both). Callers
-// hold hbs_list_mutex and do not hold the semaphore.
+// From working copy to published copy and back: commit, removal from the segment, flush. Callers hold
+// hbs_list_mutex and do not hold the semaphore.
 #pragma once
 
 #include <hbs_db.h>
@@ -12,8 +11,12 @@
 // process-local note of slot owners says so, so a stale dbpos never overwrites another client.
 void hbs_shm_commit(hbs_client *client);
 
-// hbs_shm_commit, then hostbase_update_ip_indicies.
+// hbs_shm_commit, then hostbase_update_ip_indicies, in one hold: no reader sees the client without its
+// entries. The one way to publish a client that was changed.
 void hbs_publish(hbs_client *client);
+
+// The same for a client that is published; another one stays unpublished. Locks.
+void hbs_publish_again(hbs_client *client);
 
 // Takes a client out of the segment; the working copy keeps its (now stale) dbpos. Locks.
 void hbs_shm_remove(hbs_client *client);

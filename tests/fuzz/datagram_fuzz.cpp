@@ -1,6 +1,5 @@
 // One datagram of the command socket, through the real handlers.
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 
@@ -14,7 +13,7 @@
 #include "store/clients.h"
 #include "store/shm.h"
 
-static void ignore(union sigval) {}
+static void ignore(hbs_client *) {}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_in_box();

@@ -1,6 +1,4 @@
 // A neighbour message of the kernel, through the real handlers.
-#include <csignal>
-
 #include "base/state.h"
 #include "daemon/neighbour_message.h"
 #include "events/management.h"
@@ -9,7 +7,7 @@
 #include "store/clients.h"
 #include "store/shm.h"
 
-static void ignore(union sigval) {}
+static void ignore(hbs_client *) {}
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_in_box();

@@ -36,8 +36,8 @@ constexpr uint32_t STATE =
     ~HBS_CHANGED_MASK & ~(HBS_FLAG_TIMER_LEASE | HBS_FLAG_TIMER_ONLINE | HBS_FLAG_TIMER_DHCPWAIT);
 
 std::atomic<uint32_t> expired_id{0};
-void note_expiry(union sigval value) {
-    expired_id = static_cast<uint32_t>(value.sival_int);
+void note_expiry(hbs_client *client) {
+    expired_id = client->client_id;
 }
 
 class ClientLeases : public GatewayTest {

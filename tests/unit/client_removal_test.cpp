@@ -88,7 +88,7 @@ TEST_F(RemoveClient, LoadsTheRulesAgain) {
 }
 
 TEST_F(RemoveClient, DeletesItsTimers) {
-    hbs_lease_timers_register([](sigval) {}, [](sigval) {}, [](sigval) {});
+    hbs_lease_timers_register([](hbs_client *) {}, [](hbs_client *) {}, [](hbs_client *) {});
     hbs_client *client = add_client(1);
     hbs_lease_timer_start(client, HBS_TIMER_LEASE, 3600);
     const hbs_timer_slot *slot = hbs_client_timer_slot(client, HBS_TIMER_LEASE);

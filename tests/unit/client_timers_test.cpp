@@ -8,6 +8,7 @@
 #include <iterator>
 #include <sys/resource.h>
 
+#include "base/clock.h"
 #include "store/client_timers.h"
 #include "support/working_clients.h"
 
@@ -27,12 +28,12 @@ constexpr KindCase KINDS[] = {
     {HBS_TIMER_ONLINE, 0x40000000U, &hbs_client::online_timer},
 };
 
-// Per kind, the client_id that the last expiry carried and how often it ran.
-std::array<std::atomic<uint32_t>, 4> expired_id;
+// Per kind, the client of the last expiry and how often it ran.
+std::array<std::atomic<hbs_client *>, 4> expired_client;
 std::array<std::atomic<int>, 4> expired_count;
 
-template <int Kind> void on_expired(union sigval value) {
-    expired_id[Kind] = static_cast<uint32_t>(value.sival_int);
+template <int Kind> void on_expired(hbs_client *client) {
+    expired_client[Kind] = client;
     ++expired_count[Kind];
 }
 
@@ -109,12 +110,83 @@ TEST_P(EachTimer, Start_IsOneShotAfterTheSeconds) {
     EXPECT_LE(now.it_value.tv_sec, 3600);
 }
 
-TEST_P(EachTimer, Expiry_RunsTheActionOfTheKindWithTheClientId) {
-    client_->client_id = 0xFFFFFFF0;
-    hbs_lease_timer_start(client_, kind(), 1);
+TEST_P(EachTimer, Expiry_RunsTheActionOfTheKindWithTheClient_WhoIsRidOfTheTimer) {
+    {
+        const hbs_list_hold hold;
+        hbs_lease_timer_start(client_, kind(), 1);
+    }
     ASSERT_TRUE(wait_until([&] { return expired_count[static_cast<size_t>(kind())] == 1; }, 20000));
-    EXPECT_EQ(0xFFFFFFF0U, expired_id[static_cast<size_t>(kind())]);
-    EXPECT_TRUE(exists(kind())) << "the action deletes the timer, not the expiry";
+    const hbs_list_hold hold;
+    EXPECT_EQ(client_, expired_client[static_cast<size_t>(kind())]);
+    EXPECT_FALSE(exists(kind()));
+    EXPECT_EQ(0U, word());
+    EXPECT_EQ(0, hbs_lease_timer_deadline(client_, kind()));
+    EXPECT_NE(0U, client_->flags & GetParam().armed) << "left to the action";
+}
+
+// A reclaim lets the number of a client that is still there repeat.
+TEST_P(EachTimer, OfTwoBearersOfANumber_ItExpiresForTheOneWhoseOwnItWas) {
+    hbs_client *second = add_client(2);
+    second->client_id = client_->client_id;
+    const size_t of = static_cast<size_t>(kind());
+    {
+        const hbs_list_hold hold;
+        hbs_lease_timer_start(client_, kind(), 3600);
+        hbs_lease_timer_start(second, kind(), 1);
+    }
+    ASSERT_TRUE(wait_until([&] { return expired_count[of] == 1; }, 20000)) << "the expiry is lost";
+    EXPECT_EQ(second, expired_client[of]);
+    const hbs_list_hold hold;
+    EXPECT_TRUE(exists(kind()));
+    EXPECT_FALSE(hbs_client_timer_slot(second, kind())->exists);
+}
+
+TEST_P(EachTimer, OfTwoBearersOfANumber_TheOneWithoutATimerDoesNotHideTheOther) {
+    hbs_client *second = add_client(2);
+    second->client_id = client_->client_id;
+    {
+        const hbs_list_hold hold;
+        hbs_lease_timer_start(second, kind(), 1);
+    }
+    const size_t of = static_cast<size_t>(kind());
+    ASSERT_TRUE(wait_until([&] { return expired_count[of] == 1; }, 20000)) << "the expiry is lost";
+    EXPECT_EQ(second, expired_client[of]);
+}
+
+TEST_P(EachTimer, OfAClientWithoutAMac_ExpiresToo) {
+    hbs_client *nomac = hbs_add(nullptr);
+    {
+        const hbs_list_hold hold;
+        hbs_lease_timer_start(nomac, kind(), 1);
+    }
+    const size_t of = static_cast<size_t>(kind());
+    ASSERT_TRUE(wait_until([&] { return expired_count[of] == 1; }, 20000)) << "the expiry is lost";
+    EXPECT_EQ(nomac, expired_client[of]);
+}
+
+TEST_P(EachTimer, ExpireNow_RunsTheActionAndDiscardsTheTimer) {
+    hbs_lease_timer_start(client_, kind(), 3600);
+    hbs_lease_timer_expire(client_, kind());
+    EXPECT_EQ(1, expired_count[static_cast<size_t>(kind())]);
+    EXPECT_EQ(client_, expired_client[static_cast<size_t>(kind())]);
+    EXPECT_FALSE(exists(kind()));
+    EXPECT_NE(0U, client_->flags & GetParam().armed) << "left to the action";
+}
+
+TEST_P(EachTimer, Deadline_IsThereFromStartToStop) {
+    EXPECT_EQ(0, hbs_lease_timer_deadline(client_, kind()));
+    const int64_t now = hbs_monotonic_seconds();
+    hbs_lease_timer_start(client_, kind(), 3600);
+    EXPECT_GE(hbs_lease_timer_deadline(client_, kind()), now + 3600);
+    EXPECT_LE(hbs_lease_timer_deadline(client_, kind()), now + 3602);
+    hbs_lease_timer_stop(client_, kind());
+    EXPECT_EQ(0, hbs_lease_timer_deadline(client_, kind()));
+    hbs_lease_timer_start(client_, kind(), 0xFFFFFFFF);
+    EXPECT_GE(hbs_lease_timer_deadline(client_, kind()), now + int64_t{0xFFFFFFFF});
+    hbs_lease_timers_clear(client_);
+    EXPECT_EQ(0, hbs_lease_timer_deadline(client_, kind()));
+    hbs_lease_timer_start(client_, kind(), 0);
+    EXPECT_EQ(0, hbs_lease_timer_deadline(client_, kind())) << "0 seconds never expire";
 }
 
 // A lease that is renewed in the second in which it ends must not cost the client its record.
@@ -171,17 +243,6 @@ TEST_P(EachTimer, Stop_ClearsTheArmedBitAlsoWithoutATimer) {
     EXPECT_EQ(HBS_FLAG_ONLINE | HBS_CHANGED, client_->flags);
 }
 
-TEST_P(EachTimer, Discard_LeavesTheArmedBit) {
-    hbs_lease_timer_start(client_, kind(), 3600);
-    const uint32_t flags = client_->flags;
-    hbs_lease_timer_discard(client_, kind());
-    EXPECT_FALSE(exists(kind()));
-    EXPECT_EQ(0U, word());
-    EXPECT_EQ(flags, client_->flags);
-    hbs_lease_timer_discard(client_, kind());
-    EXPECT_EQ(flags, client_->flags);
-}
-
 TEST_P(EachTimer, Clear_WipesTheTrustOfAWaitingClientOnly) {
     client_->trust = HBS_TRUST_WHITE | HBS_TRUST_USER;
     hbs_lease_timer_start(client_, kind(), 3600);
@@ -218,6 +279,8 @@ TEST_P(EachTimer, WhenNoTimerCanBeCreated_SaysSoAndHasNone) {
     hbs_lease_timer_start(client_, kind(), 10);
     ASSERT_EQ(0, setrlimit(RLIMIT_SIGPENDING, &limit));
     EXPECT_EQ(std::vector<std::string>{"Couldn't create timer"}, log_lines());
+    EXPECT_GE(hbs_lease_timer_deadline(client_, kind()), int64_t{hbs_monotonic_seconds()} + 8)
+        << "what it was to end is still known";
     EXPECT_FALSE(exists(kind())) << "the one that ran before is gone all the same";
     EXPECT_EQ(0U, word());
     EXPECT_NE(0U, client_->flags & GetParam().armed);
@@ -228,6 +291,7 @@ TEST_P(EachTimer, WhenTheTimerCannotBeSet_SaysSoAndHasNone) {
     refuse_to_arm = true;
     hbs_lease_timer_start(client_, kind(), UNARMABLE_SECONDS);
     EXPECT_EQ(std::vector<std::string>{"Couldn't set timer"}, log_lines());
+    EXPECT_NE(0, hbs_lease_timer_deadline(client_, kind())) << "what it was to end is still known";
     EXPECT_FALSE(exists(kind()));
     EXPECT_EQ(0U, word());
     EXPECT_NE(0U, client_->flags & GetParam().armed) << "the armed bit stays set";
@@ -239,7 +303,7 @@ TEST_F(Timers, UnknownKindsDoNothing) {
     for (int kind : {0, 4, -1}) {
         hbs_lease_timer_start(client_, kind, 1);
         hbs_lease_timer_stop(client_, kind);
-        hbs_lease_timer_discard(client_, kind);
+        hbs_lease_timer_expire(client_, kind);
     }
     EXPECT_EQ(0, memcmp(&before, client_, sizeof before));
     EXPECT_TRUE(log_lines().empty());
@@ -251,7 +315,7 @@ TEST_F(Timers, NullOrForeignClientDoesNothing) {
     for (hbs_client *client : {static_cast<hbs_client *>(nullptr), &stranger}) {
         hbs_lease_timer_start(client, HBS_TIMER_LEASE, 1);
         hbs_lease_timer_stop(client, HBS_TIMER_LEASE);
-        hbs_lease_timer_discard(client, HBS_TIMER_LEASE);
+        hbs_lease_timer_expire(client, HBS_TIMER_LEASE);
         hbs_lease_timers_clear(client);
     }
     EXPECT_EQ(0U, stranger.flags);

@@ -312,14 +312,6 @@ TEST_F(Lookup, NomacByIpv6_LooksAtTheNomacListOnly) {
     EXPECT_EQ(nomac, hbs_find_nomac_by_ipv6(ll_number(2).data()));
 }
 
-TEST_F(Lookup, ById_LooksAtTheClientListOnly) {
-    hbs_client *client = add_client(1);
-    hbs_client *nomac = hbs_add(nullptr);
-    EXPECT_EQ(client, hbs_find_by_id(client->client_id));
-    EXPECT_EQ(nullptr, hbs_find_by_id(nomac->client_id));
-    EXPECT_EQ(nullptr, hbs_find_by_id(0));
-}
-
 struct FlagCase {
     const char *name;
     uint32_t old_trust, old_flags;

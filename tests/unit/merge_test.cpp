@@ -229,7 +229,7 @@ TEST_F(Merge, PublishesTheSurvivorAlsoWhenNeitherWasPublished) {
 }
 
 TEST_F(Merge, DeletesTheTimersOfTheOther) {
-    hbs_lease_timers_register([](sigval) {}, [](sigval) {}, [](sigval) {});
+    hbs_lease_timers_register([](hbs_client *) {}, [](hbs_client *) {}, [](hbs_client *) {});
     nomac_->trust = HBS_TRUST_WHITE;
     hbs_lease_timer_start(nomac_, HBS_TIMER_DHCP_WAIT, 3600);
     hbs_lease_timer_start(existing_, HBS_TIMER_ONLINE, 3600);

@@ -126,9 +126,7 @@ TEST_F(NeighbourStates, OnlineTimerThatExpires_TakesTheClientOffLine) {
     hbs_client *client =
         published_client(MAC_A, "192.168.0.20", HBS_FLAG_REACH | HBS_FLAG_ONLINE | HBS_FLAG_DYNIP4);
     (void)ipv4(hbs_handle_neigh_stale, MAC_A, "192.168.0.20");
-    union sigval value {};
-    value.sival_int = static_cast<int>(client->client_id);
-    hbs_on_online_expired(value);
+    hbs_lease_timer_expire(client, HBS_TIMER_ONLINE);
     EXPECT_EQ(HBS_FLAG_REACH | HBS_FLAG_DYNIP4,
               published(MAC_A).flags & ~HBS_CHANGED_MASK & ~HBS_FLAG_TIMER_ONLINE);
 }

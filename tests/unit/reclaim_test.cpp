@@ -183,7 +183,7 @@ TEST_F(Reclaim, StaleDbposOfTheSameSlot_DoesNotMakeAVictim) {
 }
 
 TEST_F(Reclaim, ClearsTheTimersOfTheVictim) {
-    hbs_lease_timers_register([](sigval) {}, [](sigval) {}, [](sigval) {});
+    hbs_lease_timers_register([](hbs_client *) {}, [](hbs_client *) {}, [](hbs_client *) {});
     const auto clients = fill();
     hbs_lease_timer_start(clients[10], HBS_TIMER_LEASE, 3600);
     go_offline(clients[10], 1);
