@@ -4,6 +4,18 @@ find_package(Threads REQUIRED)
 # The vendor macros of old C libraries and big files: one ABI of time and files everywhere.
 add_compile_definitions(_GNU_SOURCE _FILE_OFFSET_BITS=64)
 
+# Old C libraries wait for a semaphore by the wall clock only.
+include(CheckSymbolExists)
+set(CMAKE_REQUIRED_DEFINITIONS -D_GNU_SOURCE)
+set(CMAKE_REQUIRED_LIBRARIES Threads::Threads)
+check_symbol_exists(sem_clockwait semaphore.h HBS_HAVE_SEM_CLOCKWAIT)
+unset(CMAKE_REQUIRED_DEFINITIONS)
+unset(CMAKE_REQUIRED_LIBRARIES)
+add_library(hbs_sem_deadline INTERFACE)
+if(HBS_HAVE_SEM_CLOCKWAIT)
+    target_compile_definitions(hbs_sem_deadline INTERFACE HBS_SEM_CLOCKWAIT)
+endif()
+
 add_library(hbs_warnings INTERFACE)
 target_compile_options(hbs_warnings INTERFACE
     -Wall -Wextra -Werror -Wshadow -Wcast-align -Wformat=2 -Wundef -Wvla -Wwrite-strings

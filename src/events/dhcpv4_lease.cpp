@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 
 #include <db.h>
-#include <hostbase_query.h>
 #include <wlan.h>
 
 #include "base/log.h"
@@ -22,6 +21,7 @@
 #include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/publish.h"
+#include "store/published.h"
 
 // What a release clears. STIP4 stays: the static lease is still there.
 constexpr uint32_t FLAGS_OF_A_LEASE =
@@ -47,12 +47,17 @@ static place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t 
     return result;
 }
 
+// The SSID number, from 1, that readers see; 0 = they do not see the client yet.
+static uint32_t published_ssid(const hbs_client *client) {
+    const hbs_client *published = hbs_published_by_mac(client->mac);
+    return published == nullptr ? 0 : published->wifi_index + 1u;
+}
+
 static bool is_on_open_ssid(const hbs_client *client) {
     char modes[WLAN_TEXT_SIZE] = "";
-    uint32_t ssid = 0;
     (void)wlan_rpcConnectClient();
-    return hostbase_get_SSID(client->mac, &ssid) == HOSTBASE_OK &&
-           wlan_getWpaAuthenticationModes(ssid, modes) == 0 && std::strcmp(modes, "None") == 0;
+    const uint32_t ssid = published_ssid(client);
+    return ssid != 0 && wlan_getWpaAuthenticationModes(ssid, modes) == 0 && std::strcmp(modes, "None") == 0;
 }
 
 static void count_join(hbs_client *client) {
@@ -100,10 +105,9 @@ static void mark_online(hbs_client *client) {
 static void take_registered_ssid(hbs_client *client) {
     if (DB_GetByte(DB_ITEM_WIFI_RPC_MODE) != WIFI_RPC_REGISTERED)
         return;
-    uint32_t ssid = 0;
     (void)wlan_registerQuarnRpc("192.168.254.254");
     // The SSID number itself, not the number - 1 that associations store: kept.
-    if (hostbase_get_SSID(client->mac, &ssid) == HOSTBASE_OK)
+    if (const uint32_t ssid = published_ssid(client); ssid != 0)
         hbs_set_wifi_index(client, static_cast<uint8_t>(ssid));
 }
 

@@ -4,12 +4,12 @@
 #include <cstring>
 
 #include <hbs_msg.h>
-#include <hostbase_query.h>
 
 #include "base/state.h"
 #include "base/text.h"
 #include "events/tr69_payload.h"
 #include "store/clients.h"
+#include "store/published.h"
 
 namespace {
 // What an event about a client record carries beside MAC, OUI, serial number and product class.
@@ -65,6 +65,19 @@ static void put_ll(hbs_tr69_body *body, const uint8_t ll[16]) {
     hbs_copy_text(body->ll, sizeof(body->ll), hbs_ipv6_to_text(ll).text);
 }
 
+// What readers see; a client that is not published yet leaves these fields zero.
+static void put_published(hbs_tr69_body *body, const uint8_t mac[6]) {
+    const hbs_list_hold hold;
+    const hbs_client *published = hbs_published_by_mac(mac);
+    if (published == nullptr)
+        return;
+    body->adapter = published->adapter_type;
+    hbs_copy_text(body->host, sizeof(body->host), published->host);
+    hbs_copy_text(body->oui, sizeof(body->oui), published->oui);
+    hbs_copy_text(body->serial_number, sizeof(body->serial_number), published->serial_number);
+    hbs_copy_text(body->product_class, sizeof(body->product_class), published->product_class);
+}
+
 int hbs_send_tr69_client_event(int code, const hbs_client *client) {
     if (client == nullptr)
         return -1;
@@ -79,14 +92,7 @@ int hbs_send_tr69_client_event(int code, const hbs_client *client) {
         put_ll(&body, client->ll);
     body.described = client->status_time[0] != 0;
 
-    // A client that is not published yet leaves these fields zero.
-    uint32_t adapter = 0;
-    (void)hostbase_get_adapter_type(client->mac, &adapter);
-    body.adapter = adapter;
-    (void)hostbase_get_host(client->mac, body.host);
-    (void)hostbase_get_manuf_oui(client->mac, body.oui);
-    (void)hostbase_get_ser_num(client->mac, body.serial_number);
-    (void)hostbase_get_prod_class(client->mac, body.product_class);
+    put_published(&body, client->mac);
     send_event(code, &body);
     return 0;
 }

@@ -18,7 +18,7 @@ enum hbs_tr69_code : int {
     HBS_TR69_NEIGHBOUR_GONE = 108
 };
 
-// Codes 106-108 from the published copy, read back through the query library. 0, or -1 for no client.
+// Codes 106-108, with what readers see of the client. 0, or -1 for no client.
 int hbs_send_tr69_client_event(int code, const hbs_client *client);
 
 // record: for codes 1 and 2 the received datagram (HBS_MSG_MAX bytes), else a client record.

@@ -1,6 +1,5 @@
 #include "query/look.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <ctime>
@@ -10,6 +9,7 @@
 #include <hostbase_query.h>
 
 #include "base/scope.h"
+#include "base/sem_deadline.h"
 #include "query/attachment.h"
 
 static constexpr int max_looks = 32;     // with a pause after every second one: about 65 ms
@@ -22,25 +22,6 @@ struct seen {
     bool calm;  // nobody else was inside the semaphore when it ended
     int spare;  // further holders that it would have admitted
 };
-
-static timespec deadline_from_now() {
-    timespec deadline = {};
-    (void)clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_sec += HOSTBASE_WAIT_MS / 1000;
-    deadline.tv_nsec += HOSTBASE_WAIT_MS % 1000 * 1000000L;
-    if (deadline.tv_nsec >= 1000000000L) {
-        deadline.tv_nsec -= 1000000000L;
-        deadline.tv_sec++;
-    }
-    return deadline;
-}
-
-static bool wait_until(sem_t *semaphore, const timespec *deadline) {
-    while (sem_timedwait(semaphore, deadline) != 0)
-        if (errno != EINTR)
-            return false;
-    return true;
-}
 
 // Everything but the faults of this thread's own making, which cannot wait.
 static void hold_signals_back(sigset_t *before) {
@@ -57,7 +38,7 @@ static bool look_once(const hbs_query_attachment *attachment, const timespec *de
     sigset_t before;
     hold_signals_back(&before);
     hbs_at_exit restore([&] { (void)pthread_sigmask(SIG_SETMASK, &before, nullptr); });
-    if (!wait_until(attachment->semaphore, deadline))
+    if (!hbs_sem_wait_until(attachment->semaphore, deadline))
         return false;
     result->whole = look->copy(attachment->base, look->what, into);
     (void)sem_getvalue(attachment->semaphore, &result->spare);
@@ -89,7 +70,7 @@ static bool is_sound(const hbs_query_look *look, const void *copy) {
 }
 
 static int agree_on(hbs_query_attachment *attachment, const hbs_query_look *look, const void **agreed) {
-    const timespec deadline = deadline_from_now();
+    const timespec deadline = hbs_monotonic_in(HOSTBASE_WAIT_MS);
     seen previous = {};
     int most_spare = 0;
     int outlasted = 0; // pauses since the copies last differed

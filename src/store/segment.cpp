@@ -1,20 +1,30 @@
-// The attached segment and its semaphore.
+// The attached segment, the daemon's image of it, and its semaphore.
 #include "store/segment.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <cstring>
 #include <ctime>
 #include <fcntl.h>
 #include <semaphore.h>
 #include <sys/stat.h>
 
 #include "base/log.h"
+#include "base/sem_deadline.h"
 
-static hbs_db *segment;
+static hbs_db image;
+static uint8_t *shared;
 static uint32_t segment_size;
 static sem_t *semaphore = SEM_FAILED;
+static int admitted = 1; // holders at a time, as the last start left the semaphore
 
 hbs_db *hbs_segment() {
-    return segment;
+    return shared == nullptr ? nullptr : &image;
+}
+
+hbs_db *hbs_segment_shared() {
+    return reinterpret_cast<hbs_db *>(shared);
 }
 
 uint32_t hbs_segment_size() {
@@ -22,8 +32,19 @@ uint32_t hbs_segment_size() {
 }
 
 void hbs_segment_attach(void *base, uint32_t size) {
-    segment = static_cast<hbs_db *>(base);
+    shared = static_cast<uint8_t *>(base);
     segment_size = size;
+}
+
+// All that differs, whoever made it differ; the reserved word in front is not the daemon's.
+static void publish_image() {
+    constexpr uint32_t piece = 256; // bytes
+    const uint8_t *own = reinterpret_cast<const uint8_t *>(&image);
+    for (uint32_t at = offsetof(hbs_db, clients); at < segment_size; at += piece) {
+        const size_t size = std::min(piece, segment_size - at);
+        if (memcmp(shared + at, own + at, size) != 0)
+            memcpy(shared + at, own + at, size);
+    }
 }
 
 void hbs_sem_init() {
@@ -35,43 +56,40 @@ void hbs_sem_init() {
         HBS_LOG(HBS_ERROR, "HBS semaphore open error");
 }
 
-static int64_t monotonic_ms() {
-    timespec now{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+void hbs_sem_admit() {
+    publish_image();
+    int free = 0;
+    if (semaphore == SEM_FAILED || sem_getvalue(semaphore, &free) != 0)
+        return;
+    admitted = free + 1;
+    (void)sem_post(semaphore);
 }
 
-// Waits 100 ms at most. Returns whether waiting is over: the semaphore was got, or it is unusable.
-static bool wait_slice() {
-    constexpr long slice_ns = 100L * 1000 * 1000;
-    constexpr long second_ns = 1000L * 1000 * 1000;
-    timespec until{};
-    (void)clock_gettime(CLOCK_REALTIME, &until);
-    until.tv_nsec += slice_ns;
-    if (until.tv_nsec >= second_ns) {
-        until.tv_nsec -= second_ns;
-        until.tv_sec++;
-    }
-    return sem_timedwait(semaphore, &until) == 0 || (errno != ETIMEDOUT && errno != EINTR);
-}
-
-// The semaphore's own deadline is in wall-clock time, which the gateway sets while the daemon runs; short
-// slices against the monotonic clock keep a step of the wall clock from looking like a lost holder.
 void hbs_sem_wait() {
     if (semaphore == SEM_FAILED)
         return;
-    int64_t deadline = monotonic_ms() + HBS_SEM_PATIENCE_MS;
-    while (!wait_slice()) {
-        if (monotonic_ms() < deadline)
-            continue;
-        // The post that ends this hold makes up for the one that the lost holder never made.
-        HBS_LOG(HBS_ERROR, "HOSTBASE: database semaphore not released within %d ms, taken over",
-                HBS_SEM_PATIENCE_MS);
+    const timespec deadline = hbs_monotonic_in(HBS_SEM_PATIENCE_MS);
+    if (hbs_sem_wait_until(semaphore, &deadline) || errno != ETIMEDOUT)
         return;
-    }
+    // The post that ends this hold makes up for the one that the lost holder never made.
+    HBS_LOG(HBS_ERROR, "HOSTBASE: database semaphore not released within %d ms, taken over",
+            HBS_SEM_PATIENCE_MS);
+}
+
+// A holder that was slow but alive posts after it was taken over from, and one too many is free from then on.
+// Only what is free is taken away, so whoever is inside keeps its place.
+static void take_excess_away() {
+    constexpr int most = 1000; // each time, whatever other processes post
+    int free = 0;
+    (void)sem_getvalue(semaphore, &free);
+    const int excess = std::min(free - (admitted - 1), most);
+    for (int i = 0; i < excess && sem_trywait(semaphore) == 0; i++) {}
 }
 
 void hbs_sem_post() {
-    if (semaphore != SEM_FAILED)
-        (void)sem_post(semaphore);
+    publish_image();
+    if (semaphore == SEM_FAILED)
+        return;
+    take_excess_away();
+    (void)sem_post(semaphore);
 }

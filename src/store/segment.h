@@ -7,8 +7,13 @@
 
 #include <hbs_db.h>
 
-// The attached segment, or null. Only its first hbs_segment_size() bytes are there.
+// The daemon's own image of the segment, or null without one. All work is done on the image; the post that
+// ends a hold makes the segment like it, and with that undoes whatever another process wrote there. Nothing
+// is ever read back from the segment.
 hbs_db *hbs_segment();
+
+// What the readers see. Only its first hbs_segment_size() bytes are there.
+hbs_db *hbs_segment_shared();
 uint32_t hbs_segment_size();
 
 // Notes where the segment is attached and how many of its bytes may be used. Called once, at start-up.
@@ -18,8 +23,14 @@ void hbs_segment_attach(void *base, uint32_t size);
 // Called at start-up, while the process has one thread.
 void hbs_sem_init();
 
-// Waits on and posts the database semaphore. An unusable semaphore makes both do nothing. A holder that
-// does not let go within HBS_SEM_PATIENCE_MS (a reader that was killed) is taken over from, which is logged.
+// Publishes the image and posts the semaphore once more than before, which is what opens it to readers. As
+// many holders as there are then may be inside at a time, until the next start.
+void hbs_sem_admit();
+
+// Waits on and posts the database semaphore; the post publishes the image first. An unusable semaphore makes
+// nobody wait. A holder that does not let go within HBS_SEM_PATIENCE_MS of monotonic time (a reader that was
+// killed) is taken over from, which is logged. A post never leaves more free than hbs_sem_admit() did: that
+// is how the count comes down again when such a holder posts after all.
 constexpr int HBS_SEM_PATIENCE_MS = 3000;
 void hbs_sem_wait();
 void hbs_sem_post();

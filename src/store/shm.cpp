@@ -93,12 +93,12 @@ void hbs_shm_init() {
     hbs_sem_init();
     if (hbs_segment() == nullptr)
         open_segment();
-    if (const hbs_db *db = hbs_segment(); db != nullptr) {
+    if (const hbs_db *db = hbs_segment_shared(); db != nullptr) {
         hbs_pools_carve();
         HBS_LOG(HBS_INFO, "HOSTBASE: shared memory [%p, %p)", static_cast<const void *>(db),
                 static_cast<const void *>(reinterpret_cast<const uint8_t *>(db) + hbs_segment_size()));
         hbs_index_clear();
         hbs_rule_index_clear();
     }
-    hbs_sem_post();
+    hbs_sem_admit();
 }

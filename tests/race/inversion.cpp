@@ -10,9 +10,9 @@ sem_t semaphore;
 
 void wait_for_semaphore() {
     timespec until{};
-    (void)clock_gettime(CLOCK_REALTIME, &until);
+    (void)clock_gettime(CLOCK_MONOTONIC, &until);
     until.tv_sec += 10;
-    (void)sem_timedwait(&semaphore, &until);
+    (void)sem_clockwait(&semaphore, CLOCK_MONOTONIC, &until);
 }
 
 void *semaphore_inside(void *) {

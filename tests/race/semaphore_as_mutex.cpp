@@ -19,11 +19,11 @@ constexpr unsigned FLAGS = __tsan_mutex_not_static;
 
 extern "C" {
 
-int sem_timedwait(sem_t *semaphore, const timespec *until) {
-    using call = int (*)(sem_t *, const timespec *);
-    static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "sem_timedwait"));
+int sem_clockwait(sem_t *semaphore, clockid_t clock, const timespec *until) {
+    using call = int (*)(sem_t *, clockid_t, const timespec *);
+    static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "sem_clockwait"));
     __tsan_mutex_pre_lock(semaphore, FLAGS);
-    const int result = next(semaphore, until);
+    const int result = next(semaphore, clock, until);
     __tsan_mutex_post_lock(semaphore, result == 0 ? FLAGS : FLAGS | __tsan_mutex_try_lock_failed, 0);
     holds += result == 0;
     return result;

@@ -3,6 +3,7 @@
 
 #include "files/rule_files.h"
 #include "store/rule_index.h"
+#include "store/segment.h"
 #include "support/events.h"
 
 namespace {
@@ -78,7 +79,10 @@ TEST_F(RuleFilesLoad, DoesNotRecogniseALineOverTheLimit) {
     write_file(HBS_WHITE_RULES, line + std::string(HBS_RULE_LINE_MAX - line.size(), 'x') + "\n");
     EXPECT_EQ(0, hbs_nv_load_client_rules(1, HBS_WHITE_RULES));
     EXPECT_EQ(1u, index_entries().size());
-    hbs_rule_index_clear();
+    {
+        const hbs_shm_hold hold;
+        hbs_rule_index_clear();
+    }
     write_file(HBS_WHITE_RULES, line + std::string(HBS_RULE_LINE_MAX - line.size() + 1, 'x') + "\n");
     EXPECT_EQ(0, hbs_nv_load_client_rules(1, HBS_WHITE_RULES));
     EXPECT_EQ(0u, index_entries().size());

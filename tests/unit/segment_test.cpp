@@ -1,13 +1,17 @@
 // The semaphore: waiting, posting, and taking over from a holder that is gone.
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <functional>
 #include <semaphore.h>
 #include <string>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
+#include "base/sem_deadline.h"
 #include "store/segment.h"
 #include "support/gateway.h"
 
@@ -92,6 +96,108 @@ TEST_F(Semaphore, WhenHolderWasKilled_IsTakenOverAndTheCountIsRepaired) {
     EXPECT_EQ(1u, logged_count(TAKEN_OVER)) << "the next wait is ordinary again";
 }
 
+TEST_F(Semaphore, WhenHolderWasOnlySlow_TheCountComesDownAgain) {
+    hbs_sem_admit();
+    ASSERT_EQ(0, sem_wait(other_)); // the slow holder
+    hbs_sem_wait();
+    ASSERT_EQ(1u, logged_count(TAKEN_OVER));
+    hbs_sem_post();
+    (void)sem_post(other_);
+    ASSERT_EQ(2, value()) << "one too many";
+    { const hbs_shm_hold next; }
+    EXPECT_EQ(1, value());
+    { const hbs_shm_hold another; }
+    EXPECT_EQ(1, value());
+}
+
+TEST_F(Semaphore, WhenHolderComesBackDuringTheTakenOverHold_NothingIsPostedTwice) {
+    hbs_sem_admit();
+    ASSERT_EQ(0, sem_wait(other_));
+    hbs_sem_wait();
+    (void)sem_post(other_);
+    hbs_sem_post();
+    EXPECT_EQ(1, value());
+}
+
+TEST_F(Semaphore, ExcessIsTakenFromWhatIsFree_NeverFromAHolder) {
+    hbs_sem_admit();
+    ASSERT_EQ(0, sem_wait(other_)); // slow
+    hbs_sem_wait();
+    hbs_sem_post();
+    ASSERT_EQ(0, sem_wait(other_)); // a second reader is inside, by what the take-over left
+    (void)sem_post(other_);         // the slow one comes back
+    { const hbs_shm_hold while_the_second_is_inside; }
+    EXPECT_EQ(1, value());
+    (void)sem_post(other_); // the second leaves
+    ASSERT_EQ(2, value());
+    { const hbs_shm_hold next; }
+    EXPECT_EQ(1, value());
+}
+
+TEST_F(Semaphore, WhatEachStartAdmitsStays) {
+    hbs_sem_admit();
+    hbs_sem_admit(); // as a restart does
+    EXPECT_EQ(2, value());
+    { const hbs_shm_hold hold; }
+    EXPECT_EQ(2, value());
+    (void)sem_post(other_);
+    { const hbs_shm_hold hold; }
+    EXPECT_EQ(2, value());
+}
+
+// What the program believes of the wall clock; the monotonic one is left alone.
+int wall_clock_ahead; // seconds
+
+int64_t milliseconds_of(const std::function<void()> &action) {
+    const auto start = std::chrono::steady_clock::now();
+    action();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+// A wall clock that is set back while a process waits is the same as one that was ahead when it began.
+TEST_F(Semaphore, WaitIsNotStretchedByTheWallClock) {
+    wall_clock_ahead = 10;
+    EXPECT_NEAR(HBS_SEM_PATIENCE_MS, milliseconds_of(hbs_sem_wait), 1000);
+    EXPECT_EQ(1u, logged_count(TAKEN_OVER));
+}
+
+TEST_F(Semaphore, WaitIsNotShortenedByTheWallClock) {
+    wall_clock_ahead = -10;
+    EXPECT_NEAR(HBS_SEM_PATIENCE_MS, milliseconds_of(hbs_sem_wait), 1000);
+    EXPECT_EQ(1u, logged_count(TAKEN_OVER));
+}
+
+// --- the wait of C libraries that know the wall clock only ---
+
+TEST_F(Semaphore, Polling_TakesWhatIsThereEvenAtItsDeadline) {
+    hbs_sem_post();
+    const timespec over = {0, 0};
+    EXPECT_TRUE(hbs_sem_poll_until(other_, &over));
+    EXPECT_EQ(0, value());
+    EXPECT_FALSE(hbs_sem_poll_until(other_, &over));
+    EXPECT_EQ(ETIMEDOUT, errno);
+}
+
+TEST_F(Semaphore, Polling_EndsSoonAfterThePost) {
+    std::thread holder([this] {
+        sleep_milliseconds(200);
+        (void)sem_post(other_);
+    });
+    const timespec deadline = hbs_monotonic_in(10000);
+    const int64_t taken = milliseconds_of([&] { EXPECT_TRUE(hbs_sem_poll_until(other_, &deadline)); });
+    holder.join();
+    EXPECT_NEAR(200, taken, 190);
+}
+
+TEST_F(Semaphore, Polling_EndsAtItsDeadlineWhateverTheWallClockSays) {
+    for (int ahead : {10, -10}) {
+        wall_clock_ahead = ahead;
+        const timespec deadline = hbs_monotonic_in(300);
+        EXPECT_NEAR(450, milliseconds_of([&] { EXPECT_FALSE(hbs_sem_poll_until(other_, &deadline)); }), 150);
+    }
+}
+
 void ignore_signal(int) {}
 
 TEST_F(Semaphore, WaitGoesOnAfterASignal) {
@@ -113,3 +219,10 @@ TEST_F(Semaphore, WaitGoesOnAfterASignal) {
 }
 
 } // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec *now) noexcept {
+    const long result = syscall(SYS_clock_gettime, clock, now);
+    if (clock == CLOCK_REALTIME)
+        now->tv_sec += wall_clock_ahead;
+    return static_cast<int>(result);
+}

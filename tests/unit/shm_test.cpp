@@ -141,7 +141,7 @@ TEST_F(ShmInit, FirstStart_SemaphoreIsOpenToEveryUserAndPostedOnce) {
 
 TEST_F(ShmInit, FirstStart_LogsSizeAddressAndRange) {
     hbs_shm_init();
-    auto *base = reinterpret_cast<const uint8_t *>(hbs_segment());
+    auto *base = reinterpret_cast<const uint8_t *>(hbs_segment_shared());
     const std::vector<std::string> expected = {
         "HOSTBASE: shared memory size: 221236\n",
         "HOSTBASE: shared memory attached at: " + pointer_text(base) + "\n",
@@ -160,7 +160,7 @@ TEST_F(ShmInit, KeyFile_IsTruncated) {
 TEST_F(ShmInit, FirstStart_HeadsHoldTheirOwnOffsets) {
     hbs_shm_init();
     uint32_t words[13];
-    memcpy(words, hbs_segment(), sizeof words);
+    memcpy(words, hbs_segment_shared(), sizeof words);
     const uint32_t expected[13] = {0, 4, 4, 12, 12, 20, 20, 28, 28, 36, 36, 44, 44};
     for (int i = 0; i < 13; i++)
         EXPECT_EQ(expected[i], words[i]) << "word " << i;
@@ -179,9 +179,9 @@ TEST_F(ShmInit, WhenOldSegmentExists_TakesItOverEmptiedAndPostsOnceMore) {
     ASSERT_NE(SEM_FAILED, old);
     hbs_shm_init();
     ASSERT_NE(nullptr, hbs_segment());
-    EXPECT_EQ(0xA5A5A5A5u, hbs_segment()->reserved) << "not the daemon's to write";
+    EXPECT_EQ(0xA5A5A5A5u, hbs_segment_shared()->reserved) << "not the daemon's to write";
     EXPECT_EQ(nullptr, hbs_list_first(hbs_pool::clients));
-    EXPECT_EQ(0u, hbs_segment()->client_pool[3].dbpos);
+    EXPECT_EQ(0u, hbs_segment_shared()->client_pool[3].dbpos);
     EXPECT_EQ(2, semaphore_value());
     expect_store_sound();
     (void)sem_close(old);
@@ -212,15 +212,18 @@ TEST_F(ShmInit, WhenCalledAgain_KeepsTheSegmentAndEmptiesIt) {
 
 TEST_F(ShmInit, AReaderAtAnotherAddressReadsTheSameList) {
     hbs_shm_init();
-    void *first = hbs_pool_take(hbs_pool::clients);
-    void *second = hbs_pool_take(hbs_pool::clients);
-    hbs_list_link(hbs_pool::clients, first, nullptr);
-    hbs_list_link(hbs_pool::clients, second, first);
-    for (void *element : {first, second})
-        static_cast<hbs_client *>(element)->dbpos = hbs_pool_offset(element);
+    {
+        const hbs_shm_hold hold;
+        void *first = hbs_pool_take(hbs_pool::clients);
+        void *second = hbs_pool_take(hbs_pool::clients);
+        hbs_list_link(hbs_pool::clients, first, nullptr);
+        hbs_list_link(hbs_pool::clients, second, first);
+        for (void *element : {first, second})
+            static_cast<hbs_client *>(element)->dbpos = hbs_pool_offset(element);
+    }
     int id = get_segment(ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID), 0, 0);
     auto *reader = static_cast<const uint8_t *>(shmat(id, nullptr, SHM_RDONLY));
-    ASSERT_NE(reinterpret_cast<const uint8_t *>(hbs_segment()), reader);
+    ASSERT_NE(reinterpret_cast<const uint8_t *>(hbs_segment_shared()), reader);
     uint32_t offset = reinterpret_cast<const hbs_db *>(reader)->clients.next;
     EXPECT_EQ(52u + 1744u, offset);
     offset = reinterpret_cast<const hbs_client *>(reader + offset)->next;
@@ -286,8 +289,8 @@ TEST_F(ShmInit, WhenOldSegmentIsShorter_CarvesWhatFitsAndWritesNothingBehind) {
     EXPECT_EQ(2, hbs_pool_free_count(hbs_pool::clients));
     EXPECT_EQ(0, hbs_pool_free_count(hbs_pool::ip));
     EXPECT_EQ(nullptr, hbs_pool_take(hbs_pool::primary));
-    auto *bytes = reinterpret_cast<const uint8_t *>(hbs_segment());
-    for (size_t i = 52 + 2 * 1744; i < 4096; i++)
+    auto *bytes = reinterpret_cast<const uint8_t *>(hbs_segment_shared());
+    for (size_t i = size; i < 4096; i++)
         ASSERT_EQ(0xA5, bytes[i]) << "byte " << i;
     EXPECT_EQ(52u, hbs_pool_offset(hbs_pool_take(hbs_pool::clients)));
     EXPECT_EQ(52u + 1744u, hbs_pool_offset(hbs_pool_take(hbs_pool::clients)));

@@ -1,11 +1,13 @@
 // What the TR-069 agent is told: every field of every event, as it arrives there.
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include <hbs_msg.h>
 
 #include "events/tr69_events.h"
 #include "events/tr69_payload.h"
+#include "store/segment.h"
 #include "support/events.h"
 
 namespace {
@@ -279,6 +281,33 @@ TEST_F(Tr69Events, WhatReadersDoNotSeeYetIsNotSent) {
     EXPECT_EQ(0, hbs_send_tr69_client_event(106, client_));
     expect_sent(
         {.code = 106, .mac = UPPER, .number = 1, .adapter = 1, .ipv4 = "192.168.1.20", .host = "laptop"});
+}
+
+TEST_F(Tr69Events, ClientEventWaitsForNoReader) {
+    hbs_sem_wait(); // as a reader that is slow
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(0, hbs_send_tr69_client_event(106, client_));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
+    expect_sent(
+        {.code = 106, .mac = UPPER, .number = 1, .adapter = 1, .ipv4 = "192.168.1.20", .host = "laptop"});
+    hbs_sem_post();
+}
+
+TEST_F(Tr69Events, WhatAnotherProcessWroteIntoTheSegmentIsNotSent) {
+    hbs_client *slot = &hbs_segment_shared()->client_pool[0];
+    std::memset(slot->host, 'x', sizeof(slot->host));
+    slot->adapter_type = HBS_ADAPTER_MOCA;
+    EXPECT_EQ(0, hbs_send_tr69_client_event(106, client_));
+    expect_sent(
+        {.code = 106, .mac = UPPER, .number = 1, .adapter = 1, .ipv4 = "192.168.1.20", .host = "laptop"});
+}
+
+TEST_F(Tr69Events, ClientWithoutAMacSendsNoOthersFields) {
+    hbs_client *nomac = hbs_add(mac_of("00:00:00:00:00:00").data());
+    nomac->adapter_type = HBS_ADAPTER_ETHERNET;
+    hbs_shm_commit(nomac);
+    EXPECT_EQ(0, hbs_send_tr69_client_event(107, nomac));
+    expect_sent({.code = 107, .mac = "00:00:00:00:00:00", .identity = NO_IDENTITY});
 }
 
 TEST_F(Tr69Events, UnpublishedClientSendsWhatItsRecordHolds) {
