@@ -1,9 +1,7 @@
 #include "daemon/command_socket.h"
 
 #include <cstring>
-#include <ctime>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -11,6 +9,7 @@
 
 #include "base/log.h"
 #include "daemon/dispatcher.h"
+#include "daemon/reply.h"
 #include "daemon/sender_tag.h"
 
 // Never cleared: what a short datagram leaves unsaid is as its predecessor left it.
@@ -22,8 +21,7 @@ int hbs_command_socket_open() {
         HBS_LOG(HBS_ERROR, "error opening datagram socket\n");
         return -1;
     }
-    const timeval patience = {0, HBS_REPLY_PATIENCE_MS * suseconds_t{1000}};
-    (void)setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    hbs_reply_prepare(descriptor);
     sockaddr_un address{};
     static_assert(sizeof(address) == 110 && sizeof(HBS_SOCKET_PATH) <= sizeof(address.sun_path));
     address.sun_family = AF_UNIX;
@@ -51,7 +49,7 @@ void hbs_command_socket_serve(hbs_command_server *server) {
     command.sender = tag.text;
     command.result = server->reply_result;
     if (hbs_dispatch(&command))
-        (void)sendto(server->socket, &command.result, sizeof(command.result), 0, address, length);
+        hbs_reply_send(server->socket, command.result, &sender, length);
     server->reply_result = command.result;
     hbs_dispatch_after(&command);
 }

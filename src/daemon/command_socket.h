@@ -3,9 +3,6 @@
 
 #include <cstdint>
 
-// A sender that never reads its replies holds the thread up for no longer than this.
-constexpr int HBS_REPLY_PATIENCE_MS = 200;
-
 struct hbs_command_server {
     int socket;
     int32_t reply_result; // of the last handler that ran; -1 before the first

@@ -1,6 +1,8 @@
 // gw_hostbase: start-up in its fixed order, then the worker threads do everything.
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <pthread.h>
 #include <unistd.h>
@@ -12,9 +14,11 @@
 
 #include "base/log.h"
 #include "base/state.h"
+#include "daemon/arguments.h"
 #include "daemon/command_socket.h"
 #include "daemon/file_watch.h"
 #include "daemon/neighbour_monitor.h"
+#include "daemon/one_daemon.h"
 #include "daemon/switch_link.h"
 #include "daemon/watchdog.h"
 #include "events/lease_timers.h"
@@ -80,7 +84,29 @@ static void join_threads() {
             (void)pthread_join(w.thread, nullptr);
 }
 
-int main(int, char *argv[]) {
+// Says on standard error why not.
+static bool may_start() {
+    pid_t running = 0;
+    switch (hbs_claim_daemon(&running)) {
+    case hbs_claim::taken:
+        (void)fprintf(stderr, "gw_hostbase: already running (pid %d)\n", static_cast<int>(running));
+        return false;
+    case hbs_claim::impossible:
+        (void)fprintf(stderr, "gw_hostbase: cannot lock %s, another one would not be noticed: %s\n",
+                      HBS_LOCK_FILE, strerror(errno));
+        return true;
+    case hbs_claim::own:
+        return true;
+    }
+    return true;
+}
+
+int main(int count, char *argv[]) {
+    // Both before anything that another daemon, a reader or the log could notice.
+    if (const int status = hbs_answer_arguments(count, argv); status >= 0)
+        return status;
+    if (!may_start())
+        return 1;
     // A line that is printed is seen at once: the end of the process flushes nothing.
     (void)setvbuf(stdout, nullptr, _IOLBF, 0);
     hbs_log_init();

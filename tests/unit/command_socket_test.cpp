@@ -1,16 +1,21 @@
 // Datagrams over the real socket: replies, senders, short datagrams, failures to open.
+#include <atomic>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 
 #include "command_fakes.h"
 #include "daemon/command_socket.h"
+#include "daemon/reply.h"
 #include "support/gateway.h"
 
 using testing::ElementsAre;
@@ -35,6 +40,14 @@ class Sender {
     }
     Sender(const Sender &) = delete;
     Sender &operator=(const Sender &) = delete;
+
+    // Sends one command after another and reads none of the replies.
+    void pile_up(hbs_command_server *server, int commands) {
+        for (int i = 0; i < commands; i++) {
+            ASSERT_TRUE(send({HBS_CMD_RESET_DEFAULTS}));
+            hbs_command_socket_serve(server);
+        }
+    }
 
     bool send(const std::vector<uint8_t> &datagram) {
         const sockaddr_un address = address_of(HBS_SOCKET_PATH);
@@ -215,6 +228,59 @@ TEST_F(CommandSocket, SenderThatNeverReads_DoesNotStallTheThread) {
     ASSERT_TRUE(other.send({HBS_CMD_RESET_DEFAULTS}));
     hbs_command_socket_serve(&server);
     EXPECT_EQ(other.receive(), bytes_of(0));
+}
+
+// More than any receiver's queue holds on this machine.
+int more_than_a_queue() {
+    std::ifstream file("/proc/sys/net/unix/max_dgram_qlen");
+    int length = 10;
+    file >> length;
+    return length + 10;
+}
+
+int64_t milliseconds_since(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+TEST_F(CommandSocket, SenderThatNeverReads_CostsTheOthersItsPatienceOnceInAll) {
+    Sender lazy("/var/tmp/lazy");
+    const auto start = std::chrono::steady_clock::now();
+    lazy.pile_up(&server, more_than_a_queue() + 30);
+    EXPECT_GE(milliseconds_since(start), HBS_REPLY_PATIENCE_MS / 2) << "the sender's queue never filled";
+    EXPECT_LT(milliseconds_since(start), 3 * HBS_REPLY_PATIENCE_MS);
+}
+
+TEST_F(CommandSocket, ManySendersThatNeverRead_CostNoMoreThanOne) {
+    std::vector<std::unique_ptr<Sender>> lazy;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 40; i++) {
+        lazy.push_back(std::make_unique<Sender>("/var/tmp/lazy" + std::to_string(i)));
+        lazy.back()->pile_up(&server, more_than_a_queue());
+    }
+    EXPECT_LT(milliseconds_since(start), 5 * HBS_REPLY_PATIENCE_MS);
+    Sender other("/var/tmp/other");
+    ASSERT_TRUE(other.send({HBS_CMD_RESET_DEFAULTS}));
+    hbs_command_socket_serve(&server);
+    EXPECT_EQ(other.receive(), bytes_of(0)) << "unread replies leave room for others";
+}
+
+TEST_F(CommandSocket, SenderThatIsSlow_GetsItsReplyWhenItReadsInTime) {
+    Sender slow("/var/tmp/slow");
+    std::atomic<int> received{0};
+    std::atomic<bool> over{false};
+    std::thread reader([&] {
+        sleep_milliseconds(HBS_REPLY_PATIENCE_MS / 4);
+        for (bool got = false; got || !over; received += got)
+            got = !slow.receive().empty();
+    });
+    const int commands = more_than_a_queue();
+    slow.pile_up(&server, commands);
+    over = true;
+    reader.join();
+    EXPECT_EQ(received, commands) << "no reply was lost";
+    slow.pile_up(&server, 1);
+    EXPECT_EQ(slow.receive(), bytes_of(0)) << "one that reads again is answered again";
 }
 
 TEST_F(CommandSocket, SenderThatIsGone_IsNotMissed) {

@@ -1,0 +1,90 @@
+#include "daemon/one_daemon.h"
+
+#include <cerrno>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// How often something that another user put in the file's place is cleared away.
+static constexpr int PATIENCE_WITH_OTHERS = 8;
+
+// Nobody else can open such a file, so nobody else can hold its lock.
+static bool is_private_file(const struct stat *status) {
+    return S_ISREG(status->st_mode) && status->st_uid == geteuid() && (status->st_mode & 077) == 0;
+}
+
+static int open_existing() {
+    const int file = open(HBS_LOCK_FILE, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    struct stat status {};
+    if (file >= 0 && fstat(file, &status) == 0 && is_private_file(&status))
+        return file;
+    if (file >= 0)
+        (void)close(file);
+    return -1;
+}
+
+// The directory is open to everybody: what lies there under this name and is not a file of ours alone goes.
+static int open_lock_file() {
+    for (int i = 0; i < PATIENCE_WITH_OTHERS; i++) {
+        int file = open_existing();
+        if (file >= 0)
+            return file;
+        file = open(HBS_LOCK_FILE, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (file >= 0)
+            return file;
+        if (errno != EEXIST)
+            return -1;
+        if (unlink(HBS_LOCK_FILE) != 0 && errno != ENOENT && rmdir(HBS_LOCK_FILE) != 0)
+            return -1;
+    }
+    errno = EEXIST;
+    return -1;
+}
+
+static struct flock whole_file() {
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return lock;
+}
+
+// The pid of the lock's holder, or -1 when it has let go since.
+static pid_t holder_of(int file) {
+    struct flock lock = whole_file();
+    if (fcntl(file, F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
+        return -1;
+    return lock.l_pid > 0 ? lock.l_pid : 0;
+}
+
+static hbs_claim claim(int file, pid_t *running) {
+    constexpr int step_ms = 10;
+    constexpr timespec step = {0, step_ms * 1000000L};
+    struct flock lock = whole_file();
+    *running = 0;
+    for (int waited = 0;; waited += step_ms) {
+        if (fcntl(file, F_SETLK, &lock) == 0)
+            return hbs_claim::own;
+        if (errno != EACCES && errno != EAGAIN)
+            return hbs_claim::impossible;
+        const pid_t holder = holder_of(file);
+        if (holder >= 0)
+            *running = holder;
+        if (waited >= HBS_CLAIM_PATIENCE_MS)
+            return hbs_claim::taken;
+        (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &step, nullptr);
+    }
+}
+
+hbs_claim hbs_claim_daemon(pid_t *running) {
+    const int file = open_lock_file();
+    if (file < 0)
+        return hbs_claim::impossible;
+    const hbs_claim result = claim(file, running);
+    if (result != hbs_claim::own) { // closed, it would give the lock up
+        const int reason = errno;
+        (void)close(file);
+        errno = reason;
+    }
+    return result;
+}
