@@ -47,7 +47,7 @@ hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
 // An end beyond the clock of a 32-bit system becomes its last second, not a time before the epoch.
 time_t lease_end_of(const hbs_dhcpv6_lease *lease) {
     constexpr int64_t latest = std::numeric_limits<time_t>::max();
-    return static_cast<time_t>(std::min(int64_t{lease->lease_end}, latest));
+    return static_cast<time_t>(std::min(lease->lease_end, latest));
 }
 
 void set_lease(hbs_client *client, const hbs_dhcpv6_lease *lease) {

@@ -8,8 +8,9 @@
 struct hbs_dhcpv6_lease {
     uint8_t ll[16];
     uint8_t ipv6[16];
-    uint32_t lease_end; // seconds since the epoch, 0 = static lease
-    char *host;         // cut at its first "." in place
+    int64_t lease_end; // seconds since the epoch, 0 = static lease; holds both what is unsigned and what is
+                       // signed
+    char *host;        // cut at its first "." in place
     const char *oui;
     const char *serial_number;
     const char *product_class;

@@ -22,13 +22,16 @@ static bool read_mac(const char *token, uint8_t mac[6]) {
     return hbs_text_to_mac(token, mac) == 6 && !hbs_mac_is_zero(mac);
 }
 
-// Decimal, 0x-hex or 0-octal. More than 32 bits is an overflow, whatever the width of long is here.
+// Decimal, 0x-hex or 0-octal, by strtoul as it is on a 32-bit system whatever the width of long is here: more
+// than 32 bits is an overflow, and a number with a minus sign is its two's complement.
 static bool read_seconds(const char *token, uint32_t *seconds) {
     char *end = nullptr;
     errno = 0;
-    const unsigned long long value = strtoull(token, &end, 0);
+    const unsigned long value = strtoul(token, &end, 0);
+    const unsigned long amount =
+        token[0] == '-' ? 0UL - value : value; // no white space: it would end the token
     *seconds = static_cast<uint32_t>(value);
-    return end != token && errno != ERANGE && value <= UINT32_MAX;
+    return end != token && errno != ERANGE && amount <= UINT32_MAX;
 }
 
 static unsigned hex_digit(char c) {

@@ -34,9 +34,10 @@ static void read_address(const char *value, uint8_t address[16]) {
         memcpy(address, bytes, sizeof(bytes));
 }
 
-static uint32_t read_seconds(const char *value) {
-    const long long seconds = strtoll(value, nullptr, 10);
-    return static_cast<uint32_t>(std::clamp<long long>(seconds, INT32_MIN, UINT32_MAX));
+// atoi, with its overflow as it is on a 32-bit system: the nearest number that fits.
+static int32_t read_seconds(const char *value) {
+    const long seconds = strtol(value, nullptr, 10);
+    return static_cast<int32_t>(std::clamp<long>(seconds, INT32_MIN, INT32_MAX));
 }
 
 using value_reader = void (*)(const char *value, hbs_dhcpv6_notice *notice);

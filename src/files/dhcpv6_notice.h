@@ -14,7 +14,7 @@ struct hbs_dhcpv6_notice {
     hbs_dhcpv6_notice_type type;
     uint8_t ipv6[16];
     uint8_t ll[16];
-    uint32_t lease_time; // handed on as the lease's end: seconds since the epoch, 0 = static lease
+    int32_t lease_time; // handed on as the lease's end: seconds since the epoch, 0 = static lease
     char lease_file[HBS_LEASE_FILE_SIZE];
     char host[128];
     char oui[HBS_OUI_SIZE];

@@ -110,9 +110,10 @@ hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], 
 }
 
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l) {
-    return fake::client_of(trace::format("dhcpv6 lease %s %s %u '%s' '%s' '%s' '%s' '%s'",
-                                         fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(), l->lease_end,
-                                         l->host, l->oui, l->serial_number, l->product_class, l->lease_file));
+    return fake::client_of(trace::format("dhcpv6 lease %s %s %lld '%s' '%s' '%s' '%s' '%s'",
+                                         fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(),
+                                         static_cast<long long>(l->lease_end), l->host, l->oui,
+                                         l->serial_number, l->product_class, l->lease_file));
 }
 
 hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]) {

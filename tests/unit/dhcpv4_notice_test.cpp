@@ -97,7 +97,9 @@ const Line LINES[] = {
     {"SecondsOfAllOnes", with(ADD, 4, "4294967295"), true},
     {"SecondsAbove32Bits", with(ADD, 4, "4294967296"), false},
     {"SecondsAbove64Bits", with(ADD, 4, "99999999999999999999999"), false},
-    {"SecondsNegative", with(ADD, 4, "-5"), false},
+    {"SecondsNegative", with(ADD, 4, "-5"), true},
+    {"SecondsFarBelow", with(ADD, 4, "-4294967296"), false},
+    {"SecondsOfAMinusZero", with(ADD, 4, "-0"), true},
     {"SecondsWithATail", with(ADD, 4, "60s"), true},
     {"AddOfEightTokens", with(with(with(with(ADD, 12, ""), 11, ""), 10, ""), 9, ""), false},
     {"AddOfNineTokens", with(with(with(ADD, 12, ""), 11, ""), 10, ""), true},
@@ -129,8 +131,15 @@ TEST_P(EachSeconds, IsReadInItsBase) {
 INSTANTIATE_TEST_SUITE_P(Dhcpv4Notice, EachSeconds,
                          testing::Values(Seconds{"0x3c", 60}, Seconds{"074", 60}, Seconds{"60", 60},
                                          Seconds{"0", 0}, Seconds{"60s", 60},
-                                         Seconds{"0xFFFFFFFF", UINT32_MAX}),
-                         [](const auto &seconds) { return std::string(seconds.param.text); });
+                                         Seconds{"0xFFFFFFFF", UINT32_MAX}, Seconds{"-5", UINT32_MAX - 4},
+                                         Seconds{"-0x10", UINT32_MAX - 15}, Seconds{"-4294967295", 1},
+                                         Seconds{"+60", 60}),
+                         [](const auto &seconds) {
+                             std::string name = seconds.param.text;
+                             std::replace(name.begin(), name.end(), '-', 'm');
+                             std::replace(name.begin(), name.end(), '+', 'p');
+                             return name;
+                         });
 
 TEST(Dhcpv4Notice, HexText_TakesDigitsOfEitherCase) {
     hbs_dhcpv4_notice notice;
