@@ -13,11 +13,12 @@
 
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 
 namespace {
 constexpr const char *LEFTOVER_SUFFIX = ".hbs-new";
-constexpr mode_t NEW_FILE_MODE = 0644;
+constexpr mode_t PRIVATE_MODE = 0600;
 
 struct file_name {
     char text[PATH_MAX];
@@ -99,8 +100,8 @@ static bool write_whole(int descriptor, const char *content, size_t length) {
 
 // Writes and syncs a new file with the mode and owner of the one that it is to replace.
 static bool write_file(const char *path, const struct stat *old, const char *content, size_t length) {
-    const mode_t mode = old != nullptr ? old->st_mode & 07777 : NEW_FILE_MODE;
-    const int descriptor = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    const mode_t mode = old != nullptr ? old->st_mode & 07777 : PRIVATE_MODE;
+    const int descriptor = hbs_plain_open(path, O_WRONLY | O_CREAT | O_EXCL, mode);
     if (descriptor == -1)
         return false;
     if (old != nullptr) {
@@ -284,6 +285,64 @@ int hbs_file_replace(const char *path, const char *content, size_t length) {
     struct stat status;
     const bool known = fstat(fileno(stream), &status) == 0;
     return replace_file(path, known ? &status : nullptr, content, length);
+}
+
+// Whether a file of that size ends in the middle of a line. False when it cannot be read.
+static bool is_torn(int descriptor, off_t size) {
+    char last = '\n';
+    return size > 0 && pread(descriptor, &last, 1, size - 1) == 1 && last != '\n';
+}
+
+// Adds a line and syncs; what did not get there whole is taken back.
+static bool add_line(int descriptor, const char *line) {
+    const off_t before = lseek(descriptor, 0, SEEK_END);
+    text_buffer text;
+    if (before > 0 && is_torn(descriptor, before))
+        add(&text, "\n", 1);
+    add(&text, line, strlen(line));
+    add(&text, "\n", 1);
+    if (text.failed)
+        errno = ENOMEM;
+    if (before < 0 || text.failed)
+        return false;
+    if (write_whole(descriptor, text.data, text.length) && fsync(descriptor) == 0)
+        return true;
+    const int reason = errno;
+    (void)!ftruncate(descriptor, before);
+    errno = reason;
+    return false;
+}
+
+int hbs_line_append_in_place(const char *path, const char *line, mode_t mode) {
+    const bool is_new = access(path, F_OK) != 0;
+    const int descriptor =
+        hbs_locked_descriptor(path, O_RDWR | O_CREAT | O_APPEND, mode, hbs_lock::exclusive);
+    if (descriptor == -1 || !add_line(descriptor, line)) {
+        HBS_LOG(HBS_ERROR, "HOSTBASE: can't edit %s (error %d)", path, errno);
+        if (descriptor != -1)
+            (void)close(descriptor);
+        return -1;
+    }
+    if (is_new)
+        sync_directory(path);
+    return close(descriptor) == 0 ? 0 : -1;
+}
+
+int hbs_file_tail(const char *path) {
+    const int descriptor = hbs_plain_open(path, O_RDONLY, 0);
+    if (descriptor == -1)
+        return errno == ENOENT ? 0 : -1;
+    const bool torn = is_torn(descriptor, lseek(descriptor, 0, SEEK_END));
+    (void)close(descriptor);
+    return torn ? 1 : 0;
+}
+
+void hbs_file_make_private(const char *path) {
+    const int descriptor = hbs_plain_open(path, O_RDONLY, 0);
+    if (descriptor == -1)
+        return;
+    (void)fchmod(descriptor, PRIVATE_MODE);
+    (void)close(descriptor);
 }
 
 void hbs_file_clear_leftover(const char *path) {

@@ -6,15 +6,16 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "base/plain_file.h"
+
+FILE *hbs_scratch_make(const char *path) {
+    (void)unlink(path);
+    return hbs_stream_of(hbs_plain_open(path, O_RDWR | O_CREAT | O_EXCL, 0600), "w+");
+}
 
 FILE *hbs_scratch_open(const char *path) {
-    (void)unlink(path);
-    const int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    FILE *stream = descriptor == -1 ? nullptr : fdopen(descriptor, "w+");
-    if (stream != nullptr)
-        return stream;
-    HBS_LOG(HBS_ERROR, "HOSTBASE: can't create %s (error %d)", path, errno);
-    if (descriptor != -1)
-        (void)close(descriptor);
-    return nullptr;
+    FILE *stream = hbs_scratch_make(path);
+    if (stream == nullptr)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: can't create %s (error %d)", path, errno);
+    return stream;
 }

@@ -1,16 +1,28 @@
 #include "daemon/file_watch.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/file.h>
+#include <poll.h>
 #include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "base/clock.h"
+#include "base/locked_file.h"
 #include "base/log.h"
+#include "base/plain_file.h"
+#include "base/scratch_file.h"
 #include "daemon/lease_notices.h"
+
+// Mode of a notification file that is made here, cut by the umask: a DHCP server may run as another user.
+static constexpr mode_t NOTICES_MODE = 0666;
+
+// Beside the table's events: the name may have come to mean another file, or none. A symbolic link is not
+// followed.
+static constexpr uint32_t NAME_EVENTS = IN_ATTRIB | IN_MOVE_SELF;
 
 static hbs_watch_entry watch_table[] = {
     {HBS_DHCPV4_NOTICES, -1, IN_CLOSE_WRITE, hbs_watch_dhcpv4_notices},
@@ -23,7 +35,7 @@ static bool in_use(const hbs_watch_entry *entry) {
 }
 
 void hbs_file_watch_identify() {
-    FILE *file = fopen(HBS_FILE_WATCH_PID, "we");
+    FILE *file = hbs_scratch_make(HBS_FILE_WATCH_PID);
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: error creating /var/tmp/file_watch_thread.pid");
         return;
@@ -33,32 +45,47 @@ void hbs_file_watch_identify() {
 }
 
 static void empty_file(const char *path) {
-    FILE *file = fopen(path, "we");
-    if (file == nullptr) {
+    const int file = hbs_locked_descriptor(path, O_WRONLY | O_CREAT, NOTICES_MODE, hbs_lock::exclusive);
+    if (file == -1 || ftruncate(file, 0) != 0)
         HBS_LOG(HBS_ERROR, "HOSTBASE: error creating/truncating file(%s) for inotify: %s", path,
                 strerror(errno));
-        return;
-    }
-    (void)flock(fileno(file), LOCK_EX);
-    HBS_LOG(HBS_INFO, "HOSTBASE: creating/truncating file for inotify: %s", path);
-    (void)flock(fileno(file), LOCK_UN);
-    (void)fclose(file);
+    else
+        HBS_LOG(HBS_INFO, "HOSTBASE: creating/truncating file for inotify: %s", path);
+    if (file != -1)
+        (void)close(file);
+}
+
+static void retry_later(hbs_watch_entry *entry) {
+    entry->retry = true;
+    entry->retry_at = hbs_monotonic_milliseconds() + HBS_WATCH_RETRY;
+}
+
+static void handle(hbs_watch_entry *entry) {
+    if (!entry->handler(entry->path))
+        retry_later(entry);
+}
+
+// Watches what bears the entry's name. Returns whether it is watched now.
+static bool add_watch(int descriptor, hbs_watch_entry *entry) {
+    entry->wd = inotify_add_watch(descriptor, entry->path, entry->mask | NAME_EVENTS | IN_DONT_FOLLOW);
+    if (entry->wd == -1)
+        retry_later(entry);
+    return entry->wd != -1;
 }
 
 // Watches an entry's file and deals with what it holds already. Returns whether it is watched now.
 static bool watch_file(int descriptor, hbs_watch_entry *entry) {
-    entry->wd = inotify_add_watch(descriptor, entry->path, entry->mask);
-    if (entry->wd < 0) {
+    if (!add_watch(descriptor, entry)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: error adding inotify watch on %s with mask %x: %s", entry->path,
                 entry->mask, strerror(errno));
         return false;
     }
-    entry->handler(entry->path);
+    handle(entry);
     return true;
 }
 
 int hbs_file_watch_open(hbs_watch_entry *table) {
-    const int descriptor = inotify_init1(IN_CLOEXEC);
+    const int descriptor = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     if (descriptor < 0) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: error initializing inotify instance: %s", strerror(errno));
         return -1;
@@ -76,41 +103,97 @@ int hbs_file_watch_open(hbs_watch_entry *table) {
     return descriptor;
 }
 
+// Not emptied: it may be new, and hold something.
+static void make_missing(const hbs_watch_entry *entry) {
+    const int file = hbs_plain_open(entry->path, O_WRONLY | O_CREAT, NOTICES_MODE);
+    if (file != -1)
+        (void)close(file);
+}
+
 // The kernel drops a watch together with the file that it was on.
 static void watch_again(int descriptor, hbs_watch_entry *entry) {
     HBS_LOG(HBS_INFO, "HOSTBASE: watched file %s was removed or replaced - watch it again", entry->path);
-    const int file = open(entry->path, O_WRONLY | O_CREAT | O_CLOEXEC, 0644); // not emptied: it may be new
-    if (file >= 0)
-        (void)close(file);
+    make_missing(entry);
     (void)watch_file(descriptor, entry);
 }
 
-static void handle_event(int descriptor, hbs_watch_entry *table, const inotify_event *event) {
+// A file that is open somewhere lives on without its name, and would be watched for nothing.
+static void check_name(int descriptor, hbs_watch_entry *entry) {
+    const int32_t old = entry->wd;
+    if (inotify_add_watch(descriptor, entry->path, entry->mask | NAME_EVENTS | IN_DONT_FOLLOW) == old)
+        return;
+    (void)inotify_rm_watch(descriptor, old);
+    watch_again(descriptor, entry);
+}
+
+static void handle_event(int descriptor, hbs_watch_entry *entry, uint32_t mask) {
+    if ((mask & IN_IGNORED) != 0)
+        watch_again(descriptor, entry);
+    else if ((mask & NAME_EVENTS) != 0)
+        check_name(descriptor, entry);
+    else if ((mask & entry->mask) != 0 && !entry->retry) // else it is the close of the try that failed
+        handle(entry);
+}
+
+static void dispatch_event(int descriptor, hbs_watch_entry *table, const inotify_event *event) {
     const bool overflow = (event->mask & IN_Q_OVERFLOW) != 0;
     if (overflow)
         HBS_LOG(HBS_ERROR, "HOSTBASE: inotify queue overflow - look at every watched file");
     for (hbs_watch_entry *entry = table; in_use(entry); entry++) {
         if (overflow) {
-            entry->handler(entry->path);
-        } else if (entry->wd == event->wd && (event->mask & IN_IGNORED) != 0) {
-            watch_again(descriptor, entry);
-            return;
-        } else if (entry->wd == event->wd && (event->mask & entry->mask) != 0) {
-            entry->handler(entry->path);
+            handle(entry);
+        } else if (entry->wd == event->wd) {
+            handle_event(descriptor, entry, event->mask);
             return;
         }
     }
 }
 
+// Milliseconds until an entry's retry is due; 0 when it is.
+static int until_retry(const hbs_watch_entry *entry) {
+    return std::max(static_cast<int32_t>(entry->retry_at - hbs_monotonic_milliseconds()), 0);
+}
+
+// How long to wait for an event, as poll takes it: -1 while no retry is pending.
+static int patience(const hbs_watch_entry *table) {
+    int wait = -1;
+    for (const hbs_watch_entry *entry = table; in_use(entry); entry++)
+        if (entry->retry && (wait == -1 || until_retry(entry) < wait))
+            wait = until_retry(entry);
+    return wait;
+}
+
+// A file that is not watched may be there again, with its directory; that it still is not is not logged
+// again.
+static void retry(int descriptor, hbs_watch_entry *entry) {
+    entry->retry = false;
+    if (entry->wd == -1) {
+        make_missing(entry);
+        if (!add_watch(descriptor, entry))
+            return;
+        HBS_LOG(HBS_INFO, "HOSTBASE: file %s is there again and watched", entry->path);
+    }
+    handle(entry);
+}
+
+static void do_retries(int descriptor, hbs_watch_entry *table) {
+    for (hbs_watch_entry *entry = table; in_use(entry); entry++)
+        if (entry->retry && until_retry(entry) == 0)
+            retry(descriptor, entry);
+}
+
 void hbs_file_watch_read(int descriptor, hbs_watch_entry *table) {
+    pollfd ready = {descriptor, POLLIN, 0};
+    (void)poll(&ready, 1, patience(table));
     char buffer[4096];
     const ssize_t count = read(descriptor, buffer, sizeof(buffer));
     inotify_event event;
     for (ssize_t at = 0; at + static_cast<ssize_t>(sizeof(event)) <= count;
          at += static_cast<ssize_t>(sizeof(event) + event.len)) {
         memcpy(&event, buffer + at, sizeof(event));
-        handle_event(descriptor, table, &event);
+        dispatch_event(descriptor, table, &event);
     }
+    do_retries(descriptor, table);
 }
 
 void *file_watch_thread(void *) {

@@ -7,12 +7,17 @@ constexpr const char *HBS_DHCPV4_NOTICES = "/var/tmp/udhcpd.delta";
 constexpr const char *HBS_DHCPV6_NOTICES = "/var/lib/dibbler/server-notify.log";
 constexpr const char *HBS_FILE_WATCH_PID = "/var/tmp/file_watch_thread.pid"; // the watchdog reads it
 
+// What could not be read or watched is tried again after this long.
+constexpr int HBS_WATCH_RETRY = 1000; // milliseconds
+
 // A table of these ends with an entry whose path is null.
 struct hbs_watch_entry {
     const char *path;
     int32_t wd; // watch descriptor; -1 = not watched
     uint32_t mask;
-    void (*handler)(const char *path);
+    bool (*handler)(const char *path); // false: the file has to be looked at again
+    uint32_t retry_at = 0;             // monotonic milliseconds; counts while `retry` is set
+    bool retry = false;                // not watched, or its handler asked for another look
 };
 
 // Writes the identity of the calling thread, "pid:%d tid:%d", for the watchdog.
@@ -23,9 +28,10 @@ void hbs_file_watch_identify();
 // is watched (logged).
 int hbs_file_watch_open(hbs_watch_entry *table);
 
-// Reads once from the descriptor (waiting for an event) and calls the handlers of what happened. A file
-// that was deleted or replaced is created when it is missing, watched again, and dealt with as it is;
-// after an overflow of the kernel's queue every file is dealt with.
+// Waits for an event or for the time of a retry, and deals with what happened. A file that was deleted or
+// replaced is created when it is missing, watched again, and dealt with as it is; where its directory is
+// gone, that is tried again until it is there. After an overflow of the kernel's queue every file is dealt
+// with.
 void hbs_file_watch_read(int descriptor, hbs_watch_entry *table);
 
 // Thread entry; the argument is ignored. Returns null, and only when no file can be watched.

@@ -1,12 +1,10 @@
 #include "daemon/lease_notices.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include <wlan.h>
 
 #include "base/log.h"
-#include "base/scope.h"
 #include "base/state.h"
 #include "base/text.h"
 #include "events/dhcpv4_lease.h"
@@ -72,17 +70,16 @@ static void handle_dhcpv4_line(char *line) {
     }
 }
 
-void hbs_watch_dhcpv4_notices(const char *path) {
-    char *text = hbs_notice_take(path, &hbs_dhcpv4_notice_source);
-    if (text == nullptr)
-        return;
-    hbs_at_exit release([text] { free(text); });
-    char *rest = nullptr;
-    char *line = strtok_r(text, "\n", &rest);
-    if (line == nullptr)
-        log_no_valid_data();
-    for (; line != nullptr; line = strtok_r(nullptr, "\n", &rest))
+bool hbs_watch_dhcpv4_notices(const char *path) {
+    int lines = 0;
+    const auto reader = [](char *line, void *context) {
+        ++*static_cast<int *>(context);
         handle_dhcpv4_line(line);
+    };
+    const hbs_notice_taken taken = hbs_notice_take(path, &hbs_dhcpv4_notice_source, reader, &lines);
+    if (taken.lines && lines == 0)
+        log_no_valid_data();
+    return !taken.again;
 }
 
 // Returns whether the handler was called and did something.
@@ -118,15 +115,13 @@ static bool handle_dhcpv6(hbs_dhcpv6_notice *notice) {
     return false;
 }
 
-void hbs_watch_dhcpv6_notices(const char *path) {
-    char *text = hbs_notice_take(path, &hbs_dhcpv6_notice_source);
-    if (text == nullptr)
-        return;
-    hbs_at_exit release([text] { free(text); });
+bool hbs_watch_dhcpv6_notices(const char *path) {
     hbs_dhcpv6_notice notice{};
-    char *rest = nullptr;
-    for (char *line = strtok_r(text, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest))
-        hbs_dhcpv6_notice_read(line, &notice);
-    if (!handle_dhcpv6(&notice))
+    const auto reader = [](char *line, void *context) {
+        hbs_dhcpv6_notice_read(line, static_cast<hbs_dhcpv6_notice *>(context));
+    };
+    const hbs_notice_taken taken = hbs_notice_take(path, &hbs_dhcpv6_notice_source, reader, &notice);
+    if (taken.lines && !handle_dhcpv6(&notice))
         log_no_valid_data();
+    return !taken.again;
 }

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 #include "daemon/file_watch.h"
 
@@ -50,7 +51,7 @@ void file_watcher_timer_set(const pthread_t *thread) {
 
 // Path of the text that says where in the kernel the thread waits; left empty without a pid file.
 static void read_wchan_path(const char *pid_file, const char *process_root, char *path, size_t size) {
-    FILE *file = fopen(pid_file, "re");
+    FILE *file = hbs_plain_stream(pid_file, "r");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: %s Couldn't open file_watch_thread.pid", "file_watcher_timer_handle");
         return;

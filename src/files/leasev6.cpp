@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 #include "files/client_leases.h"
 #include "store/clients.h"
@@ -87,7 +88,7 @@ void apply_element(hbs_client *client, const lease_element *element) {
 } // namespace
 
 void hbs_leasev6_find(hbs_client *client) {
-    FILE *file = fopen(HBS_LEASEV6_DATABASE, "re");
+    FILE *file = hbs_plain_stream(HBS_LEASEV6_DATABASE, "r");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Could not found %s", HBS_LEASEV6_DATABASE);
         return;

@@ -1,18 +1,17 @@
 #include "files/notice_file.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
-#include <sys/file.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
+#include "base/scratch_file.h"
 
 const hbs_notice_source hbs_dhcpv4_notice_source = {
     "/var/tmp/hbs_watch_file.tmp",
@@ -32,7 +31,7 @@ int hbs_file_copy(FILE *stream, const char *path) {
     if (buffer == nullptr)
         return -1;
     hbs_at_exit release([buffer] { free(buffer); });
-    FILE *copy = stream != nullptr ? fopen(path, "wbe") : nullptr;
+    FILE *copy = stream != nullptr ? hbs_scratch_make(path) : nullptr;
     if (copy == nullptr)
         return 0;
     size_t count = fread(buffer, 1, size, stream);
@@ -42,69 +41,112 @@ int hbs_file_copy(FILE *stream, const char *path) {
     return 0;
 }
 
-// Size of a file in bytes, or -1.
-static int64_t size_of(const char *path) {
+// Size of an open file in bytes, or -1.
+static int64_t size_of(int descriptor) {
     struct stat status;
-    return stat(path, &status) == 0 && S_ISREG(status.st_mode) ? int64_t{status.st_size} : -1;
+    return fstat(descriptor, &status) == 0 ? int64_t{status.st_size} : -1;
+}
+
+static bool is_plain_file(const char *path, struct stat *status) {
+    return lstat(path, status) == 0 && S_ISREG(status->st_mode);
 }
 
 // hbs_file_copy is silent about a file that it could not write (a full disk), so the copy is measured.
-static bool copied_whole(FILE *stream, const char *copy) {
-    if (hbs_file_copy(stream, copy) != 0 || ferror(stream) != 0)
-        return false;
-    struct stat original;
-    return fstat(fileno(stream), &original) == 0 && size_of(copy) == int64_t{original.st_size};
+// Returns the copy, open for reading, or -1 (logged).
+static int open_copy(FILE *stream, const hbs_notice_source *source) {
+    const bool copied = hbs_file_copy(stream, source->temporary) == 0 && ferror(stream) == 0;
+    const int copy = copied ? hbs_plain_open(source->temporary, O_RDONLY, 0) : -1;
+    if (copy != -1 && size_of(copy) == size_of(fileno(stream)))
+        return copy;
+    struct stat status;
+    if (copied && copy == -1 && is_plain_file(source->temporary, &status))
+        HBS_LOG(HBS_ERROR, "%s", source->open_failed);
+    else
+        HBS_LOG(HBS_ERROR, "%s", source->copy_failed);
+    if (copy != -1)
+        (void)close(copy);
+    return -1;
 }
 
-// A file that is closed full is an event again, which brings the next try. It must not come at once, or the
-// thread and the log would know nothing else; meanwhile the server may write.
-static void pause_before_retry(FILE *stream) {
-    (void)flock(fileno(stream), LOCK_UN);
-    const timespec pause = {1, 0};
-    (void)nanosleep(&pause, nullptr);
+static bool empty(FILE *stream, const char *path) {
+    if (ftruncate(fileno(stream), 0) == 0)
+        return true;
+    HBS_LOG(HBS_ERROR, "HOSTBASE: error truncating notification file(%s): %s", path, strerror(errno));
+    return false;
 }
 
-char *hbs_notice_take(const char *path, const hbs_notice_source *source) {
-    if (path == nullptr || size_of(path) == 0)
-        return nullptr;
+namespace {
+// Collects the bytes of a line.
+struct line_collector {
+    hbs_notice_reader reader;
+    void *context;
+    size_t length;
+    size_t word; // length of the word that the line ends with now
+    char text[HBS_NOTICE_LINE_MAX + 1];
+};
+} // namespace
+
+static void end_line(line_collector *line) {
+    line->text[line->length] = '\0';
+    if (line->length > 0)
+        line->reader(line->text, line->context);
+    line->length = line->word = 0;
+}
+
+static void add_byte(line_collector *line, char byte) {
+    if (byte == '\n' || byte == '\0') {
+        end_line(line);
+        return;
+    }
+    line->word = byte == ' ' || byte == '\t' ? 0 : line->word + 1;
+    if (line->word <= HBS_NOTICE_WORD_MAX && line->length < HBS_NOTICE_LINE_MAX)
+        line->text[line->length++] = byte;
+}
+
+static void read_lines(int copy, hbs_notice_reader reader, void *context) {
+    static line_collector line;
+    static char piece[4096];
+    line.reader = reader;
+    line.context = context;
+    line.length = line.word = 0;
+    ssize_t count;
+    while ((count = read(copy, piece, sizeof piece)) > 0 || (count == -1 && errno == EINTR))
+        for (ssize_t i = 0; i < count; i++)
+            add_byte(&line, piece[i]);
+    end_line(&line);
+}
+
+// Returns the copy that holds what the file held, or -1 when there is none. Closes the file: the server may
+// write.
+static int take_copy(FILE *stream, const char *path, const hbs_notice_source *source, bool *again) {
+    hbs_at_exit close_stream([stream] { (void)fclose(stream); });
+    const int64_t size = size_of(fileno(stream));
+    int copy = -1;
+    if (size > HBS_NOTICE_FILE_MAX)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: notification file(%s) of %lld bytes is dropped: more than 16 MiB", path,
+                static_cast<long long>(size));
+    else
+        copy = open_copy(stream, source);
+    const bool done_with = copy != -1 || size > HBS_NOTICE_FILE_MAX;
+    *again = !done_with || !empty(stream, path);
+    return copy;
+}
+
+hbs_notice_taken hbs_notice_take(const char *path, const hbs_notice_source *source, hbs_notice_reader reader,
+                                 void *context) {
+    struct stat status;
+    if (path == nullptr || (is_plain_file(path, &status) && status.st_size == 0))
+        return {false, false};
     FILE *stream = hbs_locked_open(path, "r+", hbs_lock::exclusive);
     if (stream == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: error opening notification file(%s): %s", path, strerror(errno));
-        return nullptr;
+        return {false, true};
     }
-    {
-        hbs_at_exit close([stream] { (void)fclose(stream); });
-        if (!copied_whole(stream, source->temporary)) {
-            HBS_LOG(HBS_ERROR, "%s", source->copy_failed);
-            pause_before_retry(stream);
-            return nullptr;
-        }
-        if (ftruncate(fileno(stream), 0) != 0) {
-            HBS_LOG(HBS_ERROR, "HOSTBASE: error truncating notification file(%s): %s", path, strerror(errno));
-            pause_before_retry(stream);
-        }
-        (void)flock(fileno(stream), LOCK_UN);
-    }
-    return hbs_notice_read(source);
-}
-
-char *hbs_notice_read(const hbs_notice_source *source) {
-    FILE *stream = fopen(source->temporary, "re");
-    if (stream == nullptr) {
-        HBS_LOG(HBS_ERROR, "%s", source->open_failed);
-        return nullptr;
-    }
-    hbs_at_exit close([stream] { (void)fclose(stream); });
-    (void)fseeko(stream, 0, SEEK_END);
-    const auto size = static_cast<uint64_t>(std::max<off_t>(ftello(stream), 0));
-    rewind(stream);
-    char *text = size < SIZE_MAX / 2 ? static_cast<char *>(malloc(static_cast<size_t>(size) + 1)) : nullptr;
-    if (text == nullptr) {
-        HBS_LOG(HBS_ERROR, "HOSTBASE: Fail to malloc buffer for tmp file\n");
-        return nullptr;
-    }
-    const size_t count = fread(text, 1, static_cast<size_t>(size), stream);
-    std::replace(text, text + count, '\0', '\n');
-    text[count] = '\0';
-    return text;
+    bool again = false;
+    const int copy = take_copy(stream, path, source, &again);
+    if (copy == -1)
+        return {false, again};
+    read_lines(copy, reader, context);
+    (void)close(copy);
+    return {true, again};
 }

@@ -5,8 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/types.h>
 
 #include <commonutils.h>
 
@@ -53,13 +52,10 @@ static int write_host_record(int group, const hbs_static_lease *lease) {
                    word_of(lease->host).text, lease->number, word_of(lease->text[0]).text,
                    word_of(lease->text[1]).text, word_of(lease->text[2]).text);
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_lease_add_ipv4_static: add %s to file %s", record, path);
+    const int tail = hbs_file_tail(path);
+    if (tail < 0 || (tail > 0 && COMMONUTILS_file_write(path, "\n") != 0))
+        return -1;
     return COMMONUTILS_file_write(path, record) == 0 ? 0 : -1;
-}
-
-// A new static-lease file gets its mode here; the edit that follows keeps it.
-static bool make_static_file(const char *path) {
-    const int descriptor = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, STATIC_FILE_MODE);
-    return descriptor != -1 && close(descriptor) == 0;
 }
 
 int hbs_lease_add_ipv4_static(int group, const hbs_static_lease *lease) {
@@ -71,7 +67,8 @@ int hbs_lease_add_ipv4_static(int group, const hbs_static_lease *lease) {
         (void)snprintf(line, sizeof line, "%s %s %u", lease->mac, lease->address, lease->index);
     else
         (void)snprintf(line, sizeof line, "%s %s", lease->mac, lease->address);
-    if (!make_static_file(path) || hbs_lines_append(path, line) != 0) {
+    // In place: a server that waits for the lock meanwhile goes on with the file that stays.
+    if (hbs_line_append_in_place(path, line, STATIC_FILE_MODE) != 0) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: can't write %s", path);
         return -1;
     }
@@ -118,7 +115,9 @@ static bool delete_first(const char *path, line_finder find, const hbs_lease_sea
     char text[FIELDS_SIZE];
     if (!find(path, search, text))
         return false;
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_lease_delete_ipv4_static: execute cmd : sed -i '/%s/d' %s", text, path);
+    char command[FIELDS_SIZE + HBS_LEASE_PATH_SIZE + 16];
+    (void)snprintf(command, sizeof command, "sed -i '/%s/d' %s", text, path);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_lease_delete_ipv4_static: execute cmd : %s", command);
     size_t deleted = 0;
     return hbs_lines_delete_containing(path, text, &deleted) == 0 && deleted > 0;
 }

@@ -1,6 +1,7 @@
 // The static leases of a network follow it to its new subnet.
 #include "gateway/subnet_change.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
@@ -103,6 +104,8 @@ static bool store_moved_leases(const char *old_path, const char *new_path) {
     if (strcmp(old_path, new_path) == 0) // the old leases make way, and are locked already
         return COMMONUTILS_file_copy(MOVED_LEASES, new_path) == 0;
     FILE *there = hbs_locked_open(new_path, "r", hbs_lock::exclusive);
+    if (there == nullptr && errno != ENOENT)
+        return false;
     hbs_at_exit unlock([&] {
         if (there != nullptr)
             (void)fclose(there);

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/line_read.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/text.h"
 
@@ -24,7 +25,7 @@ static bool copy_value(const char *line, char *value, size_t size) {
 }
 
 int hbs_getPersistentUserSettings(const char *key, const char *file, char *value, size_t size) {
-    FILE *stream = fopen(file, "re");
+    FILE *stream = hbs_plain_stream(file, "r");
     if (stream == nullptr)
         return 0;
     hbs_at_exit close_file([&] { (void)fclose(stream); });

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "store/index.h"
 #include "store/pools.h"
 #include "store/rule_index.h"
@@ -18,7 +19,7 @@
 constexpr int segment_mode = 0777; // not cut by the umask
 
 static bool create_key_file() {
-    int file = open(HBS_SHM_KEY_FILE, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    int file = hbs_plain_open(HBS_SHM_KEY_FILE, O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (file < 0)
         return false;
     (void)close(file);

@@ -1,5 +1,6 @@
 // The watch on notification files: emptied at the start, handlers called on each close, watches that
 // survive the file.
+#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
@@ -9,6 +10,7 @@
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -24,13 +26,23 @@ using testing::ElementsAre;
 
 namespace {
 
+bool handler_fails = false;
+
 // Traces what it is called for and empties the file, as a taker of notifications does.
-void handle(const char *path) {
+bool handle(const char *path) {
+    if (handler_fails) {
+        trace::add(std::string("fail ") + std::filesystem::path(path).filename().string());
+        close(
+            open(path, O_WRONLY |
+                           O_NONBLOCK)); // a close as an event, as of a taker that opened the file and failed
+        return false;
+    }
     const std::string text = read_file(path);
     if (!text.empty()) {
         trace::add(std::string("handle ") + std::filesystem::path(path).filename().string() + " " + text);
         std::ofstream(path, std::ios::trunc).close();
     }
+    return true;
 }
 
 class FileWatch : public GatewayTest {
@@ -56,6 +68,21 @@ class FileWatch : public GatewayTest {
         descriptor = hbs_file_watch_open(table);
         ASSERT_GE(descriptor, 0);
         (void)trace::take();
+    }
+
+    // Reads until something that contains `part` was traced; returns all that was.
+    trace::list events_until(const std::string &part) {
+        trace::list lines;
+        for (int i = 0; i < 100; i++) {
+            hbs_file_watch_read(descriptor, table);
+            for (const std::string &line : trace::take()) {
+                lines.push_back(line);
+                if (line.find(part) != std::string::npos)
+                    return lines;
+            }
+        }
+        ADD_FAILURE() << "no " << part;
+        return lines;
     }
 
     // Reads for as long as there are events; returns what was traced.
@@ -188,6 +215,101 @@ TEST_F(FileWatch, FileWhoseDirectoryIsGone_IsLogged) {
     EXPECT_THAT(events(), ElementsAre("handle second news"));
 }
 
+using clock_type = std::chrono::steady_clock;
+
+TEST_F(FileWatch, DirectoryThatIsMadeAgain_IsWatchedAgain) {
+    const std::string place = directory() + "/place";
+    const std::string path = place + "/file";
+    std::filesystem::create_directory(place);
+    table[0].path = path.c_str();
+    open_watches();
+    std::filesystem::remove_all(place);
+    EXPECT_THAT(events(), testing::Contains(again(path)));
+    EXPECT_EQ(table[0].wd, -1);
+    std::filesystem::create_directory(place);
+    write_file(path, "news");
+    const auto made = clock_type::now();
+    EXPECT_THAT(
+        events_until("handle file"),
+        ElementsAre("log HOSTBASE: file " + path + " is there again and watched", "handle file news"));
+    EXPECT_LT(clock_type::now() - made, std::chrono::seconds(2));
+    write_file(path, "more");
+    EXPECT_THAT(events(), ElementsAre("handle file more"));
+}
+
+TEST_F(FileWatch, DirectoryThatComesLater_IsWatched) {
+    const std::string path = directory() + "/later/file";
+    table[0].path = path.c_str();
+    open_watches();
+    std::filesystem::create_directory(directory() + "/later");
+    (void)events_until("is there again and watched");
+    EXPECT_TRUE(file_exists(path));
+    write_file(path, "news");
+    EXPECT_THAT(events(), ElementsAre("handle file news"));
+}
+
+// A writer that has it open keeps the file alive, and would keep the watch on it.
+TEST_F(FileWatch, FileThatIsRemovedWhileItIsOpen_IsWatchedAgain) {
+    open_watches();
+    const int writer = open(first.c_str(), O_WRONLY);
+    std::filesystem::remove(first);
+    EXPECT_THAT(events(), ElementsAre(again(first)));
+    write_file(first, "news");
+    EXPECT_THAT(events(), ElementsAre("handle first news"));
+    std::filesystem::rename(first, first + ".old");
+    EXPECT_THAT(events(), ElementsAre(again(first)));
+    write_file(first, "more");
+    EXPECT_THAT(events(), ElementsAre("handle first more"));
+    close(writer);
+}
+
+TEST_F(FileWatch, ChangeOfModeOrOwner_IsNoEvent) {
+    open_watches();
+    std::filesystem::permissions(first, std::filesystem::perms::owner_all);
+    EXPECT_THAT(events(), ElementsAre());
+}
+
+// A handler that fails is called again after a second, not for the event that its own close makes.
+TEST_F(FileWatch, HandlerThatFails_IsCalledAgainAfterASecond) {
+    open_watches();
+    handler_fails = true;
+    const auto start = clock_type::now();
+    write_file(second, "news");
+    EXPECT_THAT(events(), ElementsAre("fail second"));
+    EXPECT_THAT(events_until("fail"), ElementsAre("fail second"));
+    EXPECT_GE(clock_type::now() - start, std::chrono::milliseconds(HBS_WATCH_RETRY));
+    handler_fails = false;
+    const auto end = clock_type::now();
+    EXPECT_THAT(events_until("handle"), ElementsAre("handle second news"));
+    EXPECT_LT(clock_type::now() - end, std::chrono::seconds(2));
+    write_file(second, "more");
+    EXPECT_THAT(events(), ElementsAre("handle second more"));
+}
+
+TEST_F(FileWatch, FifoInAFilesPlace_HoldsNobodyAndIsReplacedWhenItIsGone) {
+    ASSERT_EQ(mkfifo(first.c_str(), 0666), 0);
+    handler_fails = true; // as the taker of notifications does for a FIFO
+    descriptor = hbs_file_watch_open(table);
+    ASSERT_GE(descriptor, 0);
+    EXPECT_EQ(trace::take()[0], "log HOSTBASE: error creating/truncating file(" + first +
+                                    ") for inotify: No such device or address");
+    handler_fails = false;
+    std::filesystem::remove(first);
+    EXPECT_THAT(events(), ElementsAre(again(first)));
+    write_file(first, "news");
+    EXPECT_THAT(events_until("handle"), ElementsAre("handle first news"));
+}
+
+TEST_F(FileWatch, LinkInAFilesPlace_LeavesItsTargetAsItIs) {
+    write_file(directory() + "/victim", "precious");
+    std::filesystem::create_symlink(directory() + "/victim", first);
+    table[0].handler = [](const char *) { return true; };
+    descriptor = hbs_file_watch_open(table);
+    EXPECT_EQ(trace::take()[0], "log HOSTBASE: error creating/truncating file(" + first +
+                                    ") for inotify: Too many levels of symbolic links");
+    EXPECT_EQ(read_file(directory() + "/victim"), "precious");
+}
+
 TEST_F(FileWatch, Overflow_LooksAtEveryFile) {
     open_watches();
     std::ifstream limit("/proc/sys/fs/inotify/max_queued_events");
@@ -214,6 +336,22 @@ TEST_F(FileWatch, Identify_WritesProcessAndThread) {
     EXPECT_EQ(read_file(HBS_FILE_WATCH_PID), trace::format("pid:%d tid:%d", static_cast<int>(getpid()),
                                                            static_cast<int>(syscall(SYS_gettid))));
     EXPECT_THAT(trace::take(), ElementsAre());
+}
+
+TEST_F(FileWatch, Identify_ReplacesAFifoOrALink) {
+    std::filesystem::remove(HBS_FILE_WATCH_PID);
+    ASSERT_EQ(mkfifo(HBS_FILE_WATCH_PID, 0666), 0);
+    hbs_file_watch_identify();
+    EXPECT_TRUE(read_file(HBS_FILE_WATCH_PID).starts_with("pid:"));
+    std::filesystem::remove(HBS_FILE_WATCH_PID);
+    write_file(directory() + "/victim", "precious");
+    std::filesystem::create_symlink(directory() + "/victim", HBS_FILE_WATCH_PID);
+    hbs_file_watch_identify();
+    EXPECT_TRUE(read_file(HBS_FILE_WATCH_PID).starts_with("pid:"));
+    EXPECT_EQ(read_file(directory() + "/victim"), "precious");
+    struct stat status = {};
+    ASSERT_EQ(stat(HBS_FILE_WATCH_PID, &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0600u);
 }
 
 TEST_F(FileWatch, Identify_WhenTheFileCannotBeCreated_IsLogged) {

@@ -1,6 +1,8 @@
 // The DHCPv6 server's address database: which of its lines count, and what they leave in a client.
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <limits>
+#include <sys/stat.h>
 
 #include "base/date.h"
 #include "files/leasev6.h"
@@ -44,6 +46,14 @@ TEST_F(Leasev6, MissingDatabase_IsLoggedAndChangesNothing) {
     hbs_leasev6_find(client_);
     EXPECT_THAT(log_lines(), ElementsAre("HOSTBASE: Could not found /var/lib/dibbler/server-AddrMgr.xml"));
     EXPECT_EQ(0, std::memcmp(&before, client_, sizeof before));
+}
+
+TEST_F(Leasev6, FifoAsDatabase_IsLoggedAtOnceAndChangesNothing) {
+    (void)std::filesystem::remove(HBS_LEASEV6_DATABASE);
+    ASSERT_EQ(0, mkfifo(HBS_LEASEV6_DATABASE, 0666));
+    hbs_leasev6_find(client_);
+    (void)std::filesystem::remove(HBS_LEASEV6_DATABASE);
+    EXPECT_THAT(log_lines(), ElementsAre("HOSTBASE: Could not found /var/lib/dibbler/server-AddrMgr.xml"));
 }
 
 TEST_F(Leasev6, MatchingElement_SetsTheLeaseEndAndDynip6) {

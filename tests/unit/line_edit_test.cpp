@@ -1,4 +1,5 @@
 // Line edits: content, atomicity, locks, failures, and that the content is what the commands leave.
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -53,7 +54,7 @@ TEST_F(LineEdit, AppendCreatesAMissingFile) {
     umask(0);
     EXPECT_EQ(0, hbs_lines_append(path(), "one"));
     EXPECT_EQ("one\n", content());
-    EXPECT_EQ(0644u, mode());
+    EXPECT_EQ(0600u, mode()); // what others cannot open they cannot lock
 }
 
 TEST_F(LineEdit, AppendEndsALastLineFirst) {
@@ -342,5 +343,74 @@ INSTANTIATE_TEST_SUITE_P(
                     CommandCase{"replace_last_without_newline", "a\nb", "sed -i 's/b/c/g' FILE",
                                 [](auto p) { return hbs_lines_replace(p, "b", "c"); }}),
     [](const auto &instance) { return instance.param.name; });
+
+// --- in place ---
+
+TEST_F(LineEdit, InPlace_KeepsTheFileAndItsMode) {
+    put("one\n");
+    ASSERT_EQ(0, chmod(path(), 0640));
+    const ino_t before = inode();
+    EXPECT_EQ(0, hbs_line_append_in_place(path(), "two", 0755));
+    EXPECT_EQ("one\ntwo\n", content());
+    EXPECT_EQ(before, inode());
+    EXPECT_EQ(0640u, mode());
+    EXPECT_FALSE(file_exists(leftover()));
+}
+
+TEST_F(LineEdit, InPlace_MakesAMissingFile) {
+    umask(022);
+    EXPECT_EQ(0, hbs_line_append_in_place(path(), "one", 0755));
+    EXPECT_EQ("one\n", content());
+    EXPECT_EQ(0755u, mode());
+}
+
+TEST_F(LineEdit, InPlace_EndsATornLastLineFirst) {
+    put("one\nha");
+    EXPECT_EQ(1, hbs_file_tail(path()));
+    EXPECT_EQ(0, hbs_line_append_in_place(path(), "two", 0755));
+    EXPECT_EQ("one\nha\ntwo\n", content());
+    EXPECT_EQ(0, hbs_file_tail(path()));
+}
+
+// Who waits for the lock with the file open goes on with the file that bears the name.
+TEST_F(LineEdit, InPlace_LeavesTheFileToWhoWaitsForIt) {
+    put("one\n");
+    const int server = open(path(), O_RDWR | O_APPEND | O_CLOEXEC);
+    EXPECT_EQ(0, hbs_line_append_in_place(path(), "two", 0755));
+    EXPECT_EQ(0, flock(server, LOCK_EX | LOCK_NB));
+    EXPECT_EQ(6, write(server, "three\n", 6));
+    close(server);
+    EXPECT_EQ("one\ntwo\nthree\n", content());
+}
+
+TEST_F(LineEdit, InPlace_TakesBackWhatIsNotWhole) {
+    put("one\nha");
+    rlimit old = {};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &old));
+    const rlimit small = {10, old.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &small));
+    const int result = hbs_line_append_in_place(path(), "a longer line", 0755);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &old));
+    EXPECT_EQ(-1, result);
+    EXPECT_EQ("one\nha", content());
+}
+
+TEST_F(LineEdit, InPlace_OfWhatIsNoFile_IsLogged) {
+    ASSERT_EQ(0, mkfifo(path(), 0666));
+    EXPECT_EQ(-1, hbs_line_append_in_place(path(), "one", 0755));
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: can't edit " + path_));
+    EXPECT_EQ(-1, hbs_file_tail(path()));
+    EXPECT_EQ(0, hbs_file_tail((path_ + ".missing").c_str()));
+}
+
+TEST_F(LineEdit, MakePrivate_TakesTheOthersAccessAway) {
+    hbs_file_make_private(path()); // missing: nothing happens
+    EXPECT_FALSE(file_exists(path_));
+    put("one\n");
+    hbs_file_make_private(path());
+    EXPECT_EQ(0600u, mode());
+    EXPECT_EQ("one\n", content());
+}
 
 } // namespace

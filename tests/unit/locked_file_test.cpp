@@ -1,6 +1,7 @@
 // Files opened under a lock that other programs take as well.
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -98,6 +99,63 @@ TEST_F(LockedFile, OpensAFileThatWasReplacedMeanwhileAgain) {
 TEST_F(LockedFile, IsNullWhenTheFileWasRemovedMeanwhile) {
     EXPECT_EQ("(null)", content_after_waiting(
                             path_, [&] { unlink(path_.c_str()); }));
+}
+
+// --- what others can do to it ---
+
+// Milliseconds that the call takes.
+template <typename Action> long time_of(Action action) {
+    timespec start{}, end{};
+    clock_gettime(CLOCK_MONOTONIC, &start);
+    action();
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    return (end.tv_sec - start.tv_sec) * 1000 + (end.tv_nsec - start.tv_nsec) / 1000000;
+}
+
+TEST_F(LockedFile, ThatIsNeverLetGo_IsGivenUpAfterItsPatience) {
+    const int holder = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(holder, LOCK_SH)); // all that a reader needs
+    const long took = time_of([&] {
+        EXPECT_EQ(nullptr, hbs_locked_open(path_.c_str(), "r", hbs_lock::exclusive));
+        EXPECT_EQ(ETIMEDOUT, errno);
+    });
+    EXPECT_GE(took, HBS_LOCK_PATIENCE);
+    EXPECT_LT(took, HBS_LOCK_PATIENCE + 500);
+    EXPECT_TRUE(logged("HOSTBASE: " + path_ + " is locked by another process - gave up after 3000 ms"));
+    close(holder);
+    FILE *stream = hbs_locked_open(path_.c_str(), "r", hbs_lock::exclusive);
+    EXPECT_NE(nullptr, stream);
+    fclose(stream);
+}
+
+TEST_F(LockedFile, ManyThatAreNeverLetGo_ShareOnePatience) {
+    constexpr int FILES = 8;
+    std::vector<int> holders;
+    for (int i = 0; i < FILES; i++) {
+        write_file(path_ + std::to_string(i), "");
+        holders.push_back(open((path_ + std::to_string(i)).c_str(), O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(0, flock(holders.back(), LOCK_SH));
+    }
+    const long took = time_of([&] {
+        for (int i = 0; i < FILES; i++)
+            EXPECT_EQ(nullptr,
+                      hbs_locked_open((path_ + std::to_string(i)).c_str(), "r", hbs_lock::exclusive));
+    });
+    EXPECT_LT(took, HBS_LOCK_PATIENCE + 1000);
+    // Another thread has a patience of its own, and a short wait is always granted.
+    std::string content = "(null)";
+    content = content_after_waiting(path_, [] {});
+    EXPECT_EQ("old\n", content);
+    for (const int holder : holders)
+        close(holder);
+}
+
+TEST_F(LockedFile, FifoOrLink_IsNullAtOnce) {
+    ASSERT_EQ(0, mkfifo((path_ + ".fifo").c_str(), 0666));
+    EXPECT_EQ(nullptr, hbs_locked_open((path_ + ".fifo").c_str(), "r+", hbs_lock::exclusive));
+    ASSERT_EQ(0, symlink(path_.c_str(), (path_ + ".link").c_str()));
+    EXPECT_EQ(nullptr, hbs_locked_open((path_ + ".link").c_str(), "r", hbs_lock::shared));
+    EXPECT_EQ(ELOOP, errno);
 }
 
 } // namespace

@@ -36,6 +36,31 @@ TEST_F(ScratchFile, FollowsNoLink) {
     EXPECT_EQ("text", read_file(path()));
 }
 
+TEST_F(ScratchFile, ReplacesAFifo) {
+    ASSERT_EQ(0, mkfifo(path().c_str(), 0666));
+    FILE *stream = hbs_scratch_open(path().c_str());
+    ASSERT_NE(nullptr, stream);
+    fputs("text", stream);
+    fclose(stream);
+    EXPECT_EQ("text", read_file(path()));
+}
+
+TEST_F(ScratchFile, IsNobodyElses) {
+    umask(0);
+    write_file(path(), "made by somebody else");
+    FILE *stream = hbs_scratch_open(path().c_str());
+    ASSERT_NE(nullptr, stream);
+    struct stat status = {};
+    ASSERT_EQ(0, fstat(fileno(stream), &status));
+    EXPECT_EQ(0600u, status.st_mode & 07777);
+    fclose(stream);
+}
+
+TEST_F(ScratchFile, MakeIsSilent) {
+    EXPECT_EQ(nullptr, hbs_scratch_make("/no/such/directory/x.tmp"));
+    EXPECT_TRUE(log_lines().empty());
+}
+
 TEST_F(ScratchFile, IsNullAndLoggedWhenItCannotBeCreated) {
     EXPECT_EQ(nullptr, hbs_scratch_open("/no/such/directory/x.tmp"));
     EXPECT_TRUE(logged("HOSTBASE: can't create /no/such/directory/x.tmp (error 2)"));

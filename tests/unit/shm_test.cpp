@@ -247,6 +247,19 @@ TEST_F(ShmInit, WhenKeyFileCannotBeCreated_SaysSo) {
     expect_failure("HOSTBASE: Cannot create gwhostbase shared memory key file - Is a directory");
 }
 
+TEST_F(ShmInit, WhenAFifoIsInTheKeyFilesPlace_SaysSoAtOnce) {
+    ASSERT_EQ(0, mkfifo(HBS_SHM_KEY_FILE, 0666));
+    expect_failure("HOSTBASE: Cannot create gwhostbase shared memory key file - No such device or address");
+}
+
+TEST_F(ShmInit, WhenALinkIsInTheKeyFilesPlace_LeavesItsTargetAsItIs) {
+    write_file(directory() + "/victim", "precious");
+    ASSERT_EQ(0, symlink((directory() + "/victim").c_str(), HBS_SHM_KEY_FILE));
+    expect_failure(
+        "HOSTBASE: Cannot create gwhostbase shared memory key file - Too many levels of symbolic links");
+    EXPECT_EQ("precious", read_file(directory() + "/victim"));
+}
+
 TEST_F(ShmInit, WhenKeyCannotBeMade_SaysSo) {
     faults.ftok = true;
     expect_failure("HOSTBASE: Failed to create hostbase shm key");

@@ -60,6 +60,49 @@ TEST_F(StaticLeases, AddMakesANewFileWithItsMode) {
     EXPECT_EQ(0755u, status.st_mode & 07777);
 }
 
+// A server that waits for the lock has the file open, and edits what it has open.
+TEST_F(StaticLeases, AddKeepsTheFileThatAServerWaitsFor) {
+    write_file(STATIC_1, "02:aa:00:00:00:12 192.168.0.6\n");
+    const int server = open(STATIC_1.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    EXPECT_EQ(0, hbs_lease_add_ipv4_static(0, &lease_));
+    EXPECT_EQ(4, write(server, "end\n", 4));
+    close(server);
+    EXPECT_EQ("02:aa:00:00:00:12 192.168.0.6\n02:aa:00:00:00:11 192.168.0.5\nend\n", read_file(STATIC_1));
+}
+
+TEST_F(StaticLeases, AddGluesNothingToATornLastLine) {
+    write_file(STATIC_1, "02:aa:00:00:00:12 192.168.0.6\n02:aa:00:00");
+    write_file(HOST_1, "02:aa:00:00:00:12 192.168.0");
+    EXPECT_EQ(0, hbs_lease_add_ipv4_static(0, &lease_));
+    EXPECT_EQ("02:aa:00:00:00:12 192.168.0.6\n02:aa:00:00\n02:aa:00:00:00:11 192.168.0.5\n",
+              read_file(STATIC_1));
+    EXPECT_EQ("02:aa:00:00:00:12 192.168.0\n" + RECORD, read_file(HOST_1));
+}
+
+TEST_F(StaticLeases, FifosInThePlaceOfTheFiles_CannotBeOpened) {
+    ASSERT_EQ(0, mkfifo(STATIC_1.c_str(), 0666));
+    ASSERT_EQ(0, mkfifo(HOST_1.c_str(), 0666));
+    EXPECT_EQ(-1, hbs_lease_add_ipv4_static(0, &lease_));
+    EXPECT_EQ(-1, hbs_lease_update_ipv4_static(0, &lease_));
+    EXPECT_EQ(0, hbs_lease_delete_ipv4_static(lease_.mac));
+    uint32_t index = 1;
+    EXPECT_EQ(0, hbs_lease_get_static_index(0, lease_.mac, lease_.address, &index, nullptr));
+    unlink(STATIC_1.c_str());
+    EXPECT_EQ(-1, hbs_lease_add_ipv4_static(0, &lease_)) << "the host record";
+    unlink(HOST_1.c_str());
+}
+
+TEST_F(StaticLeases, LockThatIsNeverLetGo_IsAFailure) {
+    write_file(STATIC_1, "02:aa:00:00:00:12 192.168.0.6\n");
+    const int other = open(STATIC_1.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(0, flock(other, LOCK_SH));
+    EXPECT_EQ(-1, hbs_lease_add_ipv4_static(0, &lease_));
+    EXPECT_TRUE(logged("HOSTBASE: can't write " + STATIC_1));
+    close(other);
+    EXPECT_EQ("02:aa:00:00:00:12 192.168.0.6\n", read_file(STATIC_1));
+    EXPECT_EQ(0, hbs_lease_add_ipv4_static(0, &lease_));
+}
+
 TEST_F(StaticLeases, AddFailsWithoutAFileName) {
     EXPECT_EQ(-1, hbs_lease_add_ipv4_static(5, &lease_));
     fail("RNDDB_inet4AddrGetWithKeyAndIndex", -1);

@@ -134,6 +134,19 @@ TEST_F(Watchdog, WithoutAPidFile_EndsTheDaemonAtOnce) {
                             "system cat /var/tmp/hbs_watch_file.tmp", "system killall gw_hostbase"));
 }
 
+// A FIFO in its place would hold the timer's thread for ever.
+TEST_F(Watchdog, FifoOrLinkAsPidFile_CannotBeOpened) {
+    std::filesystem::remove(pid_file);
+    ASSERT_EQ(0, mkfifo(pid_file.c_str(), 0666));
+    EXPECT_EQ(tick("futex")[0],
+              "log HOSTBASE: file_watcher_timer_handle Couldn't open file_watch_thread.pid");
+    std::filesystem::remove(pid_file);
+    write_file(directory() + "/other.pid", "pid:11 tid:22");
+    std::filesystem::create_symlink(directory() + "/other.pid", pid_file);
+    EXPECT_EQ(tick("futex")[0],
+              "log HOSTBASE: file_watcher_timer_handle Couldn't open file_watch_thread.pid");
+}
+
 TEST_F(Watchdog, WithoutTheThread_EndsTheDaemonAtOnce) {
     EXPECT_THAT(tick(), ENDS_THE_DAEMON);
 }
