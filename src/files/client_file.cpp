@@ -9,6 +9,7 @@
 #include "base/hex.h"
 #include "base/line_edit.h"
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/text.h"
 #include "files/client_leases.h"
@@ -130,12 +131,18 @@ int read_version(FILE *file, char **line, size_t *capacity, bool *is_version) {
 }
 
 // Lines are read to their end whatever their length: what the per-client update writes loads back whole.
-void load_lines(FILE *file, int version, char **line, size_t *capacity) {
-    while (getline(line, capacity, file) > 0)
-        if (version != FILE_VERSION)
-            HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: UNKNOWN FILE FORMAT %d", version);
-        else
+// Returns 0, or -1 when there was a line of an unknown version.
+int load_lines(FILE *file, int version, char **line, size_t *capacity) {
+    int result = 0;
+    while (getline(line, capacity, file) > 0) {
+        if (version == FILE_VERSION) {
             load_line(*line);
+            continue;
+        }
+        HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: UNKNOWN FILE FORMAT %d", version);
+        result = -1;
+    }
+    return result;
 }
 
 void save_client(FILE *content, const hbs_client *client) {
@@ -186,7 +193,7 @@ void log_encoding(const hbs_client *client) {
 // Returns -1 when the file is missing or of another version.
 int find_line(const char *mac_text, char **line, size_t *capacity, bool *found) {
     *found = false;
-    FILE *file = fopen(HBS_CLIENT_FILE, "re");
+    FILE *file = hbs_plain_stream(HBS_CLIENT_FILE, "r");
     if (file == nullptr)
         return -1;
     hbs_at_exit close([file] { (void)fclose(file); });
@@ -207,37 +214,51 @@ int find_line(const char *mac_text, char **line, size_t *capacity, bool *found) 
 }
 
 // The log names the command whose effect the edit has.
+using command_text = char[5040];
+
+void log_execute(const char *command) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: %s", command);
+}
+
 void append_line(const char *line) {
+    command_text command;
+    (void)snprintf(command, sizeof command, "echo '%s' >> %s", line, HBS_CLIENT_FILE);
     HBS_LOG(HBS_INFO, "HOSTBASE: execute append cmd");
-    HBS_LOG(HBS_INFO, "HOSTBASE:  : echo '%s' >> %s", line, HBS_CLIENT_FILE);
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: echo '%s' >> %s", line, HBS_CLIENT_FILE);
+    HBS_LOG(HBS_INFO, "HOSTBASE:  : %s", command);
+    log_execute(command);
     (void)hbs_lines_append(HBS_CLIENT_FILE, line);
 }
 
 void replace_line(const char *old_line, const char *new_line) {
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: sed -i 's/%s/%s/g' %s", old_line, new_line,
-            HBS_CLIENT_FILE);
+    command_text command;
+    (void)snprintf(command, sizeof command, "sed -i 's/%s/%s/g' %s", old_line, new_line, HBS_CLIENT_FILE);
+    log_execute(command);
     (void)hbs_lines_replace(HBS_CLIENT_FILE, old_line, new_line);
 }
 
 void delete_line(const char *old_line) {
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client: execute: sed '/^%s/d' %s > %s", old_line,
-            HBS_CLIENT_FILE, TEMPORARY_FILE);
+    command_text command;
+    (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", old_line, HBS_CLIENT_FILE,
+                   TEMPORARY_FILE);
+    log_execute(command);
     (void)hbs_lines_delete_prefix(HBS_CLIENT_FILE, old_line);
 }
 
-// What a power cut in the middle of an edit left beside the files of the user's settings.
-void clear_leftovers() {
-    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
+// What a power cut in the middle of an edit left beside the files of the user's settings goes, and so does
+// everybody else's access to them.
+void tidy_files() {
+    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES}) {
         hbs_file_clear_leftover(path);
+        hbs_file_make_private(path);
+    }
     hbs_lease_clear_leftovers();
 }
 
 } // namespace
 
 int hbs_nv_load_clients() {
-    clear_leftovers();
-    FILE *file = fopen(HBS_CLIENT_FILE, "re");
+    tidy_files();
+    FILE *file = hbs_plain_stream(HBS_CLIENT_FILE, "r");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", HBS_CLIENT_FILE);
         return -1;
@@ -247,8 +268,9 @@ int hbs_nv_load_clients() {
     hbs_at_exit release([&line] { free(line); });
     bool is_version = false;
     int version = read_version(file, &line, &capacity, &is_version);
+    int result = -1;
     if (is_version) {
-        load_lines(file, version, &line, &capacity);
+        result = load_lines(file, version, &line, &capacity);
     } else {
         HBS_LOG(HBS_ERROR,
                 "HOSTBASE: hbs_nv_load_clients: %s File format error, first line:%s. it should be like "
@@ -259,7 +281,7 @@ int hbs_nv_load_clients() {
     (void)fclose(file);
     if (version < FILE_VERSION)
         hbs_nv_save_clients();
-    return version == FILE_VERSION ? 0 : -1;
+    return result;
 }
 
 void hbs_nv_save_clients() {

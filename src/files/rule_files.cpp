@@ -6,6 +6,7 @@
 
 #include "base/line_edit.h"
 #include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/text.h"
 #include "store/clients.h"
@@ -90,7 +91,7 @@ void scan_rules(rule_line *line, const hbs_rule *wanted) {
 
 // Finds the line of a MAC. Returns whether there is one; then its rules are scanned for `wanted`.
 bool find_rule_line(const char *path, const char *mac_text, const hbs_rule *wanted, rule_line *line) {
-    FILE *file = fopen(path, "re");
+    FILE *file = hbs_plain_stream(path, "r");
     if (file == nullptr)
         return false;
     hbs_at_exit close([file] { (void)fclose(file); });
@@ -139,15 +140,12 @@ void load_line(int kind, char *text) {
     const hbs_client *client = hbs_find_by_mac(mac);
     if (client == nullptr)
         return;
-    int rules = 0;
-    for (const char *field = strtok_r(nullptr, ";", &rest); field != nullptr && rules < HBS_RULES_PER_LINE;
+    for (const char *field = strtok_r(nullptr, ";", &rest); field != nullptr;
          field = strtok_r(nullptr, ";", &rest)) {
         hbs_rule rule;
         const int count = parse_rule(field, &rule);
-        if (count != 3 && count < 6)
-            continue;
-        ++rules;
-        add_to_index(kind, mac, client, &rule);
+        if (count == 3 || count >= 6)
+            add_to_index(kind, mac, client, &rule);
     }
 }
 
@@ -159,17 +157,26 @@ hbs_line_action drop_line(const char *line, size_t length, const char **, void *
     return begins && length <= HBS_RULE_LINE_MAX ? hbs_line_action::drop : hbs_line_action::keep;
 }
 
+// The command whose effect an edit has, for the log: two lines and a path at most.
+using command_text = char[2 * HBS_RULE_LINE_MAX + 256];
+
+void format_replace(const rule_line *line, const char *new_line, const char *path, command_text command) {
+    (void)snprintf(command, sizeof(command_text), "sed -i 's/%s/%s/g' %s", line->text, new_line, path);
+}
+
 int append_line(const char *path, const char *line) {
+    command_text command;
+    (void)snprintf(command, sizeof command, "echo '%s' >> %s", line, path);
     HBS_LOG(HBS_INFO, "HOSTBASE: execute append cmd");
-    HBS_LOG(HBS_INFO, "HOSTBASE:  : echo '%s' >> %s", line, path);
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client_white_rules: execute: echo '%s' >> %s", line, path);
+    HBS_LOG(HBS_INFO, "HOSTBASE:  : %s", command);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client_white_rules: execute: %s", command);
     return hbs_lines_append(path, line);
 }
 
 } // namespace
 
 int hbs_nv_load_client_rules(int kind, const char *path) {
-    FILE *file = fopen(path, "re");
+    FILE *file = hbs_plain_stream(path, "r");
     if (file == nullptr) {
         // The wording of the client file's loader, kept for both kinds of file.
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", path);
@@ -207,8 +214,9 @@ int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], con
                 mac_text.text);
         return -1;
     }
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client_white_rules: execute: sed -i 's/%s/%s/g' %s", line.text,
-            new_line, path);
+    command_text command;
+    format_replace(&line, new_line, path, command);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client_white_rules: execute: %s", command);
     return hbs_lines_replace(path, line.text, new_line);
 }
 
@@ -223,14 +231,15 @@ int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_
         return 0;
     }
     *rules_left = line.rules > 1;
+    command_text command;
     if (!*rules_left) {
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: sed '/^%s/d' %s > %s", line.text,
-                path, TEMPORARY_FILE);
+        (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", line.text, path, TEMPORARY_FILE);
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: %s", command);
         return hbs_lines_edit(path, drop_line, line.text);
     }
     char new_line[HBS_RULE_LINE_MAX + 1];
     (void)rebuild_line(&line, nullptr, new_line); // shorter than the line it replaces
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: sed -i 's/%s/%s/g' %s", line.text,
-            new_line, path);
+    format_replace(&line, new_line, path, command);
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: %s", command);
     return hbs_lines_replace(path, line.text, new_line);
 }

@@ -7,7 +7,8 @@
 constexpr const char *HBS_WHITE_RULES = "/nvram/8/client_white_rules.txt";
 constexpr const char *HBS_BLACK_RULES = "/nvram/8/client_black_rules.txt";
 
-// Limits of a line: a longer one, and a rule beyond the last that is seen, stay in the file untouched.
+// Limits of a line: a longer one stays in the file untouched, and so does a rule beyond the last that an
+// update or a clear sees. All rules of a line are loaded.
 constexpr size_t HBS_RULE_LINE_MAX = 2399;
 constexpr int HBS_RULES_PER_LINE = 30;
 

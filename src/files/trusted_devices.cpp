@@ -1,10 +1,15 @@
 #include "files/trusted_devices.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "base/line_edit.h"
+#include "base/log.h"
+#include "base/plain_file.h"
 #include "base/scope.h"
 
 namespace {
@@ -12,6 +17,7 @@ namespace {
 constexpr char MAC_TAG[] = "mac:";
 constexpr char INSTANCE_TAG[] = "tr69_i_id:";
 constexpr uint32_t MAX_PAYLOAD = 4096; // a longer one is damage, not a record
+constexpr int64_t MAX_FILE = 1 << 20;  // what is behind that is not read
 
 // A record as it is written; records that are read may hold other items too.
 struct __attribute__((packed)) written_record {
@@ -26,21 +32,12 @@ struct __attribute__((packed)) written_record {
 };
 static_assert(sizeof(written_record) == 37, "the agent reads the same file");
 
+// A record inside the bytes of the file, or one to be written: `bytes` begin with the payload's length.
 struct record {
-    uint32_t length;
-    uint8_t payload[MAX_PAYLOAD];
+    const uint8_t *bytes;
+    const uint8_t *payload;
+    uint32_t length; // of the payload
 };
-
-// Reads one record. Returns whether a whole one was there.
-bool read_record(FILE *file, record *out) {
-    return fread(&out->length, sizeof out->length, 1, file) == 1 && out->length > 0 &&
-           out->length <= MAX_PAYLOAD && fread(out->payload, out->length, 1, file) == 1;
-}
-
-void write_record(FILE *file, const record *in) {
-    (void)fwrite(&in->length, sizeof in->length, 1, file);
-    (void)fwrite(in->payload, in->length, 1, file);
-}
 
 struct item {
     const uint8_t *tag;
@@ -83,7 +80,7 @@ bool is_mac(const item *value, const uint8_t mac[HBS_MAC_SIZE]) {
     return value->value_length == HBS_MAC_SIZE && memcmp(value->value, mac, HBS_MAC_SIZE) == 0;
 }
 
-void make_record(const hbs_trusted_device *device, record *out) {
+written_record make_record(const hbs_trusted_device *device) {
     written_record written{};
     written.payload_length = sizeof written - sizeof written.payload_length;
     memcpy(written.mac_tag, MAC_TAG, sizeof written.mac_tag);
@@ -92,72 +89,162 @@ void make_record(const hbs_trusted_device *device, record *out) {
     memcpy(written.instance_tag, INSTANCE_TAG, sizeof written.instance_tag);
     written.instance_length = sizeof written.instance;
     written.instance = device->instance;
-    memcpy(out, &written, sizeof written);
+    return written;
 }
 
-// Copies the records of `from` that have a MAC to `to`; the one of `mac` is replaced by `replacement`, or
+// The file's bytes while it is gone through.
+struct file_bytes {
+    uint8_t *data = nullptr;
+    size_t size = 0;
+    size_t position = 0;
+    size_t dropped = 0; // bytes that were no record
+    file_bytes() = default;
+    file_bytes(const file_bytes &) = delete;
+    file_bytes &operator=(const file_bytes &) = delete;
+    ~file_bytes() { free(data); }
+};
+
+// Reads the file. False when it is missing or cannot be read.
+bool read_file(file_bytes *file) {
+    FILE *stream = hbs_plain_stream(HBS_TRUSTED_INSTANCES, "r");
+    if (stream == nullptr)
+        return false;
+    hbs_at_exit close([stream] { (void)fclose(stream); });
+    struct stat status;
+    if (fstat(fileno(stream), &status) != 0)
+        return false;
+    const auto size = static_cast<size_t>(std::min<int64_t>(status.st_size, MAX_FILE));
+    file->data = static_cast<uint8_t *>(malloc(size + 1));
+    if (file->data == nullptr)
+        return false;
+    file->size = fread(file->data, 1, size, stream);
+    return ferror(stream) == 0;
+}
+
+// The record that stands at a place of the file. Returns whether its length can be right.
+bool record_at(const file_bytes *file, size_t position, record *out) {
+    const size_t left = file->size - position;
+    if (left < sizeof out->length)
+        return false;
+    out->bytes = file->data + position;
+    out->payload = out->bytes + sizeof out->length;
+    memcpy(&out->length, out->bytes, sizeof out->length);
+    return out->length > 0 && out->length <= MAX_PAYLOAD && out->length <= left - sizeof out->length;
+}
+
+// Whether a record as this file writes them, its MAC first, seems to begin at a place.
+bool begins_at(const file_bytes *file, size_t position) {
+    constexpr size_t TAG = sizeof MAC_TAG - 1;
+    record there{};
+    uint32_t mac_length = 0;
+    if (!record_at(file, position, &there) || there.length < TAG + sizeof mac_length + HBS_MAC_SIZE ||
+        memcmp(there.payload, MAC_TAG, TAG) != 0)
+        return false;
+    memcpy(&mac_length, there.payload + TAG, sizeof mac_length);
+    return mac_length == HBS_MAC_SIZE;
+}
+
+// First place from `position` on, and before `end`, where a record seems to begin; `end` when there is none.
+size_t find_beginning(const file_bytes *file, size_t position, size_t end) {
+    while (position < end && !begins_at(file, position))
+        ++position;
+    return position;
+}
+
+bool is_text(const item *tag) {
+    return std::all_of(
+        tag->tag, tag->tag + tag->tag_length, [](uint8_t c) { return c > ' ' && c < 0x7f; });
+}
+
+// How much of a payload is made of sound items.
+uint32_t sound_length(const record *in) {
+    uint32_t position = 0;
+    uint32_t sound = 0;
+    item next{};
+    while (next_item(in, &position, &next) && is_text(&next))
+        sound = position;
+    return sound;
+}
+
+// Takes the next record. What is no record is passed over, up to where one begins again: a length that was
+// damaged loses its own record and none behind it. Returns false at the end of the file.
+bool next_record(file_bytes *file, record *out) {
+    while (file->position < file->size) {
+        const size_t start = file->position;
+        const bool fits = record_at(file, start, out);
+        const size_t head = sizeof out->length;
+        const size_t end = fits ? start + head + out->length : file->size;
+        // A length that is too long covers the beginning of the next record; in a sound item nothing is
+        // looked for.
+        file->position = find_beginning(file, fits ? start + head + sound_length(out) : start + 1, end);
+        if (fits && file->position == end)
+            return true;
+        file->dropped += file->position - start;
+    }
+    return false;
+}
+
+// Copies the records of the file that have a MAC to `to`; the one of `mac` is replaced by `replacement`, or
 // dropped when that is null. Returns whether there was one.
-bool copy_records(FILE *from, FILE *to, const uint8_t mac[HBS_MAC_SIZE], const record *replacement) {
-    static record current; // 4 KB; callers hold hbs_list_mutex
+bool copy_records(file_bytes *file, FILE *to, const uint8_t mac[HBS_MAC_SIZE],
+                  const written_record *replacement) {
     bool matched = false;
-    while (read_record(from, &current)) {
+    record current{};
+    while (next_record(file, &current)) {
         item device{};
         if (!find_item(&current, MAC_TAG, &device))
             continue;
         const bool same = is_mac(&device, mac);
         if (!same)
-            write_record(to, &current);
+            (void)fwrite(current.bytes, sizeof current.length + current.length, 1, to);
         else if (replacement != nullptr && !matched)
-            write_record(to, replacement);
+            (void)fwrite(replacement, sizeof *replacement, 1, to);
         matched = matched || same;
     }
     return matched;
 }
 
-// Rewrites the file; `old` may be null (no file yet).
-int rewrite(FILE *old, const uint8_t mac[HBS_MAC_SIZE], const record *replacement) {
+// Rewrites the file from what was read of it.
+int rewrite(file_bytes *file, const uint8_t mac[HBS_MAC_SIZE], const written_record *replacement) {
     char *content = nullptr;
     size_t length = 0;
     FILE *stream = open_memstream(&content, &length);
     if (stream == nullptr)
         return -1;
     hbs_at_exit release([&content] { free(content); });
-    const bool matched = old != nullptr && copy_records(old, stream, mac, replacement);
+    const bool matched = copy_records(file, stream, mac, replacement);
     if (!matched && replacement != nullptr)
-        write_record(stream, replacement);
-    if (fclose(stream) != 0)
+        (void)fwrite(replacement, sizeof *replacement, 1, stream);
+    const bool whole = ferror(stream) == 0;
+    if (fclose(stream) != 0 || !whole)
         return -1;
+    if (file->dropped > 0)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: %s is damaged: %zu bytes that are no record are dropped",
+                HBS_TRUSTED_INSTANCES, file->dropped);
     return hbs_file_replace(HBS_TRUSTED_INSTANCES, content, length);
 }
 
 } // namespace
 
 int hbs_nv_set_trusted_tr69_instance(const hbs_trusted_device *device) {
-    static record replacement; // 4 KB; callers hold hbs_list_mutex
-    make_record(device, &replacement);
-    FILE *old = fopen(HBS_TRUSTED_INSTANCES, "re");
-    const int result = rewrite(old, device->mac, &replacement);
-    if (old != nullptr)
-        (void)fclose(old);
-    return result;
+    const written_record replacement = make_record(device);
+    file_bytes file;
+    if (!read_file(&file) && errno != ENOENT)
+        return -1;
+    return rewrite(&file, device->mac, &replacement);
 }
 
 int hbs_nv_remove_trusted_tr69_instance(const uint8_t mac[HBS_MAC_SIZE]) {
-    FILE *old = fopen(HBS_TRUSTED_INSTANCES, "re");
-    if (old == nullptr)
-        return -1;
-    const int result = rewrite(old, mac, nullptr);
-    (void)fclose(old);
-    return result;
+    file_bytes file;
+    return read_file(&file) ? rewrite(&file, mac, nullptr) : -1;
 }
 
 int hbs_nv_get_trusted_tr69_instance(hbs_trusted_device *device) {
-    FILE *file = fopen(HBS_TRUSTED_INSTANCES, "re");
-    if (file == nullptr)
+    file_bytes file;
+    if (!read_file(&file))
         return -1;
-    hbs_at_exit close([file] { (void)fclose(file); });
-    static record current; // 4 KB; callers hold hbs_list_mutex
-    while (read_record(file, &current)) {
+    record current{};
+    while (next_record(&file, &current)) {
         item mac{};
         item instance{};
         if (!find_item(&current, MAC_TAG, &mac) || !is_mac(&mac, device->mac) ||

@@ -196,9 +196,27 @@ TEST_F(ClientFileLoad, OfAHigherVersion_SkipsItsLinesAndLeavesTheFile) {
     EXPECT_EQ(0u, clients());
 }
 
-TEST_F(ClientFileLoad, OfAHigherVersionWithoutClients_AlsoCountsAsNotLoaded) {
-    write_file(HBS_CLIENT_FILE, " version 2\n");
-    EXPECT_EQ(-1, hbs_nv_load_clients());
+TEST_F(ClientFileLoad, OfItsFirstLineOnly_CountsAsLoadedWhateverItsVersion) {
+    for (const auto &[first, left] : {std::pair{" version 1\n", " version 1\n"},
+                                      {" version 2\n", " version 2\n"},
+                                      {" version 0\n", " version 1\n"},
+                                      {" version -3\n", " version 1\n"},
+                                      {" version\n", " version 1\n"}}) {
+        write_file(HBS_CLIENT_FILE, first);
+        EXPECT_EQ(0, hbs_nv_load_clients()) << first;
+        EXPECT_EQ(left, read_file(HBS_CLIENT_FILE)) << first;
+    }
+}
+
+TEST_F(ClientFileLoad, TakesTheOthersAccessToTheSettingsAway) {
+    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
+        write_file(path, " version 1\n");
+    EXPECT_EQ(0, hbs_nv_load_clients());
+    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES}) {
+        struct stat status = {};
+        ASSERT_EQ(0, stat(path, &status));
+        EXPECT_EQ(0600u, status.st_mode & 07777) << path;
+    }
 }
 
 TEST_F(ClientFileLoad, OfVersionZero_RewritesTheFile) {
