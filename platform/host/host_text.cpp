@@ -185,7 +185,8 @@ void host_line_add_escaped(host_line *line, const char *text, size_t length, hos
         if (i == length)
             return;
         char escaped[4];
-        add_bytes(line, escaped, escape_byte(text[i], escaped));
+        const size_t size = escape_byte(text[i], escaped);
+        add_bytes(line, escaped, size);
         i++;
     }
 }

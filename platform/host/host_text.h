@@ -29,7 +29,7 @@ struct host_line {
     size_t length = 0;
     size_t capacity = sizeof first;
     bool cut = false;
-    char first[1024];
+    char first[1024] = {};
 
     host_line() = default;
     ~host_line();

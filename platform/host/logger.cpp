@@ -62,7 +62,7 @@ struct message {
     char *text = first;
     size_t size = 0;
     bool cut = false; // memory ran out for a long one
-    char first[1024];
+    char first[1024] = {};
 
     message() = default;
     ~message() {
