@@ -4,5 +4,6 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER musl-gcc)
 set(CMAKE_CXX_COMPILER g++)
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-static")
+# The big library's headers name fcntl by another name where offsets have 64 bits; here they always have.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,--defsym=fcntl64=fcntl")
 set(HBS_FORTIFY OFF CACHE BOOL "")
