@@ -245,7 +245,7 @@ const char *host_value_of_mac(const char *prefix, const uint8_t mac[6]) {
     const size_t length = strlen(prefix);
     if (length + 18 > sizeof key)
         return nullptr;
-    memcpy(key, prefix, length);
+    memcpy(key, prefix, length + 1);
     for (size_t i = 0; i < 6; i++) {
         char *at = key + length + 3 * i;
         at[0] = digits[mac[i] >> 4];

@@ -166,27 +166,16 @@ void save_client(FILE *content, const hbs_client *client) {
     HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: done");
 }
 
+void log_encoded(const char *text, const char *name, const char *name_of_none) {
+    HBS_LOG(HBS_DEBUG, "HOSTBASE: %stohex", text[0] != '\0' ? name : name_of_none);
+}
+
 void log_encoding(const hbs_client *client) {
-    if (client->host[0] != '\0')
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: hosttohex");
-    else
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: NOHOSTtohex");
-    if (client->comment[0] != '\0')
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: commenttohex");
-    else
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: NOCOMMENTtohex");
-    if (client->domain_list[0] != '\0')
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: domain_listtohex");
-    else
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: NODOMAIN_LISTtohex");
-    if (client->description[0] != '\0')
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: descriptiontohex");
-    else
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: DESCRIPTIONtohex");
-    if (client->keyword_list[0] != '\0')
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: keyword_listtohex");
-    else
-        HBS_LOG(HBS_DEBUG, "HOSTBASE: NOKEYWORD_LISTtohex");
+    log_encoded(client->host, "host", "NOHOST");
+    log_encoded(client->comment, "comment", "NOCOMMENT");
+    log_encoded(client->domain_list, "domain_list", "NODOMAIN_LIST");
+    log_encoded(client->description, "description", "DESCRIPTION");
+    log_encoded(client->keyword_list, "keyword_list", "NOKEYWORD_LIST");
 }
 
 // Finds the line that begins with the MAC text. `found` tells whether; *line then holds it, without newline.
