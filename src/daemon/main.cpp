@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@
 #include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/shm.h"
+#include "store/timer_sweep.h"
 
 // The end of the process by SIGTERM or by a fatal exception. Nothing is saved at the end, and exit() must
 // not be used here: it takes locks that the interrupted thread may hold.
@@ -78,10 +80,18 @@ static void start_threads() {
     }
 }
 
+// Meanwhile sees to timers that were lost. This thread has nothing else to do, and nothing takes it away.
+static void join_thread(pthread_t thread) {
+    while (pthread_tryjoin_np(thread, nullptr) == EBUSY) {
+        (void)poll(nullptr, 0, HBS_TIMER_SWEEP_SECONDS * 1000);
+        hbs_timer_sweep();
+    }
+}
+
 static void join_threads() {
     for (const worker &w : workers)
         if (w.runs)
-            (void)pthread_join(w.thread, nullptr);
+            join_thread(w.thread);
 }
 
 // Says on standard error why not.

@@ -1,5 +1,7 @@
 """Leases that run out."""
 
+import resource
+
 import pytest
 
 from gateway import lease_datagram, lease_line, wait_for
@@ -45,6 +47,16 @@ def test_renewal_moves_the_end(running):
     wait_for("that one comes", lambda: "02:bb:00:00:00:0a" in running.clients())
     wait_for("that one goes", lambda: "02:bb:00:00:00:0a" not in running.clients())
     assert MAC in running.clients()
+
+
+def test_lease_without_a_timer_ends_within_a_minute(running):
+    resource.prlimit(running.daemon.pid, resource.RLIMIT_SIGPENDING, (0, 0))
+    running.notify(lease_line(MAC, "192.168.0.54", seconds=2))
+    wait_for("the client is there", lambda: MAC in running.clients())
+    assert "Couldn't create timer" in running.log()
+    wait_for("the client is gone", lambda: MAC not in running.clients(), 62)
+    assert running.log().count(EXPIRED) == 1
+    assert len(tr69_events(running, 105)) == 1
 
 
 def test_lease_told_over_the_command_socket_is_announced(running):
