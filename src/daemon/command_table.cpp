@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 
 #include <hbs_msg.h>
@@ -338,12 +339,17 @@ static void send_dhcpv4_lease(hbs_command *command) {
         (void)hbs_send_tr69_event(HBS_TR69_DHCPV4_LEASE, &command->client);
 }
 
+// The client's identity goes into the datagram itself, where a short one behind it finds it.
 static void dhcpv4_info(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_dhcpv4>(command->buffer);
     hbs_dhcpv4_identity identity{};
-    keep_client(command,
-                hbs_handle_dhcpv4_info(message.mac, message.ipv4, static_cast<int32_t>(message.nwidx),
-                                       static_cast<int32_t>(message.adapter_type), &identity));
+    const hbs_client *client =
+        hbs_handle_dhcpv4_info(message.mac, message.ipv4, static_cast<int32_t>(message.nwidx),
+                               static_cast<int32_t>(message.adapter_type), &identity);
+    keep_client(command, client);
+    static_assert(offsetof(hbs_msg_dhcpv4, oui) + sizeof(identity) == offsetof(hbs_msg_dhcpv4, lease_file));
+    if (client != nullptr)
+        memcpy(command->buffer + offsetof(hbs_msg_dhcpv4, oui), &identity, sizeof(identity));
 }
 
 static void send_dhcpv4_info(hbs_command *command) {

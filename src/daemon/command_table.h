@@ -8,11 +8,11 @@
 
 // One datagram on its way through the daemon.
 struct hbs_command {
-    const uint8_t *buffer; // HBS_MSG_MAX bytes: what a short datagram leaves over is its predecessor's
-    const char *sender;    // tag for log lines
-    int32_t result;        // what a reply carries; kept from datagram to datagram
-    bool has_client;       // whether an event handler returned a client ...
-    hbs_client client;     // ... and a copy of it, because the TR-069 event is sent without the lock
+    uint8_t *buffer;    // HBS_MSG_MAX bytes: what a short datagram leaves over is its predecessor's
+    const char *sender; // tag for log lines
+    int32_t result;     // what a reply carries; kept from datagram to datagram
+    bool has_client;    // whether an event handler returned a client ...
+    hbs_client client;  // ... and a copy of it, because the TR-069 event is sent without the lock
 };
 
 enum class hbs_reply {

@@ -60,9 +60,10 @@ struct Outcome {
 };
 
 inline Outcome dispatch(const Datagram &datagram, int32_t carried = CARRIED) {
-    fake::buffer = datagram.data.data();
+    auto data = datagram.data;
+    fake::buffer = data.data();
     hbs_command command{};
-    command.buffer = datagram.data.data();
+    command.buffer = data.data();
     command.sender = TAG;
     command.result = carried;
     if (hbs_dispatch(&command))

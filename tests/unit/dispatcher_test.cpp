@@ -114,6 +114,21 @@ TEST_F(Dispatcher, ClientOfOneEvent_IsNotAnnouncedForTheNext) {
     EXPECT_EQ(trace::take().size(), 1u);
 }
 
+// The handler fills the three identity fields in place: a datagram that ends before them finds them there.
+TEST_F(Dispatcher, InformationEvent_LeavesTheClientsIdentityInTheBuffer) {
+    constexpr size_t begin = 212;
+    constexpr size_t end = 349;
+    std::fill(std::begin(buffer), std::end(buffer), uint8_t{'-'});
+    fake::client_exists = false;
+    (void)dispatch({HBS_EVENT_DHCPV4_INFO});
+    EXPECT_EQ(std::count(buffer + begin, buffer + end, '-'), end - begin) << "no client, no identity";
+    fake::client_exists = true;
+    (void)dispatch({HBS_EVENT_DHCPV4_INFO});
+    EXPECT_EQ(std::count(buffer + begin, buffer + end, 'x'), end - begin);
+    EXPECT_EQ(std::count(buffer, buffer + sizeof(buffer), 'x'), end - begin) << "and nothing else";
+    (void)trace::take();
+}
+
 // --- the tag of a sender ---
 
 hbs_sender_tag tag_of(const std::string &path, socklen_t length) {
