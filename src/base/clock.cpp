@@ -15,10 +15,10 @@ uint32_t hbs_monotonic_seconds() {
     return static_cast<uint32_t>(now.tv_sec + advance.load());
 }
 
-uint32_t hbs_monotonic_milliseconds() {
+int64_t hbs_monotonic_milliseconds() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<uint32_t>(int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000);
+    return (int64_t{now.tv_sec} + advance.load()) * 1000 + now.tv_nsec / 1'000'000;
 }
 
 void hbs_clock_advance(int32_t seconds) {

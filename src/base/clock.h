@@ -10,9 +10,8 @@ time_t hbs_time();
 // CLOCK_MONOTONIC seconds.
 uint32_t hbs_monotonic_seconds();
 
-// CLOCK_MONOTONIC milliseconds, for waits: wraps, so only differences mean something. The test seam does not
-// move it.
-uint32_t hbs_monotonic_milliseconds();
+// The same clock in milliseconds, for deadlines.
+int64_t hbs_monotonic_milliseconds();
 
-// Test seam: adds seconds to the two clocks above from now on; calls add up. POSIX timers are not moved.
+// Test seam: adds seconds to both clocks from now on; calls add up. POSIX timers are not moved.
 void hbs_clock_advance(int32_t seconds);

@@ -4,11 +4,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/clock.h"
 #include "base/scope.h"
 
 extern char **environ;
@@ -64,21 +67,48 @@ static pid_t start(const char *const argv[], const output_target *target) {
 // What a child ends with that could not become the program, where posix_spawn itself cannot report that.
 static constexpr int COULD_NOT_RUN = 127;
 
-// Exit status of an ended child, -1 when it was killed, never was the program or cannot be waited for.
-static int wait_for(pid_t pid) {
-    int status = 0;
+static int64_t milliseconds_until(int64_t deadline) {
+    return std::max<int64_t>(deadline - hbs_monotonic_milliseconds(), 0);
+}
+
+static pid_t look_at(pid_t pid, int *status, int options) {
     pid_t ended;
     do
-        ended = waitpid(pid, &status, 0);
+        ended = waitpid(pid, status, options);
     while (ended == -1 && errno == EINTR);
+    return ended;
+}
+
+// Exit status of a child that ends before the deadline; -1 when it had to be killed then, was killed, never
+// was the program or cannot be waited for.
+static int wait_for(pid_t pid, int64_t deadline) {
+    constexpr timespec step = {0, 5'000'000}; // there is no wait for a child that takes a deadline
+    int status = 0;
+    pid_t ended = look_at(pid, &status, WNOHANG);
+    for (; ended == 0 && milliseconds_until(deadline) > 0; ended = look_at(pid, &status, WNOHANG))
+        (void)nanosleep(&step, nullptr);
+    if (ended == 0) {
+        (void)kill(pid, SIGKILL);
+        ended = look_at(pid, &status, 0);
+    }
     const bool exited = ended == pid && WIFEXITED(status) && WEXITSTATUS(status) != COULD_NOT_RUN;
     return exited ? WEXITSTATUS(status) : -1;
 }
 
 int hbs_program_run(const char *const argv[], const char *output_path) {
     const output_target target = {-1, output_path != nullptr ? output_path : NOWHERE};
+    const int64_t deadline = hbs_monotonic_milliseconds() + HBS_PROGRAM_MILLISECONDS;
     const pid_t pid = start(argv, &target);
-    return pid == -1 ? -1 : wait_for(pid);
+    return pid == -1 ? -1 : wait_for(pid, deadline);
+}
+
+static bool is_readable(int descriptor, int64_t deadline) {
+    pollfd pipe = {descriptor, POLLIN, 0};
+    int ready = -1;
+    errno = EINTR;
+    for (int64_t left; ready == -1 && errno == EINTR && (left = milliseconds_until(deadline)) > 0;)
+        ready = poll(&pipe, 1, static_cast<int>(left));
+    return ready == 1;
 }
 
 static ssize_t read_some(int descriptor, char *buffer, size_t size) {
@@ -89,11 +119,14 @@ static ssize_t read_some(int descriptor, char *buffer, size_t size) {
     return count;
 }
 
-// Reads to the end of the pipe, so that the program never waits for a reader.
-static void collect(int descriptor, char *output, size_t room) {
+// Reads to the end of the pipe or to the deadline, so that the program never waits for a reader.
+static void collect(int descriptor, char *output, size_t room, int64_t deadline) {
     char part[512];
     size_t used = 0;
-    for (ssize_t count; (count = read_some(descriptor, part, sizeof part)) > 0;) {
+    while (is_readable(descriptor, deadline)) {
+        const ssize_t count = read_some(descriptor, part, sizeof part);
+        if (count <= 0)
+            break;
         const size_t taken = std::min(static_cast<size_t>(count), room - used);
         std::copy_n(part, taken, output + used);
         used += taken;
@@ -107,10 +140,11 @@ int hbs_program_read(const char *const argv[], char *output, int size) {
     if (pipe2(ends, O_CLOEXEC) != 0)
         return -1;
     const output_target target = {ends[1], NOWHERE};
+    const int64_t deadline = hbs_monotonic_milliseconds() + HBS_PROGRAM_MILLISECONDS;
     const pid_t pid = start(argv, &target);
     (void)close(ends[1]);
     if (pid != -1)
-        collect(ends[0], output, static_cast<size_t>(size) - 1);
+        collect(ends[0], output, static_cast<size_t>(size) - 1, deadline);
     (void)close(ends[0]);
-    return pid == -1 ? -1 : wait_for(pid);
+    return pid == -1 ? -1 : wait_for(pid, deadline);
 }

@@ -103,6 +103,19 @@ TEST_F(Program, OutputIsEmptyWhenItCannotBeRun) {
     EXPECT_EQ("", text);
 }
 
+// Each takes the whole time: neither a program that lives on nor one that goes on talking is waited for.
+TEST_F(Program, IsKilledWhenItTakesTooLong) {
+    const auto start = std::chrono::steady_clock::now();
+    std::string text;
+    EXPECT_EQ(-1, run({"sleep", "60"}, nullptr));
+    EXPECT_EQ(-1, read({"sh", "-c", "echo hello; exec 1>&-; exec sleep 60"}, text, 64));
+    EXPECT_EQ("hello\n", text);
+    EXPECT_EQ(-1, read({"yes"}, text, 4));
+    EXPECT_EQ("y\ny", text);
+    EXPECT_LT(std::chrono::steady_clock::now() - start,
+              4 * std::chrono::milliseconds(HBS_PROGRAM_MILLISECONDS));
+}
+
 TEST_F(Program, LeavesNoDescriptorBehind) {
     const auto lowest_free = [] {
         const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
