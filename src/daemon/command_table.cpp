@@ -8,6 +8,7 @@
 #include <hbs_msg.h>
 
 #include "base/log.h"
+#include "base/state.h"
 #include "base/text.h"
 #include "daemon/command_message.h"
 #include "events/dhcp_server.h"
@@ -362,15 +363,21 @@ static void dhcpv4_release(hbs_command *command) {
                                     static_cast<int32_t>(message.seconds));
 }
 
-static void announce_dhcpv6_lease(hbs_command *command) {
+// Announced under the lock; the kernel is asked without it.
+static void announce_and_ask_dhcpv6_lease(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_dhcpv6>(command->buffer);
-    HBS_LOG(HBS_INFO, "HOSTBASE: DHCPV6 LEASE EVT from %s : address %s (%s)", command->sender,
-            hbs_ipv6_to_text(message.ipv6).text, hbs_ipv6_to_text(message.ll).text);
+    {
+        const hbs_list_hold hold;
+        HBS_LOG(HBS_INFO, "HOSTBASE: DHCPV6 LEASE EVT from %s : address %s (%s)", command->sender,
+                hbs_ipv6_to_text(message.ipv6).text, hbs_ipv6_to_text(message.ll).text);
+    }
+    command->neighbour = hbs_ask_dhcpv6_neighbour(message.ll, message.ipv6);
 }
 
 static void dhcpv6_lease(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_dhcpv6>(command->buffer);
     hbs_dhcpv6_lease lease = hbs_dhcpv6_lease_of(&message);
+    lease.neighbour = command->neighbour;
     keep_client(command, hbs_handle_dhcpv6_lease(&lease));
 }
 
@@ -421,7 +428,7 @@ static constexpr auto rows = std::to_array<hbs_command_row>({
     {ROW(HBS_EVENT_WIFI_ASSOC), true, none, nullptr, announce_wifi_assoc, wifi_assoc, nullptr},
     {ROW(HBS_EVENT_WIFI_DISASSOC), true, none, nullptr, announce_wifi_disassoc, wifi_disassoc, nullptr},
     {ROW(HBS_EVENT_DHCPV4_LEASE), true, none, nullptr, announce_dhcpv4_lease, dhcpv4_lease, send_dhcpv4_lease},
-    {ROW(HBS_EVENT_DHCPV6_LEASE), true, none, nullptr, announce_dhcpv6_lease, dhcpv6_lease, send_dhcpv6_lease},
+    {ROW(HBS_EVENT_DHCPV6_LEASE), true, none, announce_and_ask_dhcpv6_lease, nullptr, dhcpv6_lease, send_dhcpv6_lease},
     {ROW(HBS_EVENT_DHCPV4_INFO), true, none, nullptr, nullptr, dhcpv4_info, send_dhcpv4_info},
     {ROW(HBS_EVENT_DHCPV6_RELEASE), true, none, nullptr, announce_dhcpv6_release, dhcpv6_release, send_dhcpv6_release},
     {ROW(HBS_EVENT_DHCPV4_RELEASE), true, none, nullptr, nullptr, dhcpv4_release, nullptr},

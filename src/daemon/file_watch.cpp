@@ -151,7 +151,7 @@ static void dispatch_event(int descriptor, hbs_watch_entry *table, const inotify
 
 // Milliseconds until an entry's retry is due; 0 when it is.
 static int until_retry(const hbs_watch_entry *entry) {
-    return std::max(static_cast<int32_t>(entry->retry_at - hbs_monotonic_milliseconds()), 0);
+    return static_cast<int>(std::max<int64_t>(entry->retry_at - hbs_monotonic_milliseconds(), 0));
 }
 
 // How long to wait for an event, as poll takes it: -1 while no retry is pending.

@@ -16,7 +16,7 @@ struct hbs_watch_entry {
     int32_t wd; // watch descriptor; -1 = not watched
     uint32_t mask;
     bool (*handler)(const char *path); // false: the file has to be looked at again
-    uint32_t retry_at = 0;             // monotonic milliseconds; counts while `retry` is set
+    int64_t retry_at = 0;              // monotonic milliseconds; counts while `retry` is set
     bool retry = false;                // not watched, or its handler asked for another look
 };
 

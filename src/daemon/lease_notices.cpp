@@ -93,6 +93,7 @@ static bool lease_dhcpv6(hbs_dhcpv6_notice *notice) {
     lease.serial_number = notice->serial_number;
     lease.product_class = notice->product_class;
     lease.lease_file = notice->lease_file;
+    lease.neighbour = hbs_ask_dhcpv6_neighbour(lease.ll, lease.ipv6);
     hbs_list_hold hold;
     return hbs_db_ready != 0 && hbs_handle_dhcpv6_lease(&lease) != nullptr;
 }

@@ -14,6 +14,7 @@
 #include <rnddb.h>
 
 #include "base/log.h"
+#include "base/probe_queue.h"
 #include "base/state.h"
 #include "daemon/arguments.h"
 #include "daemon/command_socket.h"
@@ -23,10 +24,12 @@
 #include "daemon/switch_link.h"
 #include "daemon/watchdog.h"
 #include "events/lease_timers.h"
+#include "events/neighbour_seed.h"
 #include "files/client_file.h"
 #include "files/client_leases.h"
 #include "files/rule_files.h"
 #include "gateway/bssid_table.h"
+#include "gateway/neighbour_probe.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "store/client_timers.h"
@@ -56,6 +59,12 @@ static worker workers[] = {
     {file_watch_thread, "file_watch", {}, false},
 };
 
+static void register_probes() {
+    hbs_probe_register(HBS_PROBE_NETBIOS, hbs_probe_netbios);
+    hbs_probe_register(HBS_PROBE_SEED, hbs_probe_seed);
+    hbs_probe_register(HBS_PROBE_NEIGHBOUR, hbs_probe_neighbour);
+}
+
 static void open_databases() {
     hbs_db_ready = 1;
     hbs_rnd_status = RNDDB_Read(0, 1);
@@ -78,6 +87,18 @@ static void start_threads() {
         if (w.runs)
             (void)pthread_setname_np(w.thread, w.name);
     }
+}
+
+// Nobody waits for their end.
+static void start_probe_threads() {
+    pthread_attr_t attributes;
+    (void)pthread_attr_init(&attributes);
+    (void)pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    for (int i = 0; i < HBS_PROBE_THREADS; ++i) {
+        pthread_t thread;
+        (void)pthread_create(&thread, &attributes, hbs_probe_thread, nullptr);
+    }
+    (void)pthread_attr_destroy(&attributes);
 }
 
 // Meanwhile sees to timers that were lost. This thread has nothing else to do, and nothing takes it away.
@@ -127,6 +148,7 @@ int main(int count, char *argv[]) {
     (void)NVM_RetrieveAccess();
     hbs_clients_init();
     hbs_lease_timers_register(hbs_on_dhcp_wait_expired, hbs_on_lease_expired, hbs_on_online_expired);
+    register_probes();
     hbs_wifi_bssid_table_clear();
     hbs_list_mutex_init();
     open_databases();
@@ -138,6 +160,7 @@ int main(int count, char *argv[]) {
         load_clients();
     }
     start_threads();
+    start_probe_threads();
     (void)PCD_api_send_process_ready();
     static const worker &watcher = workers[std::size(workers) - 1];
     file_watcher_timer_set(&watcher.thread);

@@ -6,10 +6,11 @@
 #include <sys/socket.h>
 
 #include "base/log.h"
+#include "base/state.h"
 #include "base/text.h"
 #include "events/wifi_index.h"
 #include "files/client_leases.h"
-#include "gateway/neighbour_query.h"
+#include "gateway/neighbour_probe.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
@@ -23,14 +24,21 @@
 
 namespace {
 
+// Whether a lease counts and no client has its link-local address.
+bool is_of_nobody(const uint8_t ll[16], const uint8_t ipv6[16]) {
+    const hbs_list_hold hold;
+    return hbs_db_ready != 0 && hbs_address_is_in_a_network(AF_INET6, ipv6) &&
+           hbs_find_by_ipv6(ll) == nullptr;
+}
+
 // The client of a lease: by its link-local address, else by the MAC that the kernel has for that address,
 // else a new one. Null when memory runs out.
 hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
     hbs_client *client = hbs_find_by_ipv6(lease->ll);
     if (client != nullptr)
         return client;
-    uint8_t mac[6] = {};
-    if (hbs_query_neigh_lladdr(AF_INET6, lease->ll, mac) == 0)
+    const uint8_t *mac = lease->neighbour.mac; // zeros when it is not known
+    if (lease->neighbour.known)
         client = hbs_find_by_mac(mac);
     if (client != nullptr)
         return client;
@@ -123,6 +131,13 @@ hbs_client *identify_by_address(const uint8_t *mac, uint8_t adapter, const uint8
 }
 
 } // namespace
+
+hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_t ipv6[16]) {
+    hbs_dhcpv6_neighbour neighbour{};
+    if (!hbs_ipv6_is_zero(ll) && is_of_nobody(ll, ipv6))
+        neighbour.known = hbs_ask_neigh_lladdr(ll, neighbour.mac) == 0;
+    return neighbour;
+}
 
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease) {
     const int nwidx = hbs_address_to_nwidx(AF_INET6, lease->ipv6);

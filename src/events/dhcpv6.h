@@ -5,6 +5,12 @@
 
 #include <hbs_db.h>
 
+// What the kernel's neighbour table says of a link-local address.
+struct hbs_dhcpv6_neighbour {
+    bool known;
+    uint8_t mac[6];
+};
+
 struct hbs_dhcpv6_lease {
     uint8_t ll[16];
     uint8_t ipv6[16];
@@ -15,7 +21,12 @@ struct hbs_dhcpv6_lease {
     const char *serial_number;
     const char *product_class;
     const char *lease_file;
+    hbs_dhcpv6_neighbour neighbour; // of ll
 };
+
+// Asks the kernel whose the link-local address of a lease is, when no client has it and the lease counts. To
+// be called before the lease is handled, without hbs_list_mutex: the answer may take a while.
+hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_t ipv6[16]);
 
 // Returns the client, or null.
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease);

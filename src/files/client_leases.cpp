@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 
 #include <sysuptime.h>
@@ -13,6 +14,7 @@
 #include "base/locked_file.h"
 #include "base/log.h"
 #include "base/scope.h"
+#include "base/state.h"
 #include "base/text.h"
 #include "files/netbios_name.h"
 #include "gateway/lease_files.h"
@@ -43,6 +45,23 @@ static int64_t apply_dynamic_lease(hbs_client *client) {
     return seconds;
 }
 
+// Has NetBIOS asked for the name of a client that has an address. False when there is nothing to wait for.
+static bool ask_for_name(const hbs_client *client) {
+    if (hbs_ipv4_is_zero(client->ipv4))
+        return false;
+    hbs_probe probe{};
+    probe.kind = HBS_PROBE_NETBIOS;
+    memcpy(probe.mac, client->mac, sizeof probe.mac);
+    memcpy(probe.address, client->ipv4, sizeof client->ipv4);
+    if (hbs_mac_is_zero(client->mac))
+        memcpy(probe.ll, probe.address, sizeof probe.ll); // tells devices without MAC apart
+    return hbs_probe_post(&probe);
+}
+
+static void end_without_lease(hbs_client *client) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: no lease for %s", hbs_client_log_text(client).text);
+}
+
 void hbs_check_lease(hbs_client *client) {
     const bool has_static = has_static_lease(client);
     const int64_t seconds = apply_dynamic_lease(client);
@@ -52,9 +71,9 @@ void hbs_check_lease(hbs_client *client) {
         hbs_set_flags(client, 0, HBS_FLAG_STIP4);
         HBS_LOG(HBS_INFO, "HOSTBASE: found static lease for %s", hbs_client_log_text(client).text);
     } else if (seconds <= 0) {
-        hbs_nbtscan_hostname(client);
         hbs_set_flags(client, 0, HBS_FLAG_USRIP4);
-        HBS_LOG(HBS_INFO, "HOSTBASE: no lease for %s", hbs_client_log_text(client).text);
+        if (!ask_for_name(client))
+            end_without_lease(client);
     } else {
         hbs_set_flags(client, 0, HBS_FLAG_DYNIP4);
         hbs_lease_set(client, static_cast<uint32_t>(seconds));
@@ -62,6 +81,21 @@ void hbs_check_lease(hbs_client *client) {
                 hbs_client_log_text(client).text);
     }
     hbs_publish_again(client); // one that no reader sees has no entries
+}
+
+// A lease that came while the device was asked has said all that there is to say, its name too.
+void hbs_probe_netbios(const hbs_probe *probe, bool in_time) {
+    char name[HBS_NETBIOS_LINE_SIZE];
+    const bool told = in_time && hbs_netbios_ask(probe->mac, probe->address, name, sizeof name);
+    const hbs_list_hold hold;
+    const bool by_mac = !hbs_mac_is_zero(probe->mac);
+    hbs_client *client = by_mac ? hbs_find_by_mac(probe->mac) : hbs_find_by_ipv4(probe->address);
+    if (client == nullptr || (client->flags & HBS_FLAGS_IP4) != HBS_FLAG_USRIP4)
+        return;
+    if (told)
+        hbs_netbios_take(client, name);
+    end_without_lease(client);
+    hbs_publish(client);
 }
 
 static void apply_static_address(hbs_client *client, const uint8_t address[4]) {

@@ -1,4 +1,5 @@
-// What the lease files say of a client, and lease dates. Callers hold hbs_list_mutex.
+// What the lease files say of a client, and lease dates. Callers hold hbs_list_mutex, except where it says
+// so.
 #pragma once
 
 #include <cstdint>
@@ -6,8 +7,15 @@
 
 #include <hbs_db.h>
 
-// Looks all leases of a client up and sets the source of its IPv4 address (STIP4, DYNIP4 or USRIP4).
+#include "base/probe_queue.h"
+
+// Looks all leases of a client up and sets the source of its IPv4 address (STIP4, DYNIP4 or USRIP4). One
+// without a lease is asked for its name: then the answer, or that there is none, ends the check.
 void hbs_check_lease(hbs_client *client);
+
+// The action of HBS_PROBE_NETBIOS: ends the check of the client that has the MAC by then. Takes
+// hbs_list_mutex.
+void hbs_probe_netbios(const hbs_probe *probe, bool in_time);
 
 // Static lease from the static-lease files (from the files that the user configuration names) into the
 // client's IPv4 address. 1 when one was applied, else 0.

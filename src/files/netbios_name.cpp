@@ -1,4 +1,4 @@
-// The host name of a client, asked for by NetBIOS.
+// The host name of a device, asked for by NetBIOS.
 #include "files/netbios_name.h"
 
 #include <cstdio>
@@ -14,9 +14,9 @@
 
 static constexpr const char *NETBIOS_ANSWERS = "/var/tmp/nbtlist";
 
-// Name in an answer line of the client: address, name, MAC. Some programs put more words before the MAC,
+// Name in an answer line of the device: address, name, MAC. Some programs put more words before the MAC,
 // which then is the last. Null when the line is another's, or the device told no name.
-static const char *netbios_name(char *line, const hbs_client *client) {
+static const char *netbios_name(char *line, const uint8_t mac[6]) {
     char *words = line;
     const char *name = nullptr;
     const char *third = "";
@@ -29,32 +29,35 @@ static const char *netbios_name(char *line, const hbs_client *client) {
         if (count == 3)
             third = word;
     }
-    uint8_t mac[6];
-    if (hbs_text_to_mac(third, mac) != 6 && hbs_text_to_mac(last, mac) != 6)
+    uint8_t told[6];
+    if (hbs_text_to_mac(third, told) != 6 && hbs_text_to_mac(last, told) != 6)
         return nullptr;
-    const bool is_client = memcmp(mac, client->mac, sizeof mac) == 0;
-    return is_client && count >= 3 && strcmp(name, "<unknown>") != 0 ? name : nullptr;
+    const bool is_device = memcmp(told, mac, sizeof told) == 0;
+    return is_device && count >= 3 && strcmp(name, "<unknown>") != 0 ? name : nullptr;
 }
 
-void hbs_nbtscan_hostname(hbs_client *client) {
-    if (hbs_ipv4_is_zero(client->ipv4))
-        return;
-    const hbs_addr_text address = hbs_ipv4_to_text(client->ipv4);
+bool hbs_netbios_ask(const uint8_t mac[6], const uint8_t ipv4[4], char *name, size_t size) {
+    const hbs_addr_text address = hbs_ipv4_to_text(ipv4);
     const char *const command[] = {"nbtscan", "-q", address.text, nullptr};
     (void)unlink(NETBIOS_ANSWERS);
     (void)hbs_program_run(command, NETBIOS_ANSWERS); // what it found out is in the file
     FILE *answers = fopen(NETBIOS_ANSWERS, "re");
     if (answers == nullptr)
-        return;
+        return false;
     hbs_at_exit close_answers([&] { (void)fclose(answers); });
-    char line[1024];
+    char line[HBS_NETBIOS_LINE_SIZE];
     while (hbs_line_read(answers, line, sizeof line)) {
-        const char *name = netbios_name(line, client);
-        if (name == nullptr)
+        const char *told = netbios_name(line, mac);
+        if (told == nullptr)
             continue;
-        HBS_LOG(HBS_INFO, "HOSTBASE:  Found HOSTNAME for %s through NBTSCAN as %s",
-                hbs_mac_to_text(client->mac).text, name);
-        hbs_set_host(client, name);
-        return;
+        hbs_copy_text(name, size, told);
+        return true;
     }
+    return false;
+}
+
+void hbs_netbios_take(hbs_client *client, const char *name) {
+    HBS_LOG(HBS_INFO, "HOSTBASE:  Found HOSTNAME for %s through NBTSCAN as %s",
+            hbs_mac_to_text(client->mac).text, name);
+    hbs_set_host(client, name);
 }

@@ -133,6 +133,14 @@ int hbs_rnd_find(int rndidx, rnddb_params *entry) {
     return hbs_rnd_walk(visit_by_rndidx, &search) ? -1 : 0;
 }
 
+bool hbs_address_is_in_a_network(int family, const uint8_t *address) {
+    if (!hbs_rnd_load())
+        return false;
+    address_search search{family, address, -1};
+    (void)hbs_rnd_walk(visit_by_address, &search);
+    return search.nwidx >= 0;
+}
+
 int hbs_address_to_nwidx(int family, const uint8_t *address) {
     if (!hbs_rnd_load())
         return -1;

@@ -30,6 +30,9 @@ int hbs_rnd_find(int rndidx, rnddb_params *entry);
 // family AF_INET or AF_INET6; address 4 or 16 bytes, network order. Logged, also when it is -1.
 int hbs_address_to_nwidx(int family, const uint8_t *address);
 
+// Whether it would find one; not logged.
+bool hbs_address_is_in_a_network(int family, const uint8_t *address);
+
 // nwidx of the first router entry whose interface has this kernel index, or -1.
 int hbs_ifindex_to_nwidx(uint32_t ifindex);
 

@@ -23,6 +23,7 @@
 #include "store/publish.h"
 #include "store/shm.h"
 #include "support/gateway.h"
+#include "support/probes.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ class ClientLeases : public GatewayTest {
         hbs_shm_init();
         hbs_lease_timers_register(note_expiry, note_expiry, note_expiry);
         hostbase_set_internal_mac_range();
+        open_probes();
         // Stands before the real program in PATH.
         set_answer("");
         setenv("PATH", (directory() + "/bin:/usr/bin:/bin").c_str(), 1);
@@ -66,6 +68,12 @@ class ClientLeases : public GatewayTest {
         chmod(program.c_str(), 0755);
     }
     std::vector<std::string> asked() const { return read_lines(directory() + "/asked"); }
+
+    // Whether a lease was found or not: to the end of the check.
+    static void check(hbs_client *client) {
+        hbs_check_lease(client);
+        (void)serve_probes();
+    }
 
     hbs_client *add_client(const char *address = nullptr) {
         hbs_client *client = hbs_add(MAC);
@@ -137,7 +145,7 @@ TEST_F(ClientLeases, CheckTakesADynamicLease) {
     hbs_client *client = add_client();
     hbs_set_flags(client, 0, HBS_FLAG_USRIP4 | HBS_FLAG_STIP4);
     write_file(DYNAMIC_1, "02:aa:00:00:00:11 192.168.0.50 3600 laptop 1 a b c\n");
-    hbs_check_lease(client);
+    check(client);
     EXPECT_EQ(HBS_FLAG_DYNIP4, state_of(client));
     EXPECT_EQ("192.168.0.50", address_of(client));
     EXPECT_STREQ("laptop", client->host);
@@ -151,7 +159,7 @@ TEST_F(ClientLeases, CheckTakesAStaticLease) {
     hbs_client *client = add_client("192.168.0.7");
     hbs_set_flags(client, 0, HBS_FLAG_USRIP4 | HBS_FLAG_DYNIP4);
     write_file(STATIC_1, "02:aa:00:00:00:11 192.168.0.50\n");
-    hbs_check_lease(client);
+    check(client);
     EXPECT_EQ(HBS_FLAG_STIP4, state_of(client));
     EXPECT_EQ("192.168.0.7", address_of(client)) << "only the flag comes from the static lease";
     EXPECT_TRUE(logged("HOSTBASE: found static lease for " + text_of(client)));
@@ -163,7 +171,7 @@ TEST_F(ClientLeases, CheckOfAStaticLeaseSetsNoTimeInAnyBoardMode) {
     hbs_client *client = add_client();
     for (int mode : {0, 7, 8, 9}) {
         set("nvm.byte.60", mode);
-        hbs_check_lease(client);
+        check(client);
         EXPECT_TRUE(hbs_date_is_zero(client->lease_end)) << mode;
         EXPECT_EQ(0u, client->flags & HBS_FLAG_TIMER_LEASE) << mode;
     }
@@ -173,7 +181,7 @@ TEST_F(ClientLeases, CheckWithBothLeasesTakesHostAndAddressOfTheDynamicOne) {
     hbs_client *client = add_client();
     write_file(STATIC_1, "02:aa:00:00:00:11 192.168.0.50\n");
     write_file(DYNAMIC_1, "02:aa:00:00:00:11 192.168.0.60 3600 laptop 1 a b c\n");
-    hbs_check_lease(client);
+    check(client);
     EXPECT_EQ(HBS_FLAG_STIP4, state_of(client));
     EXPECT_EQ("192.168.0.60", address_of(client));
     EXPECT_STREQ("laptop", client->host);
@@ -184,17 +192,26 @@ TEST_F(ClientLeases, CheckOfAClientInNoFileAsksNetbios) {
     hbs_client *client = add_client("192.168.0.50");
     hbs_set_flags(client, 0, HBS_FLAG_DYNIP4);
     set_answer("192.168.0.50 LAPTOP 02:aa:00:00:00:11\n");
-    hbs_check_lease(client);
+    check(client);
     EXPECT_EQ(HBS_FLAG_USRIP4, state_of(client));
     EXPECT_STREQ("LAPTOP", client->host);
     EXPECT_EQ((std::vector<std::string>{"2 -q 192.168.0.50"}), asked());
     EXPECT_TRUE(logged("HOSTBASE: no lease for " + text_of(client)));
 }
 
+TEST_F(ClientLeases, CheckOfAClientWithoutAddressAsksNobody) {
+    hbs_client *client = add_client();
+    hbs_check_lease(client);
+    EXPECT_EQ(HBS_FLAG_USRIP4, state_of(client));
+    EXPECT_TRUE(logged("HOSTBASE: no lease for " + text_of(client)));
+    EXPECT_EQ(0, serve_probes());
+    EXPECT_FALSE(file_exists("/var/tmp/nbtlist"));
+}
+
 TEST_F(ClientLeases, CheckTakesALeaseOfNoSecondsForNone) {
     hbs_client *client = add_client();
     write_file(DYNAMIC_1, "02:aa:00:00:00:11 192.168.0.50 0 laptop 1 a b c\n");
-    hbs_check_lease(client);
+    check(client);
     EXPECT_EQ(HBS_FLAG_USRIP4, state_of(client));
     EXPECT_EQ("192.168.0.50", address_of(client));
     EXPECT_STREQ("laptop", client->host);
@@ -207,7 +224,7 @@ TEST_F(ClientLeases, CheckLeavesNoEntryOfAnOldAddress) {
     hbs_publish(client);
     ASSERT_EQ(1, entries_of("192.168.0.50"));
     write_file(DYNAMIC_1, "02:aa:00:00:00:11 192.168.0.60 3600 laptop 1 a b c\n");
-    hbs_check_lease(client);
+    check(client);
     EXPECT_EQ(0, entries_of("192.168.0.50"));
     EXPECT_EQ(1, entries_of("192.168.0.60"));
 }

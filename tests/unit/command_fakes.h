@@ -109,7 +109,23 @@ hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], 
                                          fake::ipv4(ipv4).c_str(), nwidx, adapter_type));
 }
 
+namespace fake {
+
+constexpr hbs_dhcpv6_neighbour NEIGHBOUR = {true, {2, 0xaa, 0, 0, 0, 0x77}};
+inline trace::list questions;       // to the kernel; not part of the trace
+inline bool neighbour_came = false; // with the last DHCPv6 lease
+
+} // namespace fake
+
+hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t *ll, const uint8_t *ipv6) {
+    const char *lock = trace::list_is_locked() ? "locked " : "";
+    fake::questions.push_back(lock + fake::ipv6(ll) + " " + fake::ipv6(ipv6));
+    return fake::NEIGHBOUR;
+}
+
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l) {
+    fake::neighbour_came =
+        l->neighbour.known && memcmp(l->neighbour.mac, fake::NEIGHBOUR.mac, sizeof l->neighbour.mac) == 0;
     return fake::client_of(trace::format("dhcpv6 lease %s %s %lld '%s' '%s' '%s' '%s' '%s'",
                                          fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(),
                                          static_cast<long long>(l->lease_end), l->host, l->oui,

@@ -344,6 +344,12 @@ TEST_F(CommandTable, Dhcpv6Lease_WithoutClient_IsNotAnnounced) {
     EXPECT_EQ(dispatch(dhcpv6(106)).lines.size(), 2u);
 }
 
+TEST_F(CommandTable, Dhcpv6Lease_AsksTheKernelBeforeTheLockIsTaken) {
+    (void)dispatch(dhcpv6(106));
+    EXPECT_THAT(fake::questions, testing::ElementsAre("fe80::11 fd00:2::10"));
+    EXPECT_TRUE(fake::neighbour_came);
+}
+
 TEST_F(CommandTable, Dhcpv4Info_WithoutClient_IsAnnouncedAllTheSame) {
     fake::client_exists = false;
     EXPECT_EQ(dispatch(dhcpv4(107)).lines.back(), "tr69 103 none");

@@ -49,7 +49,8 @@ class Dhcpv6 : public PresenceTest {
                   .oui = "A1B2C3",
                   .serial_number = "SN-6",
                   .product_class = "PC-6",
-                  .lease_file = "lease6.20"};
+                  .lease_file = "lease6.20",
+                  .neighbour = {}};
         lease_of(LL, GLOBAL);
     }
 
@@ -58,7 +59,10 @@ class Dhcpv6 : public PresenceTest {
         std::memcpy(lease_.ipv6, ipv6_of(ipv6).data(), 16);
     }
 
-    hbs_client *handle() { return hbs_handle_dhcpv6_lease(&lease_); }
+    hbs_client *handle() {
+        lease_.neighbour = hbs_ask_dhcpv6_neighbour(lease_.ll, lease_.ipv6);
+        return hbs_handle_dhcpv6_lease(&lease_);
+    }
 };
 
 // --- whose lease it is ---
@@ -199,6 +203,7 @@ TEST_F(Dhcpv6, LeaseOnAnotherNetwork_MovesEveryEntry) {
 TEST_F(Dhcpv6, Lease_IsLogged) {
     (void)add_with_ll(MAC_A, LL);
     ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: hbs_address_to_nwidx address is in nw 0"));
     EXPECT_EQ(1u, logged_count("HOSTBASE: hbs_leasev6_set:BEGIN lease = 1800000000"));
     EXPECT_EQ(1u, logged_count("HOSTBASE: hbs_leasev6_set:END lease_v6_end = 7 235 1 15 8 0 0"));
     EXPECT_EQ(1u, logged_count("HOSTBASE: Got DHCPV6 LEASE event for [02:ab:00:00:00:11] on unknown if: "

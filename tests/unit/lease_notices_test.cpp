@@ -203,4 +203,10 @@ TEST_F(LeaseNotices, OtherEvent6_IsUnsupported) {
     EXPECT_THAT(dhcpv6("\n\n"), ElementsAre("log HOSTBASE: Unsupported notification(0)", NO_DATA));
 }
 
+TEST_F(LeaseNotices, Lease6_AsksTheKernelBeforeTheLockIsTaken) {
+    (void)dhcpv6(LEASE6);
+    EXPECT_THAT(fake::questions, ElementsAre("fe80::11 fd00:2::10"));
+    EXPECT_TRUE(fake::neighbour_came);
+}
+
 } // namespace

@@ -1,10 +1,15 @@
 // What happens to a client when one of its timers expires.
 #include <cstring>
+#include <filesystem>
+#include <sys/stat.h>
+#include <thread>
 
 #include "base/clock.h"
 #include "base/date.h"
 #include "files/rule_files.h"
+#include "store/client_fields.h"
 #include "support/events.h"
+#include "support/probes.h"
 
 namespace {
 
@@ -27,6 +32,7 @@ class LeaseTimers : public EventTest {
         EventTest::SetUp();
         if (HasFatalFailure())
             return;
+        open_probes();
         client_ = published_client(MAC, "192.168.0.20", HBS_FLAG_DYNIP4 | HBS_FLAG_ONLINE);
         client_->lease_start_uptime = 5000;
         hbs_publish(client_);
@@ -38,6 +44,7 @@ class LeaseTimers : public EventTest {
         const hbs_list_hold hold;
         hbs_lease_timer_start(client_, kind, 600);
         hbs_lease_timer_expire(client_, kind);
+        (void)serve_probes();
     }
 
     hbs_client published() {
@@ -136,6 +143,113 @@ TEST_F(LeaseTimers, DhcpWaitOfAClientWithoutAMacTakesNoPlaceholdersLease) {
     EXPECT_EQ(HBS_FLAG_USRIP4, nomac->flags & HBS_FLAGS_IP4);
     EXPECT_EQ(0U, nomac->flags & HBS_FLAG_TIMER_DHCPWAIT);
     EXPECT_STREQ("", nomac->host);
+}
+
+// --- a name that is asked for by NetBIOS ---
+
+class LeaseTimersName : public LeaseTimers {
+  protected:
+    static constexpr const char *FOUND =
+        "HOSTBASE:  Found HOSTNAME for 02:ab:00:00:00:11 through NBTSCAN as LAPTOP";
+
+    void SetUp() override {
+        LeaseTimers::SetUp();
+        const std::string program = directory() + "/bin/nbtscan";
+        write_file(program, "#!/bin/sh\ntouch " + directory() + "/asking\nwhile [ -e " + directory() +
+                                "/wait ]; do sleep 0.01; done\necho $2 LAPTOP " + MAC + "\n");
+        ASSERT_EQ(0, chmod(program.c_str(), 0755));
+        setenv("PATH", (directory() + "/bin:/usr/bin:/bin").c_str(), 1);
+    }
+
+    void ask() {
+        const hbs_list_hold hold;
+        hbs_lease_timer_start(client_, HBS_TIMER_DHCP_WAIT, 600);
+        hbs_lease_timer_expire(client_, HBS_TIMER_DHCP_WAIT);
+    }
+    bool was_asked() const { return file_exists(directory() + "/asking"); }
+};
+
+TEST_F(LeaseTimersName, IsTakenBeforeTheCheckEnds) {
+    ask();
+    EXPECT_EQ(HBS_FLAG_USRIP4, published().flags & HBS_FLAGS_IP4);
+    EXPECT_EQ(0u, logged_containing("no lease for"));
+    (void)serve_probes();
+    EXPECT_STREQ("LAPTOP", published().host);
+    const std::vector<std::string> lines = log_lines();
+    const auto found = std::find(lines.begin(), lines.end(), FOUND);
+    ASSERT_NE(lines.end(), found);
+    EXPECT_EQ(0u, (found + 1)->find("HOSTBASE: no lease for [02:ab:00:00:00:11]")) << *(found + 1);
+    EXPECT_NE(std::string::npos, (found + 1)->find("(LAPTOP)"));
+}
+
+TEST_F(LeaseTimersName, LockIsFreeWhileTheDeviceIsAsked) {
+    write_file(directory() + "/wait", "");
+    std::thread asker([this] {
+        ask();
+        (void)serve_probes();
+    });
+    EXPECT_TRUE(wait_until([this] { return was_asked(); }));
+    const int taken = pthread_mutex_trylock(&hbs_list_mutex);
+    if (taken == 0)
+        (void)pthread_mutex_unlock(&hbs_list_mutex);
+    std::filesystem::remove(directory() + "/wait");
+    asker.join();
+    EXPECT_EQ(0, taken);
+    EXPECT_STREQ("LAPTOP", published().host);
+}
+
+TEST_F(LeaseTimersName, OfAClientThatIsGone_IsDropped) {
+    ask();
+    hbs_client_free(client_);
+    (void)serve_probes();
+    EXPECT_TRUE(was_asked());
+    EXPECT_EQ(0u, logged_containing("LAPTOP"));
+    EXPECT_EQ(0u, logged_containing("no lease for"));
+}
+
+// Several may have no MAC: each is known by its address.
+TEST_F(LeaseTimersName, OfAClientWithoutMac_GoesToTheClientOfTheAddress) {
+    const std::string program = directory() + "/bin/nbtscan";
+    write_file(program, "#!/bin/sh\necho $2 NAME${2##*.} 00:00:00:00:00:00\n");
+    hbs_client *clients[2];
+    for (uint8_t i = 0; i < 2; ++i) {
+        clients[i] = hbs_add(nullptr);
+        hbs_set_ipv4(clients[i], ipv4_of("192.168.0.3" + std::to_string(i)).data());
+        hbs_lease_timer_start(clients[i], HBS_TIMER_DHCP_WAIT, 600);
+        hbs_lease_timer_expire(clients[i], HBS_TIMER_DHCP_WAIT);
+    }
+    EXPECT_EQ(2, serve_probes());
+    EXPECT_STREQ("NAME30", clients[0]->host);
+    EXPECT_STREQ("NAME31", clients[1]->host);
+}
+
+TEST_F(LeaseTimersName, DoesNotReplaceWhatALeaseSaidMeanwhile) {
+    ask();
+    hbs_clear_flags(client_, 0, HBS_FLAGS_IP4);
+    hbs_set_flags(client_, 0, HBS_FLAG_DYNIP4);
+    (void)serve_probes();
+    EXPECT_STREQ("", client_->host);
+    EXPECT_EQ(0u, logged_containing("no lease for"));
+}
+
+TEST_F(LeaseTimersName, ThatCannotBeAskedForInTime_CountsAsNone) {
+    ask();
+    hbs_clock_advance(2);
+    (void)serve_probes();
+    EXPECT_FALSE(was_asked());
+    EXPECT_STREQ("", published().host);
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: no lease for [02:ab:00:00:00:11]"));
+}
+
+TEST_F(LeaseTimersName, BeyondTheShareOfAMinute_CountsAsNone) {
+    for (int i = 0; i < 10; ++i) {
+        ask();
+        (void)serve_probes();
+    }
+    clear_log();
+    ask();
+    EXPECT_EQ(1u, logged_containing("HOSTBASE: no lease for [02:ab:00:00:00:11]"));
+    EXPECT_EQ(0, serve_probes());
 }
 
 // --- lease ---

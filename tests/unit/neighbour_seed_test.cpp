@@ -3,9 +3,12 @@
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <thread>
 
 #include "events/neighbour_seed.h"
+#include "store/merge.h"
 #include "support/presence.h"
+#include "support/probes.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -23,6 +26,7 @@ class NeighbourSeed : public PresenceTest {
 
     void SetUp() override {
         PresenceTest::SetUp();
+        open_probes();
         std::error_code none; // the box may have the real program there
         std::filesystem::rename(NDISC6, REAL_NDISC6, none);
         client_ = add(MAC_A);
@@ -47,7 +51,11 @@ class NeighbourSeed : public PresenceTest {
 
     void probe_answers(const std::string &with) const { make_program(NDISC6, with); }
 
-    std::vector<std::string> calls() const { return read_lines(directory() + "/calls"); }
+    // After everything that was queued has been asked.
+    std::vector<std::string> calls() const {
+        (void)serve_probes();
+        return read_lines(directory() + "/calls");
+    }
 
     static std::string probe(const std::string &address, const std::string &device = "l2sd0.2") {
         return "ndisc6 -qr 1 " + address + " " + device;
@@ -165,6 +173,70 @@ TEST_F(NeighbourSeed, GivenPrefix_IsJoinedWithTheInterfaceIdentifier) {
     const std::string address = "2001:db8:1:2:0:a8ff:fe00:11";
     EXPECT_THAT(calls(), ElementsAre(probe(address), addition(address)));
 }
+
+// --- the answer comes later ---
+
+TEST_F(NeighbourSeed, LockIsFree_WhileTheDeviceIsAsked) {
+    probe_answers("touch " + directory() + "/asking; while [ ! -e " + directory() +
+                  "/go ]; do sleep 0.01; done; echo");
+    std::thread asker([this] {
+        {
+            const hbs_list_hold hold;
+            hbs_seed_ipv6_neighbor(client_);
+        }
+        (void)serve_probes();
+    });
+    EXPECT_TRUE(wait_until([this] { return file_exists(directory() + "/asking"); }));
+    const int taken = pthread_mutex_trylock(&hbs_list_mutex);
+    if (taken == 0)
+        (void)pthread_mutex_unlock(&hbs_list_mutex);
+    write_file(directory() + "/go", "");
+    asker.join();
+    EXPECT_EQ(0, taken);
+    EXPECT_THAT(calls(), ElementsAre(probe(DERIVED), addition(DERIVED)));
+}
+
+TEST_F(NeighbourSeed, AnswerForAClientThatIsGone_AddsNothing) {
+    hbs_seed_ipv6_neighbor(client_);
+    hbs_client_free(client_);
+    EXPECT_THAT(calls(), ElementsAre(probe(DERIVED)));
+}
+
+TEST_F(NeighbourSeed, AnswerForAnAddressThatTheClientHasNoMore_AddsNothing) {
+    hbs_seed_ipv6_neighbor(client_);
+    hbs_set_ll(client_, ipv6_of("fe80::99").data());
+    EXPECT_THAT(calls(), ElementsAre(probe(DERIVED)));
+}
+
+TEST_F(NeighbourSeed, AnswerForAClientThatMovedToAnotherNetwork_AddsNothing) {
+    hbs_seed_ipv6_neighbor(client_);
+    hbs_set_nwidx(client_, 1);
+    EXPECT_THAT(calls(), ElementsAre(probe(DERIVED)));
+}
+
+TEST_F(NeighbourSeed, AnswerInBridgeMode_AddsNothing) {
+    hbs_seed_ipv6_neighbor(client_);
+    hbs_db_ready = 0;
+    EXPECT_THAT(calls(), ElementsAre(probe(DERIVED)));
+}
+
+TEST_F(NeighbourSeed, ClientThatGotItsMacMeanwhile_IsAddedWithIt) {
+    hbs_client_free(client_);
+    hbs_client *nomac = add_with_ll(nullptr, LL);
+    hbs_seed_ipv6_neighbor(nomac);
+    (void)hbs_set_mac(nomac, mac_of(MAC_A).data());
+    EXPECT_THAT(calls(), ElementsAre(probe(DERIVED), addition(DERIVED)));
+}
+
+TEST_F(NeighbourSeed, FortyAddressesOfOneDevice_AreOneQuestion) {
+    for (int i = 0; i < 40; ++i)
+        ASSERT_NE(nullptr, hbs_handle_neigh_stale(mac_of(MAC_A).data(), LOOPBACK, AF_INET6,
+                                                  ipv6_of("fe80::bad:" + std::to_string(i)).data()));
+    const std::string address = "fd00:2::bad:39";
+    EXPECT_THAT(calls(), ElementsAre(probe(address), addition(address)));
+}
+
+// --- who is asked ---
 
 TEST_F(NeighbourSeed, LinkLocalNeighbour_SeedsItsGlobalAddress) {
     ASSERT_NE(nullptr, hbs_handle_neigh_stale(mac_of(MAC_A).data(), LOOPBACK, AF_INET6, ipv6_of(LL).data()));

@@ -37,13 +37,18 @@ class NetbiosName : public GatewayTest {
     }
     std::vector<std::string> asked() const { return read_lines(directory() + "/asked"); }
 
-    // A client 192.168.0.50, or one without an address.
-    hbs_client *add_client(bool with_address) {
+    static void ask(hbs_client *client) {
+        char name[HBS_NETBIOS_LINE_SIZE];
+        if (hbs_netbios_ask(client->mac, client->ipv4, name, sizeof name))
+            hbs_netbios_take(client, name);
+    }
+
+    // A client 192.168.0.50.
+    hbs_client *add_client() {
         const uint8_t mac[6] = {0x02, 0xaa, 0, 0, 0, 0x11};
         const uint8_t address[4] = {192, 168, 0, 50};
         hbs_client *client = hbs_add(mac);
-        if (with_address)
-            hbs_set_ipv4(client, address);
+        hbs_set_ipv4(client, address);
         clear_log();
         return client;
     }
@@ -62,10 +67,10 @@ std::ostream &operator<<(std::ostream &out, const AnswerCase &c) {
 class NetbiosAnswer : public NetbiosName, public testing::WithParamInterface<AnswerCase> {};
 
 TEST_P(NetbiosAnswer, NamesTheClientByItsMac) {
-    hbs_client *client = add_client(true);
+    hbs_client *client = add_client();
     hbs_set_host(client, "before");
     set_answer(GetParam().answer);
-    hbs_nbtscan_hostname(client);
+    ask(client);
     EXPECT_STREQ(GetParam().host, client->host);
     const bool found = std::string("before") != GetParam().host;
     EXPECT_EQ(
@@ -98,20 +103,14 @@ INSTANTIATE_TEST_SUITE_P(
         AnswerCase{"nul_byte", std::string("192.168.0.50 OT\0ER 02:aa:00:00:00:11\n", 38), "before"}),
     [](const auto &instance) { return instance.param.name; });
 
-TEST_F(NetbiosName, IsNotAskedWithoutAnAddress) {
-    hbs_nbtscan_hostname(add_client(false));
-    EXPECT_TRUE(asked().empty());
-    EXPECT_FALSE(file_exists(ANSWERS));
-}
-
 TEST_F(NetbiosName, TakesNoAnswerOfAnEarlierQuestion) {
-    hbs_client *client = add_client(true);
+    hbs_client *client = add_client();
     write_file(ANSWERS, "192.168.0.50 OLD 02:aa:00:00:00:11\n");
-    hbs_nbtscan_hostname(client);
+    ask(client);
     EXPECT_STREQ("", client->host);
     setenv("PATH", "/nowhere", 1); // no such program
     write_file(ANSWERS, "192.168.0.50 OLD 02:aa:00:00:00:11\n");
-    hbs_nbtscan_hostname(client);
+    ask(client);
     EXPECT_STREQ("", client->host);
 }
 
@@ -120,19 +119,19 @@ TEST_F(NetbiosName, WritesThroughNoLinkThatSomebodyPut) {
     write_file(elsewhere, "precious");
     (void)unlink(ANSWERS.c_str());
     ASSERT_EQ(0, symlink(elsewhere.c_str(), ANSWERS.c_str()));
-    hbs_nbtscan_hostname(add_client(true));
+    ask(add_client());
     EXPECT_EQ("precious", read_file(elsewhere));
 }
 
 TEST_F(NetbiosName, IsCutToItsField) {
-    hbs_client *client = add_client(true);
+    hbs_client *client = add_client();
     set_answer("192.168.0.50 " + std::string(200, 'N') + " 02:aa:00:00:00:11\n");
-    hbs_nbtscan_hostname(client);
+    ask(client);
     EXPECT_EQ(std::string(63, 'N'), client->host);
 }
 
 TEST_F(NetbiosName, IsAskedForTheAddressAlone) {
-    hbs_nbtscan_hostname(add_client(true));
+    ask(add_client());
     EXPECT_EQ((std::vector<std::string>{"2 -q 192.168.0.50"}), asked());
     EXPECT_TRUE(file_exists(ANSWERS));
 }
@@ -140,11 +139,11 @@ TEST_F(NetbiosName, IsAskedForTheAddressAlone) {
 // The real program, towards an address where nobody answers: it ends, and the name stays.
 TEST_F(NetbiosName, StaysWhenNobodyAnswers) {
     setenv("PATH", "/usr/bin:/bin", 1);
-    hbs_client *client = add_client(false);
+    hbs_client *client = add_client();
     const uint8_t loopback[4] = {127, 0, 0, 9};
     hbs_set_ipv4(client, loopback);
     hbs_set_host(client, "before");
-    hbs_nbtscan_hostname(client);
+    ask(client);
     EXPECT_STREQ("before", client->host);
 }
 
