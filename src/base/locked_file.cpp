@@ -14,18 +14,18 @@
 #include "base/plain_file.h"
 
 namespace {
-constexpr uint32_t ALWAYS_GRANTED = 10; // milliseconds: an honest holder is done by then
-constexpr uint32_t RECOVERY = 10;       // this many milliseconds give one of patience back
+constexpr int64_t ALWAYS_GRANTED = 10; // milliseconds: an honest holder is done by then
+constexpr int64_t RECOVERY = 10;       // this many milliseconds give one of patience back
 constexpr long RETRY_NANOSECONDS = 2'000'000;
 
 // What this thread has waited and not been given back, and up to when that was reckoned (monotonic
 // milliseconds).
-thread_local uint32_t waited;
-thread_local uint32_t waited_at;
+thread_local int64_t waited;
+thread_local int64_t waited_at;
 } // namespace
 
-static uint32_t patience_left(uint32_t now) {
-    const uint32_t given_back = (now - waited_at) / RECOVERY;
+static int64_t patience_left(int64_t now) {
+    const int64_t given_back = (now - waited_at) / RECOVERY;
     waited_at += given_back * RECOVERY;
     waited -= std::min(waited, given_back);
     return std::max(HBS_LOCK_PATIENCE - waited, ALWAYS_GRANTED);
@@ -33,7 +33,7 @@ static uint32_t patience_left(uint32_t now) {
 
 // There is no flock with a deadline, and a signal to end one would need a thread to send it: it is tried
 // again.
-static int lock_before(int descriptor, hbs_lock lock, uint32_t start, uint32_t patience) {
+static int lock_before(int descriptor, hbs_lock lock, int64_t start, int64_t patience) {
     const int operation = (lock == hbs_lock::shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
     while (flock(descriptor, operation) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR)
@@ -56,8 +56,8 @@ static bool bears_name(int descriptor, const char *path) {
 }
 
 // Ends: each further round needs another process to have replaced the file while we waited.
-static int open_locked(const char *path, int flags, mode_t mode, hbs_lock lock, uint32_t start,
-                       uint32_t patience) {
+static int open_locked(const char *path, int flags, mode_t mode, hbs_lock lock, int64_t start,
+                       int64_t patience) {
     for (;;) {
         const int descriptor = hbs_plain_open(path, flags, mode);
         if (descriptor == -1)
@@ -73,13 +73,14 @@ static int open_locked(const char *path, int flags, mode_t mode, hbs_lock lock, 
 }
 
 int hbs_locked_descriptor(const char *path, int flags, mode_t mode, hbs_lock lock) {
-    const uint32_t start = hbs_monotonic_milliseconds();
-    const uint32_t patience = patience_left(start);
+    const int64_t start = hbs_monotonic_milliseconds();
+    const int64_t patience = patience_left(start);
     const int descriptor = open_locked(path, flags, mode, lock, start, patience);
     const int reason = errno;
     waited = std::min(waited + (hbs_monotonic_milliseconds() - start), HBS_LOCK_PATIENCE);
     if (descriptor == -1 && reason == ETIMEDOUT)
-        HBS_LOG(HBS_ERROR, "HOSTBASE: %s is locked by another process - gave up after %u ms", path, patience);
+        HBS_LOG(HBS_ERROR, "HOSTBASE: %s is locked by another process - gave up after %d ms", path,
+                static_cast<int>(patience));
     errno = reason;
     return descriptor;
 }

@@ -8,7 +8,7 @@
 enum class hbs_lock { shared, exclusive };
 
 // Anybody who may read a file may lock it for ever, so a lock is waited for at most this long.
-constexpr uint32_t HBS_LOCK_PATIENCE = 3000; // milliseconds, CLOCK_MONOTONIC
+constexpr int64_t HBS_LOCK_PATIENCE = 3000; // milliseconds, CLOCK_MONOTONIC
 
 // Opens a plain file (see plain_file) with the stdio mode "r" or "r+" and takes the lock, waiting for it.
 // Returns the stream, or null when it cannot be opened or locked: errno says why, ETIMEDOUT (logged) when
