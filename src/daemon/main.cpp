@@ -52,9 +52,7 @@ struct worker {
 
 // Joined in this order.
 static worker workers[] = {
-#if HBS_NETLINK
     {nl_listen_thread, "nl_listen", {}, false},
-#endif
     {un_listen_thread, "un_listen", {}, false},
     {file_watch_thread, "file_watch", {}, false},
 };

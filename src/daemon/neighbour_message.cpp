@@ -5,27 +5,11 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <linux/neighbour.h>
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
 #include <net/if.h>
 
 #include "base/log.h"
 #include "base/text.h"
 #include "events/neighbours.h"
-
-// Highest attribute type that is looked at.
-static constexpr int highest_attribute = NDA_PROBES;
-
-struct attribute {
-    const uint8_t *bytes; // null = not there
-    size_t length;
-};
-
-struct neighbour {
-    ndmsg header;
-    attribute attributes[highest_attribute + 1];
-};
 
 bool hbs_is_wan_ifindex(int ifindex) {
     static constexpr const char *names[] = {"wan0", "mta0", "erouter0"};
@@ -37,23 +21,6 @@ bool hbs_is_wan_ifindex(int ifindex) {
         wan = wan || hbs_wan_ifindex[i] == ifindex;
     }
     return wan;
-}
-
-// Attributes of a higher type are skipped; of a repeated one the last counts. One that is cut short ends
-// the list.
-static void read_attributes(const uint8_t *bytes, size_t length, neighbour *out) {
-    rtattr head;
-    while (length >= sizeof(head)) {
-        memcpy(&head, bytes, sizeof(head));
-        if (head.rta_len < sizeof(head) || head.rta_len > length)
-            return;
-        const int type = head.rta_type & NLA_TYPE_MASK;
-        if (type <= highest_attribute)
-            out->attributes[type] = {bytes + sizeof(head), head.rta_len - sizeof(head)};
-        const size_t step = std::min<size_t>(RTA_ALIGN(head.rta_len), length);
-        bytes += step;
-        length -= step;
-    }
 }
 
 // Length of an address of a family, 0 for a family that is neither IPv4 nor IPv6.
@@ -88,21 +55,24 @@ static void handle_with_lladdr(const ndmsg *header, const uint8_t *lladdr, const
     }
 }
 
-static void handle_neighbour(const neighbour *message) {
-    const ndmsg *header = &message->header;
-    const attribute address = message->attributes[NDA_DST];
-    const attribute lladdr = message->attributes[NDA_LLADDR];
-    const size_t expected = address_length(header->ndm_family);
-    const bool sound_lladdr = lladdr.bytes == nullptr || lladdr.length == 6;
-    if (address.bytes == nullptr || expected == 0 || address.length != expected || !sound_lladdr)
-        return;
+bool hbs_neighbour_is_sound(const hbs_neighbour *entry) {
+    if (hbs_is_wan_ifindex(entry->header.ndm_ifindex))
+        return false;
+    const hbs_netlink_bytes address = entry->attributes[NDA_DST];
+    const hbs_netlink_bytes lladdr = entry->attributes[NDA_LLADDR];
+    const size_t expected = address_length(entry->header.ndm_family);
+    return address.data != nullptr && expected != 0 && address.size == expected &&
+           (lladdr.data == nullptr || lladdr.size == 6);
+}
+
+void hbs_tell_neighbour(const ndmsg *header, const uint8_t *lladdr, const uint8_t *address) {
     const hbs_addr_text text =
-        header->ndm_family == AF_INET ? hbs_ipv4_to_text(address.bytes) : hbs_ipv6_to_text(address.bytes);
-    if (lladdr.bytes != nullptr) {
-        handle_with_lladdr(header, lladdr.bytes, address.bytes, text.text);
+        header->ndm_family == AF_INET ? hbs_ipv4_to_text(address) : hbs_ipv6_to_text(address);
+    if (lladdr != nullptr) {
+        handle_with_lladdr(header, lladdr, address, text.text);
     } else if (header->ndm_state == NUD_FAILED) {
         HBS_LOG(HBS_INFO, "HOSTBASE: handle_neigh: Delay/Fail - Address is: %s", text.text);
-        (void)hbs_handle_neigh_gone(nullptr, header->ndm_ifindex, header->ndm_family, address.bytes);
+        (void)hbs_handle_neigh_gone(nullptr, header->ndm_ifindex, header->ndm_family, address);
     }
 }
 
@@ -122,14 +92,8 @@ void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
                 static_cast<int>(head.nlmsg_len) - static_cast<int>(sizeof(head)));
         return;
     }
-    const size_t payload = std::min<size_t>(head.nlmsg_len, length) - sizeof(head);
-    neighbour parsed{};
-    if (payload < sizeof(parsed.header))
-        return;
-    const uint8_t *bytes = message + sizeof(head);
-    memcpy(&parsed.header, bytes, sizeof(parsed.header));
-    if (hbs_is_wan_ifindex(parsed.header.ndm_ifindex))
-        return;
-    read_attributes(bytes + sizeof(parsed.header), payload - sizeof(parsed.header), &parsed);
-    handle_neighbour(&parsed);
+    hbs_neighbour entry;
+    if (hbs_netlink_neighbour({message, std::min<size_t>(head.nlmsg_len, length)}, &entry) &&
+        hbs_neighbour_is_sound(&entry))
+        hbs_tell_neighbour(&entry.header, entry.attributes[NDA_LLADDR].data, entry.attributes[NDA_DST].data);
 }

@@ -1,4 +1,4 @@
-// Listens to the kernel's neighbour notifications. Not part of builds without libmnl.
+// Listens to the kernel's neighbour notifications.
 #pragma once
 
 // Thread entry; the argument is ignored. Returns null when the socket fails; it is not started again.

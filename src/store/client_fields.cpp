@@ -109,10 +109,10 @@ void hbs_set_interface(hbs_client *client, uint32_t ifindex, const char *ifname)
         return;
     client->ifindex = ifindex;
     char kernel_name[IF_NAMESIZE] = "";
-    if (ifname == nullptr && if_indextoname(ifindex, kernel_name) == nullptr)
-        kernel_name[0] = '\0'; // an index that the kernel does not know has no name
-    if (ifname == nullptr || renamed)
-        hbs_copy_text(client->ifname, sizeof client->ifname, ifname == nullptr ? kernel_name : ifname);
+    if (ifname == nullptr) // an index that the kernel does not know leaves the name as it was
+        ifname = if_indextoname(ifindex, kernel_name);
+    if (ifname != nullptr)
+        hbs_copy_text(client->ifname, sizeof client->ifname, ifname);
     interface_changed(client);
 }
 

@@ -22,7 +22,7 @@ void hbs_set_wifi_index(hbs_client *client, uint8_t wifi_index);
 // For Ethernet also looks up and stores switch_port; changed also when only the port differs.
 void hbs_set_adapter_type(hbs_client *client, uint8_t adapter_type);
 
-// ifname null = the kernel's name of the index. hotspot follows the name.
+// ifname null = the kernel's name of the index; where it has none the name stays. hotspot follows the name.
 void hbs_set_interface(hbs_client *client, uint32_t ifindex, const char *ifname);
 
 // Addresses, network order. The entries of the old address leave the indices first (locks); a first

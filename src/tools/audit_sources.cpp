@@ -5,89 +5,54 @@
 #include <cstring>
 #include <fstream>
 #include <glob.h>
-#include <nlohmann/json.hpp>
-#include <spawn.h>
+#include <net/if.h>
 #include <sstream>
 #include <stdexcept>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <string_view>
+#include <sys/socket.h>
 
 #include "tools/words.h"
-
-extern char **environ;
 
 namespace {
 
 // The gateway's own outward interfaces: their neighbours are never clients.
-constexpr const char *outward[] = {"wan0", "mta0", "erouter0", "lo"};
-constexpr const char *passing_states[] = {"FAILED", "INCOMPLETE", "NOARP", "NONE"};
+constexpr std::string_view outward[] = {"wan0", "mta0", "erouter0", "lo"};
+constexpr uint16_t gone_states = NUD_FAILED | NUD_INCOMPLETE | NUD_NOARP;
 
 constexpr const char *dynamic_leases = "/var/lib/misc/landhcps00.*.leases";
 constexpr const char *static_leases = "/nvram/8/dhcpd/udhcpd.*.static_leases";
 constexpr const char *ipv6_leases = "/var/lib/dibbler/server-AddrMgr.xml";
 
-template <size_t Count> bool is_one_of(const char *const (&words)[Count], const std::string &word) {
-    return std::any_of(
-        words, words + Count, [&](const char *one) { return word == one; });
-}
-
-std::string read_all(int fd) {
-    std::string text;
-    char block[4096];
-    ssize_t count = 0;
-    while ((count = read(fd, block, sizeof block)) > 0)
-        text.append(block, static_cast<size_t>(count));
-    return text;
-}
-
-std::runtime_error cannot_ask(int error) {
-    return std::runtime_error(std::string("cannot ask the kernel for its neighbours: ip: ") +
-                              strerror(error));
-}
-
-// The standard output of a program that is found on the PATH. Throws when it cannot be run or fails.
-std::string output_of(std::vector<std::string> words) {
-    int ends[2];
-    if (pipe(ends) != 0)
-        throw cannot_ask(errno);
-    std::vector<char *> arguments;
-    arguments.reserve(words.size() + 1);
-    for (std::string &word : words)
-        arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, ends[0]);
-    pid_t child = 0;
-    const int error = posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    close(ends[1]);
-    std::string text = error == 0 ? read_all(ends[0]) : "";
-    close(ends[0]);
-    int status = 0;
-    if (error != 0 || waitpid(child, &status, 0) != child || status != 0)
-        throw cannot_ask(error != 0 ? error : EIO);
-    return text;
-}
-
-std::string text_at(const nlohmann::json &object, const char *name) {
-    const auto found = object.find(name);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : "";
-}
-
-bool is_gone(const nlohmann::json &entry) {
-    const auto states = entry.find("state");
-    if (states == entry.end() || !states->is_array())
-        return true;
-    return std::any_of(states->begin(), states->end(), [](const nlohmann::json &state) {
-        return state.is_string() && is_one_of(passing_states, state.get<std::string>());
-    });
-}
-
 bool is_multicast(const ip_address &address) {
     return address.family == HBS_FAMILY_IPV4 ? address.ipv4[0] >= 224 && address.ipv4[0] <= 239
                                              : address.ipv6[0] == 0xFF;
+}
+
+std::optional<ip_address> destination_of(const hbs_neighbour &entry) {
+    const hbs_netlink_bytes bytes = entry.attributes[NDA_DST];
+    ip_address address;
+    address.family = entry.header.ndm_family;
+    if (address.family == HBS_FAMILY_IPV4 && bytes.size == address.ipv4.size())
+        std::copy_n(bytes.data, bytes.size, address.ipv4.begin());
+    else if (address.family == HBS_FAMILY_IPV6 && bytes.size == address.ipv6.size())
+        std::copy_n(bytes.data, bytes.size, address.ipv6.begin());
+    else
+        return {};
+    return address;
+}
+
+std::string interface_name(int index) {
+    char name[IF_NAMESIZE] = "";
+    return if_indextoname(static_cast<unsigned>(index), name) != nullptr ? name : "";
+}
+
+void add_neighbour(hbs_netlink_bytes message, void *context) {
+    hbs_neighbour entry;
+    if (!hbs_netlink_neighbour(message, &entry))
+        return;
+    const auto found = neighbour_sighting(entry, interface_name(entry.header.ndm_ifindex));
+    if (found)
+        static_cast<std::vector<sighting> *>(context)->push_back(*found);
 }
 
 std::string file_text(const std::string &path) {
@@ -112,22 +77,15 @@ void append(std::vector<sighting> &all, const std::vector<sighting> &more) {
 
 } // namespace
 
-std::vector<sighting> parse_neighbours(const std::string &text) {
-    const nlohmann::json entries = nlohmann::json::parse(text, nullptr, false);
-    std::vector<sighting> found;
-    if (!entries.is_array())
-        return found;
-    for (const nlohmann::json &entry : entries) {
-        if (!entry.is_object() || is_gone(entry) || is_one_of(outward, text_at(entry, "dev")))
-            continue;
-        const auto mac = parse_mac(text_at(entry, "lladdr"));
-        const auto address = parse_ip(text_at(entry, "dst"));
-        if (mac && address && !is_multicast(*address)) {
-            found.push_back(
-                {sighting::neighbour, mac_text(mac->data()), ip_text(*address), text_at(entry, "dev")});
-        }
-    }
-    return found;
+std::optional<sighting> neighbour_sighting(const hbs_neighbour &entry, const std::string &interface) {
+    const hbs_netlink_bytes lladdr = entry.attributes[NDA_LLADDR];
+    const std::optional<ip_address> address = destination_of(entry);
+    const uint16_t state = entry.header.ndm_state;
+    const bool outside = std::find(std::begin(outward), std::end(outward), interface) != std::end(outward);
+    if (outside || state == NUD_NONE || (state & gone_states) != 0 || lladdr.data == nullptr ||
+        lladdr.size != HBS_MAC_SIZE || !address || is_multicast(*address))
+        return {};
+    return sighting{sighting::neighbour, mac_text(lladdr.data), ip_text(*address), interface};
 }
 
 std::vector<sighting> parse_leases(const std::string &text, sighting::kind what, const std::string &file) {
@@ -163,7 +121,12 @@ std::vector<sighting> parse_ipv6_leases(const std::string &text, const std::stri
 }
 
 std::vector<sighting> kernel_neighbours() {
-    return parse_neighbours(output_of({"ip", "-j", "neigh"}));
+    std::vector<sighting> all;
+    for (const int family : {AF_INET, AF_INET6})
+        if (!hbs_netlink_dump_neighbours(family, add_neighbour, &all))
+            throw std::runtime_error(std::string("cannot ask the kernel for its neighbours: ") +
+                                     strerror(errno));
+    return all;
 }
 
 std::vector<sighting> dhcp_leases() {

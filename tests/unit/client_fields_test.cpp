@@ -224,12 +224,14 @@ TEST_F(Interface, NewIndexWithoutName_TakesTheKernelsName) {
     EXPECT_EQ(HBS_CHANGED, client_->flags);
 }
 
-TEST_F(Interface, IndexUnknownToTheKernel_LeavesNoName) {
-    hbs_set_interface(client_, loopback_, "l2sd0.2");
+TEST_F(Interface, IndexUnknownToTheKernel_LeavesTheNameAsItWas) {
+    hbs_set_interface(client_, loopback_, "hot0");
+    client_->flags = 0;
     hbs_set_interface(client_, 0x7FFFFFF0, nullptr);
     EXPECT_EQ(0x7FFFFFF0U, client_->ifindex);
-    EXPECT_STREQ("", client_->ifname);
-    EXPECT_EQ(0, client_->hotspot);
+    EXPECT_STREQ("hot0", client_->ifname);
+    EXPECT_EQ(1, client_->hotspot);
+    EXPECT_EQ(HBS_CHANGED, client_->flags);
 }
 
 TEST_F(Interface, NewNameAtTheSameIndex_IsStoredAndMarked) {

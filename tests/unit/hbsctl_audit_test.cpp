@@ -2,6 +2,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/socket.h>
 #include <vector>
 
 #include "tools/audit_sources.h"
@@ -95,27 +96,54 @@ TEST(Audit, AnIpv6LeaseCarriesNoMac) {
     EXPECT_EQ(sentences({client}, {}).size(), 1u);
 }
 
-TEST(Neighbours, AreThoseOfTheLanThatAreThere) {
-    const auto found = parse_neighbours(
-        R"([{"dst":"192.168.0.11","dev":"l2sd0.2","lladdr":"02:AA:00:00:00:11","state":["REACHABLE"]},
-            {"dst":"fe80::11","dev":"l2sd0.2","lladdr":"02:aa:00:00:00:11","state":["STALE"]},
-            {"dst":"192.168.0.12","dev":"l2sd0.2","state":["FAILED"]},
-            {"dst":"192.168.0.13","dev":"l2sd0.2","lladdr":"02:aa:00:00:00:13","state":["FAILED"]},
-            {"dst":"ff02::1","dev":"l2sd0.2","lladdr":"33:33:00:00:00:01","state":["PERMANENT"]},
-            {"dst":"224.0.0.1","dev":"l2sd0.2","lladdr":"01:00:5e:00:00:01","state":["PERMANENT"]},
-            {"dst":"10.0.0.1","dev":"wan0","lladdr":"02:bb:00:00:00:01","state":["REACHABLE"]},
-            {"dst":"10.0.0.2","dev":"erouter0","lladdr":"02:bb:00:00:00:02","state":["REACHABLE"]},
-            {"dst":7,"dev":"l2sd0.2","lladdr":"02:bb:00:00:00:02","state":["REACHABLE"]}, 4, {}])");
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_EQ(found[0].mac, "02:aa:00:00:00:11");
-    EXPECT_EQ(found[0].address, "192.168.0.11");
-    EXPECT_EQ(found[0].place, "l2sd0.2");
-    EXPECT_EQ(found[1].address, "fe80::11");
+const std::string MAC("\x02\xaa\x00\x00\x00\x11", 6);
+const std::string IPV4("\xc0\xa8\x00\x0b", 4);
+const std::string IPV6("\xfe\x80\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x11", 16);
+
+hbs_netlink_bytes bytes_of(const std::string &text) {
+    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
 }
 
-TEST(Neighbours, NonsenseHoldsNone) {
-    for (const char *text : {"", "{", "{}", "null", "[[]]"})
-        EXPECT_TRUE(parse_neighbours(text).empty()) << text;
+// What audit makes of an entry; "" for what it passes over. An empty lladdr is none.
+std::string seen(int family, uint16_t state, const std::string &address, const std::string &lladdr = MAC,
+                 const std::string &interface = "l2sd0.2") {
+    hbs_neighbour entry = {};
+    entry.header.ndm_family = static_cast<uint8_t>(family);
+    entry.header.ndm_state = state;
+    entry.attributes[NDA_DST] = bytes_of(address);
+    if (!lladdr.empty())
+        entry.attributes[NDA_LLADDR] = bytes_of(lladdr);
+    const auto found = neighbour_sighting(entry, interface);
+    return found ? found->mac + " " + found->address + " " + found->place : "";
+}
+
+TEST(Neighbours, AreThoseThatAreThere) {
+    for (const uint16_t state : {NUD_REACHABLE, NUD_STALE, NUD_DELAY, NUD_PROBE, NUD_PERMANENT})
+        EXPECT_EQ(seen(AF_INET, state, IPV4), "02:aa:00:00:00:11 192.168.0.11 l2sd0.2") << state;
+    EXPECT_EQ(seen(AF_INET6, NUD_STALE, IPV6), "02:aa:00:00:00:11 fe80::11 l2sd0.2");
+    for (const uint16_t state : {NUD_NONE, NUD_FAILED, NUD_INCOMPLETE, NUD_NOARP})
+        EXPECT_EQ(seen(AF_INET, state, IPV4), "") << state;
+}
+
+TEST(Neighbours, OnTheWayOutAreNone) {
+    for (const char *interface : {"wan0", "mta0", "erouter0", "lo"})
+        EXPECT_EQ(seen(AF_INET, NUD_REACHABLE, IPV4, MAC, interface), "") << interface;
+}
+
+TEST(Neighbours, GroupsOfReceiversAreNone) {
+    EXPECT_EQ(seen(AF_INET, NUD_PERMANENT, std::string("\xe0\x00\x00\x01", 4)), "");
+    EXPECT_EQ(seen(AF_INET6, NUD_PERMANENT, std::string("\xff\x02", 2) + std::string(14, '\x01')), "");
+}
+
+TEST(Neighbours, WithoutAWholeAddressAndMacAreNone) {
+    EXPECT_EQ(seen(AF_INET, NUD_REACHABLE, IPV4, ""), "");
+    for (size_t length = 1; length < 12; ++length)
+        EXPECT_EQ(seen(AF_INET, NUD_REACHABLE, IPV4, std::string(length, '\x02')).empty(), length != 6);
+    for (size_t length = 0; length < 24; ++length) {
+        EXPECT_EQ(seen(AF_INET, NUD_REACHABLE, std::string(length, '\x0a')).empty(), length != 4);
+        EXPECT_EQ(seen(AF_INET6, NUD_REACHABLE, std::string(length, '\x0a')).empty(), length != 16);
+    }
+    EXPECT_EQ(seen(AF_BRIDGE, NUD_REACHABLE, IPV4), "");
 }
 
 TEST(Leases, AreReadLineByLineAndGarbageIsSkipped) {

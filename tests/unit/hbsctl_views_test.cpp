@@ -6,6 +6,7 @@
 #include <pty.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <thread>
 #include <vector>
@@ -165,14 +166,24 @@ TEST_F(Views, AuditAsksTheKernelItself) {
     EXPECT_EQ(parsed["differences"][0]["mac"], "02:aa:00:00:00:01");
 }
 
-TEST_F(Views, AuditWithoutTheProgramThatAsksSaysSo) {
+TEST_F(Views, AuditNeedsNoOtherProgram) {
     const std::string path = getenv("PATH");
     setenv("PATH", "/nowhere", 1);
     const ctl_result result = ctl({"audit"}, daemon.path);
     setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(result.out, "no differences\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(Views, AuditThatCannotAskTheKernelSaysSo) {
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const ctl_result result = ctl({"audit"}, daemon.path);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
     EXPECT_EQ(result.status, exit_failed);
-    EXPECT_EQ(result.err,
-              "hbsctl: cannot ask the kernel for its neighbours: ip: No such file or directory\n");
+    EXPECT_EQ(result.err, "hbsctl: cannot ask the kernel for its neighbours: Too many open files\n");
 }
 
 TEST_F(Views, CommentKeepsWhatIsNotGiven) {
