@@ -1,6 +1,7 @@
 #include "daemon/neighbour_monitor.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <linux/sock_diag.h>
@@ -8,15 +9,19 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "base/netlink.h"
 #include "base/scope.h"
 #include "daemon/neighbour_message.h"
+#include "daemon/neighbour_tables.h"
 
 // Room for some thousands of notifications; the default holds 256.
 static constexpr int receive_buffer_size = 4 << 20;
 
 static constexpr size_t buffer_limit = 8192;
+
+static constexpr int RETRY_MS = 1000;
 
 static size_t buffer_size() {
     return std::min(static_cast<size_t>(sysconf(_SC_PAGESIZE)), buffer_limit);
@@ -26,21 +31,37 @@ static void handle_neigh(hbs_netlink_bytes message, void *) {
     hbs_handle_neigh_message(message.data, message.size);
 }
 
-// Notifications that the kernel could not queue on a socket, so far.
-static uint32_t drops_of(int socket) {
+// What the thread knows of its socket.
+struct monitor {
+    int socket;
+    bool lost;            // something was lost that is not made up for yet
+    uint32_t known_drops; // of which it has been made up for
+    int64_t in_step_ms;   // up to here nothing was lost (hbs_monotonic_milliseconds)
+};
+
+// Notifications that the kernel could not queue on a socket, so far. Returns whether it counts them.
+static bool read_drops(int socket, uint32_t *drops) {
     uint32_t information[SK_MEMINFO_VARS] = {};
     socklen_t length = sizeof(information);
-    (void)getsockopt(socket, SOL_SOCKET, SO_MEMINFO, information, &length);
-    return information[SK_MEMINFO_DROPS];
+    if (getsockopt(socket, SOL_SOCKET, SO_MEMINFO, information, &length) != 0 ||
+        length <= SK_MEMINFO_DROPS * sizeof(information[0]))
+        return false;
+    *drops = information[SK_MEMINFO_DROPS];
+    return true;
 }
 
-// An overflow must not become a receive error, which would end the thread: drops_of tells of it.
-static void prepare(int socket) {
+// Where the kernel counts drops, they are not reported as errors besides.
+static void prepare(const monitor *m) {
     const int size = receive_buffer_size;
-    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0)
-        (void)setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)); // as far as the system allows
+    if (setsockopt(m->socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0)
+        (void)setsockopt(m->socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)); // as far as allowed
+    uint32_t drops = 0;
+    if (!read_drops(m->socket, &drops)) {
+        HBS_LOG(HBS_ALERT, "HOSTBASE: nl_listen_thread: the kernel does not count lost neighbour events");
+        return;
+    }
     const int on = 1;
-    (void)setsockopt(socket, SOL_NETLINK, NETLINK_NO_ENOBUFS, &on, sizeof(on));
+    (void)setsockopt(m->socket, SOL_NETLINK, NETLINK_NO_ENOBUFS, &on, sizeof(on));
 }
 
 static bool queue_is_empty(int socket) {
@@ -49,35 +70,47 @@ static bool queue_is_empty(int socket) {
 }
 
 // Reads both tables once the socket had to drop notifications. What is queued is older than the tables, so
-// it is handled first. A table that cannot be read is tried again after the next notification.
-static void make_up_for_drops(int socket, uint32_t *known_drops) {
-    const uint32_t drops = drops_of(socket);
-    if (drops == *known_drops || !queue_is_empty(socket))
+// it is handled first.
+static void make_up_for_drops(monitor *m) {
+    const int64_t now = hbs_monotonic_milliseconds();
+    uint32_t drops = m->known_drops;
+    (void)read_drops(m->socket, &drops);
+    m->lost = m->lost || drops != m->known_drops;
+    if (!m->lost) {
+        m->in_step_ms = now;
+        return;
+    }
+    if (!queue_is_empty(m->socket))
         return;
     HBS_LOG(HBS_ALERT, "HOSTBASE: nl_listen_thread: %u neighbour events lost - reading the neighbour tables",
-            drops - *known_drops);
-    const bool read_ipv4 = hbs_netlink_dump_neighbours(AF_INET, handle_neigh, nullptr);
-    if (!hbs_netlink_dump_neighbours(AF_INET6, handle_neigh, nullptr) || !read_ipv4) {
+            drops - m->known_drops);
+    if (!hbs_read_neighbour_tables(m->in_step_ms)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: nl_listen_thread: cannot read the neighbour tables");
         return;
     }
-    *known_drops = drops;
+    m->lost = false;
+    m->known_drops = drops;
+    m->in_step_ms = now;
 }
 
-static void listen(int socket) {
-    alignas(nlmsghdr) uint8_t buffer[buffer_limit];
-    const size_t size = buffer_size();
-    uint32_t known_drops = 0;
-    for (;;) {
-        ssize_t result = hbs_netlink_receive(socket, buffer, size, -1);
-        if (result > 0)
-            result = hbs_netlink_walk({buffer, static_cast<size_t>(result)}, handle_neigh, nullptr);
-        if (result < 0)
-            perror("error");
-        if (result <= 0)
-            return;
-        make_up_for_drops(socket, &known_drops);
+// Returns whether the thread goes on. Tables that could not be read are tried again when nothing comes.
+static bool handle_next(monitor *m, uint8_t *buffer, size_t size) {
+    ssize_t result = hbs_netlink_receive(m->socket, buffer, size, m->lost ? RETRY_MS : -1);
+    if (result < 0 && (errno == ENOBUFS || errno == ETIMEDOUT)) {
+        m->lost = true;
+        return true;
     }
+    if (result > 0)
+        result = hbs_netlink_walk({buffer, static_cast<size_t>(result)}, handle_neigh, nullptr);
+    if (result < 0)
+        perror("error");
+    return result > 0;
+}
+
+static void listen(monitor *m) {
+    alignas(nlmsghdr) uint8_t buffer[buffer_limit];
+    while (handle_next(m, buffer, buffer_size()))
+        make_up_for_drops(m);
 }
 
 void *nl_listen_thread(void *) {
@@ -87,11 +120,12 @@ void *nl_listen_thread(void *) {
         return nullptr;
     }
     hbs_at_exit end([socket] { (void)close(socket); });
-    prepare(socket);
+    monitor m = {socket, false, 0, hbs_monotonic_milliseconds()};
+    prepare(&m);
     if (!hbs_netlink_bind(socket, RTMGRP_NEIGH)) {
         perror("mnl_socket_bind failed");
         return nullptr;
     }
-    listen(socket);
+    listen(&m);
     return nullptr;
 }

@@ -1,5 +1,6 @@
 #include "events/neighbours.h"
 
+#include <linux/neighbour.h>
 #include <sys/socket.h>
 
 #include "base/log.h"
@@ -7,6 +8,7 @@
 #include "base/text.h"
 #include "events/dhcpv6.h"
 #include "events/flap_list.h"
+#include "events/neighbour_news.h"
 #include "events/neighbour_seed.h"
 #include "events/tr69_events.h"
 #include "events/wifi_index.h"
@@ -129,6 +131,7 @@ hbs_client *hbs_handle_neigh_stale(const uint8_t *mac, int ifindex, int family, 
     const hbs_list_hold hold;
     if (hbs_db_ready == 0)
         return nullptr;
+    hbs_neigh_note(NUD_STALE, mac, family, address);
     hbs_client *client = hbs_neigh_update(mac, ifindex, family, address);
     if (client == nullptr)
         return nullptr;
@@ -143,6 +146,7 @@ hbs_client *hbs_handle_neigh_reachable(const uint8_t *mac, int ifindex, int fami
     const hbs_list_hold hold;
     if (hbs_db_ready == 0)
         return nullptr;
+    hbs_neigh_note(NUD_REACHABLE, mac, family, address);
     hbs_client *client = hbs_neigh_update(mac, ifindex, family, address);
     if (client == nullptr)
         return nullptr;
@@ -167,6 +171,7 @@ hbs_client *hbs_handle_neigh_gone(const uint8_t *mac, int ifindex, int family, c
     const hbs_list_hold hold;
     if (hbs_db_ready == 0)
         return nullptr;
+    hbs_neigh_note(NUD_FAILED, mac, family, address);
     hbs_client *client = hbs_neigh_update(mac, ifindex, family, address);
     if (client == nullptr)
         return nullptr;

@@ -29,14 +29,14 @@ uint32_t next_sequence() {
 // room (ENOBUFS). Returns its length, or -1.
 ssize_t receive_answer(int socket, uint32_t sequence, uint8_t *answer, size_t size) {
     const uint32_t port = hbs_netlink_port(socket);
-    const uint32_t start = hbs_monotonic_milliseconds();
-    int left = PATIENCE_MS;
-    for (; left > 0; left = PATIENCE_MS - static_cast<int>(hbs_monotonic_milliseconds() - start)) {
+    const int64_t start = hbs_monotonic_milliseconds();
+    for (int left = PATIENCE_MS; left > 0;) {
         const ssize_t length = hbs_netlink_receive(socket, answer, size, left);
         if (length < 0 && errno != ENOBUFS)
             return -1;
         if (length > 0 && hbs_is_answer(answer, static_cast<size_t>(length), sequence, port))
             return length;
+        left = PATIENCE_MS - static_cast<int>(hbs_monotonic_milliseconds() - start);
     }
     return -1;
 }

@@ -11,6 +11,7 @@
 
 #include <logger.h>
 
+#include "base/state.h"
 #include "daemon/neighbour_monitor.h"
 #include "events/neighbours.h"
 #include "support/emulation.h"
@@ -46,8 +47,6 @@ hbs_client *see(const char *state, const uint8_t *lladdr, int family, const uint
 }
 
 } // namespace fake
-
-extern "C" void logger_register_level_cb(logger_level_cb) {}
 
 extern "C" void logger_build_send_log_msg(const hbs_log_site *, int, const char *form, ...) {
     fake::losses += strstr(form, "neighbour events lost") != nullptr ? 1 : 0;
@@ -88,6 +87,8 @@ class NeighbourMonitor : public GatewayTest {
         GatewayTest::SetUp();
         if (is_emulated())
             GTEST_SKIP() << NO_NEIGHBOUR_MESSAGES;
+        hbs_list_mutex_init();
+        hbs_db_ready = 1;
         // A new interface has no neighbours yet: a change to what an entry already is would be no event.
         (void)!system("ip link del l2sd0.2 2> /dev/null");
         ASSERT_EQ(system("ip link add l2sd0.2 type veth peer name other && ip link set l2sd0.2 up && "
