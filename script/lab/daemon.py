@@ -5,12 +5,12 @@ import re
 import subprocess
 import time
 
-HOST_DIRECTORY = "/var/lib/hbs-host"
-CONFIG = HOST_DIRECTORY + "/gateway.conf"
-LOG = HOST_DIRECTORY + "/log"
-JOURNAL = HOST_DIRECTORY + "/journal"
-OUTPUT = HOST_DIRECTORY + "/daemon.out"
-COMMAND_SOCKET = "/var/tmp/clientlist_sock"
+from lab import values, wire
+
+LOG = values.DIRECTORY + "/log"
+JOURNAL = values.DIRECTORY + "/journal"
+OUTPUT = values.DIRECTORY + "/daemon.out"
+AGENT_ORDERS = values.DIRECTORY + "/agent"  # FIFO of the example agent library
 WATCHER_PID_FILE = "/var/tmp/file_watch_thread.pid"
 WATCHED_FILES = 2
 READY_DEADLINE = 20.0
@@ -20,12 +20,6 @@ NEIGHBOUR_GROUP_BIT = 1 << 2
 
 class DaemonError(Exception):
     """The daemon did not come up; the text says what is missing."""
-
-
-def write_config(checkout):
-    """Give the gateway the values of the platform's example: two LAN networks."""
-    with open(CONFIG, "w", encoding="utf-8") as file:
-        file.write(text_of(f"{checkout}/platform/host/gateway.conf.example"))
 
 
 def programs(checkout):
@@ -69,7 +63,7 @@ def what_is_lacking(pid):
     """Name the first thing that the daemon still has to do before it is ready, or None."""
     if "pcd ready" not in text_of(JOURNAL):
         return "no ready notification in the journal"
-    if COMMAND_SOCKET not in text_of("/proc/net/unix"):
+    if wire.SOCKET not in text_of("/proc/net/unix"):
         return "the command socket is not bound"
     if not re.fullmatch(r"pid:\d+ tid:\d+", text_of(WATCHER_PID_FILE)):
         return "no pid file of the file watch thread"

@@ -4,15 +4,11 @@ Builds on lan.py. A station is what the Wi-Fi manager and the DHCP server tell o
 own. All functions run inside the box.
 """
 
-import fcntl
-import json
-import os
 import subprocess
 from dataclasses import dataclass
 
-from lab import daemon, lan
+from lab import database, lan, notices, values
 
-LEASE_NOTICES = "/var/tmp/udhcpd.delta"
 LEASE_SECONDS = 3600
 RADIO_PORT = "0x1"
 
@@ -38,46 +34,20 @@ def station(name):
     return next((each for each in STATIONS if each.name == name), None)
 
 
-# --- values: one line is changed, the file replaced as a whole ------------------------------------------------
-
-def change_line(drop, add):
-    """Leave out the lines for which `drop` is true, and add one unless it is None."""
-    lock = os.open(daemon.HOST_DIRECTORY, os.O_RDONLY)
-    try:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        lines = [line for line in daemon.text_of(daemon.CONFIG).splitlines() if not drop(line)]
-        with open(daemon.CONFIG + ".new", "w", encoding="utf-8") as file:
-            file.write("\n".join([*lines, *([] if add is None else [add])]) + "\n")
-        os.rename(daemon.CONFIG + ".new", daemon.CONFIG)
-    finally:
-        os.close(lock)
-
-
-def key_of(line):
-    return line.partition("#")[0].partition("=")[0].strip()
-
-
-def set_value(key, value):
-    change_line(lambda line: key_of(line) == key, f"{key} = {value}")
-
+# --- stations -----------------------------------------------------------------------------------------------
 
 def list_station(each, listed):
     """Have the Wi-Fi manager list the station on its SSID, or not."""
     line = f"wifi.ssid.{each.ssid}.station = {each.mac} {each.figures}"
-    change_line(lambda other: other == line, line if listed else None)
+    values.change(lambda other: other == line, line if listed else None)
 
-
-# --- stations -----------------------------------------------------------------------------------------------
 
 def arrive(each):
     """The station associates and gets its lease."""
     list_station(each, True)
-    set_value(f"l2switch.mac.{each.mac}", RADIO_PORT)
+    values.set_value(f"l2switch.mac.{each.mac}", RADIO_PORT)
     tell("wifi-assoc", each)
-    name = each.name.encode().hex()
-    with open(LEASE_NOTICES, "a", encoding="ascii") as file:
-        fcntl.flock(file, fcntl.LOCK_EX)
-        file.write(f"ADD {each.mac} {each.address} {LEASE_SECONDS} {name} 0 1 0 null\n")
+    notices.append(notices.lease_line(each.mac, each.address, LEASE_SECONDS, each.name, interface=""))
 
 
 def depart(each):
@@ -94,11 +64,7 @@ def tell(event, each):
 
 def all_online():
     """Whether the database has every station on line over Wi-Fi, with its address."""
-    listed = subprocess.run(["hbsctl", "list", "--json"], capture_output=True, text=True, check=False)
-    if listed.returncode != 0:
-        return False
-    online = {client["mac"]: (client["adapter"], client["ssid"], client["ipv4"])
-              for client in json.loads(listed.stdout)["clients"] if client["online"]}
+    online = {mac: (client["adapter"], client["ssid"], client["ipv4"]) for mac, client in database.online().items()}
     return all(online.get(each.mac) == ("wifi", each.ssid, each.address) for each in STATIONS)
 
 
@@ -106,17 +72,15 @@ def all_online():
 
 def port_of(host):
     """Port of the external switch behind which the host is, as the values have it."""
-    ports = [line.partition("=")[2].partition("#")[0].strip() for line in daemon.text_of(daemon.CONFIG).splitlines()
-             if key_of(line) == f"switch.mac.{host.mac}"]
-    return ports[-1]
+    return values.read()[f"switch.mac.{host.mac}"]
 
 
 def lose_link(host):
     """The host's port loses link: nothing behind it says good-bye."""
     lan.unplug([host])
-    set_value(f"switch.port.{port_of(host)}", "down")
+    values.set_value(f"switch.port.{port_of(host)}", "down")
 
 
 def regain_link(host):
-    set_value(f"switch.port.{port_of(host)}", "up")
+    values.set_value(f"switch.port.{port_of(host)}", "up")
     lan.join([host])

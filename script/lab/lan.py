@@ -5,14 +5,13 @@ inside the box; what is going on is kept in files below STATE, so that separate 
 together.
 """
 
-import json
 import os
 import signal
 import subprocess
 import time
 from dataclasses import dataclass
 
-from lab import daemon
+from lab import daemon, database, values
 
 STATE = "/run/lan"
 LEASE_FILE = "/var/lib/misc/dnsmasq.leases"
@@ -73,18 +72,13 @@ HOSTS = (
 
 def networks():
     """Return the LAN networks that the gateway's configuration file lists, by entry number."""
-    values = {}
-    with open(daemon.CONFIG, encoding="utf-8") as file:
-        for line in file:
-            key, _equals, value = line.partition("#")[0].partition("=")
-            values[key.strip()] = value.split()
-    found = []
+    found, by_key = [], {key: value.split() for key, value in values.read().items()}
     for index in range(1, 9):
         name = f"network.{index}."
-        if name + "ifname" in values:
-            address, _slash, length = values[name + "ipv4"][0].partition("/")
-            found.append(Network(index, values[name + "ifname"][0], address, int(length),
-                                 *values[name + "pool"], values[name + "ipv6"][0]))
+        if name + "ifname" in by_key:
+            address, _slash, length = by_key[name + "ipv4"][0].partition("/")
+            found.append(Network(index, by_key[name + "ifname"][0], address, int(length),
+                                 *by_key[name + "pool"], by_key[name + "ipv6"][0]))
     return found
 
 
@@ -272,10 +266,6 @@ def leases():
 
 def all_online():
     """Whether the database has every host on line with the address and name that the DHCP server noted."""
-    listed = subprocess.run(["hbsctl", "list", "--json"], capture_output=True, text=True, check=False)
-    if listed.returncode != 0:
-        return False
     noted = leases()
-    online = {client["mac"]: (client["ipv4"], client["host"])
-              for client in json.loads(listed.stdout)["clients"] if client["online"]}
+    online = {mac: (client["ipv4"], client["host"]) for mac, client in database.online().items()}
     return all(each.mac in noted and online.get(each.mac) == noted[each.mac] for each in HOSTS)

@@ -4,17 +4,14 @@ Builds on lan.py: the networks and the hosts are there already, and every name m
 functions run inside the box.
 """
 
-import json
 import os
 import signal
 import socket
 import subprocess
 
-from lab import lan
+from lab import database, lan
 
 SERVER_DIRECTORY = "/etc/dibbler"
-SERVER_DATABASE = "/var/lib/dibbler/server-AddrMgr.xml"
-NOTICES = "/var/lib/dibbler/server-notify.log"
 LEASE_SECONDS = 7200
 
 # Hosts that speak IPv6 only. They have no cable until up().
@@ -134,11 +131,7 @@ def global_of(each):
 
 def all_online(hosts):
     """Whether the database has each host on line with the IPv6 address that the host has itself."""
-    listed = subprocess.run(["hbsctl", "list", "--json"], capture_output=True, text=True, check=False)
-    if listed.returncode != 0:
-        return False
-    online = {client["mac"]: client["ipv6"] for client in json.loads(listed.stdout)["clients"]
-              if client["online"]}
+    online = {mac: client["ipv6"] for mac, client in database.online().items()}
     return all(online.get(each.mac) and online[each.mac] == global_of(each) for each in hosts)
 
 

@@ -8,16 +8,16 @@ import copy
 import random
 from dataclasses import dataclass, field, replace
 
-from lab import management
+from lab import settings_files, wire
 
 MACS = [f"02:aa:00:00:00:{number:02x}" for number in range(0x11, 0x1b)]
 ADDRESS_OF = {mac: f"192.168.0.{100 + number}" for number, mac in enumerate(MACS)}
 LAN_ADDRESS = "192.168.0.1"
-STATIC_LEASES = management.STATIC_LEASES.format(LAN_ADDRESS)
-HOST_RECORDS = management.HOST_RECORDS.format(LAN_ADDRESS)
+STATIC_LEASES = settings_files.STATIC_LEASES.format(LAN_ADDRESS)
+HOST_RECORDS = settings_files.HOST_RECORDS.format(LAN_ADDRESS)
 RULES_OF_A_LINE = 6
 HOSTILE = (b"it's", b"$(reboot)", b"a\nb", b"\"`;&|/\\", b"caf\xc3\xa9", b"%s%n", b"x y  z", b"\x01\x1f")
-LISTS = (management.WHITE, management.BLACK)
+LISTS = (wire.WHITE, wire.BLACK)
 
 
 @dataclass(frozen=True)
@@ -33,7 +33,7 @@ class Client:
     address: str = ""
 
     def record(self):
-        """The client as management.clients() returns it."""
+        """The client as settings_files.clients() returns it."""
         return (0, self.host, self.comment, self.trust, self.keywords, self.description, self.filter_word,
                 self.domains)
 
@@ -51,7 +51,7 @@ class Settings:
     FILES = ("clients", "white", "black", "trusted", "leases")
 
     def rules(self, kind):
-        return self.white if kind == management.WHITE else self.black
+        return self.white if kind == wire.WHITE else self.black
 
     def store(self, mac, client):
         """The client changes in memory; its line is added, replaced, or (nothing is set on it) dropped."""
@@ -68,10 +68,10 @@ class Settings:
 
 def read():
     """The settings that the files hold, and those alone in memory."""
-    found = Settings({}, management.clients(), management.rules(management.WHITE_RULES),
-                     management.rules(management.BLACK_RULES), management.trusted_devices(),
-                     management.static_leases(STATIC_LEASES))
-    management.host_records(HOST_RECORDS)
+    found = Settings({}, settings_files.clients(), settings_files.rules(settings_files.WHITE_RULES),
+                     settings_files.rules(settings_files.BLACK_RULES), settings_files.trusted_devices(),
+                     settings_files.static_leases(STATIC_LEASES))
+    settings_files.host_records(HOST_RECORDS)
     found.load()
     return found
 
@@ -114,24 +114,24 @@ def clear_rule(settings, kind, mac, rule):
 
 
 def trust(dice, mac):
-    kind, comment = dice.choice([management.SITE, management.SERVICE]), any_text(dice, 256)
+    kind, comment = dice.choice([wire.SITE, wire.SERVICE]), any_text(dice, 256)
 
     def effect(settings):
         client = settings.known.get(mac, Client())
         settings.store(mac, replace(client, comment=comment or client.comment, trust=client.trust | kind))
         settings.trusted.setdefault(mac, 0)
-    return management.trusted(5, kind, management.BY_MAC, mac, comment=comment), effect
+    return wire.trusted(5, kind, wire.BY_MAC, mac, comment=comment), effect
 
 
 def distrust(dice, mac):
-    kind = dice.choice([management.SITE, management.SERVICE])
+    kind = dice.choice([wire.SITE, wire.SERVICE])
 
     def effect(settings):
         client = settings.known.get(mac)
         if client is not None:
             settings.store(mac, replace(client, trust=client.trust & ~kind))
             settings.trusted.pop(mac, None)
-    return management.trusted(6, kind, management.BY_MAC, mac), effect
+    return wire.trusted(6, kind, wire.BY_MAC, mac), effect
 
 
 def comment_and_host(dice, mac):
@@ -140,10 +140,10 @@ def comment_and_host(dice, mac):
     def effect(settings):
         client = settings.known.get(mac)
         if client is not None and client.address:
-            user = management.TRUST_USER
+            user = settings_files.TRUST_USER
             given = client.trust | user if comment or host else client.trust & ~user
             settings.store(mac, replace(client, comment=comment, host=host, trust=given))
-    return management.comment_host(ADDRESS_OF[mac], comment, host), effect
+    return wire.comment_host(ADDRESS_OF[mac], comment, host), effect
 
 
 def set_lease(dice, mac):
@@ -154,7 +154,7 @@ def set_lease(dice, mac):
         settings.store(mac, replace(client, host=host or client.host or b"unknown",
                                     comment=comment or client.comment, address=ADDRESS_OF[mac]))
         settings.leases[mac] = ADDRESS_OF[mac]
-    return management.set_static_lease(mac, ADDRESS_OF[mac], 0, comment, host), effect
+    return wire.set_static_lease(mac, ADDRESS_OF[mac], 0, comment, host), effect
 
 
 def clear_lease(_dice, mac):
@@ -164,7 +164,7 @@ def clear_lease(_dice, mac):
             settings.leases.pop(mac, None)
             settings.store(mac, replace(client, comment=b""))
             del settings.known[mac]
-    return management.clear_static_lease(ADDRESS_OF[mac]), effect
+    return wire.clear_static_lease(ADDRESS_OF[mac]), effect
 
 
 def add_to_list(dice, mac):
@@ -175,10 +175,10 @@ def add_to_list(dice, mac):
         client = settings.known.get(mac, Client())
         settings.store(mac, replace(client, comment=comment or client.comment,
                                     description=description, keywords=keywords, domains=domains,
-                                    filter_word=word, trust=client.trust | management.LIST_BIT[kind]))
+                                    filter_word=word, trust=client.trust | settings_files.LIST_BIT[kind]))
         set_rule(settings, kind, mac, rule)
-    return management.rule_record(7, kind, mac, rule, comment=comment, description=description,
-                                  keywords=keywords, domains=domains, filter_word=word % 2**32), effect
+    return wire.rule_record(7, kind, mac, rule, comment=comment, description=description,
+                            keywords=keywords, domains=domains, filter_word=word % 2**32), effect
 
 
 def take_from_list(dice, mac):
@@ -190,11 +190,11 @@ def take_from_list(dice, mac):
         if client is None:
             return
         if not left:
-            client = replace(client, trust=client.trust & ~management.LIST_BIT[kind])
-            if kind == management.BLACK:
+            client = replace(client, trust=client.trust & ~settings_files.LIST_BIT[kind])
+            if kind == wire.BLACK:
                 client = replace(client, keywords=b"", description=b"", domains=b"", filter_word=0)
         settings.store(mac, client)
-    return management.rule_record(8, kind, mac, rule), effect
+    return wire.rule_record(8, kind, mac, rule), effect
 
 
 def set_one_rule(dice, mac):
@@ -203,7 +203,7 @@ def set_one_rule(dice, mac):
     def effect(settings):
         if mac in settings.known:
             set_rule(settings, kind, mac, rule)
-    return management.rule_record(12, kind, mac, rule, rule_word=1), effect
+    return wire.rule_record(12, kind, mac, rule, rule_word=1), effect
 
 
 def clear_one_rule(dice, mac):
@@ -212,13 +212,13 @@ def clear_one_rule(dice, mac):
     def effect(settings):
         if mac in settings.known:
             clear_rule(settings, kind, mac, rule)
-    return management.rule_record(11, kind, mac, rule, rule_word=1), effect
+    return wire.rule_record(11, kind, mac, rule, rule_word=1), effect
 
 
 def reset(_dice, _mac):
     def effect(settings):
         settings.clients, settings.white, settings.black, settings.trusted = {}, {}, {}, {}
-    return management.RESET_DEFAULTS, effect
+    return wire.RESET_DEFAULTS, effect
 
 
 COMMANDS = ((trust, 20), (distrust, 6), (comment_and_host, 10), (set_lease, 10), (clear_lease, 3),

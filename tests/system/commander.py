@@ -7,8 +7,8 @@ from gateway import SCRIPTS
 INSIDE = f"""
 import sys
 sys.path.insert(0, {SCRIPTS!r})
-from lab import management
-sender = management.Sender(sys.argv[1])
+from lab import wire
+sender = wire.Sender(sys.argv[1])
 for line in sys.stdin:
     seconds, datagram = line.split()
     print(sender.ask(bytes.fromhex(datagram), float(seconds)), flush=True)

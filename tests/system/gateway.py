@@ -1,12 +1,10 @@
 """A gateway in a box, as the system tests see it from outside: files, commands, the daemon, the LAN's
 hosts."""
 
-import fcntl
 import json
 import os
 import re
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
@@ -16,14 +14,18 @@ CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__fi
 SCRIPTS = os.path.join(CHECKOUT, "script")
 sys.path.insert(0, SCRIPTS)
 
-from lab import box, daemon, lan, rootfs  # noqa: E402 (needs the path above)
+from lab import box, daemon, database, lan, notices, rootfs, values, wire
+from lab.notices import lease_line, release_line
+from lab.wire import DUMP
+from lab.wire import lease as lease_datagram
 
-DELTA = "/var/tmp/udhcpd.delta"
+# What the tests take from here.
+__all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "SCRIPTS", "daemon", "lan", "lease_datagram", "lease_line",
+           "release_line", "wait_for"]
+
 BIN = daemon.programs(CHECKOUT)
 # Long enough for a loaded machine: a test that passes never waits for it.
 PATIENCE = 20.0
-# Status of a reader that shows what an ended daemon left behind.
-READER_WITHOUT_DAEMON = 3
 
 
 def wait_for(what, test, seconds=PATIENCE):
@@ -78,7 +80,6 @@ class Box:
         self._directory.cleanup()
 
     # --- files
-    # -----------------------------------------------------------------------------------------------------
 
     def path(self, inner):
         """The path by which this process reaches a file of the box."""
@@ -106,7 +107,6 @@ class Box:
         return self.read(rootfs.DELETE_CPE_RECORD).split()
 
     # --- programs
-    # --------------------------------------------------------------------------------------------------
 
     def start(self, *command, **how):
         """Start a command in the box; the result is its process, whose status is the command's."""
@@ -121,9 +121,8 @@ class Box:
         return done
 
     def python(self, code, *arguments, check=True):
-        """Run Python statements in the box, with the lab's modules daemon and lan at hand; return what
-        they print."""
-        preamble = f"import sys; sys.path.insert(0, {SCRIPTS!r}); from lab import daemon, lan\n"
+        """Run Python statements in the box, with some of the lab's modules at hand; return what they print."""
+        preamble = f"import sys; sys.path.insert(0, {SCRIPTS!r}); from lab import daemon, lan, lan6, wire\n"
         return self.run("/usr/bin/python3", "-ISB", "-c", preamble + code, *arguments, check=check).stdout
 
     def hbsctl(self, *arguments, check=True, timeout=60):
@@ -134,84 +133,60 @@ class Box:
 
         Whether they are what an ended daemon left behind is told by the reader's status, and asserted here.
         """
-        done = self.hbsctl("list", "--json", check=False)
+        done = self.hbsctl(*database.LIST, check=False)
         said = (done.returncode, "left behind" in done.stderr)
-        assert said == ((READER_WITHOUT_DAEMON, True) if left_behind else (0, False)), done.stderr
-        listed = json.loads(done.stdout)["clients"]
-        by_mac = {client["mac"]: client for client in listed}
-        assert len(by_mac) == len(listed), "a MAC address is listed twice"
-        return by_mac
+        assert said == ((database.READER_WITHOUT_DAEMON, True) if left_behind else (0, False)), done.stderr
+        return database.parse(done.stdout)
 
     # --- what comes in
-    # ---------------------------------------------------------------------------------------------
 
-    def notify(self, text):
-        """Append text to the DHCPv4 notification file as a DHCP server does: under its lock, then closed."""
-        data = text if isinstance(text, bytes) else text.encode()
-        with open(self.path(DELTA), "ab") as file:
-            fcntl.flock(file, fcntl.LOCK_EX)
-            file.write(data)
+    def notify(self, text, path=notices.DHCPV4):
+        """Append text to a notification file as a DHCP server does: under its lock, then closed."""
+        notices.append(text, path, self.path(""))
 
-    def wait_taken(self):
+    def wait_taken(self, path=notices.DHCPV4):
         """Wait until the daemon has taken away what the notification file held."""
-        wait_for("the notification file is empty", lambda: os.stat(self.path(DELTA)).st_size == 0)
+        wait_for("the notification file is empty", lambda: notices.taken(path, self.path("")))
 
     def datagrams(self, *contents):
         """Send datagrams to the command socket, one after the other; no reply can come back to this
         sender."""
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.settimeout(PATIENCE)
-            for data in contents:
-                sender.sendto(data, self.path(daemon.COMMAND_SOCKET))
+        wire.send_all(contents, self.path(wire.SOCKET), PATIENCE)
 
     def command(self, data, seconds=10):
         """Send one datagram from a bound socket in the box and return the reply's number, None when none
         comes."""
         printed = self.python("""
-import os, socket, sys
-own = f"/var/tmp/test_sender.{os.getpid()}"
-with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-    sender.bind(own)
-    sender.settimeout(float(sys.argv[2]))
-    sender.sendto(bytes.fromhex(sys.argv[1]), "/var/tmp/clientlist_sock")
-    try:
-        print(int.from_bytes(sender.recv(64), sys.byteorder, signed=True))
-    except TimeoutError:
-        print("none")
-    os.unlink(own)
+import os
+sender = wire.Sender(f"test_sender.{os.getpid()}")
+print(sender.ask(bytes.fromhex(sys.argv[1]), float(sys.argv[2])))
+sender.close()
 """, data.hex(), str(seconds)).strip()
-        return None if printed == "none" else int(printed)
+        return None if printed == "None" else int(printed)
 
     # --- the daemon
-    # ------------------------------------------------------------------------------------------------
 
     def configure(self):
         """Give the gateway its example values."""
-        with open(f"{CHECKOUT}/platform/host/gateway.conf.example", encoding="utf-8") as example:
-            self.write(daemon.CONFIG, example.read())
+        values.replace(values.example(), self.path(""))
 
     def set_value(self, key, value):
         """Change one value of the gateway's, or drop it (None); the platform's next call sees that."""
-        lines = [line for line in self.read(daemon.CONFIG).splitlines()
-                 if line.partition("#")[0].partition("=")[0].strip() != key]
-        if value is not None:
-            lines.append(f"{key} = {value}")
-        self.write(daemon.CONFIG, "\n".join(lines) + "\n")
+        values.set_value(key, value, self.path(""))
 
     def start_daemon(self):
         """Start the daemon and wait until it is ready."""
-        if not self.exists(daemon.CONFIG):
+        if not self.exists(values.FILE):
             self.configure()
         self.daemon = Daemon(self)
         self.daemon.wait_ready()
         return self.daemon
 
     # --- the LAN
-    # ---------------------------------------------------------------------------------------------------
 
     def make_lan(self):
         """Make both networks and their hosts; nobody has joined yet."""
-        if not self.exists(daemon.CONFIG):
+        if not self.exists(values.FILE):
             self.configure()
         self.python("lan.up()")
 
@@ -287,31 +262,3 @@ class Daemon:
     def kill(self):
         self.signal(signal.SIGKILL)
         return self.wait()
-
-
-def lease_line(mac, address, seconds=3600, host="", interface="l2sd0.2", dynamic=1, identity=()):
-    """The notification of a granted lease, as the DHCP server writes it, with its line end."""
-    words = ["ADD", mac, address, str(seconds), host.encode().hex() or "0", interface.encode().hex() or "0",
-             str(dynamic), "0", "null", *identity]
-    return " ".join(words) + "\n"
-
-
-def release_line(mac, address, seconds=1, dynamic=1):
-    """The notification of a released lease."""
-    return f"DEL {mac} {address} {seconds} 0 0 {dynamic} 0\n"
-
-
-def lease_datagram(mac, address, seconds=3600, host=b"", dynamic=1):
-    """The command socket's DHCPv4 lease event (code 105), network and adapter left to the daemon."""
-    data = bytearray(616)
-    data[0] = 105
-    data[1:7] = bytes.fromhex(mac.replace(":", ""))
-    data[8:12] = socket.inet_aton(address)
-    data[12:16] = dynamic.to_bytes(4, sys.byteorder)
-    data[16:20] = seconds.to_bytes(4, sys.byteorder)
-    data[20:20 + len(host)] = host
-    data[608:616] = b"\xff" * 8
-    return bytes(data)
-
-
-DUMP = bytes([14])

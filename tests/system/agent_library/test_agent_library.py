@@ -6,11 +6,10 @@ import subprocess
 
 import pytest
 
-from gateway import BIN, CHECKOUT, daemon, wait_for
+from gateway import BIN, CHECKOUT, DUMP, daemon, wait_for
 
 LIBRARY = os.path.join(os.path.dirname(BIN), "lib", "libhbs_agent.so")
 EXPORTS = os.path.join(CHECKOUT, "src", "export", "exports.list")
-FIFO = "/var/lib/hbs-host/agent"
 
 # What comes of each exercise, as the library writes it into the journal.
 RESULTS = {
@@ -71,7 +70,7 @@ def test_every_call_gives_what_it_should(with_agent):
     assert with_agent.journal().splitlines()[0] == "agent loaded"
     for name, result in RESULTS.items():
         before = with_agent.journal().count("snmp ")
-        with open(with_agent.path(FIFO), "w", encoding="ascii") as orders:
+        with open(with_agent.path(daemon.AGENT_ORDERS), "w", encoding="ascii") as orders:
             orders.write(name + "\n")
         line = wait_for(f"the result of {name}",
                         lambda: re.search(rf"^agent {name}: .*\n", with_agent.journal(), re.MULTILINE))
@@ -82,7 +81,7 @@ def test_every_call_gives_what_it_should(with_agent):
 
 
 def test_daemon_works_on_with_the_library_in_it(with_agent):
-    assert with_agent.command(bytes([14])) == 0
+    assert with_agent.command(DUMP) == 0
     assert with_agent.daemon.alive()
 
 

@@ -88,7 +88,7 @@ def test_host_name_that_is_no_text_still_lists(running):
 
 def test_client_whose_lease_ends_takes_no_file_outside_its_directory(running):
     running.write("/nvram/8/keep", "kept")
-    running.notify(f"ADD {MAC} 192.168.0.57 1 61 62 1 0 ../../nvram/8/keep\n")
+    running.notify(lease_line(MAC, "192.168.0.57", 1, lease_file="../../nvram/8/keep"))
     wait_for("the lease runs out", lambda: "Lease expired for un-remembered CPE" in running.log())
     wait_for("the client is gone", lambda: MAC not in running.clients())
     assert running.read("/nvram/8/keep") == "kept"

@@ -3,8 +3,9 @@
 import pytest
 
 from gateway import lease_line, release_line, wait_for
+from lab import database
 
-POOL = 96
+POOL = database.MOST_CLIENTS
 FULL = "HOSTBASE: Failed to alloc new client from shared memory"
 RECLAIMED = "HOSTBASE: reclaiming client # "
 EXTRA = "02:bb:00:00:04:00"

@@ -5,13 +5,13 @@ import json
 import pytest
 from commander import Commander
 from gateway import wait_for
-from lab import management as m
+from lab import notices, settings_files, wire
 
 TEN = [f"02:aa:00:00:00:{number:02x}" for number in range(0x21, 0x2b)]
 ADDRESSES = {mac: f"192.168.0.{100 + at}" for at, mac in enumerate(TEN)}
-LEASES = m.STATIC_LEASES.format("192.168.0.1")
-FILES = (m.CLIENT_FILE, m.WHITE_RULES, m.BLACK_RULES, m.TRUSTED_INSTANCES, LEASES,
-         m.HOST_RECORDS.format("192.168.0.1"))
+LEASES = settings_files.STATIC_LEASES.format("192.168.0.1")
+FILES = (settings_files.CLIENT_FILE, settings_files.WHITE_RULES, settings_files.BLACK_RULES,
+         settings_files.TRUSTED_INSTANCES, LEASES, settings_files.HOST_RECORDS.format("192.168.0.1"))
 SETTINGS = ("mac", "ipv4", "host", "comment", "network", "trust", "description", "keyword_list", "domain_list",
             "mac_filter")
 COMMENT = "it's \"the\" caf\u00e9; $(touch /tmp/owned) & /etc \\ `id`\nsecond line"
@@ -25,14 +25,14 @@ def set_everything(sender):
                  "domains": b"a.example;b.example"}
         rules = [(at + 1, 2, 3, 4, 5, 6), (0xabc0 + at, 65535, 1, 0, 7, 8)]
         for datagram in (
-                m.set_static_lease(mac, ADDRESSES[mac]),
-                m.comment_host(ADDRESSES[mac], COMMENT.encode(), f"host-{at}".encode()),
-                m.trusted(5, m.SITE, m.BY_MAC, mac),
-                m.trusted(5, m.SERVICE, m.BY_IPV4, address=ADDRESSES[mac]),
-                m.rule_record(7, m.WHITE, mac, rules[0]),
-                m.rule_record(7, m.BLACK, mac, rules[0], filter_word=100 + at, **texts),
-                m.rule_record(7, m.BLACK, mac, rules[1], filter_word=100 + at, **texts),
-                m.rule_record(12, m.WHITE, mac, (at + 50, 2, 3, 4, 5, 6), rule_word=at + 1)):
+                wire.set_static_lease(mac, ADDRESSES[mac]),
+                wire.comment_host(ADDRESSES[mac], COMMENT.encode(), f"host-{at}".encode()),
+                wire.trusted(5, wire.SITE, wire.BY_MAC, mac),
+                wire.trusted(5, wire.SERVICE, wire.BY_IPV4, address=ADDRESSES[mac]),
+                wire.rule_record(7, wire.WHITE, mac, rules[0]),
+                wire.rule_record(7, wire.BLACK, mac, rules[0], filter_word=100 + at, **texts),
+                wire.rule_record(7, wire.BLACK, mac, rules[1], filter_word=100 + at, **texts),
+                wire.rule_record(12, wire.WHITE, mac, (at + 50, 2, 3, 4, 5, 6), rule_word=at + 1)):
             assert sender.ask(datagram) == 0, datagram
 
 
@@ -48,12 +48,13 @@ def rules_of(gateway):
 
 
 def rules_on_file(gateway):
-    return sorted((name, mac, *rule) for name, path in (("white", m.WHITE_RULES), ("black", m.BLACK_RULES))
-                  for mac, rules in m.rules(gateway.path(path)).items() for rule in rules)
+    lists = {"white": settings_files.WHITE_RULES, "black": settings_files.BLACK_RULES}
+    return sorted((name, mac, *rule) for name, path in lists.items()
+                  for mac, rules in settings_files.rules(gateway.path(path)).items() for rule in rules)
 
 
 def contents(gateway):
-    return {path: m.content(gateway.path(path)) for path in FILES}
+    return {path: settings_files.content(gateway.path(path)) for path in FILES}
 
 
 @pytest.fixture
@@ -86,13 +87,13 @@ def test_everything_is_set(all_set):
 
 
 def test_files_hold_everything(all_set):
-    persisted = m.clients(all_set.path(m.CLIENT_FILE))
+    persisted = settings_files.clients(all_set.path(settings_files.CLIENT_FILE))
     assert set(persisted) == set(TEN)
     assert all(client[3] == 0x1f for client in persisted.values())
-    assert all(len(rules) == 2 for rules in m.rules(all_set.path(m.WHITE_RULES)).values())
-    assert all(len(rules) == 2 for rules in m.rules(all_set.path(m.BLACK_RULES)).values())
-    assert m.trusted_devices(all_set.path(m.TRUSTED_INSTANCES)) == dict.fromkeys(TEN, 0)
-    assert m.static_leases(all_set.path(LEASES)) == ADDRESSES
+    assert all(len(rules) == 2 for rules in settings_files.rules(all_set.path(settings_files.WHITE_RULES)).values())
+    assert all(len(rules) == 2 for rules in settings_files.rules(all_set.path(settings_files.BLACK_RULES)).values())
+    assert settings_files.trusted_devices(all_set.path(settings_files.TRUSTED_INSTANCES)) == dict.fromkeys(TEN, 0)
+    assert settings_files.static_leases(all_set.path(LEASES)) == ADDRESSES
 
 
 def test_everything_is_back_after_a_restart(all_set):
@@ -107,33 +108,33 @@ def test_everything_is_back_after_a_restart(all_set):
 
 def test_everything_is_back_after_bridge_mode(all_set, sender):
     before, files = settings_of(all_set), contents(all_set)
-    assert sender.ask(m.route_mode(0)) == 0
+    assert sender.ask(wire.route_mode(0)) == 0
     assert all_set.clients() == {}
     assert rules_of(all_set) == []
-    assert sender.ask(m.route_mode(1)) == 0
+    assert sender.ask(wire.route_mode(1)) == 0
     assert settings_of(all_set) == before
     assert rules_of(all_set) == rules_on_file(all_set)
     assert contents(all_set) == files
 
 
 def test_nothing_enters_in_bridge_mode(running, sender):
-    assert sender.ask(m.route_mode(0)) == 0
-    assert sender.ask(m.trusted(5, m.SITE, m.BY_MAC, TEN[0])) == 0, "the answer of the command before"
-    running.notify(f"ADD {TEN[1]} 192.168.0.77 3600 0 0 1 0 null\n")
+    assert sender.ask(wire.route_mode(0)) == 0
+    assert sender.ask(wire.trusted(5, wire.SITE, wire.BY_MAC, TEN[0])) == 0, "the answer of the command before"
+    running.notify(notices.lease_line(TEN[1], "192.168.0.77"))
     running.wait_taken()
-    assert sender.ask(m.route_mode(1)) == 0
+    assert sender.ask(wire.route_mode(1)) == 0
     assert TEN[0] not in running.clients()
-    assert m.clients(running.path(m.CLIENT_FILE)) == {}
+    assert settings_files.clients(running.path(settings_files.CLIENT_FILE)) == {}
 
 
 def test_reset_forgets_the_files_and_leaves_the_clients_in_memory(all_set, sender):
     before = settings_of(all_set)
-    assert sender.ask(m.RESET_DEFAULTS) == 0
-    assert m.content(all_set.path(m.CLIENT_FILE)) == b" version 1\n"
-    for path in (m.WHITE_RULES, m.BLACK_RULES, m.TRUSTED_INSTANCES):
+    assert sender.ask(wire.RESET_DEFAULTS) == 0
+    assert settings_files.content(all_set.path(settings_files.CLIENT_FILE)) == b" version 1\n"
+    for path in (settings_files.WHITE_RULES, settings_files.BLACK_RULES, settings_files.TRUSTED_INSTANCES):
         assert not all_set.exists(path)
     assert settings_of(all_set) == before
-    assert sender.ask(m.RESET_DEFAULTS) == -1, "there is no file of trusted devices to delete any more"
+    assert sender.ask(wire.RESET_DEFAULTS) == -1, "there is no file of trusted devices to delete any more"
     all_set.daemon.kill()
     all_set.start_daemon()
     assert all_set.clients() == {}
@@ -142,16 +143,16 @@ def test_reset_forgets_the_files_and_leaves_the_clients_in_memory(all_set, sende
 
 def test_what_is_taken_back_stays_away(all_set, sender):
     mac = TEN[3]
-    for datagram in (m.trusted(6, m.SITE, m.BY_MAC, mac),
-                     m.trusted(6, m.SERVICE, m.BY_IPV4, address=ADDRESSES[mac]),
-                     m.rule_record(8, m.WHITE, mac, (4, 2, 3, 0, 0, 0)),
-                     m.rule_record(11, m.WHITE, mac, (53, 2, 3, 0, 0, 0)),
-                     m.rule_record(8, m.WHITE, mac, (53, 2, 3, 0, 0, 0)),
-                     m.rule_record(8, m.BLACK, mac, (4, 2, 3, 0, 0, 0)),
-                     m.rule_record(8, m.BLACK, mac, (0xabc3, 65535, 1, 0, 0, 0)),
-                     m.comment_host(ADDRESSES[mac], b"", b"")):
+    for datagram in (wire.trusted(6, wire.SITE, wire.BY_MAC, mac),
+                     wire.trusted(6, wire.SERVICE, wire.BY_IPV4, address=ADDRESSES[mac]),
+                     wire.rule_record(8, wire.WHITE, mac, (4, 2, 3, 0, 0, 0)),
+                     wire.rule_record(11, wire.WHITE, mac, (53, 2, 3, 0, 0, 0)),
+                     wire.rule_record(8, wire.WHITE, mac, (53, 2, 3, 0, 0, 0)),
+                     wire.rule_record(8, wire.BLACK, mac, (4, 2, 3, 0, 0, 0)),
+                     wire.rule_record(8, wire.BLACK, mac, (0xabc3, 65535, 1, 0, 0, 0)),
+                     wire.comment_host(ADDRESSES[mac], b"", b"")):
         assert sender.ask(datagram) == 0
-    assert mac not in m.clients(all_set.path(m.CLIENT_FILE))
+    assert mac not in settings_files.clients(all_set.path(settings_files.CLIENT_FILE))
     all_set.daemon.kill()
     all_set.start_daemon()
     assert set(all_set.clients()) == set(TEN) - {mac}
@@ -172,5 +173,5 @@ def test_hbsctl_sets_and_takes_back(running):
     wait_for("the client is back", lambda: mac in running.clients())
     running.hbsctl("mac-filter", "clear", "black", mac, "--rule", "a,2,3")
     running.hbsctl("trust", "clear", "site", mac)
-    assert m.clients(running.path(m.CLIENT_FILE)) == {}
+    assert settings_files.clients(running.path(settings_files.CLIENT_FILE)) == {}
     assert running.hbsctl("trust", "clear", "site", "02:ee:00:00:00:01", check=False).returncode == 1

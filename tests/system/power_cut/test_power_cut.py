@@ -1,16 +1,18 @@
 """A short run of script/kill_run: power cuts at random moments of a stream of management commands."""
 
+import os
 import re
 import subprocess
 
-from gateway import SCRIPTS
+from gateway import BIN, SCRIPTS
 
 KILLS = 25
 
 
 def test_nothing_that_was_acknowledged_is_lost():
     done = subprocess.run([f"{SCRIPTS}/kill_run", str(KILLS)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=300, check=False)
+                          text=True, timeout=300, check=False,
+                          env={**os.environ, "HBS_BUILD": os.path.basename(os.path.dirname(BIN))})
     assert done.returncode == 0, done.stdout
     assert f"kills: {KILLS} " in done.stdout
     assert int(re.search(r"commands acknowledged: (\d+)", done.stdout).group(1)) > KILLS

@@ -1,29 +1,19 @@
 """DHCPv6 notification files and lease databases that no honest server writes."""
 
-import fcntl
-import os
-
 import pytest
 
 from gateway import lease_line, wait_for
+from lab import notices
 
-NOTICES = "/var/lib/dibbler/server-notify.log"
-DATABASE = "/var/lib/dibbler/server-AddrMgr.xml"
 NO_DATA = "HOSTBASE: SOMETHING WRONG? Got notification but there is no valid data in the file."
 MAC = "02:aa:00:00:00:11"
 LINK_LOCAL = "fe80::aa:ff:fe00:11"
-LEASE = f"event LEASE\nglobAddr fd00:2::1975\nlinkAddr {LINK_LOCAL}\nlease_time 2000000000\n"
+LEASE = notices.lease6_lines("fd00:2::1975", LINK_LOCAL, 2000000000)
+RELEASE = notices.release6_lines("fd00:2::1975", LINK_LOCAL)
 
 
 def notify6(gateway, text):
-    """Write one notification as the DHCPv6 server does: under its lock, then closed."""
-    with open(gateway.path(NOTICES), "ab") as file:
-        fcntl.flock(file, fcntl.LOCK_EX)
-        file.write(text if isinstance(text, bytes) else text.encode())
-
-
-def wait_taken6(gateway):
-    wait_for("the notification file is empty", lambda: os.stat(gateway.path(NOTICES)).st_size == 0)
+    gateway.notify(text, notices.DHCPV6)
 
 
 def nameless(gateway):
@@ -49,7 +39,7 @@ def test_notification_that_cannot_be_acted_on_changes_nothing(running, text):
     if text:
         notify6(running, text)
         wait_for("the log tells of it", lambda: NO_DATA in running.log())
-    wait_taken6(running)
+    running.wait_taken(notices.DHCPV6)
     assert running.clients() == before
     notify6(running, LEASE)
     wait_for("a later lease", lambda: nameless(running))
@@ -75,10 +65,10 @@ def test_over_long_and_unknown_keys_and_values(running):
 def test_release_empties_the_client_that_the_lease_made(running):
     notify6(running, LEASE)
     wait_for("the lease is there", lambda: nameless(running))
-    notify6(running, f"event RELEASE\nglobAddr fd00:2::1975\nlinkAddr {LINK_LOCAL}\n")
+    notify6(running, RELEASE)
     wait_for("the index is empty", lambda: '"ip": []' in running.hbsctl("indices", "--json").stdout)
     assert NO_DATA not in running.log()
-    notify6(running, f"event RELEASE\nglobAddr fd00:2::1975\nlinkAddr {LINK_LOCAL}\n")
+    notify6(running, RELEASE)
     wait_for("nobody has the address any more", lambda: NO_DATA in running.log())
 
 
@@ -89,7 +79,7 @@ def test_lease_database_of_ten_megabytes_cut_in_the_middle_of_a_line(gateway):
     filler = "<!--" + "x" * 2000 + "-->\n"
     entry = '<AddrAddr timestamp="1795217411" pref="8" valid="1000000" prefix="128">fd00:2::50</AddrAddr>\n'
     body = (noise + filler) * (10_000_000 // len(noise + filler))
-    gateway.write(DATABASE, body + entry + entry[:45])
+    gateway.write(notices.DHCPV6_LEASES, body + entry + entry[:45])
     gateway.run("ip", "neigh", "replace", "fd00:2::50", "lladdr", MAC, "nud", "reachable", "dev", "l2sd0.2")
     there = wait_for("the lease was found", lambda: gateway.clients().get(MAC, {}).get("lease_v6_end")
                      and gateway.clients()[MAC], 60)

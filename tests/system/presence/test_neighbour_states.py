@@ -3,6 +3,7 @@
 import pytest
 
 from gateway import lease_line, wait_for
+from lab import notices
 
 MAC = "02:aa:00:00:00:11"
 OTHER_MAC = "02:aa:00:00:00:12"
@@ -164,7 +165,7 @@ def test_audit_names_what_one_side_knows_and_the_other_does_not(bridges):
     done = bridges.hbsctl("audit")
     assert (done.returncode, done.stdout) == (0, "no differences\n")
     neigh(bridges, "replace", "192.168.0.51", "lladdr", "02:cc:00:00:00:01", "nud", "stale")
-    bridges.write("/var/lib/dibbler/server-AddrMgr.xml",
+    bridges.write(notices.DHCPV6_LEASES,
                   '<AddrAddr timestamp="1795217411" pref="8" valid="99" prefix="128">fd00:2::9</AddrAddr>\n')
     done = bridges.hbsctl("audit", check=False)
     assert done.returncode == 1

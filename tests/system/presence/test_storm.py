@@ -10,7 +10,7 @@ def figure(printed, what):
 
 
 def test_storm_leaves_no_difference(gateway):
-    done = gateway.run(f"{SCRIPTS}/lab/storm", "--changes", "20000", "--devices", "20", check=False,
+    done = gateway.run(f"{SCRIPTS}/storm", "--changes", "20000", "--devices", "20", check=False,
                        timeout=300)
     assert done.returncode == 0, done.stdout + done.stderr
     assert figure(done.stdout, "neighbour changes") >= 20000

@@ -5,6 +5,7 @@ import os
 import pytest
 
 from gateway import lan, lease_line, wait_for
+from lab import database, settings_files
 
 KNOWN_TO_NOBODY_ELSE = "02:bb:00:00:00:05"
 
@@ -26,7 +27,7 @@ def test_restart_takes_the_old_segment_and_empties_it(running):
     running.notify(lease_line(KNOWN_TO_NOBODY_ELSE, "192.168.0.50"))
     wait_for("the client is there", lambda: KNOWN_TO_NOBODY_ELSE in running.clients())
     old = segments(running)
-    assert [size for _, size in old] == ["221236"]
+    assert [size for _, size in old] == [str(database.SEGMENT_SIZE)]
     running.daemon.kill()
     running.start_daemon()
     assert segments(running) == old
@@ -46,8 +47,8 @@ def test_clients_come_back_with_the_word_of_the_dhcp_server(living_lan):
 def test_start_without_remembered_clients_takes_the_lease_files(living_lan):
     wait_for("all hosts are on line", living_lan.all_hosts_online)
     living_lan.daemon.kill()
-    if living_lan.exists("/nvram/8/hostbase.txt"):
-        os.unlink(living_lan.path("/nvram/8/hostbase.txt"))
+    if living_lan.exists(settings_files.CLIENT_FILE):
+        os.unlink(living_lan.path(settings_files.CLIENT_FILE))
     living_lan.start_daemon()
     clients = living_lan.clients()
     assert {mac: (client["ipv4"], client["host"]) for mac, client in clients.items()} == living_lan.leases()

@@ -3,8 +3,9 @@
 import os
 
 from gateway import BIN, Daemon, lease_line, wait_for
+from lab import wire
+from lab.settings_files import CLIENT_FILE
 
-CLIENT_FILE = "/nvram/8/hostbase.txt"
 REMEMBERED = "02:bb:00:00:00:31"
 REMEMBERED_LINE = f"{REMEMBERED} 0 6b6570 7e6e6f636f6d6d656e747e 00000001 0 0 0 0\n"
 MAC = "02:bb:00:00:00:32"
@@ -46,7 +47,7 @@ def test_remembered_clients_are_all_there_is_to_read(gateway):
 
 
 def test_without_a_command_socket_the_rest_runs_on(gateway):
-    os.makedirs(gateway.path("/var/tmp/clientlist_sock/not_empty"))
+    os.makedirs(gateway.path(wire.SOCKET + "/not_empty"))
     gateway.configure()
     gateway.daemon = Daemon(gateway)
     wait_for("the failure is logged", lambda: "error binding datagram socket\\n" in gateway.log())

@@ -1,0 +1,34 @@
+"""How script/storm, script/race and script/kill_run start: each is one program that looks at its words, builds what
+it proves, and runs itself again inside a box that has no daemon yet.
+"""
+
+import os
+import subprocess
+import sys
+
+from lab import daemon, database, lan
+
+CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
+
+
+class ProofError(Exception):
+    """What was to be shown does not hold, or was not shown; the text says what."""
+
+
+def main(parser, inside, preset="default", targets=()):
+    """Return the status of inside(options) when this is a box already; else build the preset's programs, and what
+    `targets` names besides, and go on in a box. HBS_BUILD names a build below build/ to take, as it is, instead.
+    """
+    options = parser.parse_args()
+    if "HBS_BOX" in os.environ:
+        try:
+            return inside(options)
+        except (ProofError, daemon.DaemonError, database.DatabaseError, lan.LanError, OSError) as error:
+            sys.stderr.write(f"{parser.prog}: {error}\n")
+            return 1
+    if "HBS_BUILD" not in os.environ:
+        subprocess.run([CHECKOUT + "/script/bootstrap"], stdout=sys.stderr, check=True)
+        more = [word for target in targets for word in ("--target", target)]
+        subprocess.run([CHECKOUT + "/script/build", "--programs", *more, preset], check=True)
+    words = ["script/box", "--no-daemon", "--", os.path.realpath(sys.argv[0]), *sys.argv[1:]]
+    os.execve(CHECKOUT + "/script/box", words, {"HBS_BUILD": preset, **os.environ})
