@@ -12,6 +12,7 @@ JOURNAL = values.DIRECTORY + "/journal"
 OUTPUT = values.DIRECTORY + "/daemon.out"
 AGENT_ORDERS = values.DIRECTORY + "/agent"  # FIFO of the example agent library
 WATCHER_PID_FILE = "/var/tmp/file_watch_thread.pid"
+LOCK = "/var/tmp/gw_hostbase.lock"
 WATCHED_FILES = 2
 READY_DEADLINE = 20.0
 END_DEADLINE = 3.0

@@ -1,11 +1,12 @@
-"""What readers of the client database see, and the names of its segment and semaphore."""
+"""What readers of the client database see; its segment and its semaphore, for whoever takes them by hand."""
 
+import ctypes
 import json
 import subprocess
 
 from lab.header import constant
 
-KEY_FILE = constant("HBS_SHM_KEY_FILE")
+KEY_FILE, PROJECT_ID = constant("HBS_SHM_KEY_FILE"), constant("HBS_SHM_PROJECT_ID")
 SEGMENT_SIZE = constant("HBS_SHM_SIZE")
 SEMAPHORE = constant("HBS_SEMAPHORE_NAME")
 MOST_CLIENTS = constant("HBS_MAX_CLIENTS")
@@ -41,3 +42,39 @@ def online():
         return {mac: client for mac, client in clients().items() if client["online"]}
     except DatabaseError:
         return {}
+
+
+# --- by hand: as a process does it that does not use the reader library ----------------------------------------
+
+libc = ctypes.CDLL(None, use_errno=True)
+libc.sem_open.restype = libc.shmat.restype = ctypes.c_void_p
+
+
+def semaphore():
+    """The handle of the named semaphore; it has to be there."""
+    handle = libc.sem_open(SEMAPHORE.encode(), 0)
+    if not handle:
+        raise DatabaseError(f"there is no semaphore {SEMAPHORE}")
+    return ctypes.c_void_p(handle)
+
+
+def take_semaphore():
+    while libc.sem_wait(semaphore()) != 0:
+        pass
+
+
+def post_semaphore():
+    libc.sem_post(semaphore())
+
+
+def semaphore_value():
+    value = ctypes.c_int()
+    libc.sem_getvalue(semaphore(), ctypes.byref(value))
+    return value.value
+
+
+def overwrite(places, byte=0xEE):
+    """Fill parts of the segment, each an offset and a size."""
+    base = libc.shmat(libc.shmget(libc.ftok(KEY_FILE.encode(), PROJECT_ID), 0, 0o666), None, 0)
+    for offset, size in places:
+        ctypes.memset(base + offset, byte, size)

@@ -24,6 +24,8 @@ __all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "SCRIPTS", "daemon", "lan
            "release_line", "wait_for"]
 
 BIN = daemon.programs(CHECKOUT)
+# What statements that run in the box begin with.
+LAB_AT_HAND = f"import os, sys; sys.path.insert(0, {SCRIPTS!r}); from lab import daemon, database, lan, lan6, wire\n"
 # Long enough for a loaded machine: a test that passes never waits for it.
 PATIENCE = 20.0
 
@@ -121,9 +123,12 @@ class Box:
         return done
 
     def python(self, code, *arguments, check=True):
-        """Run Python statements in the box, with some of the lab's modules at hand; return what they print."""
-        preamble = f"import sys; sys.path.insert(0, {SCRIPTS!r}); from lab import daemon, lan, lan6, wire\n"
-        return self.run("/usr/bin/python3", "-ISB", "-c", preamble + code, *arguments, check=check).stdout
+        """Run Python statements in the box, with the lab's modules at hand; return what they print."""
+        return self.run("/usr/bin/python3", "-ISB", "-c", LAB_AT_HAND + code, *arguments, check=check).stdout
+
+    def start_python(self, code, *arguments, **how):
+        """Start such statements; the result is their process."""
+        return self.start("/usr/bin/python3", "-ISB", "-c", LAB_AT_HAND + code, *arguments, **how)
 
     def hbsctl(self, *arguments, check=True, timeout=60):
         return self.run(f"{BIN}/hbsctl", *arguments, check=check, timeout=timeout)
@@ -157,7 +162,6 @@ class Box:
         """Send one datagram from a bound socket in the box and return the reply's number, None when none
         comes."""
         printed = self.python("""
-import os
 sender = wire.Sender(f"test_sender.{os.getpid()}")
 print(sender.ask(bytes.fromhex(sys.argv[1]), float(sys.argv[2])))
 sender.close()

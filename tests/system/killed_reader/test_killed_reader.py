@@ -7,18 +7,11 @@ import subprocess
 import time
 
 from gateway import BIN, DUMP, lease_line, wait_for
-from lab import database
 
 TAKEN_OVER = "HOSTBASE: database semaphore not released within 3000 ms, taken over"
 
-HOLDER = f"""
-import ctypes, os
-libc = ctypes.CDLL(None, use_errno=True)
-libc.sem_open.restype = ctypes.c_void_p
-semaphore = libc.sem_open({database.SEMAPHORE.encode()!r}, 0)
-assert semaphore
-while libc.sem_wait(ctypes.c_void_p(semaphore)) != 0:
-    pass
+HOLDER = """
+database.take_semaphore()
 print("holding", flush=True)
 os.read(0, 1)
 """
@@ -26,9 +19,9 @@ os.read(0, 1)
 
 def kill_a_holder(gateway):
     """Have a process take the semaphore and kill it there, so that it is never given back."""
-    holder = gateway.start("/usr/bin/python3", "-ISc", HOLDER, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    holder = gateway.start_python(HOLDER, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     assert holder.stdout.readline() == b"holding\n"
-    gateway.run("pkill", "-KILL", "-f", database.SEMAPHORE)
+    gateway.run("pkill", "-KILL", "-f", "database.take_semaphore")
     assert holder.wait(10) == -signal.SIGKILL
     holder.stdout.close()
     holder.stdin.close()

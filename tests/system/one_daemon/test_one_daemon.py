@@ -7,15 +7,15 @@ import subprocess
 import pytest
 
 from gateway import BIN, DUMP, Daemon, daemon, lease_line, wait_for
+from lab import wire
 
 PROGRAM = f"{BIN}/gw_hostbase"
 MAC = "02:bb:00:00:00:71"
-SOCKET = "/var/tmp/clientlist_sock"
 
 
 def traces(gateway):
     """What another start could change, as far as it shows from outside."""
-    status = os.stat(gateway.path(SOCKET))
+    status = os.stat(gateway.path(wire.SOCKET))
     return (gateway.clients(), gateway.log(), gateway.journal(), status.st_ino, status.st_mtime_ns,
             gateway.run("ipcs", "-m").stdout,
             {name: os.lstat(gateway.path(f"/var/tmp/{name}")).st_mtime_ns
@@ -86,7 +86,7 @@ def test_of_two_that_start_at_once_one_serves(gateway):
 
 
 def test_place_that_cannot_be_locked_does_not_keep_the_daemon_down(gateway):
-    os.makedirs(gateway.path("/var/tmp/gw_hostbase.lock/not_empty"))
+    os.makedirs(gateway.path(daemon.LOCK + "/not_empty"))
     gateway.start_daemon()
     assert gateway.clients() == {}
-    assert "gw_hostbase: cannot lock /var/tmp/gw_hostbase.lock" in gateway.read(daemon.OUTPUT)
+    assert f"gw_hostbase: cannot lock {daemon.LOCK}" in gateway.read(daemon.OUTPUT)

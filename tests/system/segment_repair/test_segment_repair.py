@@ -9,42 +9,16 @@ from gateway import lease_line, wait_for
 
 TAKEN_OVER = "HOSTBASE: database semaphore not released within 3000 ms, taken over"
 
-SEMAPHORE = """
-import ctypes, os, sys
-libc = ctypes.CDLL(None, use_errno=True)
-libc.sem_open.restype = ctypes.c_void_p
-semaphore = ctypes.c_void_p(libc.sem_open(b"/QUARN_SEM_HOSTBASE", 0))
-assert semaphore
-"""
-
-HOLD_UNTIL_TOLD = SEMAPHORE + """
-while libc.sem_wait(semaphore) != 0:
-    pass
+HOLD_UNTIL_TOLD = """
+database.take_semaphore()
 print("holding", flush=True)
 os.read(0, 1)
-libc.sem_post(semaphore)
-"""
-
-VALUE = SEMAPHORE + """
-value = ctypes.c_int()
-libc.sem_getvalue(semaphore, ctypes.byref(value))
-print(value.value)
-"""
-
-SCRIBBLE = """
-import ctypes, sys
-libc = ctypes.CDLL(None, use_errno=True)
-libc.shmat.restype = ctypes.c_void_p
-key = libc.ftok(b"/var/tmp/hostbase_shm.key", 78)
-base = libc.shmat(libc.shmget(key, 0, 0o666), None, 0)
-for place in sys.argv[1].split(","):
-    first, size = (int(number) for number in place.split("+"))
-    ctypes.memset(base + first, 0xEE, size)
+database.post_semaphore()
 """
 
 
 def semaphore_value(gateway):
-    return int(gateway.python(VALUE))
+    return int(gateway.python("print(database.semaphore_value())"))
 
 
 def publish(gateway, number):
@@ -57,8 +31,7 @@ def publish(gateway, number):
 def test_count_is_one_again_after_a_holder_that_was_only_slow(running):
     publish(running, 20)
     assert semaphore_value(running) == 1
-    holder = running.start("/usr/bin/python3", "-ISc", HOLD_UNTIL_TOLD, stdin=subprocess.PIPE,
-                           stdout=subprocess.PIPE)
+    holder = running.start_python(HOLD_UNTIL_TOLD, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     assert holder.stdout.readline() == b"holding\n"
     publish(running, 21)
     wait_for("the daemon gives the holder up", lambda: TAKEN_OVER in running.log())
@@ -78,12 +51,13 @@ def test_restart_admits_one_more_and_that_stays(running):
 
 
 # The six heads; links of the second element of each pool; everything but the reserved word.
-@pytest.mark.parametrize("places", ["4+48", "1796+8,167568+8,193996+8,196368+8,219336+8", "4+221232"])
+@pytest.mark.parametrize("places", [
+    [(4, 48)], [(1796, 8), (167568, 8), (193996, 8), (196368, 8), (219336, 8)], [(4, 221232)]])
 def test_scribbled_lists_are_sound_after_the_next_publication(running, places):
     for number in range(20, 24):
         publish(running, number)
     before = wait_for("all are there", lambda: len(running.clients()) == 4 and running.clients())
-    running.python(SCRIBBLE, places)
+    running.python(f"database.overwrite({places})")
     assert running.hbsctl("list", "--json", check=False).returncode != 0
     publish(running, 24)
     wait_for("readers are served", lambda: running.hbsctl("list", check=False).returncode == 0)
