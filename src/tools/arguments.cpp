@@ -22,27 +22,7 @@ std::optional<Bytes> of_family(const std::string &text, uint16_t family, Bytes i
     return address && address->family == family ? std::optional((*address).*field) : std::nullopt;
 }
 
-// Six zero bytes are no MAC: the daemon would refuse, and has no words to say why.
-std::optional<mac_bytes> parse_device(const std::string &text) {
-    const auto mac = parse_mac(text);
-    return mac == mac_bytes{} ? std::nullopt : mac;
-}
-
-std::optional<trust_target> parse_target(const std::string &text) {
-    if (const auto mac = parse_device(text))
-        return trust_target{HBS_SELECT_MAC, *mac, {}};
-    const auto address = parse_ip(text);
-    if (!address)
-        return std::nullopt;
-    const bool v4 = address->family == HBS_FAMILY_IPV4;
-    return trust_target{static_cast<uint8_t>(v4 ? HBS_SELECT_IPV4 : HBS_SELECT_IPV6), {}, *address};
-}
-
 } // namespace
-
-CLI::Option *add_mac(CLI::App *command, const std::string &name, mac_bytes &target, const std::string &help) {
-    return add_parsed(command, name, target, parse_device, "MAC address", help);
-}
 
 CLI::Option *add_ip(CLI::App *command, const std::string &name, ip_address &target, const std::string &help) {
     return add_parsed(command, name, target, parse_ip, "IP address", help);
@@ -64,7 +44,7 @@ CLI::Option *add_ipv6(CLI::App *command, const std::string &name, ipv6_bytes &ta
     return add_parsed(command, name, target, parse, "IPv6 address", help);
 }
 
-CLI::Option *add_rule(CLI::App *command, const std::string &name, rule_values &target,
+CLI::Option *add_rule(CLI::App *command, const std::string &name, std::optional<rule_values> &target,
                       const std::string &help) {
     const auto parse = [](const std::string &text) -> std::optional<rule_values> {
         try {
@@ -76,9 +56,16 @@ CLI::Option *add_rule(CLI::App *command, const std::string &name, rule_values &t
     return add_parsed(command, name, target, parse, "HEX,N,N[,N,N,N]", help);
 }
 
-CLI::Option *add_target(CLI::App *command, const std::string &name, trust_target &target,
+CLI::Option *add_client(CLI::App *command, std::string &target, const std::string &name,
                         const std::string &help) {
-    return add_parsed(command, name, target, parse_target, "MAC or IP address", help);
+    const auto can_be_meant = [](const std::string &text) {
+        const bool none = text.empty() || parse_mac(text) == mac_bytes{};
+        return none ? "'" + text + "' is no client" : std::string();
+    };
+    return command->add_option(name, target, help)
+        ->check(CLI::Validator(can_be_meant, ""))
+        ->type_name("CLIENT")
+        ->required();
 }
 
 CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &target,
@@ -116,4 +103,10 @@ CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &tar
         ->check(CLI::Validator(in_range, CLI::Range(least, most).get_description()))
         ->type_name("SECONDS")
         ->capture_default_str();
+}
+
+CLI::App *add_group(CLI::App *app, const char *name, const char *help) {
+    CLI::App *group = app->add_subcommand(name, help);
+    group->require_subcommand(1);
+    return group;
 }

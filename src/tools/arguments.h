@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,17 +13,16 @@
 
 // Each adds an argument (a bare name: by position, required; "--name": an option) that is written to
 // `target`, which must live as long as the command tree.
-CLI::Option *add_mac(CLI::App *command, const std::string &name, mac_bytes &target, const std::string &help);
 CLI::Option *add_ip(CLI::App *command, const std::string &name, ip_address &target, const std::string &help);
 CLI::Option *add_ipv4(CLI::App *command, const std::string &name, ipv4_bytes &target,
                       const std::string &help);
 CLI::Option *add_ipv6(CLI::App *command, const std::string &name, ipv6_bytes &target,
                       const std::string &help);
-CLI::Option *add_rule(CLI::App *command, const std::string &name, rule_values &target,
+CLI::Option *add_rule(CLI::App *command, const std::string &name, std::optional<rule_values> &target,
                       const std::string &help);
-// MAC, IPv4 or IPv6 address
-CLI::Option *add_target(CLI::App *command, const std::string &name, trust_target &target,
-                        const std::string &help);
+// A client, by its MAC, one of its addresses, or its name
+CLI::Option *add_client(CLI::App *command, std::string &target, const std::string &name = "client",
+                        const std::string &help = "Its MAC, one of its addresses, or its name");
 
 // One of some words, each of which stands for a number.
 using word_choices = std::vector<std::pair<std::string, uint32_t>>;
@@ -32,6 +32,9 @@ CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &ta
 // A time in seconds, from `least` to an hour; `target` holds its default.
 CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &target, double least,
                          const std::string &help);
+
+// A command that is nothing without one of its subcommands.
+CLI::App *add_group(CLI::App *app, const char *name, const char *help);
 
 // A subcommand whose arguments live in an `Arguments` of its own; `add` declares them on it and `run`
 // is called with them once the whole command line has been parsed.

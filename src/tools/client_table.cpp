@@ -126,9 +126,9 @@ text_table client_details(const hbs_client &client) {
     add(table, "interface", interface_text(client));
     add(table, "Wi-Fi link", link_figures(client));
     add_presence(table, client);
-    add(table, "OUI", field_text(client.oui));
-    add(table, "serial number", field_text(client.serial_number));
-    add(table, "product class", field_text(client.product_class));
+    add(table, "OUI", identity_text(client.oui));
+    add(table, "serial number", identity_text(client.serial_number));
+    add(table, "product class", identity_text(client.product_class));
     add_lists(table, client);
     add_number(table, "client id", client.client_id);
     return table;

@@ -10,9 +10,12 @@
 #include "tools/command_client.h"
 #include "tools/database.h"
 #include "tools/event_commands.h"
+#include "tools/gateway_commands.h"
 #include "tools/json_view.h"
-#include "tools/manage_commands.h"
+#include "tools/lease_commands.h"
+#include "tools/list_commands.h"
 #include "tools/printable.h"
+#include "tools/trust_commands.h"
 #include "tools/view_commands.h"
 
 namespace {
@@ -25,8 +28,8 @@ constexpr const char *footer =
     "  hbsctl trust set site 02:aa:00:00:00:11 --comment \"front door\"\n"
     "  hbsctl event dhcpv4-lease 02:aa:00:00:00:11 192.168.0.11 --host laptop\n"
     "\n"
-    "Status: 0 done, 1 refused, not found or differences, 2 wrong usage, 3 the daemon\n"
-    "or its database is not there, 4 no answer in time, 5 another failure.";
+    "Status: 0 done, 1 nothing changed, not found or differences, 2 wrong usage, 3 the\n"
+    "daemon or its database is not there, 4 no answer in time, 5 another failure.";
 
 exit_status status_of(const database_error &error) {
     switch (error.result) {
@@ -83,9 +86,13 @@ void build(CLI::App &app, session &run) {
     app.fallthrough();
     app.require_subcommand(1);
     app.add_flag("--json", run.json, "Print JSON");
+    app.add_flag("--force", run.force, "Send also what cannot be meant");
     add_seconds(&app, "--timeout", run.answer_seconds, 0.01, "Seconds that the daemon may take to answer");
     add_view_commands(&app, run);
-    add_manage_commands(&app, run);
+    add_gateway_commands(&app, run);
+    add_lease_commands(&app, run);
+    add_trust_commands(&app, run);
+    add_list_commands(&app, run);
     add_event_commands(&app, run);
     app.footer(footer); // last, or every subcommand would show it too
 }

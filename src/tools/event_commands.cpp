@@ -3,10 +3,17 @@
 #include <ctime>
 
 #include "tools/arguments.h"
+#include "tools/carry_out.h"
+#include "tools/client_key.h"
 
 namespace {
 
+constexpr uint32_t most_ssids = 256; // what a client's record can tell apart
+constexpr uint32_t router_entries = 8;
+constexpr uint32_t last_network = 15;
+
 struct dhcpv4_arguments {
+    std::string client;
     dhcpv4_lease lease;
     bool is_static = false;
 };
@@ -22,7 +29,7 @@ struct server_arguments {
 };
 
 struct wifi_arguments {
-    mac_bytes mac = {};
+    std::string client;
     uint32_t ssid = 0;
 };
 
@@ -50,8 +57,32 @@ template <typename Lease> void add_identity(CLI::App *command, Lease &lease) {
     command->add_option("--lease-file", lease.lease_file, "File under /var/tmp that goes with the client");
 }
 
+objection to_lease(const dhcpv4_lease &lease) {
+    const bool network_known = lease.network != HBS_UNKNOWN_U32;
+    return first_of({to_device(lease.mac), to_host_address(lease.ipv4),
+                     network_known ? to_number("network", lease.network, 0, last_network) : std::nullopt});
+}
+
+objection to_subnet(const subnet_arguments &arguments) {
+    return first_of({to_number("router entry", arguments.index, 1, router_entries),
+                     to_host_address(arguments.before), to_host_address(arguments.after)});
+}
+
+void tell_subnet(session &run, const subnet_arguments &arguments) {
+    const auto all_leases = [](const look &now) {
+        std::vector<fact> facts;
+        for (const sighting &one : now.files.leases)
+            facts.push_back({"static lease " + one.address + " for " + one.mac, "yes"});
+        return facts;
+    };
+    carry_out(run, look_first(run),
+              {"subnet", HBS_EVENT_SUBNET_MASK,
+               event_subnet(arguments.index, arguments.before, arguments.after, arguments.prefix_length),
+               to_subnet(arguments), all_leases});
+}
+
 void add_lease_head(CLI::App *command, dhcpv4_arguments &arguments) {
-    add_mac(command, "mac", arguments.lease.mac, "The device");
+    add_client(command, arguments.client);
     add_ipv4(command, "address", arguments.lease.ipv4, "Its address");
     arguments.lease.seconds = 3600;
     command->add_option("--seconds", arguments.lease.seconds, "How long the lease lasts")
@@ -72,9 +103,10 @@ void add_dhcpv4_events(CLI::App *event, session &run) {
     const auto lease = [&run](const char *name, hbs_code code) {
         return [&run, name, code](const dhcpv4_arguments &arguments) {
             dhcpv4_lease message = arguments.lease;
+            message.mac = device_meant(arguments.client);
             message.code = code;
             message.dynamic = !arguments.is_static;
-            run_event(run, name, code, event_dhcpv4_lease(message));
+            tell_event(run, name, code, event_dhcpv4_lease(message), to_lease(message));
         };
     };
     add_command<dhcpv4_arguments>(event, "dhcpv4-lease", "A device got an IPv4 lease", add_lease,
@@ -84,9 +116,11 @@ void add_dhcpv4_events(CLI::App *event, session &run) {
     add_command<dhcpv4_arguments>(
         event, "dhcpv4-release", "A device gave its IPv4 lease back", add_lease_head,
         [&run](const dhcpv4_arguments &arguments) {
-            const dhcpv4_lease &head = arguments.lease;
-            run_event(run, "dhcpv4-release", HBS_EVENT_DHCPV4_RELEASE,
-                      event_dhcpv4_release(head.mac, head.ipv4, !arguments.is_static, head.seconds));
+            dhcpv4_lease head = arguments.lease;
+            head.mac = device_meant(arguments.client);
+            tell_event(run, "dhcpv4-release", HBS_EVENT_DHCPV4_RELEASE,
+                       event_dhcpv4_release(head.mac, head.ipv4, !arguments.is_static, head.seconds),
+                       to_lease(head));
         });
 }
 
@@ -105,7 +139,8 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
         [&run](dhcpv6_arguments &arguments) {
             if (arguments.seconds != 0)
                 arguments.lease.lease_end = static_cast<uint32_t>(time(nullptr)) + arguments.seconds;
-            run_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease));
+            tell_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease),
+                       to_link_local(arguments.lease.ll));
         });
     add_command<release6_arguments>(
         event, "dhcpv6-release", "A device gave its IPv6 lease back",
@@ -114,8 +149,8 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
             add_ipv6(command, "address", arguments.ipv6, "The address that it gave back");
         },
         [&run](const release6_arguments &arguments) {
-            run_event(run, "dhcpv6-release", HBS_EVENT_DHCPV6_RELEASE,
-                      event_dhcpv6_release(arguments.ll, arguments.ipv6));
+            tell_event(run, "dhcpv6-release", HBS_EVENT_DHCPV6_RELEASE,
+                       event_dhcpv6_release(arguments.ll, arguments.ipv6), to_link_local(arguments.ll));
         });
 }
 
@@ -123,25 +158,28 @@ void add_association(CLI::App *event, session &run, const char *name, const char
     add_command<wifi_arguments>(
         event, name, help,
         [](CLI::App *command, wifi_arguments &arguments) {
-            add_mac(command, "mac", arguments.mac, "The device");
+            add_client(command, arguments.client);
             command->add_option("ssid", arguments.ssid, "Number of the SSID, from 1")->required();
         },
         [&run, name, code](const wifi_arguments &arguments) {
-            run_event(run, name, code, event_wifi_assoc(code, arguments.mac, arguments.ssid));
+            const mac_bytes mac = device_meant(arguments.client);
+            tell_event(run, name, code, event_wifi_assoc(code, mac, arguments.ssid),
+                       first_of({to_device(mac), to_number("SSID", arguments.ssid, 1, most_ssids)}));
         });
 }
 
 void add_wifi_events(CLI::App *event, session &run) {
     add_association(event, run, "wifi-assoc", "A device joined a Wi-Fi network", HBS_EVENT_WIFI_ASSOC);
     add_association(event, run, "wifi-disassoc", "A device left a Wi-Fi network", HBS_EVENT_WIFI_DISASSOC);
-    add_command<mac_bytes>(
+    add_command<std::string>(
         event, "wifi-info", "The link figures of a device changed",
-        [](CLI::App *command, mac_bytes &mac) { add_mac(command, "mac", mac, "The device"); },
-        [&run](const mac_bytes &mac) {
-            run_event(run, "wifi-info", HBS_EVENT_WIFI_ASSOC_INFO, event_wifi_info(mac));
+        [](CLI::App *command, std::string &client) { add_client(command, client); },
+        [&run](const std::string &client) {
+            const mac_bytes mac = device_meant(client);
+            tell_event(run, "wifi-info", HBS_EVENT_WIFI_ASSOC_INFO, event_wifi_info(mac), to_device(mac));
         });
     event->add_subcommand("xwifi-changed", "The set of extra Wi-Fi interfaces changed")->callback([&run] {
-        run_event(run, "xwifi-changed", HBS_EVENT_XWIFI_CHANGED, request_plain(HBS_EVENT_XWIFI_CHANGED));
+        tell_event(run, "xwifi-changed", HBS_EVENT_XWIFI_CHANGED, request_plain(HBS_EVENT_XWIFI_CHANGED));
     });
 }
 
@@ -153,7 +191,8 @@ void add_network_events(CLI::App *event, session &run) {
             add_choice(command, "state", arguments.started, {{"started", 1}, {"stopped", 0}}, "What it did");
         },
         [&run](const server_arguments &arguments) {
-            run_event(run, "server", HBS_EVENT_SERVER, event_server(arguments.index, arguments.started != 0));
+            tell_event(run, "server", HBS_EVENT_SERVER, event_server(arguments.index, arguments.started != 0),
+                       to_number("router entry", arguments.index, 1, router_entries));
         });
     add_command<subnet_arguments>(
         event, "subnet", "The subnet of a network changed (this event is answered)",
@@ -165,11 +204,7 @@ void add_network_events(CLI::App *event, session &run) {
                 ->check(CLI::Range(0, 32))
                 ->capture_default_str();
         },
-        [&run](const subnet_arguments &arguments) {
-            run_command(
-                run, "subnet", HBS_EVENT_SUBNET_MASK,
-                event_subnet(arguments.index, arguments.before, arguments.after, arguments.prefix_length));
-        });
+        [&run](const subnet_arguments &arguments) { tell_subnet(run, arguments); });
 }
 
 } // namespace

@@ -53,9 +53,9 @@ void add_attachment(json &object, const hbs_client &client) {
 }
 
 void add_settings(json &object, const hbs_client &client) {
-    object["oui"] = field_text(client.oui);
-    object["serial_number"] = field_text(client.serial_number);
-    object["product_class"] = field_text(client.product_class);
+    object["oui"] = identity_text(client.oui);
+    object["serial_number"] = identity_text(client.serial_number);
+    object["product_class"] = identity_text(client.product_class);
     object["description"] = field_text(client.description);
     object["keyword_list"] = field_text(client.keyword_list);
     object["domain_list"] = field_text(client.domain_list);

@@ -225,3 +225,18 @@ rule_values parse_rule(const std::string &text) {
         throw request_error("'" + text + "' is not a rule: HEX,N,N or HEX,N,N,N,N,N");
     return rule;
 }
+
+std::string rule_text(const rule_values &rule) {
+    char text[32];
+    snprintf(text, sizeof text, "%x,%u,%u", rule.value1, rule.value2, rule.value3);
+    return text;
+}
+
+std::string whole_rule_text(const rule_values &rule) {
+    return rule_text(rule) + "," + std::to_string(rule.value4) + "," + std::to_string(rule.value5) + "," +
+           std::to_string(rule.value6);
+}
+
+bool is_same_rule(const rule_values &left, const rule_values &right) {
+    return left.value1 == right.value1 && left.value2 == right.value2 && left.value3 == right.value3;
+}

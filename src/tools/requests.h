@@ -94,3 +94,10 @@ datagram event_dhcpv6_release(const ipv6_bytes &ll, const ipv6_bytes &ipv6);
 
 // "HEX,N,N" or "HEX,N,N,N,N,N": a rule as its file writes it, with commas. Throws request_error.
 rule_values parse_rule(const std::string &text);
+
+// "7f,1,2", which identifies a rule, and "7f,1,2,0,0,0".
+std::string rule_text(const rule_values &rule);
+std::string whole_rule_text(const rule_values &rule);
+
+// Whether two rules are the same to the daemon: the first three values are.
+bool is_same_rule(const rule_values &left, const rule_values &right);

@@ -5,12 +5,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "tools/requests.h"
 #include "tools/text_table.h"
 
 enum exit_status {
     exit_ok = 0,
-    exit_negative = 1,  // refused, not found, not confirmed, or differences found
+    exit_negative = 1,  // refused, nothing changed, not found, not confirmed, or differences found
     exit_usage = 2,     // the command line makes no sense
     exit_not_there = 3, // the daemon or its segment is not there
     exit_no_answer = 4, // no answer in time, or the database stayed locked
@@ -22,7 +21,9 @@ struct session {
     std::ostream &out;
     std::ostream &err;
     bool json = false;
+    bool can_ask = false;       // `in` is a person's terminal
     bool yes = false;           // ask nothing
+    bool force = false;         // send also what cannot be meant
     double answer_seconds = 10; // how long a command may take
     std::string socket_path;
     drawing how; // of tables on `out`
@@ -34,9 +35,3 @@ struct run_error : std::runtime_error {
     exit_status status;
     run_error(exit_status s, const std::string &text) : std::runtime_error(text), status(s) {}
 };
-
-// Sends a command, prints what the daemon answered, and sets the status. `name` is what was asked for.
-void run_command(session &run, const std::string &name, hbs_code code, const datagram &message);
-
-// Sends an event and prints that it was sent.
-void run_event(session &run, const std::string &name, hbs_code code, const datagram &message);

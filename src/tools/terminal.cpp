@@ -88,7 +88,9 @@ void live_screen::stop_and_resume() {
 
 bool live_screen::wait(std::chrono::milliseconds time) {
     const sigset_t set = awaited_signals();
-    const timespec limit = {time.count() / 1000, time.count() % 1000 * 1000000};
+    timespec limit = {};
+    limit.tv_sec = static_cast<time_t>(time.count() / 1000);
+    limit.tv_nsec = static_cast<long>(time.count() % 1000 * 1000000);
     const int number = broken_ ? SIGPIPE : sigtimedwait(&set, nullptr, &limit);
     if (number == SIGTSTP)
         stop_and_resume();

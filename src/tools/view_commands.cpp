@@ -4,6 +4,7 @@
 
 #include "tools/arguments.h"
 #include "tools/audit_report.h"
+#include "tools/client_key.h"
 #include "tools/client_table.h"
 #include "tools/command_client.h"
 #include "tools/database.h"
@@ -44,9 +45,7 @@ void list(session &run) {
 }
 
 void show(session &run, const std::string &key) {
-    const std::vector<hbs_client> found = matching_clients(read_database(), key);
-    if (found.empty())
-        throw run_error(exit_negative, "no client has the MAC, address or name '" + key + "'");
+    const std::vector<hbs_client> found = known_clients(read_database(), key);
     if (run.json)
         run.out << json_text(clients_json(found)) << '\n';
     for (size_t i = 0; i < found.size() && !run.json; i++) {

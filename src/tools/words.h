@@ -29,6 +29,12 @@ template <size_t Size> std::string field_text(const char (&field)[Size]) {
     return std::string(view.substr(0, view.find('\0')));
 }
 
+// A text of a device's identity: the daemon writes "null" for one that is not known.
+template <size_t Size> std::string identity_text(const char (&field)[Size]) {
+    const std::string text = field_text(field);
+    return text == "null" ? "" : text;
+}
+
 // Empty when all bytes are zero, which means "none" in a record.
 std::string mac_text(const uint8_t mac[6]);
 std::string ipv4_text(const uint8_t ipv4[4]);

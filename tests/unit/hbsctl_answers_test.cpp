@@ -20,13 +20,11 @@ const meaning meanings[] = {
     {HBS_CMD_CLR_TRUSTED, "done", "refused: no such client"},
     {HBS_CMD_SET_MACFILTER, "done", "refused"},
     {HBS_CMD_CLR_MACFILTER, "done", "refused"},
-    {HBS_CMD_RESET_DEFAULTS, "the files of the remembered clients are deleted",
-     "the last of the files could not be deleted, or was not there"},
+    {HBS_CMD_RESET_DEFAULTS, "done", "refused"},
     {HBS_CMD_CLR_RULE_TOD, "done", "refused: no client with this MAC"},
     {HBS_CMD_SET_RULE_TOD, "done", "refused: no client with this MAC"},
     {HBS_CMD_MOD_MACFILTER, "done", "refused"},
-    {HBS_EVENT_SUBNET_MASK, "the static leases are moved to the new subnet",
-     "the static leases could not be moved"},
+    {HBS_EVENT_SUBNET_MASK, "done", "the static leases could not be moved"},
     {HBS_CMD_SET_COMMENT_HOST, "done", "refused: no client with this address"},
 };
 

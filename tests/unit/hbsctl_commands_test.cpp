@@ -57,6 +57,9 @@ const line_and_code commands[] = {
     {"MacFilterSet", {"mac-filter", "set", "black", mac, "--rule", "7f,1,2", "--filter-word", "3"}, 7, 1068},
     {"MacFilterClear", {"mac-filter", "clear", "white", mac, "--rule", "7f,1,2,3,4,5"}, 8, 1068},
     {"MacFilterModify", {"mac-filter", "modify", "white", mac, "02:bb:00:00:00:22"}, 13, 1068},
+    {"RuleSet", {"rule", "set", "white", mac, "7f,1,2", "--instance", "4"}, 12, 1068},
+    {"RuleClear", {"rule", "clear", "white", mac, "7f,1,2"}, 11, 1068},
+    {"Comment", {"comment", mac, "c"}, 111, 344},
     {"ResetDefaults", {"reset-defaults", "--yes"}, 9, 1},
     {"Dump", {"dump"}, 14, 1},
     {"Subnet", {"event", "subnet", "1", "192.168.0.1", "10.0.0.1", "--prefix", "16"}, 102, 20},
@@ -82,42 +85,58 @@ std::string name_of(const testing::TestParamInfo<line_and_code> &info) {
     return info.param.name;
 }
 
-class Command : public testing::TestWithParam<line_and_code> {};
+// A segment with one client, and a daemon that answers but does nothing.
+class Command : public QuerySegment, public testing::WithParamInterface<line_and_code> {
+  protected:
+    void SetUp() override {
+        QuerySegment::SetUp();
+        hbs_client *client = publish(0, 0x11);
+        const uint8_t ipv4[] = {192, 168, 0, 11};
+        memcpy(client->ipv4, ipv4, sizeof ipv4);
+        client->ipv6[0] = 0xfd;
+        client->ipv6[15] = 1;
+    }
 
-TEST_P(Command, IsSentAndItsAnswerIsPrinted) {
+    static words forced(const words &more = {}) {
+        words line = GetParam().line;
+        line.emplace_back("--force");
+        line.insert(line.end(), more.begin(), more.end());
+        return line;
+    }
+
+    static bool needs_no_change() {
+        return GetParam().code == HBS_CMD_DUMP || GetParam().code == HBS_CMD_RESET_DEFAULTS;
+    }
+};
+
+TEST_P(Command, IsSentAndWithoutAnyEffectEndsWithOne) {
     fake_daemon daemon(always(0));
-    const ctl_result result = ctl(GetParam().line, daemon.path);
+    const ctl_result result = ctl(forced(), daemon.path);
     daemon.stop();
-    EXPECT_EQ(result.status, exit_ok) << result.err;
-    EXPECT_FALSE(result.out.empty());
-    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.status, needs_no_change() ? exit_ok : exit_negative) << result.err;
+    EXPECT_NE((result.out + result.err).find(needs_no_change() ? ":" : "nothing changed"), std::string::npos);
     ASSERT_EQ(daemon.received.size(), 1u);
     EXPECT_EQ(daemon.received[0].size(), GetParam().size);
     EXPECT_EQ(daemon.received[0][0], GetParam().code);
     EXPECT_EQ(traces_left(), words{});
 }
 
-TEST_P(Command, AsJsonTellsTheAnswer) {
+TEST_P(Command, AsJsonTellsThatNothingChanged) {
     fake_daemon daemon(always(0));
-    words line = GetParam().line;
-    line.push_back("--json");
-    const auto parsed = nlohmann::json::parse(ctl(line, daemon.path).out);
-    EXPECT_EQ(parsed["code"], GetParam().code);
-    EXPECT_EQ(parsed["answer"], 0);
-    EXPECT_EQ(parsed["accepted"], true);
+    const auto parsed = nlohmann::json::parse(ctl(forced({"--json"}), daemon.path).out);
     EXPECT_TRUE(parsed["text"].is_string());
+    if (GetParam().code != HBS_CMD_DUMP)
+        EXPECT_EQ(parsed["changed"], false);
 }
 
 TEST_P(Command, ThatIsRefusedEndsWithOne) {
     fake_daemon daemon(always(-1));
-    const ctl_result result = ctl(GetParam().line, daemon.path);
-    const bool is_dump = GetParam().code == HBS_CMD_DUMP; // its answer means nothing
-    EXPECT_EQ(result.status, is_dump ? exit_ok : exit_negative);
-    EXPECT_EQ(result.err.empty(), is_dump);
+    const ctl_result result = ctl(forced(), daemon.path);
+    EXPECT_EQ(result.status, needs_no_change() ? exit_ok : exit_negative);
 }
 
 TEST_P(Command, WithoutADaemonEndsWithThree) {
-    const ctl_result result = ctl(GetParam().line, nobody);
+    const ctl_result result = ctl(forced(), nobody);
     EXPECT_EQ(result.status, exit_not_there);
     EXPECT_EQ(result.err, "hbsctl: gw_hostbase is not running: nobody receives on " + nobody + "\n");
     EXPECT_EQ(traces_left(), words{});
@@ -144,7 +163,9 @@ TEST_P(Event, WithoutADaemonEndsWithThree) {
 
 INSTANTIATE_TEST_SUITE_P(All, Event, testing::ValuesIn(events), name_of);
 
-TEST(CommandArguments, ReachTheDatagram) {
+class CommandArguments : public QuerySegment {};
+
+TEST_F(CommandArguments, ReachTheDatagram) {
     fake_daemon daemon(always(0));
     (void)ctl({"trust", "set", "service", "2:AA:0:0:0:11", "--comment", "front door"}, daemon.path);
     (void)ctl({"event", "dhcpv4-lease", mac, "192.168.0.11", "--static", "--seconds", "77"}, daemon.path);
@@ -162,6 +183,14 @@ TEST(CommandArguments, ReachTheDatagram) {
     EXPECT_EQ(daemon.received[2], event_server(2, false));
 }
 
+TEST_F(CommandArguments, ThatDoNotFitAreNotSent) {
+    fake_daemon daemon(always(0));
+    EXPECT_EQ(ctl({"trust", "set", "site", mac, "--comment", std::string(256, 'x')}, daemon.path).status,
+              exit_usage);
+    daemon.stop();
+    EXPECT_TRUE(daemon.received.empty());
+}
+
 // --- command lines that make no sense ---------------------------------------------------------------------
 
 TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
@@ -170,7 +199,6 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
                                       {"frobnicate"},
                                       {"mode", "sideways"},
                                       {"trust", "set", "site"},
-                                      {"trust", "set", "site", "not-a-mac"},
                                       {"trust", "set", "site", "00:00:00:00:00:00"},
                                       {"event", "dhcpv4-lease", "0:0:0:0:0:0", "192.168.0.1"},
                                       {"static-lease", "set", mac, "192.168.0"},
@@ -184,7 +212,6 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
                                       {"watch", "--interval", "nan", "--count", "1"},
                                       {"dump", "--timeout", "nan"},
                                       {"dump", "--timeout", "soon"},
-                                      {"trust", "set", "site", mac, "--comment", std::string(256, 'x')},
                                       {"dump", "--timeout", "-1"}};
     for (const words &line : lines)
         EXPECT_EQ(ctl(line, daemon.path).status, exit_usage) << testing::PrintToString(line);
@@ -210,7 +237,7 @@ TEST(Usage, OfTheWrongKindNamesTheWordThatIsWrong) {
 
 TEST(Usage, OfTheWrongKindIsToldInJsonWhenThatIsAskedFor) {
     for (const words &line : {words{"--json", "frobnicate"}, words{"list", "--json", "frobnicate"},
-                              words{"event", "dhcpv4-lease", "zz", "192.168.0.1", "--json"}}) {
+                              words{"event", "dhcpv4-lease", mac, "192.168.0", "--json"}}) {
         const ctl_result result = ctl(line, nobody);
         const auto parsed = nlohmann::json::parse(result.out);
         EXPECT_EQ(parsed["status"], 2);
@@ -283,14 +310,75 @@ TEST(Answer, AnInterruptedWaitLeavesNothingBehind) {
 // --- asking first
 // ----------------------------------------------------------------------------------------------
 
-TEST(ResetDefaults, IsSentOnlyWhenConfirmed) {
-    fake_daemon daemon(always(0));
+class Asking : public QuerySegment {
+  protected:
+    fake_daemon daemon{always(0)};
+};
+
+TEST_F(Asking, ResetDefaultsIsSentOnlyWhenConfirmed) {
     for (const char *input : {"", "\n", "no\n", "y\n", "YES\n"}) {
         const ctl_result result = ctl({"reset-defaults"}, daemon.path, input);
         EXPECT_EQ(result.status, exit_negative) << input;
-        EXPECT_NE(result.err.find("nothing was changed"), std::string::npos);
+        EXPECT_NE(result.err.find("nothing changed"), std::string::npos);
     }
+    EXPECT_EQ(ctl({"reset-defaults"}, daemon.path).status, exit_negative) << "nobody to ask";
     EXPECT_EQ(ctl({"reset-defaults"}, daemon.path, "yes\n").status, exit_ok);
+    EXPECT_EQ(ctl({"reset-defaults", "--yes"}, daemon.path).status, exit_ok);
+    daemon.stop();
+    EXPECT_EQ(daemon.received.size(), 2u);
+}
+
+TEST_F(Asking, BridgeModeAsksOnlyWherePeopleAre) {
+    (void)publish(0, 1);
+    const ctl_result refused = ctl({"mode", "bridge"}, daemon.path, "no\n");
+    EXPECT_EQ(refused.status, exit_negative);
+    EXPECT_TRUE(
+        refused.err.starts_with("Bridge mode takes all 1 client out of the table; 0 remembered clients "
+                                "will come back with routed mode.\nType yes to go on: "))
+        << refused.err;
+    (void)ctl({"mode", "bridge"}, daemon.path, "yes\n");
+    (void)ctl({"mode", "bridge"}, daemon.path);
+    (void)ctl({"mode", "bridge", "--yes"}, daemon.path, "");
+    (void)ctl({"mode", "routed"}, daemon.path, "");
+    daemon.stop();
+    EXPECT_EQ(daemon.received.size(), 4u);
+}
+
+// --- what happened
+// --------------------------------------------------------------------------------------------
+
+TEST_F(QuerySegment, AChangeIsToldAndGivesZero) {
+    hbs_client *client = publish(0, 0x11);
+    fake_daemon daemon([&](const datagram &) {
+        client->trust = HBS_TRUST_SITE;
+        strcpy(client->comment, "door");
+        return answer_bytes(0);
+    });
+    const ctl_result result = ctl({"trust", "set", "site", mac, "--comment", "door"}, daemon.path);
+    EXPECT_EQ(result.status, exit_ok);
+    EXPECT_EQ(result.out, "trust for sites of " + mac + ": set\ncomment of " + mac + ": set to 'door'\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(QuerySegment, AChangeWithARefusalGivesOneAndTellsBoth) {
+    hbs_client *client = publish(0, 0x11);
+    fake_daemon daemon([&](const datagram &) {
+        client->trust = HBS_TRUST_SITE;
+        return answer_bytes(-1);
+    });
+    const ctl_result result = ctl({"trust", "set", "site", mac}, daemon.path);
+    EXPECT_EQ(result.status, exit_negative);
+    EXPECT_EQ(result.out, "trust for sites of " + mac + ": set\nrefused: no such client\n");
+}
+
+TEST_F(QuerySegment, InBridgeModeNothingIsSentUnlessForced) {
+    (void)publish(0, 0x11);
+    fake_daemon daemon(always(0));
+    daemon.routed = false;
+    EXPECT_EQ(ctl({"trust", "set", "site", mac}, daemon.path).err,
+              "hbsctl: trust set: nothing changed: the gateway is in bridge mode, in which it ignores this "
+              "(--force sends it all the same)\n");
+    EXPECT_EQ(ctl({"trust", "set", "site", mac, "--force"}, daemon.path).status, exit_negative);
     daemon.stop();
     EXPECT_EQ(daemon.received.size(), 1u);
 }

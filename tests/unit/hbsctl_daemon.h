@@ -1,6 +1,7 @@
 // A stand-in for the daemon's command socket, and a run of hbsctl inside the test.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -16,10 +17,13 @@
 #include <vector>
 
 #include "tools/command_tree.h"
+#include "tools/requests.h"
 
-// Receives datagrams on a path of its own and answers each with what `answer` gives; none: no answer.
+// Receives datagrams on a path of its own and answers each with what `answer` gives; none: no answer. The
+// questions for its mode it answers itself, and does not keep.
 class fake_daemon {
   public:
+    std::atomic<bool> routed = true;
     std::string path = "/var/tmp/fake-daemon.sock";
     std::vector<datagram> received; // read only when it is stopped, or after an answer
     std::string last_sender;        // path of the last sender's socket
@@ -58,11 +62,26 @@ class fake_daemon {
                                           reinterpret_cast<sockaddr *>(&from), &length);
             message.resize(static_cast<size_t>(size));
             last_sender = length > sizeof(sa_family_t) ? from.sun_path : "";
-            received.push_back(message);
-            if (const auto reply = answer_(message))
+            const bool question = asks_for_mode(message);
+            if (!question)
+                received.push_back(message);
+            if (const auto reply = question ? mode_answer(message) : answer_(message))
                 sendto(fd_, reply->data(), reply->size(), 0, reinterpret_cast<sockaddr *>(&from), length);
             wait.revents = 0;
         }
+    }
+
+    static bool asks_for_mode(const datagram &message) {
+        return message[0] == HBS_CMD_CLR_MACFILTER &&
+               std::all_of(
+                   message.begin() + 2, message.begin() + 8, [](uint8_t byte) { return byte == 0; });
+    }
+
+    // In bridge mode the answer of the command before is repeated, here always 0.
+    std::optional<std::vector<uint8_t>> mode_answer(const datagram &question) const {
+        const int32_t value = routed && question[1] == 0 ? -1 : 0;
+        const auto *bytes = reinterpret_cast<const uint8_t *>(&value);
+        return std::vector<uint8_t>(bytes, bytes + sizeof value);
     }
 
     std::function<std::optional<std::vector<uint8_t>>(const datagram &)> answer_;
@@ -82,12 +101,18 @@ struct ctl_result {
     std::string out, err;
 };
 
+// `input`: what a person types; null: nobody is there to be asked.
 inline ctl_result ctl(const std::vector<std::string> &arguments, const std::string &socket_path,
-                      const std::string &input = "") {
-    std::istringstream in(input);
+                      const char *input = nullptr) {
+    std::istringstream in(input == nullptr ? "" : input);
     std::ostringstream out, err;
-    session run = {
-        .in = in, .out = out, .err = err, .answer_seconds = 2, .socket_path = socket_path, .how = {}};
+    session run = {.in = in,
+                   .out = out,
+                   .err = err,
+                   .can_ask = input != nullptr,
+                   .answer_seconds = 2,
+                   .socket_path = socket_path,
+                   .how = {}};
     const exit_status status = run_command_line(run, arguments);
     return {status, out.str(), err.str()};
 }

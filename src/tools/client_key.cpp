@@ -1,0 +1,98 @@
+#include "tools/client_key.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "tools/client_table.h"
+
+namespace {
+
+constexpr size_t most_suggestions = 3;
+
+char lower(char letter) {
+    return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+}
+
+// Letters to change, add or drop until one word is the other, capitals aside.
+size_t distance(const std::string &left, const std::string &right) {
+    std::vector<size_t> row(right.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < left.size(); i++) {
+        size_t diagonal = row[0]++;
+        for (size_t k = 0; k < right.size(); k++) {
+            const size_t change = diagonal + (lower(left[i]) != lower(right[k]) ? 1 : 0);
+            diagonal = row[k + 1];
+            row[k + 1] = std::min({change, row[k] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+std::vector<std::string> names_of(const database &db) {
+    std::vector<std::string> names;
+    for (const hbs_client &client : db.clients)
+        for (const std::string &name : {client_name(client), mac_text(client.mac), ipv4_text(client.ipv4)})
+            if (!name.empty())
+                names.push_back(name);
+    return names;
+}
+
+} // namespace
+
+std::vector<std::string> nearest(const std::string &word, const std::vector<std::string> &known) {
+    const size_t allowed = 1 + word.size() / 4;
+    std::vector<std::pair<size_t, std::string>> near;
+    for (const std::string &one : known) {
+        const size_t far = distance(word, one);
+        if (far <= allowed && far < word.size())
+            near.emplace_back(far, one);
+    }
+    std::sort(near.begin(), near.end());
+    near.erase(std::unique(near.begin(), near.end()), near.end());
+    std::vector<std::string> words;
+    for (size_t i = 0; i < near.size() && i < most_suggestions; i++)
+        words.push_back(near[i].second);
+    return words;
+}
+
+std::string suggestion(const std::string &word, const std::vector<std::string> &known) {
+    const std::vector<std::string> words = nearest(word, known);
+    return words.empty() ? "" : ": did you mean '" + joined(words, "' or '") + "'?";
+}
+
+std::vector<hbs_client> known_clients(const database &db, const std::string &key) {
+    std::vector<hbs_client> found = matching_clients(db, key);
+    if (found.empty()) {
+        throw run_error(exit_negative, "no client has the MAC, address or name '" + key + "'" +
+                                           suggestion(key, names_of(db)));
+    }
+    return found;
+}
+
+hbs_client one_client(const database &db, const std::string &key) {
+    const std::vector<hbs_client> found = known_clients(db, key);
+    if (found.size() > 1)
+        throw run_error(exit_negative, "more than one client has that name: use a MAC or an address");
+    return found.front();
+}
+
+mac_bytes device_of(const database &db, const std::string &key) {
+    if (const auto mac = parse_mac(key))
+        return *mac;
+    const auto mac = parse_mac(mac_text(one_client(db, key).mac));
+    if (!mac)
+        throw run_error(exit_negative, "the client '" + key + "' has no MAC, by which this is set");
+    return *mac;
+}
+
+mac_bytes device_meant(const std::string &key) {
+    const auto mac = parse_mac(key);
+    return mac ? *mac : device_of(read_database(), key);
+}
+
+std::string key_of(const hbs_client &client) {
+    const std::string mac = mac_text(client.mac);
+    const std::string ipv4 = ipv4_text(client.ipv4);
+    const std::string ipv6 = ipv6_text(client.ipv6);
+    return !mac.empty() ? mac : !ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll);
+}

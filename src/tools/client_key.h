@@ -1,0 +1,31 @@
+// Finds the client that a person means.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/database.h"
+#include "tools/session.h"
+#include "tools/words.h"
+
+// Clients that a MAC, an address or a name stands for. Throws run_error (exit_negative) when there is none,
+// with the names that are nearest to what was typed.
+std::vector<hbs_client> known_clients(const database &db, const std::string &key);
+
+// The only one that it stands for. Throws run_error when there are several, too.
+hbs_client one_client(const database &db, const std::string &key);
+
+// A MAC as it stands, known or not; otherwise that of the one client.
+mac_bytes device_of(const database &db, const std::string &key);
+
+// The same, which reads the database only when it has to.
+mac_bytes device_meant(const std::string &key);
+
+// How a client is named in messages and looked up again: by its MAC, or by an address.
+std::string key_of(const hbs_client &client);
+
+// The words of `known` that differ from `word` in few letters, the nearest first, three at most.
+std::vector<std::string> nearest(const std::string &word, const std::vector<std::string> &known);
+
+// ": did you mean 'a' or 'b'?", or nothing.
+std::string suggestion(const std::string &word, const std::vector<std::string> &known);

@@ -1,0 +1,82 @@
+#include "tools/settings_files.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "tools/audit_sources.h"
+
+namespace {
+
+constexpr const char *client_file = "/nvram/8/hostbase.txt";
+constexpr const char *white_rules = "/nvram/8/client_white_rules.txt";
+constexpr const char *black_rules = "/nvram/8/client_black_rules.txt";
+constexpr const char *trusted_devices = "/nvram/8/client_trusted_device_tr69instance.txt";
+
+constexpr size_t record_size = 37; // of a trusted device, as the daemon writes it
+
+std::string content(const char *path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file && access(path, F_OK) == 0)
+        throw std::runtime_error(std::string(path) + " cannot be read: " + strerror(errno));
+    return text.str();
+}
+
+bool parse_filed(const std::string &field, rule_values *rule) {
+    int number[5] = {};
+    const int count = sscanf(field.c_str(), "%x %d %d %d %d %d", &rule->value1, &number[0], &number[1],
+                             &number[2], &number[3], &number[4]);
+    rule->value2 = static_cast<uint16_t>(number[0]);
+    rule->value3 = static_cast<uint16_t>(number[1]);
+    rule->value4 = static_cast<uint32_t>(number[2]);
+    rule->value5 = static_cast<uint32_t>(number[3]);
+    rule->value6 = static_cast<uint32_t>(number[4]);
+    return count == 3 || count == 6;
+}
+
+std::vector<sighting> static_leases() {
+    std::vector<sighting> leases = dhcp_leases();
+    std::erase_if(leases, [](const sighting &one) { return one.what != sighting::static_lease; });
+    return leases;
+}
+
+// Every line after the first, which holds the file's version, is one client.
+size_t clients_in(const std::string &text) {
+    const auto lines = std::count(text.begin(), text.end(), '\n');
+    return lines > 0 ? static_cast<size_t>(lines - 1) : 0;
+}
+
+} // namespace
+
+std::vector<filed_rule> parse_rule_file(const std::string &text, uint8_t list) {
+    std::vector<filed_rule> rules;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream fields(line);
+        std::string mac_field;
+        std::getline(fields, mac_field, ';');
+        const auto mac = parse_mac(mac_field);
+        filed_rule one = {list, mac ? mac_text(mac->data()) : "", {}};
+        for (std::string field; !one.mac.empty() && std::getline(fields, field, ';');)
+            if (parse_filed(field, &one.rule))
+                rules.push_back(one);
+    }
+    return rules;
+}
+
+settings_files read_settings_files() {
+    settings_files files;
+    files.leases = static_leases();
+    files.rules = parse_rule_file(content(white_rules), HBS_LIST_WHITE);
+    const std::vector<filed_rule> black = parse_rule_file(content(black_rules), HBS_LIST_BLACK);
+    files.rules.insert(files.rules.end(), black.begin(), black.end());
+    files.remembered = clients_in(content(client_file));
+    files.trusted = (content(trusted_devices).size() + record_size - 1) / record_size;
+    return files;
+}

@@ -1,0 +1,213 @@
+"""hbsctl says what a command changed, that nothing changed, or why what was typed cannot be meant."""
+
+import json
+
+import pytest
+from gateway import Box, lease_datagram, wait_for
+from lab import management as m
+
+LAPTOP, LAPTOP_ADDRESS = "02:aa:00:00:00:31", "192.168.0.131"
+PHONE, PHONE_ADDRESS = "02:aa:00:00:00:32", "192.168.0.132"
+ELSEWHERE, ELSEWHERE_ADDRESS = "02:aa:00:00:00:33", "192.168.1.133"
+NEW, FREE = "02:aa:00:00:00:3f", "192.168.0.60"
+GROUP = "01:00:5e:00:00:01"
+FORCE = " (--force sends it all the same)\n"
+
+# Words, and why they cannot be meant. Nothing may have changed afterwards.
+REFUSED = {
+    "own address": (f"static-lease set {NEW} 192.168.0.1", "192.168.0.1 is the gateway's own address"),
+    "own address elsewhere": (f"static-lease set {NEW} 192.168.1.1", "192.168.1.1 is the gateway's own address"),
+    "network address": (f"static-lease set {NEW} 192.168.0.0", "192.168.0.0 is the network's own address"),
+    "broadcast address": (f"static-lease set {NEW} 192.168.0.255", "192.168.0.255 is the network's broadcast address"),
+    "another network's address": (f"static-lease set {NEW} 192.168.1.60", "192.168.1.60 belongs to network 1"),
+    "no network's address": (f"static-lease set {NEW} 10.0.0.60",
+                             "10.0.0.60 is not in 192.168.0.0/24, the network that has fixed addresses"),
+    "multicast address": (f"static-lease set {NEW} 224.0.0.1", "224.0.0.1 is no address that a host can have"),
+    "no address": (f"static-lease set {NEW} 0.0.0.0", "0.0.0.0 is no address that a host can have"),
+    "IPv6 lease": (f"static-lease set {NEW} fd00:2::60", "the daemon keeps fixed addresses for IPv4 only"),
+    "network 99": (f"static-lease set {NEW} {FREE} --network 99",
+                   "fixed addresses are for the networks 0 and 8 only, not for network 99"),
+    "device elsewhere": (f"static-lease set {ELSEWHERE} {FREE}",
+                         f"{ELSEWHERE} is in network 1, and fixed addresses are for the networks 0 and 8 only"),
+    "group MAC": (f"static-lease set {GROUP} {FREE}", f"{GROUP} is the address of a group, not of a device"),
+    "held address": (f"static-lease set {NEW} {PHONE_ADDRESS}", f"{PHONE_ADDRESS} is held by {PHONE}"),
+    "internal lease, own address": (f"internal-lease set {NEW} 192.168.0.1",
+                                    "192.168.0.1 is the gateway's own address"),
+    "internal lease, held": (f"internal-lease set {NEW} {PHONE_ADDRESS}", f"{PHONE_ADDRESS} is held by {PHONE}"),
+    "clear a free address": (f"static-lease clear {FREE}", f"{FREE} is nobody's fixed address"),
+    "clear a dynamic lease": ("static-lease clear phone", f"{PHONE_ADDRESS} is nobody's fixed address"),
+    "trust a group": (f"trust set site {GROUP}", f"{GROUP} is the address of a group, not of a device"),
+    "clear no trust": ("trust clear service laptop", f"{LAPTOP} is not trusted for services"),
+    "filter a group": (f"mac-filter set white {GROUP}", f"{GROUP} is the address of a group, not of a device"),
+    "modify without a rule": (f"mac-filter modify white laptop {NEW}",
+                              f"which rule is to be moved? Name it with --rule: {LAPTOP}, it has 7f,1,2"),
+    "modify another rule": (f"mac-filter modify white laptop {NEW} --rule 9,9,9",
+                            f"{LAPTOP} has no rule 9,9,9 on the white list; it has 7f,1,2"),
+    "modify to itself": ("mac-filter modify white laptop laptop --rule 7f,1,2",
+                         "both are the same device, which would lose the rule"),
+    "clear no filter": ("mac-filter clear black laptop --rule 7f,1,2",
+                        f"{LAPTOP} has no rule 7f,1,2 on the black list; it has none there"),
+    "another's instance": ("rule set white laptop 5,6,7 --instance 2",
+                           f"instance 2 is a rule of {PHONE} on the white list"),
+    "another list's instance": ("rule set black laptop 5,6,7 --instance 1",
+                                f"instance 1 is a rule of {LAPTOP} on the white list"),
+    "no instance": ("rule set white laptop 5,6,7 --instance 9", "no rule has the instance 9"),
+    "no rule": ("rule set white laptop 0,0,0", "0,0,0 is no rule"),
+    "clear no instance": ("rule clear white laptop 7f,1,2 --instance 9", "no rule has the instance 9"),
+    "clear no rule": ("rule clear white laptop 5,6,7",
+                      f"{LAPTOP} has no rule 5,6,7 on the white list; it has 7f,1,2"),
+    "SSID 0": ("event wifi-assoc laptop 0", "there is no SSID 0: they go from 1 to 256"),
+    "SSID 99999": ("event wifi-disassoc laptop 99999", "there is no SSID 99999: they go from 1 to 256"),
+    "server 0": ("event server 0 started", "there is no router entry 0: they go from 1 to 8"),
+    "subnet 0": ("event subnet 0 192.168.0.1 10.0.0.1", "there is no router entry 0: they go from 1 to 8"),
+    "no link-local": ("event dhcpv6-lease fd00::1 fd00:2::1", "fd00::1 is no link-local address (fe80::/10)"),
+    "no link-local released": ("event dhcpv6-release fd00::1 fd00:2::1",
+                               "fd00::1 is no link-local address (fe80::/10)"),
+    "lease of a group": (f"event dhcpv4-lease {GROUP} {FREE}", f"{GROUP} is the address of a group, not of a device"),
+    "lease of no address": (f"event dhcpv4-lease {NEW} 255.255.255.255",
+                            "255.255.255.255 is no address that a host can have"),
+}
+
+# Said as if one after the other: words, status, what is printed on which output.
+CHANGES = [
+    (f"static-lease set {NEW} {FREE} --comment desk", 0,
+     f"static lease {FREE} for {NEW}: set\nclient {NEW}: set\nhost name of {NEW}: set to 'unknown'\n"
+     f"comment of {NEW}: set to 'desk'\nIPv4 of {NEW}: set to '{FREE}'\n", ""),
+    (f"static-lease set {NEW} {FREE}", 1, "", "hbsctl: static-lease set: nothing changed\n"),
+    (f"static-lease set {NEW} 192.168.0.61", 0,
+     f"static lease {FREE} for {NEW}: removed\nIPv4 of {NEW}: changed from '{FREE}' to '192.168.0.61'\n"
+     f"static lease 192.168.0.61 for {NEW}: set\n", ""),
+    ("static-lease clear 192.168.0.61", 0,
+     f"static lease 192.168.0.61 for {NEW}: removed\nclient {NEW}: removed\n"
+     f"host name of {NEW}: removed (was 'unknown')\ncomment of {NEW}: removed (was 'desk')\n"
+     f"IPv4 of {NEW}: removed (was '192.168.0.61')\n", ""),
+    (f"internal-lease set {NEW} {FREE}", 0, f"static lease {FREE} for {NEW}: set\n", ""),
+    (f"internal-lease set {NEW} {FREE}", 1, "", "hbsctl: internal-lease set: nothing changed\n"),
+    ("trust set service laptop", 0, f"trust for services of {LAPTOP}: set\n", ""),
+    ("trust set service laptop", 1, "", "hbsctl: trust set: nothing changed\n"),
+    ("trust clear service laptop", 0, f"trust for services of {LAPTOP}: removed\n", ""),
+    ("comment laptop door", 0,
+     f"mark of a user's text of {LAPTOP}: set\ncomment of {LAPTOP}: set to 'door'\n", ""),
+    ("comment laptop door", 1, "", "hbsctl: comment: nothing changed\n"),
+    ("mac-filter set black phone --rule a,2,3 --keywords games", 0,
+     f"black-list mark of {PHONE}: set\nkeywords of {PHONE}: set to 'games'\n"
+     f"rule a,2,3 of {PHONE} on the black list: set to 'a,2,3,0,0,0'\n"
+     f"instance of rule a,2,3 of {PHONE} on the black list: set to '3'\n", ""),
+    ("mac-filter set black phone --rule a,2,3", 1, "", "hbsctl: mac-filter set: nothing changed\n"),
+    ("mac-filter modify black phone laptop --rule a,2,3", 0,
+     f"black-list mark of {PHONE}: removed\nkeywords of {PHONE}: removed (was 'games')\n"
+     f"rule a,2,3 of {PHONE} on the black list: removed (was 'a,2,3,0,0,0')\n"
+     f"instance of rule a,2,3 of {PHONE} on the black list: removed (was '3')\n"
+     f"black-list mark of {LAPTOP}: set\n"
+     f"rule a,2,3 of {LAPTOP} on the black list: set to 'a,2,3,0,0,0'\n"
+     f"instance of rule a,2,3 of {LAPTOP} on the black list: set to '3'\n", ""),
+    ("rule set white laptop 5,6,7 --instance 1", 0,
+     f"instance of rule 7f,1,2 of {LAPTOP} on the white list: removed (was '1')\n"
+     f"rule 5,6,7 of {LAPTOP} on the white list: set to '5,6,7,0,0,0'\n"
+     f"instance of rule 5,6,7 of {LAPTOP} on the white list: set to '1'\n", ""),
+    ("rule clear white laptop 7f,1,2", 0,
+     f"rule 7f,1,2 of {LAPTOP} on the white list: removed (was '7f,1,2,0,0,0')\n", ""),
+    ("mode routed", 1, "", "hbsctl: mode: nothing changed: the mode is routed\n"),
+]
+
+
+@pytest.fixture(scope="module")
+def house():
+    """Two clients of network 0, each with a rule on the white list, the first one trusted; one of network 1."""
+    box = Box()
+    box.make_lan()
+    box.start_daemon()
+    box.datagrams(lease_datagram(LAPTOP, LAPTOP_ADDRESS, host=b"laptop"),
+                  lease_datagram(PHONE, PHONE_ADDRESS, host=b"phone"),
+                  lease_datagram(ELSEWHERE, ELSEWHERE_ADDRESS, host=b"tv"))
+    wait_for("three clients", lambda: len(box.clients()) == 3)
+    box.hbsctl("trust", "set", "site", LAPTOP)
+    for mac in (LAPTOP, PHONE):
+        box.hbsctl("mac-filter", "set", "white", mac, "--rule", "7f,1,2")
+    yield box
+    box.close()
+
+
+def state_of(box):
+    """All that a command may change."""
+    files = [box.read(path) for path in (m.CLIENT_FILE, m.WHITE_RULES, m.BLACK_RULES,
+                                         m.STATIC_LEASES.format("192.168.0.1"))]
+    settings = {mac: {name: client[name] for name in ("ipv4", "host", "trust", "comment", "online", "ssid")}
+                for mac, client in box.clients().items()}
+    return files, settings, box.hbsctl("rules", "--json").stdout
+
+
+@pytest.mark.parametrize("case", REFUSED)
+def test_what_cannot_be_meant(house, case):
+    words, reason = REFUSED[case]
+    before = state_of(house)
+    done = house.hbsctl(*words.split(), check=False)
+    assert done.returncode == 1
+    assert done.stdout == ""
+    assert done.stderr.startswith("hbsctl: ") and done.stderr.endswith(": nothing changed: " + reason + FORCE)
+    assert state_of(house) == before
+
+
+def test_changes_are_told(house):
+    for words, status, out, err in CHANGES:
+        done = house.hbsctl(*words.split(), check=False)
+        assert (words, done.returncode, done.stdout, done.stderr) == (words, status, out, err)
+
+
+def test_force_sends_what_cannot_be_meant(house):
+    done = house.hbsctl("--force", "static-lease", "set", NEW, "192.168.0.255")
+    assert f"static lease 192.168.0.255 for {NEW}: set\n" in done.stdout
+    assert house.clients()[NEW]["ipv4"] == "192.168.0.255"
+
+
+def test_as_json(house):
+    done = json.loads(house.hbsctl("--json", "trust", "set", "service", "phone").stdout)
+    assert done["changes"] == [{"what": f"trust for services of {PHONE}", "old": None, "new": "yes"}]
+    again = house.hbsctl("--json", "trust", "set", "service", "phone", check=False)
+    assert again.returncode == 1
+    assert json.loads(again.stdout)["changed"] is False
+
+
+IN_BRIDGE_MODE = ["trust set site " + NEW, f"static-lease set {NEW} {FREE}", f"internal-lease set {NEW} {FREE}",
+                  f"mac-filter set white {NEW}"]
+
+
+def test_bridge_mode(running):
+    running.datagrams(lease_datagram(LAPTOP, LAPTOP_ADDRESS), lease_datagram(PHONE, PHONE_ADDRESS))
+    wait_for("two clients", lambda: len(running.clients()) == 2)
+    running.hbsctl("trust", "set", "site", LAPTOP)
+    done = running.hbsctl("mode", "bridge")
+    assert done.stderr == ("Bridge mode takes all 2 clients out of the table; 1 remembered client will come back "
+                           "with routed mode.\n")
+    assert done.stdout == ("mode: changed from 'routed' to 'bridge'\n"
+                           "clients in the table: changed from '2' to '0'\n")
+    log = running.log()
+    for words in IN_BRIDGE_MODE:
+        refused = running.hbsctl(*words.split(), check=False)
+        assert (words, refused.returncode) == (words, 1)
+        assert "nothing changed: the gateway is in bridge mode, in which it ignores this" in refused.stderr
+    assert "LEASE CMD" not in running.log()[len(log):]
+    forced = running.hbsctl("trust", "set", "site", NEW, "--force", check=False)
+    assert (forced.returncode, forced.stdout) == (1, "")
+    assert running.hbsctl("mode", "bridge", check=False).stderr == (
+        "hbsctl: mode: nothing changed: the mode is bridge\n")
+    assert running.hbsctl("mode", "routed").stdout == (
+        "mode: changed from 'bridge' to 'routed'\nclients in the table: changed from '0' to '1'\n")
+
+
+def test_reset_defaults(running):
+    nothing = running.hbsctl("reset-defaults", "--yes")
+    assert "nothing was remembered; what was set of the 0 clients in the table stays" in nothing.stderr
+    running.hbsctl("trust", "set", "site", LAPTOP)
+    running.hbsctl("mac-filter", "set", "white", LAPTOP, "--rule", "1,2,3")
+    unconfirmed = running.hbsctl("reset-defaults", check=False)
+    assert unconfirmed.returncode == 1
+    assert "--yes is needed" in unconfirmed.stderr
+    assert running.exists(m.WHITE_RULES)
+    done = running.hbsctl("reset-defaults", "--yes")
+    assert done.stderr == ("This deletes for good what is remembered of 1 client, 1 rule and 1 trusted device.\n")
+    assert done.stdout == ("remembered clients: removed (was '1')\nremembered rules: removed (was '1')\n"
+                           "remembered trusted devices: removed (was '1')\n"
+                           "what was set of the 1 client in the table stays until gw_hostbase starts again\n")
+    assert not running.exists(m.WHITE_RULES)
+    assert "T-SITE" in running.clients()[LAPTOP]["trust"], "it told the truth about what stays"
