@@ -25,6 +25,14 @@ auto always(int32_t value) {
     return [value](const datagram &) { return answer_bytes(value); };
 }
 
+// As on a gateway where nobody has set anything: the tool looks there.
+void forget_settings() {
+    for (const char *path :
+         {"/nvram/8/hostbase.txt", "/nvram/8/client_white_rules.txt", "/nvram/8/client_black_rules.txt",
+          "/nvram/8/client_trusted_device_tr69instance.txt"})
+        std::filesystem::remove(path);
+}
+
 words traces_left() {
     words found;
     for (const char *place : {"/tmp", "/var/tmp"}) {
@@ -90,6 +98,7 @@ class Command : public QuerySegment, public testing::WithParamInterface<line_and
   protected:
     void SetUp() override {
         QuerySegment::SetUp();
+        forget_settings();
         hbs_client *client = publish(0, 0x11);
         const uint8_t ipv4[] = {192, 168, 0, 11};
         memcpy(client->ipv4, ipv4, sizeof ipv4);
