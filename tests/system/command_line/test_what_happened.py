@@ -4,7 +4,7 @@ import json
 
 import pytest
 from gateway import Box, lease_datagram, wait_for
-from lab import management as m
+from lab import settings_files as m
 
 LAPTOP, LAPTOP_ADDRESS = "02:aa:00:00:00:31", "192.168.0.131"
 PHONE, PHONE_ADDRESS = "02:aa:00:00:00:32", "192.168.0.132"
@@ -93,7 +93,7 @@ CHANGES = [
      f"black-list mark of {PHONE}: set\nkeywords of {PHONE}: set to 'games'\n"
      f"rule a,2,3 of {PHONE} on the black list: set to 'a,2,3,0,0,0'\n"
      f"instance of rule a,2,3 of {PHONE} on the black list: set to '3'\n", ""),
-    ("mac-filter set black phone --rule a,2,3", 1, "", "hbsctl: mac-filter set: nothing changed\n"),
+    ("mac-filter set black phone --rule a,2,3 --keywords games", 1, "", "hbsctl: mac-filter set: nothing changed\n"),
     ("mac-filter modify black phone laptop --rule a,2,3", 0,
      f"black-list mark of {PHONE}: removed\nkeywords of {PHONE}: removed (was 'games')\n"
      f"rule a,2,3 of {PHONE} on the black list: removed (was 'a,2,3,0,0,0')\n"
