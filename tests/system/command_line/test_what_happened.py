@@ -4,7 +4,7 @@ import json
 
 import pytest
 from gateway import Box, lease_datagram, wait_for
-from lab import settings_files as m
+from lab import settings_files
 
 LAPTOP, LAPTOP_ADDRESS = "02:aa:00:00:00:31", "192.168.0.131"
 PHONE, PHONE_ADDRESS = "02:aa:00:00:00:32", "192.168.0.132"
@@ -93,7 +93,8 @@ CHANGES = [
      f"black-list mark of {PHONE}: set\nkeywords of {PHONE}: set to 'games'\n"
      f"rule a,2,3 of {PHONE} on the black list: set to 'a,2,3,0,0,0'\n"
      f"instance of rule a,2,3 of {PHONE} on the black list: set to '3'\n", ""),
-    ("mac-filter set black phone --rule a,2,3 --keywords games", 1, "", "hbsctl: mac-filter set: nothing changed\n"),
+    ("mac-filter set black phone --rule a,2,3 --keywords games", 1, "",
+     "hbsctl: mac-filter set: nothing changed\n"),
     ("mac-filter modify black phone laptop --rule a,2,3", 0,
      f"black-list mark of {PHONE}: removed\nkeywords of {PHONE}: removed (was 'games')\n"
      f"rule a,2,3 of {PHONE} on the black list: removed (was 'a,2,3,0,0,0')\n"
@@ -130,8 +131,9 @@ def house():
 
 def state_of(box):
     """All that a command may change."""
-    files = [box.read(path) for path in (m.CLIENT_FILE, m.WHITE_RULES, m.BLACK_RULES,
-                                         m.STATIC_LEASES.format("192.168.0.1"))]
+    files = [box.read(path) for path in (
+        settings_files.CLIENT_FILE, settings_files.WHITE_RULES, settings_files.BLACK_RULES,
+        settings_files.STATIC_LEASES.format("192.168.0.1"))]
     settings = {mac: {name: client[name] for name in ("ipv4", "host", "trust", "comment", "online", "ssid")}
                 for mac, client in box.clients().items()}
     return files, settings, box.hbsctl("rules", "--json").stdout
@@ -203,11 +205,11 @@ def test_reset_defaults(running):
     unconfirmed = running.hbsctl("reset-defaults", check=False)
     assert unconfirmed.returncode == 1
     assert "--yes is needed" in unconfirmed.stderr
-    assert running.exists(m.WHITE_RULES)
+    assert running.exists(settings_files.WHITE_RULES)
     done = running.hbsctl("reset-defaults", "--yes")
     assert done.stderr == ("This deletes for good what is remembered of 1 client, 1 rule and 1 trusted device.\n")
     assert done.stdout == ("remembered clients: removed (was '1')\nremembered rules: removed (was '1')\n"
                            "remembered trusted devices: removed (was '1')\n"
                            "what was set of the 1 client in the table stays until gw_hostbase starts again\n")
-    assert not running.exists(m.WHITE_RULES)
+    assert not running.exists(settings_files.WHITE_RULES)
     assert "T-SITE" in running.clients()[LAPTOP]["trust"], "it told the truth about what stays"
