@@ -105,6 +105,12 @@ CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &tar
         ->capture_default_str();
 }
 
+CLI::Option *add_duration(CLI::App *command, const std::string &name, double &target,
+                          const std::string &help) {
+    return add_parsed(command, name, target, parse_duration, "time (such as 90s, 10m, 2h, 1d)", help)
+        ->type_name("TIME");
+}
+
 CLI::App *add_group(CLI::App *app, const char *name, const char *help) {
     CLI::App *group = app->add_subcommand(name, help);
     group->require_subcommand(1);

@@ -33,6 +33,10 @@ CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &ta
 CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &target, double least,
                          const std::string &help);
 
+// A time such as "90", "90s", "10m", "2h" or "1d"; `target` gets seconds.
+CLI::Option *add_duration(CLI::App *command, const std::string &name, double &target,
+                          const std::string &help);
+
 // A command that is nothing without one of its subcommands.
 CLI::App *add_group(CLI::App *app, const char *name, const char *help);
 

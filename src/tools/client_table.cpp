@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/time_text.h"
 #include "tools/words.h"
 
 namespace {
@@ -53,12 +54,22 @@ void add_lists(text_table &table, const hbs_client &client) {
     add(table, "filter word", client.mac_filter == 0 ? "" : std::to_string(client.mac_filter));
 }
 
+// Since when it is known, or went on or off line last.
+std::string state_and_age(const hbs_client &client) {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    const auto age = static_cast<int32_t>(static_cast<uint32_t>(now.tv_sec) - client.online_time);
+    const std::string state = is_online(client) ? "online" : "offline";
+    return client.online_time == 0 || age < 0 ? state : state + ", for " + duration_text(age);
+}
+
 void add_presence(text_table &table, const hbs_client &client) {
-    add(table, "state", is_online(client) ? "online" : "offline");
+    add(table, "state", state_and_age(client));
     add(table, "flags", joined(flag_words(client.flags), " "));
-    add(table, "lease end", date_text(client.lease_end));
-    add(table, "IPv6 lease end", date_text(client.lease_v6_end));
-    add(table, "first lease", date_text(client.status_time));
+    const time_t now = time(nullptr);
+    add(table, "lease end", date_and_age(client.lease_end, now));
+    add(table, "IPv6 lease end", date_and_age(client.lease_v6_end, now));
+    add(table, "first lease", date_and_age(client.status_time, now));
     add_number(table, "joins", client.join_req_count);
     add_number(table, "flaps", client.flap_count);
     add_number(table, "reachability joins", client.dhcp_req_count);

@@ -7,14 +7,17 @@
 #include <hostbase_query.h>
 
 #include "tools/arguments.h"
+#include "tools/client_key.h"
 #include "tools/command_client.h"
 #include "tools/database.h"
 #include "tools/event_commands.h"
+#include "tools/follow_commands.h"
 #include "tools/gateway_commands.h"
 #include "tools/json_view.h"
 #include "tools/lease_commands.h"
 #include "tools/list_commands.h"
 #include "tools/printable.h"
+#include "tools/status_view.h"
 #include "tools/trust_commands.h"
 #include "tools/view_commands.h"
 
@@ -61,11 +64,32 @@ exit_status fail(session &run, exit_status status, const std::string &text) {
     return status;
 }
 
+// What may stand where the words that were understood end: commands of the last of them, options of all.
+std::vector<std::string> possible_words(const CLI::App &app) {
+    std::vector<std::string> words;
+    for (const CLI::Option *option : app.get_options())
+        if (option->nonpositional())
+            words.push_back(option->get_name());
+    const std::vector<CLI::App *> chosen = app.get_subcommands();
+    const auto below = chosen.empty() ? app.get_subcommands([](const CLI::App *) { return true; })
+                                      : std::vector<const CLI::App *>();
+    for (const CLI::App *command : below)
+        words.push_back(command->get_name());
+    for (const CLI::App *command : chosen)
+        for (const std::string &word : possible_words(*command))
+            words.push_back(word);
+    return words;
+}
+
 // A word that is no command is what is told, not the command that is missing because of it.
 std::string usage_text(const CLI::App &app, const CLI::ParseError &error) {
     const std::vector<std::string> unexpected = app.remaining(true);
-    const bool hidden = error.get_name() == "RequiredError" && !unexpected.empty();
-    return hidden ? CLI::ExtrasError(unexpected).what() : error.what();
+    const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    const bool extra = code == CLI::ExitCodes::RequiredError || code == CLI::ExitCodes::ExtrasError;
+    if (unexpected.empty() || !extra)
+        return error.what();
+    return "'" + unexpected.front() + "' is not expected here" +
+           suggestion(unexpected.front(), possible_words(app));
 }
 
 // Also what is asked for with --help or --version comes as an "error".
@@ -89,6 +113,8 @@ void build(CLI::App &app, session &run) {
     app.add_flag("--force", run.force, "Send also what cannot be meant");
     add_seconds(&app, "--timeout", run.answer_seconds, 0.01, "Seconds that the daemon may take to answer");
     add_view_commands(&app, run);
+    add_status(&app, run);
+    add_follow_commands(&app, run);
     add_gateway_commands(&app, run);
     add_lease_commands(&app, run);
     add_trust_commands(&app, run);

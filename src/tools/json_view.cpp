@@ -1,6 +1,8 @@
 #include "tools/json_view.h"
 
 #include "tools/index_table.h"
+#include "tools/printable.h"
+#include "tools/time_text.h"
 #include "tools/words.h"
 
 namespace {
@@ -9,12 +11,8 @@ json or_null(const std::string &text) {
     return text.empty() ? json(nullptr) : json(text);
 }
 
-// "2026-11-21T01:02:03", local time as in the record.
 json date_json(const uint8_t date[HBS_DATE_SIZE]) {
-    std::string text = date_text(date);
-    if (text.size() > 10)
-        text[10] = 'T';
-    return or_null(text);
+    return or_null(zoned_date(date));
 }
 
 void add_identity(json &object, const hbs_client &client) {
@@ -144,5 +142,5 @@ json rules_json(const database &db) {
 }
 
 std::string json_text(const json &document, int indent) {
-    return document.dump(indent, ' ', false, json::error_handler_t::replace);
+    return json_printable(document.dump(indent, ' ', false, json::error_handler_t::replace));
 }

@@ -62,6 +62,20 @@ std::string escaped_code(uint32_t code) {
     return text;
 }
 
+std::string json_unit(uint32_t unit) {
+    char text[8];
+    snprintf(text, sizeof text, "\\u%04x", unit & 0xFFFF);
+    return text;
+}
+
+// A code beyond the first 65536 takes two units.
+std::string json_escaped(uint32_t code) {
+    if (code < 0x10000)
+        return json_unit(code);
+    const uint32_t rest = code - 0x10000;
+    return json_unit(0xD800 + (rest >> 10)) + json_unit(0xDC00 + (rest & 0x3FF));
+}
+
 std::string escaped_ascii(char byte) {
     switch (byte) {
     case '\n':
@@ -123,4 +137,27 @@ std::string cut_to_width(const std::string &text, int width) {
         rest.remove_prefix(c.bytes);
     }
     return text.substr(0, text.size() - rest.size()) + (width > 0 ? "…" : "");
+}
+
+std::string json_printable(std::string_view document) {
+    std::string result;
+    while (!document.empty()) {
+        const character c = next_character(document);
+        const bool hidden = c.valid && (c.code == 0x7F || is_in(deceptive, c.code));
+        result += hidden ? json_escaped(c.code) : std::string(document.substr(0, c.bytes));
+        document.remove_prefix(c.bytes);
+    }
+    return result;
+}
+
+std::string csv_cell(std::string_view text) {
+    std::string cell = printable(text);
+    if (!cell.empty() && std::string_view("=+-@").find(cell[0]) != std::string_view::npos)
+        cell.insert(0, 1, '\'');
+    if (cell.find_first_of("\",") == std::string::npos)
+        return cell;
+    std::string quoted = "\"";
+    for (char letter : cell)
+        quoted.append(letter == '"' ? 2 : 1, letter);
+    return quoted + "\"";
 }

@@ -13,3 +13,9 @@ int display_width(std::string_view text);
 
 // The text cut to `width` cells, the last of them "…" when something was cut off.
 std::string cut_to_width(const std::string &text, int width);
+
+// A JSON document in which control characters and those that move or hide text stand as \uNNNN.
+std::string json_printable(std::string_view document);
+
+// A cell of a CSV file: printable, quoted where it has to be, and never taken for a formula.
+std::string csv_cell(std::string_view text);

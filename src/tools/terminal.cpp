@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -36,17 +37,31 @@ sigset_t awaited_signals() {
     return set;
 }
 
+bool is_set(const char *variable) {
+    const char *value = getenv(variable);
+    return value != nullptr && *value != '\0';
+}
+
+// A terminal that cannot move its cursor.
+bool is_dumb() {
+    const char *kind = getenv("TERM");
+    return kind != nullptr && strcmp(kind, "dumb") == 0;
+}
+
+bool wants_colour() {
+    return !is_set("NO_COLOR") && !is_dumb();
+}
+
 } // namespace
 
 drawing drawing_of(int fd) {
     if (isatty(fd) == 0)
         return {};
-    const char *no_colour = getenv("NO_COLOR");
     const int columns = window_of(fd).ws_col;
-    return {columns == 0 ? 80 : columns, no_colour == nullptr || *no_colour == '\0'};
+    return {columns == 0 ? 80 : columns, wants_colour()};
 }
 
-live_screen::live_screen(bool draw) : terminal_(draw && isatty(STDOUT_FILENO) != 0) {
+live_screen::live_screen(bool draw) : terminal_(draw && isatty(STDOUT_FILENO) != 0 && !is_dumb()) {
     const sigset_t set = awaited_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     signal(SIGPIPE, SIG_IGN);

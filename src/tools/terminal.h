@@ -8,14 +8,14 @@
 #include "tools/text_table.h"
 
 // How wide and whether in colour: the terminal's width, and 0 and no colour when the descriptor is
-// none. The environment variable NO_COLOR, when not empty, switches colours off.
+// none. NO_COLOR in the environment, when not empty, and TERM=dumb switch colours off.
 drawing drawing_of(int fd);
 
 // Takes the screen for a live view while it exists, and gives it back as it was.
 class live_screen {
   public:
-    // Draws on standard output when that is a terminal and `draw` is set; otherwise prints block after
-    // block.
+    // Draws on standard output when that is a terminal, no dumb one, and `draw` is set; otherwise prints
+    // block after block.
     explicit live_screen(bool draw);
     ~live_screen();
     live_screen(const live_screen &) = delete;

@@ -10,6 +10,7 @@
 #include "tools/database.h"
 #include "tools/index_table.h"
 #include "tools/json_view.h"
+#include "tools/list_view.h"
 #include "tools/watch.h"
 
 namespace {
@@ -17,32 +18,6 @@ namespace {
 struct no_arguments {};
 
 void add_nothing(CLI::App *, no_arguments &) {}
-
-void print_table(session &run, const text_table &table) {
-    if (table.rows.empty())
-        return;
-    for (const std::string &line : draw_table(table, run.how))
-        run.out << line << '\n';
-}
-
-// A segment outlives its daemon: what it holds is then the past.
-void warn_when_daemon_is_gone(session &run) {
-    if (!daemon_is_there(run.socket_path)) {
-        run.err << "hbsctl: gw_hostbase is not running: this is what it left behind\n";
-        run.status = exit_not_there;
-    }
-}
-
-void list(session &run) {
-    const database db = read_database();
-    if (run.json) {
-        run.out << json_text(clients_json(db.clients)) << '\n';
-    } else {
-        print_table(run, client_table(db.clients));
-        run.out << client_totals(db.clients) << '\n';
-    }
-    warn_when_daemon_is_gone(run);
-}
 
 void show(session &run, const std::string &key) {
     const std::vector<hbs_client> found = known_clients(read_database(), key);
@@ -90,9 +65,22 @@ void rules(session &run) {
 
 } // namespace
 
+void print_table(session &run, const text_table &table) {
+    if (table.rows.empty())
+        return;
+    for (const std::string &line : draw_table(table, run.how))
+        run.out << line << '\n';
+}
+
+void warn_when_daemon_is_gone(session &run) {
+    if (!daemon_is_there(run.socket_path)) {
+        run.err << "hbsctl: gw_hostbase is not running: this is what it left behind\n";
+        run.status = exit_not_there;
+    }
+}
+
 void add_view_commands(CLI::App *app, session &run) {
-    add_command<no_arguments>(
-        app, "list", "Show all clients", add_nothing, [&run](const no_arguments &) { list(run); });
+    add_list(app, run);
     add_command<std::string>(
         app, "show", "Show everything about a client",
         [](CLI::App *command, std::string &key) {

@@ -9,23 +9,15 @@
 #include "tools/database.h"
 #include "tools/json_view.h"
 #include "tools/terminal.h"
+#include "tools/time_text.h"
 
 namespace {
 
 constexpr std::chrono::seconds marks_last(5);
 
-// "2026-11-21T01:02:03", local time.
-std::string time_text() {
-    const time_t now = time(nullptr);
-    tm local = {};
-    char text[32] = "";
-    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", localtime_r(&now, &local));
-    return text;
-}
-
 std::string title(const session &run, const std::string &rest, bool colour) {
     const bool there = daemon_is_there(run.socket_path);
-    return time_text().substr(11) + "  " + rest +
+    return zoned_time(time(nullptr)).substr(11, 8) + "  " + rest +
            (there ? "" : "  " + styled("gw_hostbase is not running", style::changed, colour));
 }
 
@@ -42,7 +34,7 @@ std::vector<std::string> table_lines(const session &run, const std::vector<hbs_c
 
 std::vector<std::string> json_lines(const std::vector<hbs_client> &clients) {
     json document = clients_json(clients);
-    document["time"] = time_text();
+    document["time"] = zoned_time(time(nullptr));
     return {json_text(document, -1)};
 }
 

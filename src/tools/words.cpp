@@ -145,6 +145,18 @@ std::optional<ip_address> parse_ip(const std::string &text) {
     return std::nullopt;
 }
 
+std::optional<double> parse_duration(const std::string &text) {
+    const size_t digits = text.find_first_not_of("0123456789");
+    const std::string unit = digits == std::string::npos ? "s" : text.substr(digits);
+    const std::string number = text.substr(0, digits);
+    if (number.empty() || number.size() > 9)
+        return std::nullopt;
+    for (const auto &[name, seconds] : {std::pair("s", 1.0), {"m", 60.0}, {"h", 3600.0}, {"d", 86400.0}})
+        if (unit == name)
+            return std::stod(number) * seconds;
+    return std::nullopt;
+}
+
 std::optional<uint8_t> parse_adapter(const std::string &word) {
     for (const bit_word &entry : adapter_table)
         if (word == entry.word)

@@ -54,4 +54,5 @@ std::string joined(const std::vector<std::string> &words, std::string_view separ
 // digits, separated by ':' or '-'.
 std::optional<mac_bytes> parse_mac(const std::string &text);
 std::optional<ip_address> parse_ip(const std::string &text);
+std::optional<double> parse_duration(const std::string &text); // seconds, of "90", "90s", "10m", "2h", "1d"
 std::optional<uint8_t> parse_adapter(const std::string &word);

@@ -230,9 +230,9 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
 
 TEST(Usage, OfTheWrongKindNamesTheWordThatIsWrong) {
     const std::vector<std::pair<words, std::string>> lines = {
-        {{"frobnicate"}, "The following argument was not expected: frobnicate"},
-        {{"event", "frobnicate"}, "The following argument was not expected: frobnicate"},
-        {{"list", "more"}, "The following argument was not expected: more"},
+        {{"frobnicate"}, "'frobnicate' is not expected here"},
+        {{"event", "frobnicate"}, "'frobnicate' is not expected here"},
+        {{"list", "more"}, "'more' is not expected here"},
         {{}, "A subcommand is required"},
         {{"event", "dhcpv4-lease", mac, "192.168.0.999"}, "'192.168.0.999' is no IPv4 address"},
         {{"watch", "--interval", "nan"}, "--interval: 'nan' is no number of seconds that is possible here"},

@@ -56,7 +56,7 @@ TEST(ClientJson, OfAFullRecordHasEverything) {
     EXPECT_EQ(object.at("associated"), true);
     EXPECT_EQ(object.at("flags"), (json{"ASSOC", "REACH", "ONLINE"}));
     EXPECT_EQ(object.at("trust"), json{"BLACK"});
-    EXPECT_EQ(object.at("lease_end"), "2026-11-21T01:02:03");
+    EXPECT_EQ(object.at("lease_end"), "2026-11-21T01:02:03+00:00");
     EXPECT_EQ(object.at("client_id"), 12);
     EXPECT_EQ(object.at("ssid"), 5);
     EXPECT_EQ(object.at("mac_filter"), -3);

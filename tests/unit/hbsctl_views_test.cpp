@@ -34,16 +34,72 @@ class Views : public QuerySegment {
     }
 };
 
-TEST_F(Views, ListShowsTheClientsInTheirOrder) {
+TEST_F(Views, ListShowsTheClientsByTheirAddress) {
     add(2, "tv", {192, 168, 0, 12});
     add(1, "laptop", {192, 168, 0, 11});
     const ctl_result result = ctl({"list"}, daemon.path);
     EXPECT_EQ(result.status, exit_ok);
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.out, "MAC                STATE   NET  IPV4          NAME    ADAPTER\n"
-                          "02:aa:00:00:00:02  online  0    192.168.0.12  tv      unknown\n"
                           "02:aa:00:00:00:01  online  0    192.168.0.11  laptop  unknown\n"
+                          "02:aa:00:00:00:02  online  0    192.168.0.12  tv      unknown\n"
                           "2 clients, 2 on line\n");
+}
+
+TEST_F(Views, ListShowsTheColumnsAndClientsThatAreWanted) {
+    add(1, "laptop", {192, 168, 0, 11})->flags = 0;
+    add(2, "tv", {192, 168, 0, 12});
+    const ctl_result result = ctl({"list", "--online", "--columns", "name,mac"}, daemon.path);
+    EXPECT_EQ(result.out, "NAME  MAC\ntv    02:aa:00:00:00:02\n1 client, 1 on line\n");
+    EXPECT_EQ(ctl({"list", "--network", "7"}, daemon.path).out, "0 clients, 0 on line\n");
+    EXPECT_EQ(ctl({"list", "--online", "--offline"}, daemon.path).out, ctl({"list"}, daemon.path).out);
+}
+
+TEST_F(Views, ListOfAWordThatIsNoneSuggestsOne) {
+    const std::vector<std::pair<std::vector<std::string>, std::string>> slips = {
+        {{"list", "--sort", "nam"}, "did you mean 'name'?"},
+        {{"list", "--columns", "mac,hots"}, "did you mean 'host'?"},
+        {{"list", "--onlin"}, "did you mean '--online'?"},
+        {{"lst"}, "did you mean 'list'?"},
+        {{"list", "--jsn"}, "did you mean '--json'?"}};
+    for (const auto &[words, text] : slips) {
+        const ctl_result result = ctl(words, daemon.path);
+        EXPECT_EQ(result.status, exit_usage) << words.back();
+        EXPECT_NE(result.err.find(text), std::string::npos) << result.err;
+    }
+}
+
+// A cell that begins like a formula would be one to a program that opens the file.
+TEST_F(Views, ListAsCsvQuotesAndIsNoFormula) {
+    add(1, "=1+2", {192, 168, 0, 11});
+    add(2, "a,\"b\"\n", {192, 168, 0, 12});
+    const ctl_result result = ctl({"list", "-o", "csv", "--columns", "host,ipv4"}, daemon.path);
+    EXPECT_EQ(result.out, "host,ipv4\r\n'=1+2,192.168.0.11\r\n\"a,\"\"b\"\"\\n\",192.168.0.12\r\n");
+}
+
+TEST_F(Views, JsonShowsNoCharacterThatMovesOrHidesText) {
+    add(1, "a\u202Eb\x7f\U000E0041", {192, 168, 0, 11});
+    const ctl_result result = ctl({"list", "-o", "json"}, daemon.path);
+    EXPECT_EQ(json::parse(result.out)["clients"][0]["host"], "a\u202Eb\x7f\U000E0041");
+    EXPECT_NE(result.out.find("a\\u202eb\\u007f\\udb40\\udc41"), std::string::npos) << result.out;
+}
+
+TEST_F(Views, WaitEndsWhenTheClientIsSo) {
+    add(1, "laptop", {192, 168, 0, 11});
+    EXPECT_EQ(ctl({"wait", "laptop"}, daemon.path).out, "laptop is there\n");
+    EXPECT_EQ(ctl({"wait", "192.168.0.11", "--online"}, daemon.path).out, "192.168.0.11 is on line\n");
+    const ctl_result late = ctl({"wait", "laptop", "--offline", "--timeout", "0"}, daemon.path);
+    EXPECT_EQ(late.status, exit_no_answer);
+    EXPECT_EQ(late.err, "hbsctl: laptop is not off line in time\n");
+    EXPECT_EQ(ctl({"wait", "tv", "--timeout", "0"}, daemon.path).status, exit_no_answer);
+}
+
+TEST_F(Views, WaitDoesNotBelieveWhatADaemonLeftBehind) {
+    add(1, "laptop", {192, 168, 0, 11});
+    daemon.stop();
+    const ctl_result result = ctl({"wait", "laptop", "--timeout", "0"}, daemon.path);
+    EXPECT_EQ(result.status, exit_not_there);
+    EXPECT_EQ(result.err, "hbsctl: gw_hostbase is not running\n");
 }
 
 TEST_F(Views, ListAsJsonIsNothingButADocument) {

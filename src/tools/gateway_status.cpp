@@ -1,0 +1,102 @@
+#include "tools/gateway_status.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
+
+#include "tools/client_key.h"
+#include "tools/command_client.h"
+#include "tools/route_mode.h"
+
+namespace {
+
+constexpr const char *lock_file = "/var/tmp/gw_hostbase.lock"; // the running daemon holds a record lock on it
+constexpr uint32_t protecting_flags = HBS_FLAG_ONLINE | HBS_FLAG_STIP4 | HBS_FLAG_STIP6;
+
+// 0 when nobody holds the lock, or when the holder has no pid here.
+pid_t lock_holder() {
+    const int fd = open(lock_file, O_RDONLY | O_CLOEXEC);
+    if (fd == -1)
+        return 0;
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    const bool asked = fcntl(fd, F_GETLK, &lock) == 0;
+    close(fd);
+    return asked && lock.l_type != F_UNLCK ? lock.l_pid : 0;
+}
+
+// Seconds since the process began: the 22nd word of its stat line, counted behind the name in parentheses,
+// is its start in clock ticks since the system's.
+std::optional<double> uptime_of(pid_t pid) {
+    std::ifstream stat_file("/proc/" + std::to_string(pid) + "/stat"), uptime_file("/proc/uptime");
+    std::string line;
+    double system_uptime = 0;
+    if (!std::getline(stat_file, line) || !(uptime_file >> system_uptime))
+        return std::nullopt;
+    const size_t behind_name = line.rfind(')');
+    std::istringstream words(behind_name == std::string::npos ? "" : line.substr(behind_name + 1));
+    std::string word;
+    for (int i = 3; i < 22; i++)
+        words >> word;
+    double ticks = 0;
+    if (!(words >> ticks))
+        return std::nullopt;
+    return system_uptime - ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+void count(head_count &counter, const hbs_client &client) {
+    counter.clients++;
+    counter.online += (client.flags & HBS_FLAG_ONLINE) != 0;
+}
+
+} // namespace
+
+std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients) {
+    const hbs_client *next = nullptr;
+    int32_t earliest = INT32_MAX; // one of that time is never displaced
+    for (const hbs_client &client : clients) {
+        const bool is_protected =
+            (client.trust & HBS_TRUST_PROTECTED) != 0 || (client.flags & protecting_flags) != 0;
+        const auto since = static_cast<int32_t>(client.online_time);
+        if (is_protected || since >= earliest)
+            continue;
+        next = &client;
+        earliest = since;
+    }
+    return next == nullptr ? std::nullopt : std::optional(*next);
+}
+
+gateway_status status_of(const database &db) {
+    gateway_status status;
+    for (const hbs_client &client : db.clients) {
+        count(status.all, client);
+        count(status.networks[client.nwidx], client);
+        count(status.adapters[adapter_word(client.adapter_type)], client);
+    }
+    status.pools = {{"clients", db.clients.size(), HBS_MAX_CLIENTS},
+                    {"addresses", db.ip.size(), HBS_MAX_IP_ENTRIES},
+                    {"interfaces", db.interfaces.size(), HBS_MAX_IF_ENTRIES},
+                    {"dhcp", db.dhcp.size(), HBS_MAX_DHCP_ENTRIES},
+                    {"rules", db.rules.size(), HBS_MAX_RULE_ENTRIES},
+                    {"primary", db.primary.size(), HBS_MAX_PRI_ENTRIES}};
+    status.next_displaced = next_displaced(db.clients);
+    return status;
+}
+
+gateway_status read_status(const session &run) {
+    gateway_status status = status_of(read_database());
+    status.running = daemon_is_there(run.socket_path);
+    if (!status.running)
+        return status;
+    status.pid = lock_holder();
+    status.uptime = status.pid > 0 ? uptime_of(status.pid) : std::nullopt;
+    try {
+        status.routed = is_routed(run.socket_path, run.answer_seconds);
+    } catch (const daemon_error &) {
+        status.routed = std::nullopt; // told as such: the rest is worth showing
+    }
+    return status;
+}

@@ -1,0 +1,43 @@
+// How the daemon and its database are, as numbers.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+#include "tools/database.h"
+#include "tools/session.h"
+
+struct head_count {
+    size_t clients = 0, online = 0;
+};
+
+struct pool_use {
+    const char *name;
+    size_t used, size;
+};
+
+struct gateway_status {
+    bool running = false;
+    pid_t pid = 0;                // 0: not known
+    std::optional<double> uptime; // seconds
+    std::optional<bool> routed;   // none: the daemon does not answer
+    head_count all;
+    std::map<unsigned, head_count> networks;
+    std::map<std::string, head_count> adapters;
+    std::vector<pool_use> pools;
+    std::optional<hbs_client> next_displaced; // by the client that finds the pool full
+};
+
+// Throws database_error.
+gateway_status read_status(const session &run);
+
+// The part of it that the database tells.
+gateway_status status_of(const database &db);
+
+// The client that has been on or off line longest of those that nothing protects; none when all are
+// protected.
+std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients);

@@ -1,0 +1,86 @@
+"""What hbsctl tells of the daemon, of some of the clients, and of their changes as they happen."""
+
+import json
+import subprocess
+
+import pytest
+from gateway import Box, wait_for
+
+LAPTOP = "02:aa:00:00:00:11"
+
+
+@pytest.fixture(name="house", scope="module")
+def one_house():
+    box = Box()
+    try:
+        box.make_lan()
+        box.start_daemon()
+        box.start_dhcp_server()
+        box.hosts("join", "laptop", "tv")
+        wait_for("both are on line", lambda: len([c for c in box.clients().values() if c["online"]]) == 2)
+        yield box
+    finally:
+        box.close()
+
+
+def lines_of(done):
+    return done.stdout.splitlines()
+
+
+def test_status_tells_the_daemon_and_its_mode(house):
+    told = json.loads(house.hbsctl("status", "--json").stdout)
+    pid = int(house.run("pidof", "gw_hostbase").stdout)
+    assert (told["running"], told["pid"], told["mode"]) == (True, pid, "routed")
+    assert 0 <= told["uptime_seconds"] < 600
+    assert told["networks"] == [{"network": n, "clients": 1, "online": 1} for n in (0, 1)]
+    assert told["pools"]["clients"] == {"used": 2, "size": 96}
+    assert f"running, pid {pid}" in house.hbsctl("status").stdout
+
+
+def test_lists_show_what_is_wanted(house):
+    assert lines_of(house.hbsctl("list", "--network", "1", "--columns", "name")) == \
+        ["NAME", "tv", "1 client, 1 on line"]
+    names = house.hbsctl("list", "--sort", "name", "--reverse", "-o", "csv", "--columns", "name").stdout
+    assert names == "name\ntv\nlaptop\n"
+    assert lines_of(house.hbsctl("list", "--offline")) == ["0 clients, 0 on line"]
+
+
+def test_metrics_count_the_clients(house):
+    metrics = lines_of(house.hbsctl("metrics"))
+    assert "hostbase_up 1" in metrics and metrics[-1] == "# EOF"
+    assert 'hostbase_network_clients{network="1",state="online"} 1' in metrics
+
+
+def test_each_change_is_told_as_it_happens(house):
+    following = house.start("hbsctl", "events", "--json", "--interval", "0.1", "--since", "1h",
+                            stdout=subprocess.PIPE, text=True)
+    try:
+        known = [json.loads(following.stdout.readline()) for _ in range(2)]
+        assert {event["name"] for event in known} == {"laptop", "tv"}
+        assert {(event["field"], event["old"], event["new"]) for event in known} == {("state", None, "online")}
+        house.hbsctl("comment", "laptop", "on the desk")
+        event = json.loads(following.stdout.readline())
+        while event["field"] != "comment":  # what goes on by itself
+            event = json.loads(following.stdout.readline())
+        assert (event["client"], event["name"], event["old"], event["new"]) == \
+            (LAPTOP, "laptop", None, "on the desk")
+        house.run("kill", *house.run("pidof", "hbsctl").stdout.split())
+        assert following.wait(10) == 0
+    finally:
+        following.kill()
+        following.stdout.close()
+
+
+def test_wait_sees_a_host_come_and_tells_that_one_does_not(house):
+    waiting = house.start("hbsctl", "wait", "phone", "--online", stdout=subprocess.PIPE, text=True)
+    house.hosts("join", "phone")
+    assert waiting.communicate(timeout=60)[0] == "phone is on line\n"
+    assert waiting.returncode == 0
+    late = house.hbsctl("wait", "nobody", "--timeout", "0.2", check=False)
+    assert (late.returncode, late.stderr) == (4, "hbsctl: nobody is not there in time\n")
+
+
+def test_in_bridge_mode_status_says_so(house):
+    house.hbsctl("mode", "bridge", "--yes")
+    assert json.loads(house.hbsctl("status", "--json").stdout)["mode"] == "bridge"
+    house.hbsctl("mode", "routed")
