@@ -7,9 +7,10 @@
 
 #include <hbs_msg.h>
 
+#include "events/device_lists.h"
 #include "events/dhcpv4_lease.h"
 #include "events/dhcpv6.h"
-#include "events/management.h"
+#include "events/static_lease.h"
 #include "files/rule_files.h"
 
 // A message out of the receive buffer (HBS_MSG_MAX bytes), which is aligned for no field.

@@ -7,7 +7,7 @@
 
 #include "base/state.h"
 #include "daemon/dispatcher.h"
-#include "events/management.h"
+#include "events/route_mode.h"
 #include "fuzz_box.h"
 #include "store/client_timers.h"
 #include "store/clients.h"

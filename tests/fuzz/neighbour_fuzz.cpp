@@ -1,7 +1,7 @@
 // A neighbour message of the kernel, through the real handlers.
 #include "base/state.h"
 #include "daemon/neighbour_message.h"
-#include "events/management.h"
+#include "events/route_mode.h"
 #include "fuzz_box.h"
 #include "store/client_timers.h"
 #include "store/clients.h"

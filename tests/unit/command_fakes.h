@@ -8,11 +8,15 @@
 #include <hbs_msg.h>
 
 #include "base/text.h"
+#include "events/comment.h"
+#include "events/device_lists.h"
 #include "events/dhcp_server.h"
 #include "events/dhcpv4_lease.h"
 #include "events/dhcpv6.h"
-#include "events/management.h"
+#include "events/route_mode.h"
+#include "events/static_lease.h"
 #include "events/tr69_events.h"
+#include "events/trust.h"
 #include "events/wifi.h"
 #include "files/client_file.h"
 #include "files/rule_files.h"

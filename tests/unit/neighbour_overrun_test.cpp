@@ -10,7 +10,7 @@
 
 #include "base/clock.h"
 #include "daemon/neighbour_monitor.h"
-#include "events/management.h"
+#include "events/route_mode.h"
 #include "events/wifi.h"
 #include "support/emulation.h"
 #include "support/kernel_neighbours.h"

@@ -9,7 +9,11 @@
 
 #include <hbs_msg.h>
 
-#include "events/management.h"
+#include "events/comment.h"
+#include "events/device_lists.h"
+#include "events/route_mode.h"
+#include "events/static_lease.h"
+#include "events/trust.h"
 #include "files/client_file.h"
 #include "files/rule_files.h"
 #include "files/trusted_devices.h"

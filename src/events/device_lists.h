@@ -1,0 +1,17 @@
+// The white and the black list with their rules. Callers hold hbs_list_mutex. Results: 0, or -1 when refused.
+#pragma once
+
+#include <cstdint>
+
+struct hbs_filter_request {
+    uint8_t type; // HBS_LIST_WHITE or HBS_LIST_BLACK
+    uint8_t mac[6];
+    uint32_t value[6]; // rule values 1-6
+    const char *comment;
+    const char *description;
+    const char *keyword_list;
+    const char *domain_list;
+    uint32_t filter_word;
+};
+int hbs_api_set_mac_filter(const hbs_filter_request *request);
+int hbs_api_clr_mac_filter(const hbs_filter_request *request); // type, mac and values 1-3 only

@@ -1,0 +1,18 @@
+#include "events/user_setting.h"
+
+#include "base/text.h"
+#include "files/client_file.h"
+#include "store/clients.h"
+#include "store/publish.h"
+
+hbs_client *hbs_find_or_add_named(const uint8_t mac[6]) {
+    if (hbs_mac_is_zero(mac))
+        return nullptr;
+    hbs_client *client = hbs_find_by_mac(mac);
+    return client != nullptr ? client : hbs_add(mac);
+}
+
+void hbs_publish_setting(hbs_client *client) {
+    hbs_publish(client);
+    hbs_nv_update_client(client);
+}
