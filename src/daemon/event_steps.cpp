@@ -149,11 +149,15 @@ void hbs_steps::announce_and_ask_dhcpv6_lease(hbs_command *command) {
     command->neighbour = hbs_ask_dhcpv6_neighbour(message.ll, message.ipv6);
 }
 
+// The host name is cut in the datagram itself, where a short one behind it finds it cut.
 void hbs_steps::dhcpv6_lease(hbs_command *command) {
     auto message = hbs_message_of<hbs_msg_dhcpv6>(command->buffer);
     hbs_dhcpv6_lease lease = hbs_dhcpv6_lease_of(&message);
     lease.neighbour = command->neighbour;
     keep_client(command, hbs_handle_dhcpv6_lease(&lease));
+    const size_t length = strlen(message.host);
+    if (length < sizeof(message.host) - 1) // a name that fills its field need not end there
+        command->buffer[offsetof(hbs_msg_dhcpv6, host) + length] = '\0';
 }
 
 void hbs_steps::send_dhcpv6_lease(hbs_command *command) {

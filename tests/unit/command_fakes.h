@@ -130,10 +130,12 @@ hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t *ll, const uint8_t *
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l) {
     fake::neighbour_came =
         l->neighbour.known && memcmp(l->neighbour.mac, fake::NEIGHBOUR.mac, sizeof l->neighbour.mac) == 0;
-    return fake::client_of(trace::format("dhcpv6 lease %s %s %lld '%s' '%s' '%s' '%s' '%s'",
-                                         fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(),
-                                         static_cast<long long>(l->lease_end), l->host, l->oui,
-                                         l->serial_number, l->product_class, l->lease_file));
+    hbs_client *client = fake::client_of(trace::format("dhcpv6 lease %s %s %lld '%s' '%s' '%s' '%s' '%s'",
+                                                       fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(),
+                                                       static_cast<long long>(l->lease_end), l->host, l->oui,
+                                                       l->serial_number, l->product_class, l->lease_file));
+    l->host[strcspn(l->host, ".")] = '\0'; // as the handler does
+    return client;
 }
 
 hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]) {

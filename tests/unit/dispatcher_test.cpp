@@ -129,6 +129,26 @@ TEST_F(Dispatcher, InformationEvent_LeavesTheClientsIdentityInTheBuffer) {
     (void)trace::take();
 }
 
+// The handler cuts the host name where it stands: a datagram that ends before the name's end finds it cut.
+TEST_F(Dispatcher, Dhcpv6Lease_LeavesTheHostNameCutInTheBuffer) {
+    constexpr size_t host = 40;
+    constexpr size_t host_size = 128;
+    uint8_t expected[HBS_MSG_MAX];
+    std::fill(std::begin(buffer), std::end(buffer), uint8_t{'-'});
+    memcpy(buffer + host, "laptop.lan", sizeof("laptop.lan"));
+    buffer[0] = HBS_EVENT_DHCPV6_LEASE;
+    memcpy(expected, buffer, sizeof(buffer));
+    expected[host + strlen("laptop")] = 0;
+    (void)dispatch({HBS_EVENT_DHCPV6_LEASE});
+    EXPECT_EQ(0, memcmp(expected, buffer, sizeof(buffer))) << "the dot, and nothing else";
+
+    std::fill(buffer + host, buffer + host + host_size, uint8_t{'h'});
+    memcpy(expected, buffer, sizeof(buffer));
+    (void)dispatch({HBS_EVENT_DHCPV6_LEASE});
+    EXPECT_EQ(0, memcmp(expected, buffer, sizeof(buffer))) << "nothing to cut, and no end";
+    (void)trace::take();
+}
+
 // --- the tag of a sender ---
 
 hbs_sender_tag tag_of(const std::string &path, socklen_t length) {
