@@ -27,6 +27,7 @@
 #include "events/neighbour_seed.h"
 #include "files/client_file.h"
 #include "files/client_leases.h"
+#include "files/client_removal.h"
 #include "files/rule_files.h"
 #include "gateway/bssid_table.h"
 #include "gateway/neighbour_probe.h"
@@ -147,6 +148,7 @@ int main(int count, char *argv[]) {
     hbs_clients_init();
     hbs_lease_timers_register(hbs_on_dhcp_wait_expired, hbs_on_lease_expired, hbs_on_online_expired);
     register_probes();
+    hbs_client_end_register(hbs_client_drop_files);
     hbs_wifi_bssid_table_clear();
     hbs_list_mutex_init();
     open_databases();

@@ -14,6 +14,7 @@
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"

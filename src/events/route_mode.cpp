@@ -3,9 +3,9 @@
 #include "base/state.h"
 #include "files/client_file.h"
 #include "files/rule_files.h"
+#include "store/client_end.h"
 #include "store/clients.h"
 #include "store/publish.h"
-#include "store/reclaim.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include "files/client_removal.h"
 #include "gateway/lease_files.h"
 #include "gateway/networks.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/clients.h"
 #include "store/index.h"

@@ -2,6 +2,7 @@
 
 #include "base/text.h"
 #include "files/client_file.h"
+#include "store/client_add.h"
 #include "store/clients.h"
 #include "store/publish.h"
 

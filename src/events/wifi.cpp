@@ -13,6 +13,7 @@
 #include "gateway/docsis_bridge.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"

@@ -18,6 +18,7 @@
 #include "files/trusted_devices.h"
 #include "gateway/own_macs.h"
 #include "gateway/static_leases.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/clients.h"
 #include "store/publish.h"

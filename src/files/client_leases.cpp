@@ -19,6 +19,7 @@
 #include "files/netbios_name.h"
 #include "gateway/lease_files.h"
 #include "gateway/own_macs.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"
@@ -126,6 +127,11 @@ int hbs_check_find_static_ip(hbs_client *client) {
 // A client from one line of a dynamic-lease file.
 static void add_leased_client(int group, const uint8_t mac[6], const uint8_t address[4],
                               const hbs_lease_record *record) {
+    // Lines beyond the slots would fill the working copies with devices on line that nobody has seen.
+    if (!hbs_slot_available()) {
+        HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to alloc new client from shared memory");
+        return;
+    }
     hbs_client *client = hbs_add(mac);
     if (client == nullptr)
         return;
@@ -181,8 +187,9 @@ void hbs_handle_dynamic_leases_from_file() {
         handle_dynamic_leases_of_group(group);
 }
 
-void hbs_lease_delete_client_static(const hbs_client *client) {
-    (void)hbs_lease_delete_ipv4_static(hbs_mac_to_text(client->mac).text);
+void hbs_lease_delete_client_static(const uint8_t mac[6]) {
+    if (!hbs_mac_is_zero(mac))
+        (void)hbs_lease_delete_ipv4_static(hbs_mac_to_text(mac).text);
 }
 
 void hbs_set_start_time(hbs_client *client) {

@@ -26,7 +26,7 @@ int hbs_check_find_static_ip(hbs_client *client);
 void hbs_handle_dynamic_leases_from_file();
 
 // Deletes the static leases of a client's MAC.
-void hbs_lease_delete_client_static(const hbs_client *client);
+void hbs_lease_delete_client_static(const uint8_t mac[6]);
 
 // Stores the system uptime in lease_start_uptime.
 void hbs_set_start_time(hbs_client *client);

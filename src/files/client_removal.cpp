@@ -1,9 +1,34 @@
 #include "files/client_removal.h"
 
+#include <cstdio>
+#include <cstring>
+#include <unistd.h>
+
 #include "files/client_leases.h"
 #include "files/rule_files.h"
 #include "store/clients.h"
 #include "store/publish.h"
+
+static void delete_file(const char name[HBS_LEASE_FILE_SIZE]) {
+    const size_t length = strnlen(name, HBS_LEASE_FILE_SIZE);
+    if (length == 0 || length == HBS_LEASE_FILE_SIZE || memchr(name, '/', length) != nullptr)
+        return;
+    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
+        return;
+    char path[sizeof "/var/tmp/" + HBS_LEASE_FILE_SIZE];
+    (void)snprintf(path, sizeof path, "/var/tmp/%s", name);
+    (void)unlink(path);
+}
+
+static void delete_files(const hbs_client_remains *remains) {
+    delete_file(remains->lease_file);
+    delete_file(remains->lease_file6);
+}
+
+void hbs_client_drop_files(const hbs_client_remains *remains) {
+    hbs_lease_delete_client_static(remains->mac);
+    delete_files(remains);
+}
 
 // With more working copies than slots, publishing one may delete another: the next client is taken
 // only afterwards.
@@ -18,9 +43,10 @@ static void publish_all_anew() {
 void hbs_remove_client(hbs_client *client) {
     if (!hbs_is_working_copy(client))
         return;
-    hbs_lease_delete_client_static(client);
+    const hbs_client_remains remains = hbs_client_remains_of(client);
+    hbs_lease_delete_client_static(remains.mac);
     hbs_shm_flush();
-    hbs_client_delete_files(client);
+    delete_files(&remains);
     hbs_client_free(client);
     publish_all_anew();
     hbs_nv_load_rules();

@@ -25,6 +25,7 @@ struct working_copy {
     working_copy *prev;
     hbs_timer_slot timers[TIMER_KINDS];
     place where;
+    bool has_commanded_lease;
 };
 
 struct working_list {
@@ -131,7 +132,7 @@ void hbs_clients_init() {
     counter = 0;
 }
 
-hbs_client *hbs_add(const uint8_t *mac) {
+hbs_client *hbs_client_take(const uint8_t *mac) {
     working_copy *copy = take_copy();
     if (copy == nullptr)
         return nullptr;
@@ -251,6 +252,16 @@ void hbs_client_release(hbs_client *client) {
     copy->where = place::pool;
     copy->next = free_copies;
     free_copies = copy;
+}
+
+void hbs_set_commanded_lease(hbs_client *client, bool has) {
+    if (working_copy *copy = copy_of(client))
+        copy->has_commanded_lease = has;
+}
+
+bool hbs_has_commanded_lease(const hbs_client *client) {
+    const working_copy *copy = copy_of(client);
+    return copy != nullptr && copy->has_commanded_lease;
 }
 
 void hbs_client_counter_decrement() {

@@ -1,6 +1,7 @@
-// The daemon's working copies: creation, the two process-local lists, look-ups, flags.
+// The daemon's working copies: their pool, the two process-local lists, look-ups, flags. They are born by
+// hbs_add (client_add) and end in the ways of client_end.
 // Callers hold hbs_list_mutex. Working copies come from a fixed pool of HBS_MAX_WORKING, so that a
-// flood of invented MAC addresses gets "no memory", not the gateway's memory.
+// flood of invented MAC addresses costs other strangers their place, not the gateway its memory.
 #pragma once
 
 #include <cstddef>
@@ -14,9 +15,8 @@ constexpr int HBS_MAX_WORKING = 512;
 // Empties both lists and frees every working copy (start-up).
 void hbs_clients_init();
 
-// Creates a working copy; mac null = a client known by address only (nomac list). Null when the pool is
-// empty. Not yet published.
-hbs_client *hbs_add(const uint8_t *mac);
+// What hbs_add does while the pool is not empty; null when it is.
+hbs_client *hbs_client_take(const uint8_t *mac);
 
 // Look-ups; null when there is none, and for a null argument.
 hbs_client *hbs_find_by_mac(const uint8_t *mac);
@@ -39,6 +39,11 @@ void hbs_client_list_move(hbs_client *client);
 
 // Unlinks a working copy and returns it to the pool. Its timers must be gone: see hbs_client_free.
 void hbs_client_release(hbs_client *client);
+
+// Whether a command gave the client a static lease: it is not displaced, whatever its flags say. Known to
+// this process only. False for what is no working copy.
+void hbs_set_commanded_lease(hbs_client *client, bool has);
+bool hbs_has_commanded_lease(const hbs_client *client);
 
 void hbs_client_counter_decrement();
 uint32_t hbs_client_counter();

@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "store/clients.h"
+#include "store/pools.h"
 #include "store/publish.h"
 
 namespace {
@@ -34,6 +35,8 @@ void merge_addresses(hbs_client *into, const hbs_client *from) {
 
 void merge(hbs_client *into, hbs_client *from) {
     hbs_set_flags(into, from->trust, from->flags);
+    if (hbs_has_commanded_lease(from))
+        hbs_set_commanded_lease(into, true);
     merge_addresses(into, from);
     merge_text(into, from, &hbs_client::host);
     merge_text(into, from, &hbs_client::comment);
@@ -56,9 +59,8 @@ hbs_client *hbs_set_mac(hbs_client *client, const uint8_t *mac) {
         return client;
     }
     merge(existing, client);
-    hbs_shm_remove(client);
-    hbs_shm_remove(existing);
-    hbs_publish(existing);
-    hbs_client_free(client);
+    hbs_client_merge_away(client, existing);
+    if (hbs_slot_of(existing) == nullptr) // neither of the two had one
+        hbs_publish(existing);
     return existing;
 }

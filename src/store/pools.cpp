@@ -47,7 +47,7 @@ struct pool_state {
 };
 
 static pool_state states[HBS_POOLS];
-static const hbs_client *owners[HBS_MAX_CLIENTS];
+static hbs_client *owners[HBS_MAX_CLIENTS];
 
 static const pool_layout &layout_of(hbs_pool pool) {
     return layouts[static_cast<int>(pool)];
@@ -257,13 +257,13 @@ bool hbs_list_holds(hbs_pool pool, const void *element) {
     return is_at(pool, element, place::shared, &n);
 }
 
-void hbs_slot_set_owner(const hbs_client *slot, const hbs_client *owner) {
+void hbs_slot_set_owner(const hbs_client *slot, hbs_client *owner) {
     int number = hbs_pool_number(hbs_pool::clients, slot);
     if (number >= 0)
         owners[number] = owner;
 }
 
-const hbs_client *hbs_slot_owner(const hbs_client *slot) {
+hbs_client *hbs_slot_owner(const hbs_client *slot) {
     int number = hbs_pool_number(hbs_pool::clients, slot);
     return number < 0 ? nullptr : owners[number];
 }

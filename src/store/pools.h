@@ -43,8 +43,8 @@ bool hbs_list_holds(hbs_pool pool, const void *element);
 
 // The process-local note of slot owners: which working copy a client slot was published from. Giving a
 // slot back forgets the note. owner null = none.
-void hbs_slot_set_owner(const hbs_client *slot, const hbs_client *owner);
-const hbs_client *hbs_slot_owner(const hbs_client *slot);
+void hbs_slot_set_owner(const hbs_client *slot, hbs_client *owner);
+hbs_client *hbs_slot_owner(const hbs_client *slot);
 
 // The published slot of a client: the slot at its dbpos, while that slot is on the shared list and is
 // noted as this working copy's own; a slot of the shared list stands for itself. Null when there is none,

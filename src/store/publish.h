@@ -4,10 +4,10 @@
 
 #include <hbs_db.h>
 
-#include "store/reclaim.h"
+#include "store/client_end.h"
 
 // Copies a working copy into its slot, or into a fresh one, reclaiming one when the pool is empty (which
-// deletes another client's working copy). Sets dbpos. Locks. A slot is a client's own only while the
+// ends another client: see client_end). Sets dbpos. Locks. A slot is a client's own only while the
 // process-local note of slot owners says so, so a stale dbpos never overwrites another client.
 void hbs_shm_commit(hbs_client *client);
 
@@ -17,9 +17,6 @@ void hbs_publish(hbs_client *client);
 
 // The same for a client that is published; another one stays unpublished. Locks.
 void hbs_publish_again(hbs_client *client);
-
-// Takes a client out of the segment; the working copy keeps its (now stale) dbpos. Locks.
-void hbs_shm_remove(hbs_client *client);
 
 // Returns every element of the segment to its pool. Locks.
 void hbs_shm_flush();

@@ -16,6 +16,7 @@
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/userconf.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"
@@ -274,7 +275,7 @@ TEST_F(ClientLeases, AStaticAddressLeavesNoEntryOfTheOldOne) {
 TEST_F(ClientLeases, AClientsStaticLeasesAreDeletedByItsMac) {
     write_file(STATIC_1, "02:aa:00:00:00:11 192.168.0.50\n02:aa:00:00:00:12 192.168.0.51\n");
     write_file(HOST_1, "02:aa:00:00:00:11 192.168.0.50 0 laptop 1 a b c\n");
-    hbs_lease_delete_client_static(add_client());
+    hbs_lease_delete_client_static(add_client()->mac);
     EXPECT_EQ("02:aa:00:00:00:12 192.168.0.51\n", read_file(STATIC_1));
     EXPECT_EQ("", read_file(HOST_1));
 }
@@ -364,6 +365,27 @@ TEST_F(ClientLeases, StartUpSurvivesAFullPool) {
     hbs_handle_dynamic_leases_from_file();
     EXPECT_LE(published().size(), static_cast<size_t>(HBS_MAX_CLIENTS));
     EXPECT_EQ(static_cast<size_t>(HBS_MAX_WORKING + 3), logged_containing("handle dynamic lease from file"));
+}
+
+// Devices that the file calls on line, but that nobody has seen, must not keep newcomers out.
+TEST_F(ClientLeases, StartUpTakesAsManyOnLineAsThereAreSlots) {
+    std::string text;
+    for (int i = 0; i < HBS_MAX_WORKING + 3; ++i) {
+        char line[128];
+        snprintf(line, sizeof line, "02:aa:00:00:%02x:%02x 192.168.0.%d 900 h 1 a b c\n", i >> 8, i & 0xff,
+                 1 + i % 250);
+        text += line;
+    }
+    write_file(DYNAMIC_1, text);
+    hbs_handle_dynamic_leases_from_file();
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), published().size());
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_WORKING + 3), logged_containing("handle dynamic lease from file"));
+    for (int i = 0; i < HBS_MAX_WORKING - HBS_MAX_CLIENTS; ++i) {
+        const uint8_t mac[6] = {0x02, 0xcc, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+        hbs_client *client = hbs_add(mac);
+        ASSERT_NE(nullptr, client) << i;
+        client->flags = HBS_FLAG_ONLINE;
+    }
 }
 
 // --- dates ---

@@ -120,6 +120,14 @@ TEST_F(RemoveClient, OfANomacClient_RebuildsTheRestToo) {
     EXPECT_EQ(other->dbpos, published_clients()[0]->dbpos);
 }
 
+// Lines of six zero bytes are placeholders, and the leases of internal devices.
+TEST_F(RemoveClient, OfANomacClient_LeavesTheLinesOfSixZeroBytes) {
+    const std::string path = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
+    write_file(path, "00:00:00:00:00:00 192.168.0.50\n");
+    hbs_remove_client(hbs_add(nullptr));
+    EXPECT_EQ("00:00:00:00:00:00 192.168.0.50\n", read_file(path));
+}
+
 TEST_F(RemoveClient, OfTheOnlyClient_LeavesAnEmptyDatabase) {
     hbs_remove_client(add_published(1));
     EXPECT_TRUE(published_clients().empty());
@@ -151,4 +159,86 @@ TEST_F(RemoveClient, OfAStranger_DoesNothing) {
     hbs_remove_client(nullptr);
     EXPECT_EQ(1U, published_clients().size());
     EXPECT_TRUE(log_lines().empty());
+}
+
+class DropFiles : public ClientsTest {
+  protected:
+    void SetUp() override {
+        ClientsTest::SetUp();
+        write_file("/var/tmp/lease_a", "x");
+        write_file("/var/tmp/lease_b", "x");
+        write_file("/nvram/8/outside", "x");
+    }
+    static hbs_client_remains remains_of(const std::string &file, const std::string &file6) {
+        hbs_client_remains remains{};
+        remains.exist = true;
+        memcpy(remains.mac, mac_number(1).data(), 6);
+        memcpy(remains.lease_file, file.data(), file.size());
+        memcpy(remains.lease_file6, file6.data(), file6.size());
+        return remains;
+    }
+    const std::string path_ = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
+};
+
+TEST_F(DropFiles, DropsTheLinesOfTheMacAndBothFiles) {
+    write_file(path_, "02:aa:00:00:00:01 192.168.0.50\n02:aa:00:00:00:02 192.168.0.51\n");
+    const hbs_client_remains remains = remains_of("lease_a", "lease_b");
+    hbs_client_drop_files(&remains);
+    EXPECT_EQ("02:aa:00:00:00:02 192.168.0.51\n", read_file(path_));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_b"));
+}
+
+// They are placeholders and leases of internal devices, none of which is the client's.
+TEST_F(DropFiles, OfAClientWithoutAMac_LeavesTheLinesOfSixZeroBytes) {
+    write_file(path_, "00:00:00:00:00:00 192.168.0.50\n");
+    hbs_client_remains remains = remains_of("lease_a", "");
+    memset(remains.mac, 0, 6);
+    hbs_client_drop_files(&remains);
+    EXPECT_EQ("00:00:00:00:00:00 192.168.0.50\n", read_file(path_));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
+}
+
+struct NameCase {
+    const char *name;
+    const char *file;
+};
+
+class LeaseFileName : public DropFiles, public testing::WithParamInterface<NameCase> {};
+
+INSTANTIATE_TEST_SUITE_P(Hostile, LeaseFileName,
+                         testing::Values(NameCase{"Empty", ""}, NameCase{"Dot", "."},
+                                         NameCase{"DotDot", ".."}, NameCase{"Up", "../../nvram/8/outside"},
+                                         NameCase{"Absolute", "/nvram/8/outside"},
+                                         NameCase{"Below", "directory/file"},
+                                         NameCase{"Directory", "directory"},
+                                         NameCase{"ShellWords", "lease_a; rm lease_b"},
+                                         NameCase{"Pattern", "lease_*"}, NameCase{"Format", "%s%n"}),
+                         [](const auto &row) { return std::string(row.param.name); });
+
+TEST_P(LeaseFileName, DeletesNothing) {
+    write_file("/var/tmp/directory/file", "x");
+    const hbs_client_remains remains = remains_of(GetParam().file, GetParam().file);
+    hbs_client_drop_files(&remains);
+    EXPECT_TRUE(file_exists("/var/tmp/lease_a"));
+    EXPECT_TRUE(file_exists("/var/tmp/lease_b"));
+    EXPECT_TRUE(file_exists("/var/tmp/directory/file"));
+    EXPECT_TRUE(file_exists("/nvram/8/outside"));
+}
+
+// A text that fills its field has no end: what stands behind the field is no part of the name.
+TEST_F(DropFiles, FileNameThatDoesNotEndInItsFieldDeletesNothing) {
+    const std::string name(sizeof(hbs_client::lease_file), 'n');
+    write_file("/var/tmp/" + name, "x");
+    const hbs_client_remains remains = remains_of(name, "");
+    hbs_client_drop_files(&remains);
+    EXPECT_TRUE(file_exists("/var/tmp/" + name));
+}
+
+TEST_F(DropFiles, LongestFileNameIsDeletedToo) {
+    const std::string name(sizeof(hbs_client::lease_file) - 1, 'n');
+    write_file("/var/tmp/" + name, "x");
+    const hbs_client_remains remains = remains_of("", name);
+    hbs_client_drop_files(&remains);
+    EXPECT_FALSE(file_exists("/var/tmp/" + name));
 }

@@ -73,15 +73,21 @@ TEST_F(Add, ReusedMemoryIsClean) {
 }
 
 TEST_F(Add, WhenThePoolIsEmpty_GivesNullWithoutMessage) {
-    for (int i = 0; i < HBS_MAX_WORKING; ++i)
-        ASSERT_NE(nullptr, i % 3 == 0 ? hbs_add(nullptr) : add_client(static_cast<unsigned>(i)));
+    for (int i = 0; i < HBS_MAX_WORKING; ++i) {
+        hbs_client *client = i % 3 == 0 ? hbs_add(nullptr) : add_client(static_cast<unsigned>(i));
+        ASSERT_NE(nullptr, client);
+        client->ipv4[0] = 10;
+        client->flags = HBS_FLAG_ONLINE;
+    }
     clear_log();
     EXPECT_EQ(nullptr, add_client(9999));
     EXPECT_EQ(nullptr, hbs_add(nullptr));
     EXPECT_TRUE(log_lines().empty());
     EXPECT_EQ(static_cast<uint32_t>(HBS_MAX_WORKING), hbs_client_counter());
     hbs_client_release(hbs_client_first());
-    EXPECT_NE(nullptr, add_client(9999));
+    hbs_client *last = add_client(9999);
+    ASSERT_NE(nullptr, last);
+    last->flags = HBS_FLAG_ONLINE;
     EXPECT_EQ(nullptr, add_client(9998));
 }
 

@@ -221,8 +221,12 @@ TEST_F(ManagementLeaseSet, OfAnIpv6AddressHeldInAnotherNetwork_IsRefused) {
 }
 
 TEST_F(ManagementLeaseSet, WhenNoWorkingCopyIsLeft_IsRefused) {
-    for (int i = 0; i < HBS_MAX_WORKING; ++i)
-        ASSERT_NE(nullptr, hbs_add(nullptr));
+    for (int i = 0; i < HBS_MAX_WORKING; ++i) {
+        const uint8_t mac[6] = {0x02, 0xcc, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+        hbs_client *client = hbs_add(mac);
+        ASSERT_NE(nullptr, client);
+        client->flags = HBS_FLAG_ONLINE; // so that it does not make room
+    }
     EXPECT_EQ(-1, set(LAPTOP, ADDRESS));
     EXPECT_FALSE(file_exists(STATIC_LEASES));
 }

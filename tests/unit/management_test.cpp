@@ -139,8 +139,12 @@ TEST_F(ManagementTrust, TakenBack_DropsTheRecordAlsoWhenAnotherBitRemains) {
 }
 
 TEST_F(ManagementTrust, WhenNoWorkingCopyIsLeft_IsRefused) {
-    for (int i = 0; i < HBS_MAX_WORKING; ++i)
-        ASSERT_NE(nullptr, hbs_add(nullptr));
+    for (int i = 0; i < HBS_MAX_WORKING; ++i) {
+        const uint8_t mac[6] = {0x02, 0xcc, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+        hbs_client *client = hbs_add(mac);
+        ASSERT_NE(nullptr, client);
+        client->flags = HBS_FLAG_ONLINE; // so that it does not make room
+    }
     EXPECT_EQ(-1, trust(LAPTOP));
     const hbs_filter_request request = filter(HBS_LIST_WHITE, LAPTOP);
     EXPECT_EQ(-1, hbs_api_set_mac_filter(&request));

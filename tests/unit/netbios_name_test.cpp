@@ -7,6 +7,7 @@
 
 #include "base/state.h"
 #include "files/netbios_name.h"
+#include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/clients.h"
 #include "store/shm.h"

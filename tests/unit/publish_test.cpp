@@ -318,5 +318,6 @@ TEST_F(Unattached, EveryOperationIsHarmless) {
     hbs_shm_remove(&client);
     hbs_shm_flush();
     hbs_shm_mark_hotspot();
-    EXPECT_EQ(nullptr, hbs_shm_reclaim());
+    hbs_client_remains remains{};
+    EXPECT_EQ(nullptr, hbs_shm_reclaim(&remains));
 }

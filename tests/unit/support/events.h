@@ -14,9 +14,11 @@
 #include "base/state.h"
 #include "base/text.h"
 #include "events/lease_timers.h"
+#include "files/client_removal.h"
 #include "gateway/bssid_table.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
+#include "store/client_add.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"
 #include "store/clients.h"
@@ -62,6 +64,7 @@ class EventTest : public GatewayTest {
         hbs_rnd_status = -1;
         hbs_lsd_status = -1;
         hbs_clients_init();
+        hbs_client_end_register(hbs_client_drop_files);
         hbs_wifi_bssid_table_clear();
         hbs_lease_timers_register(hbs_on_dhcp_wait_expired, hbs_on_lease_expired, hbs_on_online_expired);
         hbs_shm_init();

@@ -16,6 +16,7 @@
 #include "store/index.h"
 #include "store/pools.h"
 #include "store/shm.h"
+#include "store/slots.h"
 #include "store_invariants.h"
 
 class StoreTest : public GatewayTest {
@@ -56,10 +57,7 @@ class StoreTest : public GatewayTest {
             ADD_FAILURE() << "no slot";
             return client;
         }
-        client->dbpos = hbs_pool_offset(slot);
-        *slot = *client; // the links are set by the linking
-        hbs_slot_set_owner(slot, client);
-        hbs_list_link(hbs_pool::clients, slot, nullptr);
+        hbs_slot_give_to(slot, client);
         return client;
     }
 

@@ -13,6 +13,8 @@
 #include <hbs_db.h>
 
 #include "base/state.h"
+#include "files/client_removal.h"
+#include "store/client_add.h"
 #include "store/client_text.h"
 #include "store/clients.h"
 #include "store/publish.h"
@@ -173,6 +175,7 @@ class ClientsTest : public GatewayTest {
             return;
         hbs_list_mutex_init();
         hbs_clients_init();
+        hbs_client_end_register(hbs_client_drop_files);
         hbs_shm_init();
         ASSERT_NE(nullptr, hbs_segment());
         clear_log();

@@ -1,11 +1,11 @@
 // The reclaim of a slot from the client that is off line longest, and the deletion that goes with it.
 #include <algorithm>
 
+#include "store/client_end.h"
 #include "store/client_fields.h"
 #include "store/client_timers.h"
 #include "store/index.h"
 #include "store/pools.h"
-#include "store/reclaim.h"
 #include "support/working_clients.h"
 
 class Reclaim : public PublishTest {};
@@ -126,7 +126,7 @@ TEST_F(Reclaim, LowersTheCounter) {
     EXPECT_EQ(late->client_id, add_client(98)->client_id) << "the number of a client that is there repeats";
 }
 
-TEST_F(Reclaim, NomacVictim_KeepsItsWorkingCopyAndGetsAFreshSlot) {
+TEST_F(Reclaim, NomacVictimWithAnAddress_KeepsItsWorkingCopyAndGetsAFreshSlot) {
     hbs_client *nomac = hbs_add(nullptr);
     hbs_set_ipv4(nomac, ipv4_number(200).data());
     nomac->online_time = 1;
@@ -159,13 +159,15 @@ TEST_F(Reclaim, GivesAZeroedSlotOnNoListThatIsNobodys) {
     hbs_publish(nomac);
     const uint32_t dbpos = nomac->dbpos;
     const hbs_shm_hold hold;
-    hbs_client *slot = hbs_shm_reclaim();
+    hbs_client_remains remains{};
+    hbs_client *slot = hbs_shm_reclaim(&remains);
     ASSERT_EQ(slot_at(dbpos), slot);
     EXPECT_EQ(std::string(sizeof *slot, '\0'),
               std::string(reinterpret_cast<const char *>(slot), sizeof *slot));
     EXPECT_TRUE(published_clients().empty());
     EXPECT_EQ(nullptr, hbs_slot_owner(slot));
-    EXPECT_EQ(nullptr, hbs_shm_reclaim()) << "nobody is left";
+    EXPECT_TRUE(remains.exist);
+    EXPECT_EQ(nullptr, hbs_shm_reclaim(&remains)) << "nobody is left";
     hbs_pool_give(hbs_pool::clients, slot);
 }
 
@@ -205,29 +207,215 @@ TEST_F(Reclaim, HappensAsOftenAsNeeded) {
     EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), working_clients().size());
     EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), if_entries().size());
 }
+// --- what is believed -----------------------------------------------------------------------------
+
+class PlantedInTheSegment : public PublishTest {
+  protected:
+    // As another process reaches it.
+    static hbs_client *slot_of(const hbs_client *client) {
+        return &hbs_segment_shared()->client_pool[hbs_pool_number(hbs_pool::clients, hbs_slot_of(client))];
+    }
+};
+
+TEST_F(PlantedInTheSegment, ZeroedTrustAndFlags_DoNotMakeAVictim) {
+    const auto clients = fill();
+    clients[10]->trust = HBS_TRUST_SITE;
+    hbs_publish(clients[10]);
+    for (hbs_client *client : clients) {
+        slot_of(client)->trust = 0;
+        slot_of(client)->flags = 0;
+        slot_of(client)->online_time = 1;
+    }
+    const hbs_client *late = add_published(97);
+    EXPECT_EQ(HBS_DBPOS_NONE, late->dbpos);
+    EXPECT_TRUE(logged(NO_SLOT));
+    EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS) + 1, working_clients().size());
+}
+
+TEST_F(PlantedInTheSegment, ItsTimesDoNotChooseTheVictim) {
+    const auto clients = fill();
+    go_offline(clients[10], 500);
+    go_offline(clients[11], 400);
+    slot_of(clients[10])->online_time = 1;
+    slot_of(clients[11])->trust = HBS_TRUST_SITE;
+    add_published(97);
+    EXPECT_NE(nullptr, hbs_find_by_mac(mac_number(11).data()));
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(12).data()));
+}
+
+TEST_F(PlantedInTheSegment, PlantedFileNameAndMac_DeleteNothing) {
+    const std::string leases = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
+    const std::string lines = "02:aa:00:00:00:01 192.168.0.50\n";
+    write_file("/var/tmp/of_another", "x");
+    write_file(leases, lines);
+    const auto clients = fill();
+    go_offline(clients[10], 1);
+    strcpy(slot_of(clients[10])->lease_file, "of_another");
+    strcpy(slot_of(clients[10])->lease_file6, "of_another");
+    memcpy(slot_of(clients[10])->mac, mac_number(1).data(), 6);
+    clear_log();
+    add_published(97);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(11).data()));
+    EXPECT_TRUE(file_exists("/var/tmp/of_another"));
+    EXPECT_EQ(lines, read_file(leases));
+    EXPECT_EQ(1U, logged_containing("reclaiming client # [02:aa:00:00:00:0b]"));
+}
+
+// --- who else is kept, and who goes when nobody may ---------------------------------------------------
+
+TEST_F(Reclaim, LeaseSetByACommandProtects_UntilItIsCleared) {
+    const auto clients = fill();
+    go_offline(clients[10], 1);
+    hbs_set_commanded_lease(clients[10], true);
+    hbs_client *late = add_published(97);
+    EXPECT_EQ(HBS_DBPOS_NONE, late->dbpos);
+    EXPECT_EQ(0U, published_of(mac_number(11).data())->flags & HBS_FLAG_STIP4)
+        << "what readers see is as ever";
+    hbs_set_commanded_lease(clients[10], false);
+    hbs_publish(late);
+    EXPECT_NE(HBS_DBPOS_NONE, late->dbpos);
+}
+
+TEST_F(Reclaim, NoteOfACommandedLease_EndsWithTheWorkingCopy) {
+    hbs_client *client = add_client(1);
+    hbs_set_commanded_lease(client, true);
+    hbs_client_free(client);
+    EXPECT_FALSE(hbs_has_commanded_lease(client));
+    ASSERT_EQ(client, add_client(2)) << "the copy that was freed last is used first";
+    EXPECT_FALSE(hbs_has_commanded_lease(client));
+    hbs_client stranger{};
+    hbs_set_commanded_lease(&stranger, true);
+    EXPECT_FALSE(hbs_has_commanded_lease(&stranger));
+}
+
+// It was published with its address and on line; a release that is not published took the address away.
+TEST_F(Reclaim, RecordThatNobodyCanFind_GoesWhenNoOtherMay) {
+    hbs_client *nobody = hbs_add(nullptr);
+    hbs_set_ipv6(nobody, ipv6_number(1).data());
+    nobody->flags = HBS_FLAG_ONLINE | HBS_FLAG_STIP6;
+    hbs_publish(nobody);
+    for (unsigned n = 1; n < HBS_MAX_CLIENTS; ++n) {
+        hbs_client *client = add_client(n);
+        client->flags = HBS_FLAG_ONLINE;
+        hbs_publish(client);
+    }
+    hbs_client *first = add_published(96);
+    EXPECT_EQ(HBS_DBPOS_NONE, first->dbpos) << "an address can be found";
+    hbs_set_ipv6(nobody, Ipv6{}.data());
+    hbs_publish(first);
+    EXPECT_NE(HBS_DBPOS_NONE, first->dbpos);
+    EXPECT_TRUE(nomac_clients().empty());
+    EXPECT_FALSE(hbs_is_working_copy(nobody));
+}
+
+TEST_F(Reclaim, RecordThatNobodyCanFind_StaysWhileAnotherMayGo) {
+    hbs_client *nobody = hbs_add(nullptr);
+    nobody->flags = HBS_FLAG_ONLINE;
+    hbs_publish(nobody);
+    for (unsigned n = 1; n < HBS_MAX_CLIENTS; ++n) {
+        hbs_client *client = add_client(n);
+        client->flags = n == 40 ? 0 : HBS_FLAG_ONLINE;
+        hbs_publish(client);
+    }
+    add_published(96);
+    EXPECT_EQ(nullptr, hbs_find_by_mac(mac_number(40).data()));
+    EXPECT_TRUE(hbs_is_working_copy(nobody));
+}
+
+// --- files ------------------------------------------------------------------------------------------------
+
+TEST_F(Reclaim, DropsTheVictimsFilesAfterTheHold) {
+    static int drops;
+    static int value;
+    static Mac mac;
+    static std::string file;
+    drops = 0;
+    hbs_client_end_register([](const hbs_client_remains *remains) {
+        ++drops;
+        value = semaphore_value();
+        mac = std::to_array(remains->mac);
+        file = remains->lease_file;
+    });
+    const auto clients = fill();
+    hbs_set_lease_file(clients[10], "lease_a");
+    go_offline(clients[10], 1);
+    hbs_client *late = add_client(97);
+    late->flags = HBS_FLAG_ONLINE;
+    hbs_publish(late);
+    EXPECT_EQ(1, drops);
+    EXPECT_EQ(1, value) << "readers may look";
+    EXPECT_EQ(mac_number(11), mac);
+    EXPECT_EQ("lease_a", file);
+    add_published(98);
+    EXPECT_EQ(1, drops) << "nobody ended";
+}
+
+TEST_F(Reclaim, DropsItsLinesAndFiles) {
+    const std::string path = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
+    write_file(path, "02:aa:00:00:00:0b 192.168.0.50\n02:aa:00:00:00:02 192.168.0.51\n");
+    write_file("/var/tmp/lease_a", "x");
+    const auto clients = fill();
+    hbs_set_lease_file(clients[10], "lease_a");
+    go_offline(clients[10], 1);
+    add_published(97);
+    EXPECT_EQ("02:aa:00:00:00:02 192.168.0.51\n", read_file(path));
+    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
+}
+
+class EndNobody : public PublishTest {
+  protected:
+    static hbs_client *add_nomac(uint8_t address) {
+        hbs_client *client = hbs_add(nullptr);
+        client->ipv6[15] = address;
+        hbs_set_flags(client, 0, HBS_FLAG_ONLINE);
+        hbs_publish(client);
+        return client;
+    }
+};
+
+TEST_F(EndNobody, EndsOneWithNeitherMacNorAddress) {
+    hbs_lease_timers_register([](hbs_client *) {}, [](hbs_client *) {}, [](hbs_client *) {});
+    hbs_client *found = add_nomac(1);
+    hbs_client *nobody = add_nomac(2);
+    hbs_client *other = add_nomac(3);
+    hbs_lease_timer_start(nobody, HBS_TIMER_ONLINE, 3600);
+    const hbs_timer_slot *timer = hbs_client_timer_slot(nobody, HBS_TIMER_ONLINE);
+    for (hbs_client *client : {nobody, other})
+        hbs_set_ipv6(client, Ipv6{}.data());
+    hbs_client_end_nobody();
+    EXPECT_EQ((std::vector{found, other}), nomac_clients());
+    EXPECT_EQ(2U, published_clients().size());
+    EXPECT_FALSE(timer->exists);
+    EXPECT_EQ(3U, hbs_client_counter()) << "the next one's number is new";
+    hbs_client_end_nobody();
+    hbs_client_end_nobody();
+    EXPECT_EQ(std::vector{found}, nomac_clients());
+}
+
+TEST_F(EndNobody, ThatWasNeverPublishedGoesToo) {
+    hbs_add(nullptr);
+    hbs_client_end_nobody();
+    EXPECT_TRUE(nomac_clients().empty());
+}
 
 class DeleteClient : public PublishTest {
   protected:
-    void SetUp() override {
-        PublishTest::SetUp();
-        write_file("/var/tmp/lease_a", "x");
-        write_file("/var/tmp/lease_b", "x");
-        write_file("/nvram/8/outside", "x");
-    }
     static hbs_client *slot_of(const hbs_client *client) {
         return const_cast<hbs_client *>(slot_at(client->dbpos));
     }
 };
 
-TEST_F(DeleteClient, RemovesItsFilesAndItsWorkingCopy) {
+TEST_F(DeleteClient, EndsItsWorkingCopyAndTellsWhatIsLeft) {
     hbs_client *client = add_client(1);
     hbs_set_lease_file(client, "lease_a");
     hbs_set_lease_file6(client, "lease_b");
     hbs_publish(client);
     clear_log();
-    hbs_delete_client(slot_of(client));
-    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
-    EXPECT_FALSE(file_exists("/var/tmp/lease_b"));
+    const hbs_client_remains remains = hbs_delete_client(slot_of(client));
+    EXPECT_TRUE(remains.exist);
+    EXPECT_EQ(mac_number(1), std::to_array(remains.mac));
+    EXPECT_STREQ("lease_a", remains.lease_file);
+    EXPECT_STREQ("lease_b", remains.lease_file6);
     EXPECT_TRUE(working_clients().empty());
     EXPECT_FALSE(hbs_is_working_copy(client));
     EXPECT_TRUE(logged("HOSTBASE: hbs_delete_client: Client at 0x34 removed 02:aa:00:00:00:01"));
@@ -236,77 +424,19 @@ TEST_F(DeleteClient, RemovesItsFilesAndItsWorkingCopy) {
 TEST_F(DeleteClient, TwoAddsAndOneDelete_LeaveTheCounterAtOne_TheNextIdRepeats) {
     hbs_client *first = add_published(1);
     hbs_client *second = add_published(2);
-    hbs_delete_client(slot_of(first));
+    (void)hbs_delete_client(slot_of(first));
     EXPECT_EQ(1U, hbs_client_counter());
     EXPECT_EQ(second->client_id, add_client(3)->client_id);
 }
 
-TEST_F(DeleteClient, SlotThatNoWorkingCopyPointsAt_RemovesItsFilesOnly) {
-    hbs_client *client = add_published(1);
-    hbs_client slot{};
-    memcpy(slot.mac, client->mac, 6);
-    memcpy(slot.lease_file, "lease_a", 8);
-    memcpy(slot.lease_file6, "lease_b", 8);
+TEST_F(DeleteClient, SlotThatNoWorkingCopyPointsAt_LeavesItsFilesOnly) {
+    hbs_client *client = add_client(1);
+    hbs_set_lease_file(client, "lease_a");
+    hbs_publish(client);
+    hbs_slot_set_owner(slot_of(client), nullptr);
     clear_log();
-    hbs_delete_client(&slot);
-    EXPECT_FALSE(file_exists("/var/tmp/lease_a"));
-    EXPECT_FALSE(file_exists("/var/tmp/lease_b"));
+    EXPECT_STREQ("lease_a", hbs_delete_client(slot_of(client)).lease_file);
     EXPECT_EQ(std::vector{client}, working_clients());
     EXPECT_EQ(1U, hbs_client_counter());
     EXPECT_EQ(0U, logged_containing("hbs_delete_client:"));
-}
-
-TEST_F(DeleteClient, DropsItsLinesFromTheLeaseFiles) {
-    const std::string path = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
-    write_file(path, "02:aa:00:00:00:01 192.168.0.50\n02:aa:00:00:00:02 192.168.0.51\n");
-    hbs_delete_client(slot_of(add_published(1)));
-    EXPECT_EQ("02:aa:00:00:00:02 192.168.0.51\n", read_file(path));
-}
-
-struct NameCase {
-    const char *name;
-    const char *file;
-};
-
-class LeaseFileName : public DeleteClient, public testing::WithParamInterface<NameCase> {};
-
-INSTANTIATE_TEST_SUITE_P(Hostile, LeaseFileName,
-                         testing::Values(NameCase{"Empty", ""}, NameCase{"Dot", "."},
-                                         NameCase{"DotDot", ".."}, NameCase{"Up", "../../nvram/8/outside"},
-                                         NameCase{"Absolute", "/nvram/8/outside"},
-                                         NameCase{"Below", "directory/file"},
-                                         NameCase{"Directory", "directory"},
-                                         NameCase{"ShellWords", "lease_a; rm lease_b"},
-                                         NameCase{"Pattern", "lease_*"}, NameCase{"Format", "%s%n"}),
-                         [](const auto &row) { return std::string(row.param.name); });
-
-TEST_P(LeaseFileName, DeletesNothing) {
-    write_file("/var/tmp/directory/file", "x");
-    hbs_client client{};
-    strncpy(client.lease_file, GetParam().file, sizeof client.lease_file - 1);
-    strncpy(client.lease_file6, GetParam().file, sizeof client.lease_file6 - 1);
-    hbs_client_delete_files(&client);
-    EXPECT_TRUE(file_exists("/var/tmp/lease_a"));
-    EXPECT_TRUE(file_exists("/var/tmp/lease_b"));
-    EXPECT_TRUE(file_exists("/var/tmp/directory/file"));
-    EXPECT_TRUE(file_exists("/nvram/8/outside"));
-}
-
-// A published record may have been scribbled over: what stands behind the field is no part of the name.
-TEST_F(DeleteClient, FileNameThatDoesNotEndInItsFieldDeletesNothing) {
-    const std::string name(sizeof(hbs_client::lease_file), 'n');
-    write_file("/var/tmp/" + name, "x");
-    hbs_client client{};
-    memcpy(client.lease_file, name.data(), name.size());
-    hbs_client_delete_files(&client);
-    EXPECT_TRUE(file_exists("/var/tmp/" + name));
-}
-
-TEST_F(DeleteClient, LongestFileNameIsDeletedToo) {
-    const std::string name(sizeof(hbs_client::lease_file) - 1, 'n');
-    write_file("/var/tmp/" + name, "x");
-    hbs_client client{};
-    memcpy(client.lease_file6, name.data(), name.size());
-    hbs_client_delete_files(&client);
-    EXPECT_FALSE(file_exists("/var/tmp/" + name));
 }
