@@ -93,7 +93,7 @@ hbs_client *claim_static_lease(const hbs_static_lease_request *request, const ch
     if (client != nullptr)
         hbs_file_remove_if_idx_locked(client);
     take_defaults(client, defaults);
-    const hbs_client *holder = find_by_address(request->family, request->address);
+    hbs_client *holder = find_by_address(request->family, request->address);
     if (holder != nullptr && !is_static_lease_network(holder->nwidx)) {
         // Prints the network of the client found by MAC; that one stays out of the indices.
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_api_set_static_lease: ip %s found in nwidx %d", address,
@@ -104,12 +104,14 @@ hbs_client *claim_static_lease(const hbs_static_lease_request *request, const ch
         return nullptr;
     if (holder != nullptr)
         hbs_file_remove_if_idx_locked(holder); // its record keeps the address until a later event changes it
-    if (client != nullptr)
-        return client;
-    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_static_lease: mac %s not found - create new", mac_text);
-    client = hbs_add(request->mac);
-    if (client != nullptr)
+    if (client == nullptr) {
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_static_lease: mac %s not found - create new", mac_text);
+        client = hbs_add(request->mac);
         hbs_set_nwidx(client, request->nwidx);
+    }
+    // Its lines go. Where the newcomer was given the holder's own place, the caller's note is the last word.
+    if (client != nullptr)
+        hbs_set_commanded_lease(holder, false);
     return client;
 }
 
@@ -120,6 +122,7 @@ void clear_static_lease_ipv4(const uint8_t *address) {
         return;
     }
     memset(client->comment, 0, sizeof client->comment);
+    hbs_set_commanded_lease(client, false);
     (void)hbs_lease_delete_all_ipv4_static_by_ip(hbs_ipv4_to_text(address).text);
     hbs_shm_commit(client);
     hbs_file_remove_if_idx_locked(client);
@@ -137,6 +140,7 @@ void clear_static_lease_ipv6(const uint8_t *address) {
         return;
     }
     memset(client->comment, 0, sizeof client->comment);
+    hbs_set_commanded_lease(client, false);
     hbs_shm_commit(client);
     hbs_file_remove_if_idx_locked(client);
     hbs_nv_update_client(client);
@@ -166,6 +170,7 @@ int hbs_api_set_static_lease(const hbs_static_lease_request *request) {
         write_static_lease(client->nwidx & 7, &lease);
         hbs_set_ipv4(client, request->address);
     }
+    hbs_set_commanded_lease(client, true);
     hbs_publish_setting(client);
     return 0;
 }
@@ -195,7 +200,9 @@ int hbs_api_set_internal_lease(int family, const uint8_t *address, const uint8_t
                                     1,
                                     {DEFAULT_IDENTITY, DEFAULT_IDENTITY, DEFAULT_IDENTITY},
                                     index};
-    if (has_room)
-        (void)hbs_lease_add_ipv4_static(0, &lease);
+    if (!has_room)
+        return 0;
+    (void)hbs_lease_add_ipv4_static(0, &lease);
+    hbs_set_commanded_lease(hbs_find_by_mac(mac), true); // whose end would drop the line
     return 0;
 }
