@@ -173,7 +173,7 @@ void hbs_steps::announce_dhcpv6_release(hbs_command *command) {
 
 void hbs_steps::dhcpv6_release(hbs_command *command) {
     const auto message = hbs_message_of<hbs_msg_dhcpv6_release>(command->buffer);
-    keep_client(command, hbs_handle_dhcpv6_release(nullptr, message.ll));
+    keep_client(command, hbs_handle_dhcpv6_release(nullptr, message.ll, message.ipv6));
 }
 
 void hbs_steps::send_dhcpv6_release(hbs_command *command) {

@@ -100,7 +100,7 @@ static bool lease_dhcpv6(hbs_dhcpv6_notice *notice) {
 
 static bool release_dhcpv6(const hbs_dhcpv6_notice *notice) {
     hbs_list_hold hold;
-    return hbs_db_ready != 0 && hbs_handle_dhcpv6_release(nullptr, notice->ll) != nullptr;
+    return hbs_db_ready != 0 && hbs_handle_dhcpv6_release(nullptr, notice->ll, notice->ipv6) != nullptr;
 }
 
 static bool handle_dhcpv6(hbs_dhcpv6_notice *notice) {

@@ -15,6 +15,7 @@
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
 #include "store/client_add.h"
+#include "store/client_end.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"
@@ -32,25 +33,56 @@ bool is_of_nobody(const uint8_t ll[16], const uint8_t ipv6[16]) {
            hbs_find_by_ipv6(ll) == nullptr;
 }
 
-// The client of a lease: by its link-local address, else by the MAC that the kernel has for that address,
-// else a new one. Null when memory runs out.
-hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
-    hbs_client *client = hbs_find_by_ipv6(lease->ll);
-    if (client != nullptr)
+// Told of by its global address only, so the device of that address has no other name.
+hbs_client *find_by_global_only(const uint8_t ipv6[16]) {
+    hbs_client *client = hbs_find_nomac_by_ipv6(ipv6);
+    return client != nullptr && !hbs_client_has_ll(client) ? client : nullptr;
+}
+
+// One that begins with 00 counts as absent when a client is to get it, deliberately; so do the zeros of one
+// that is not known.
+bool counts_as_mac(const uint8_t mac[6]) {
+    return mac[0] != 0;
+}
+
+// By the link-local address, else by the MAC that the kernel has for it: one that was told of by its global
+// address only is merged into that client, or gets the MAC. A message without a link-local address tells of
+// the client that has the leased one.
+hbs_client *find_leased(const hbs_dhcpv6_lease *lease) {
+    if (hbs_ipv6_is_zero(lease->ll))
+        return hbs_find_by_ipv6(lease->ipv6);
+    if (hbs_client *client = hbs_find_by_ipv6(lease->ll); client != nullptr)
         return client;
+    const hbs_dhcpv6_neighbour &neighbour = lease->neighbour;
+    if (hbs_client *client = find_by_global_only(lease->ipv6); client != nullptr)
+        return counts_as_mac(neighbour.mac) ? hbs_set_mac(client, neighbour.mac) : client;
+    return neighbour.known ? hbs_find_by_mac(neighbour.mac) : nullptr;
+}
+
+// The client of a lease, or a new one. Null when memory runs out.
+hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
     const uint8_t *mac = lease->neighbour.mac; // zeros when it is not known
-    if (lease->neighbour.known)
-        client = hbs_find_by_mac(mac);
+    hbs_client *client = find_leased(lease);
     if (client != nullptr)
         return client;
     HBS_LOG(HBS_INFO,
             "HOSTBASE: Got DHCPv6 LEASE event on nw %d: no client with this linklocal address "
             "[%02x:%02x:%02x:%02x:%02x:%02x]",
             nwidx, mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    client = hbs_add(mac[0] != 0 ? mac : nullptr); // a MAC that begins with 00 counts as absent, deliberately
+    if (!counts_as_mac(mac))
+        hbs_client_end_nobody();
+    client = hbs_add(counts_as_mac(mac) ? mac : nullptr);
     if (client != nullptr)
         hbs_set_start_time(client);
     return client;
+}
+
+// Whether a message names a client by either address; one that does not is dropped.
+bool names_client(const char *event, const uint8_t ll[16], const uint8_t ipv6[16]) {
+    if (!hbs_ipv6_is_zero(ll) || !hbs_ipv6_is_zero(ipv6))
+        return true;
+    HBS_LOG(HBS_ERROR, "HOSTBASE: Got DHCPv6 %s event without an address - ignore", event);
+    return false;
 }
 
 // An end beyond the clock of a 32-bit system becomes its last second, not a time before the epoch.
@@ -141,6 +173,8 @@ hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_
 }
 
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease) {
+    if (!names_client("LEASE", lease->ll, lease->ipv6))
+        return nullptr;
     const int nwidx = hbs_address_to_nwidx(AF_INET6, lease->ipv6);
     if (nwidx < 0)
         return nullptr;
@@ -157,7 +191,8 @@ hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease) {
     hbs_set_serial_number(client, lease->serial_number);
     hbs_set_product_class(client, lease->product_class);
     set_lease(client, lease);
-    hbs_set_ll(client, lease->ll);
+    if (!hbs_ipv6_is_zero(lease->ll)) // a message without one does not take away what is known
+        hbs_set_ll(client, lease->ll);
     hbs_set_ipv6(client, lease->ipv6);
     if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)
         hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
@@ -167,10 +202,10 @@ hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease) {
     return client;
 }
 
-hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]) {
-    if (!hbs_mac_is_lan_client(mac))
+hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ll[16], const uint8_t ipv6[16]) {
+    if (!hbs_mac_is_lan_client(mac) || !names_client("RELEASE", ll, ipv6))
         return nullptr;
-    hbs_client *client = hbs_find_by_ipv6(ipv6);
+    hbs_client *client = hbs_find_by_ipv6(hbs_ipv6_is_zero(ll) ? ipv6 : ll);
     if (client == nullptr)
         return nullptr;
     constexpr uint8_t none[16] = {};

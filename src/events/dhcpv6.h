@@ -28,11 +28,14 @@ struct hbs_dhcpv6_lease {
 // be called before the lease is handled, without hbs_list_mutex: the answer may take a while.
 hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_t ipv6[16]);
 
+// A link-local address of zeros is none (missing, or could not be read): the global one names the client
+// then. A message with neither is dropped with a log line.
+
 // Returns the client, or null.
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease);
 
 // mac may be null. Returns the client found, its IPv6 addresses emptied, or null. Not published here.
-hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]);
+hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ll[16], const uint8_t ipv6[16]);
 
 // A link-local neighbour; mac may be null. Returns the client, or null.
 hbs_client *hbs_handle_ipv6_ll_neighbor(const uint8_t *mac, const uint8_t ll[16]);

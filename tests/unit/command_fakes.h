@@ -138,8 +138,9 @@ hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l) {
     return client;
 }
 
-hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ipv6[16]) {
-    return fake::client_of("dhcpv6 release " + fake::mac(mac) + " " + fake::ipv6(ipv6));
+hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ll[16], const uint8_t ipv6[16]) {
+    return fake::client_of("dhcpv6 release " + fake::mac(mac) + " " + fake::ipv6(ll) + " " +
+                           fake::ipv6(ipv6));
 }
 
 hbs_client *hbs_handle_wifi_association(const uint8_t mac[6], uint32_t ssid) {

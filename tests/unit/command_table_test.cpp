@@ -229,7 +229,7 @@ std::vector<Row> rows() {
          {"tr69 103 none"}},
         {"Dhcpv6Release",
          dhcpv6(108),
-         {release6, "locked dhcpv6 release none fe80::11", "tr69 104 client 02:aa:00:00:00:11"},
+         {release6, "locked dhcpv6 release none fe80::11 fd00:2::10", "tr69 104 client 02:aa:00:00:00:11"},
          {release6, "tr69 104 none"}},
         {"Dhcpv4Release",
          Datagram(109).raw(1, MAC).raw(8, IPV4).u32(12, 0xffffffff).u32(16, 60),

@@ -143,7 +143,9 @@ TEST_F(Dhcpv6, AddressInNoNetwork_ChangesNothing) {
 TEST_F(Dhcpv6, NoMemory_EndsWithNone) {
     for (unsigned i = 0; i < HBS_MAX_WORKING; ++i) {
         const uint8_t mac[6] = {0x02, 0xcc, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
-        ASSERT_NE(nullptr, hbs_add(mac));
+        hbs_client *client = hbs_add(mac);
+        ASSERT_NE(nullptr, client);
+        client->flags = HBS_FLAG_ONLINE; // so that it does not make room
     }
     EXPECT_EQ(nullptr, handle());
     EXPECT_EQ(0u, clients_seen());
@@ -300,12 +302,83 @@ TEST_F(Dhcpv6, Lease_StopsTheOnlineTimerAndStartsNone) {
                       (HBS_FLAG_TIMER_ONLINE | HBS_FLAG_TIMER_LEASE | HBS_FLAG_TIMER_DHCPWAIT));
 }
 
+// --- without a link-local address ---
+
+TEST_F(Dhcpv6, LeaseWithoutALinkLocalAddress_IsOfTheClientWithTheGlobalOne) {
+    hbs_client *client = add_with_ll(MAC_A, LL);
+    ASSERT_EQ(client, handle());
+    lease_of("::", GLOBAL);
+    lease_.serial_number = "SN-7";
+    EXPECT_EQ(client, handle());
+    EXPECT_STREQ("SN-7", published(MAC_A).serial_number);
+    EXPECT_EQ(LL, address_text(published(MAC_A).ll)) << "what is known stays";
+    EXPECT_EQ(0, fake::questions) << "nobody has the address ::";
+}
+
+TEST_F(Dhcpv6, EqualLeasesWithoutALinkLocalAddress_MakeOneClient) {
+    lease_of("::", GLOBAL);
+    hbs_client *client = handle();
+    ASSERT_NE(nullptr, client);
+    for (int i = 1; i < 97; ++i)
+        ASSERT_EQ(client, handle());
+    EXPECT_EQ(1U, nomac_clients());
+    EXPECT_EQ(1U, clients_seen());
+    EXPECT_EQ(GLOBAL, address_text(client->ipv6));
+}
+
+TEST_F(Dhcpv6, LeaseWithTheLinkLocalAddressLater_IsOfTheSameClient) {
+    lease_of("::", GLOBAL);
+    hbs_client *client = handle();
+    lease_of(LL, GLOBAL);
+    EXPECT_EQ(client, handle());
+    EXPECT_EQ(LL, address_text(client->ll));
+    EXPECT_EQ(1U, clients_seen());
+}
+
+TEST_F(Dhcpv6, LeaseWithTheLinkLocalAddressLater_MergesIntoTheClientOfTheMac) {
+    hbs_client *known = hbs_add(mac_of(MAC_A).data());
+    hbs_publish(known);
+    lease_of("::", GLOBAL);
+    EXPECT_TRUE(hbs_is_nomac(handle()));
+    fake::neighbour = mac_of(MAC_A);
+    lease_of(LL, GLOBAL);
+    EXPECT_EQ(known, handle());
+    EXPECT_EQ(0U, nomac_clients());
+    EXPECT_EQ(1U, clients_seen());
+    EXPECT_EQ(GLOBAL, address_text(published(MAC_A).ipv6));
+}
+
+TEST_F(Dhcpv6, LeaseWithTheLinkLocalAddressLater_BringsTheMac) {
+    lease_of("::", GLOBAL);
+    hbs_client *client = handle();
+    fake::neighbour = mac_of(MAC_A);
+    lease_of(LL, GLOBAL);
+    EXPECT_EQ(client, handle());
+    EXPECT_EQ(0U, nomac_clients());
+    EXPECT_EQ(LL, address_text(published(MAC_A).ll));
+}
+
+TEST_F(Dhcpv6, AnotherLinkLocalAddressWithTheSameGlobalOne_IsAnotherClient) {
+    hbs_client *client = handle();
+    lease_of("fe80::21", GLOBAL);
+    EXPECT_NE(client, handle());
+}
+
+TEST_F(Dhcpv6, LeaseWithoutAnyAddress_IsDroppedWithALine) {
+    lease_of("::", "::");
+    clear_log();
+    EXPECT_EQ(nullptr, handle());
+    EXPECT_EQ(0U, nomac_clients());
+    EXPECT_THAT(log_lines(), ElementsAre("HOSTBASE: Got DHCPv6 LEASE event without an address - ignore"));
+}
+
 // --- release ---
 
 class Dhcpv6Release : public Dhcpv6 {
   protected:
-    static hbs_client *release(const char *mac, const std::string &ipv6) {
-        return hbs_handle_dhcpv6_release(mac != nullptr ? mac_of(mac).data() : nullptr, ipv6_of(ipv6).data());
+    static hbs_client *release(const char *mac, const std::string &ll, const std::string &ipv6 = "::") {
+        return hbs_handle_dhcpv6_release(mac != nullptr ? mac_of(mac).data() : nullptr, ipv6_of(ll).data(),
+                                         ipv6_of(ipv6).data());
     }
 };
 
@@ -348,15 +421,53 @@ TEST_F(Dhcpv6Release, OfAnUnknownAddress_IsNone) {
     EXPECT_EQ(LL, address_text(published(MAC_A).ll));
 }
 
-TEST_F(Dhcpv6Release, OfNoAddress_IsNone) {
+TEST_F(Dhcpv6Release, WithoutALinkLocalAddress_IsOfTheClientWithTheGlobalOne) {
+    hbs_client *client = add_with_ll(MAC_A, LL);
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(client, release(nullptr, "::", GLOBAL));
+    EXPECT_EQ("::", address_text(client->ipv6));
+}
+
+TEST_F(Dhcpv6Release, OfNoAddress_IsDroppedWithALine) {
     (void)published_client(MAC_A, "192.168.0.20", 0); // has no IPv6 address
+    clear_log();
     EXPECT_EQ(nullptr, release(nullptr, "::"));
+    EXPECT_THAT(log_lines(), ElementsAre("HOSTBASE: Got DHCPv6 RELEASE event without an address - ignore"));
 }
 
 TEST_F(Dhcpv6Release, OnAMacOfTheGateway_IsNone) {
     hbs_client *client = add_with_ll(MAC_A, LL);
     EXPECT_EQ(nullptr, release(MAC_OWN, LL));
     EXPECT_EQ(LL, address_text(client->ll));
+}
+
+// The record that such a release leaves is found by nobody: the next lease does not leave another one.
+TEST_F(Dhcpv6Release, OfANomacClient_OverAndOver_LeavesOneRecord) {
+    for (int i = 0; i < 200; ++i) {
+        ASSERT_NE(nullptr, handle()) << i;
+        ASSERT_NE(nullptr, release(nullptr, LL)) << i;
+        ASSERT_EQ(1U, nomac_clients());
+        ASSERT_EQ(1U, clients_seen());
+    }
+}
+
+// It must not keep its slot from others.
+TEST_F(Dhcpv6Release, OfNomacClients_LeavesRoomForOthers) {
+    for (unsigned n = 1; n <= HBS_MAX_CLIENTS; ++n) {
+        const std::string number = std::to_string(n);
+        lease_of("fe80::" + number, "fd00:2::" + number);
+        ASSERT_NE(nullptr, handle());
+    }
+    for (unsigned n = 1; n <= HBS_MAX_CLIENTS; ++n)
+        ASSERT_NE(nullptr, release(nullptr, "fe80::" + std::to_string(n)));
+    ASSERT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS), clients_seen());
+    for (unsigned n = 1; n <= HBS_MAX_CLIENTS; ++n) {
+        const std::string mac =
+            "02:ac:00:00:00:" + std::string(1, "0123456789abcdef"[n / 16]) + "0123456789abcdef"[n % 16];
+        (void)published_client(mac, "192.168.0." + std::to_string(n), HBS_FLAG_ONLINE);
+        EXPECT_TRUE(seen(mac).has_value()) << mac;
+    }
+    EXPECT_EQ(0U, nomac_clients()) << "their working copies are gone too";
 }
 
 TEST_F(Dhcpv6Release, OfANomacClient_EmptiesIt) {

@@ -380,7 +380,7 @@ TEST_F(FileWatch, Thread_HandlesBothNotificationFiles) {
     std::ofstream("/var/tmp/udhcpd.delta") << "DEL 02:aa:00:00:00:11 192.168.0.10 60 00 00 1 0\n";
     EXPECT_TRUE(traced("locked dhcpv4 release 02:aa:00:00:00:11 192.168.0.10 1 60"));
     std::ofstream("/var/lib/dibbler/server-notify.log") << "event RELEASE\nlinkAddr fe80::11\n";
-    EXPECT_TRUE(traced("locked dhcpv6 release none fe80::11"));
+    EXPECT_TRUE(traced("locked dhcpv6 release none fe80::11 ::"));
     EXPECT_EQ(read_file("/var/tmp/udhcpd.delta"), "");
     EXPECT_TRUE(
         read_file(HBS_FILE_WATCH_PID).starts_with(trace::format("pid:%d tid:", static_cast<int>(getpid()))));

@@ -169,12 +169,12 @@ TEST_F(LeaseNotices, Lease6_CallsTheLeaseHandler) {
 
 TEST_F(LeaseNotices, Release6_CallsTheReleaseHandlerWithTheLinkLocalAddressAndNoMac) {
     EXPECT_THAT(dhcpv6("event RELEASE\nglobAddr fd00:2::10\nlinkAddr fe80::11\n"),
-                ElementsAre("locked dhcpv6 release none fe80::11"));
+                ElementsAre("locked dhcpv6 release none fe80::11 fd00:2::10"));
 }
 
 TEST_F(LeaseNotices, SeveralEvents6_OnlyTheLastIsActedOn) {
     EXPECT_THAT(dhcpv6(LEASE6 + "event RELEASE\nlinkAddr fe80::12\n"),
-                ElementsAre("locked dhcpv6 release none fe80::12"));
+                ElementsAre("locked dhcpv6 release none fe80::12 fd00:2::10"));
 }
 
 TEST_F(LeaseNotices, MissingKeys6_AreEmpty) {
@@ -189,7 +189,7 @@ TEST_F(LeaseNotices, EarlierNotification6_LeavesNothingBehind) {
 TEST_F(LeaseNotices, HandlerThatFindsNoClient6_IsLogged) {
     fake::client_exists = false;
     EXPECT_THAT(dhcpv6(LEASE6), ElementsAre(LEASED6, NO_DATA));
-    EXPECT_THAT(dhcpv6("event RELEASE\n"), ElementsAre("locked dhcpv6 release none ::", NO_DATA));
+    EXPECT_THAT(dhcpv6("event RELEASE\n"), ElementsAre("locked dhcpv6 release none :: ::", NO_DATA));
 }
 
 TEST_F(LeaseNotices, WhileNotReady6_IsLogged) {
