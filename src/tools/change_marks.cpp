@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
 
 #include "tools/client_table.h"
 #include "tools/words.h"
@@ -44,14 +43,21 @@ style mark_style(mark what) {
 
 } // namespace
 
-bool client_changed(const hbs_client &before, const hbs_client &now) {
-    hbs_client left = before;
-    hbs_client right = now;
-    for (hbs_client *client : {&left, &right}) {
-        client->next = client->prev = client->dbpos = 0;
-        client->flags &= ~HBS_CHANGED_MASK;
-    }
-    return memcmp(&left, &right, sizeof left) != 0;
+bool client_changed(const hbs_client &before, const hbs_client &now, const std::vector<size_t> &columns) {
+    const std::vector<table_cell> left = client_row(before), right = client_row(now);
+    return std::any_of(columns.begin(), columns.end(),
+                       [&](size_t column) { return left[column].text != right[column].text; });
+}
+
+std::vector<size_t> shown_client_columns(const std::vector<hbs_client> &clients, const drawing &how) {
+    std::vector<marked_client> marked;
+    for (const hbs_client &client : clients)
+        marked.push_back({client, mark::none});
+    std::vector<size_t> columns = shown_columns(marked_table(marked), how);
+    std::erase(columns, size_t{0}); // the mark itself
+    for (size_t &column : columns)
+        column--;
+    return columns;
 }
 
 void change_marks::mark_gone(const std::vector<hbs_client> &clients, time_point now) {
@@ -69,7 +75,8 @@ void change_marks::mark_gone(const std::vector<hbs_client> &clients, time_point 
     }
 }
 
-std::vector<marked_client> change_marks::update(const std::vector<hbs_client> &clients, time_point now) {
+std::vector<marked_client> change_marks::update(const std::vector<hbs_client> &clients, time_point now,
+                                                const std::vector<size_t> &columns) {
     std::vector<marked_client> result;
     for (const hbs_client &client : clients) {
         const auto [entry, added] =
@@ -77,10 +84,11 @@ std::vector<marked_client> change_marks::update(const std::vector<hbs_client> &c
         known &one = entry->second;
         if (one.what == mark::gone)
             one = {client, mark::fresh, now};
-        else if (!added && client_changed(one.client, client))
+        else if (!added && client_changed(one.client, client, columns))
             one = {client, mark::changed, now};
         else if (now - one.since >= lasting_)
             one.what = mark::none;
+        one.client = client;
         result.push_back({client, one.what});
     }
     mark_gone(clients, now);

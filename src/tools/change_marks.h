@@ -17,8 +17,11 @@ struct marked_client {
     mark what;
 };
 
-// Whether two records of a client differ in anything but their place and their change marks.
-bool client_changed(const hbs_client &before, const hbs_client &now);
+// Whether two records of a client show different texts in these columns of the client table.
+bool client_changed(const hbs_client &before, const hbs_client &now, const std::vector<size_t> &columns);
+
+// The columns of the client table that are shown beside the marks when it is drawn like that.
+std::vector<size_t> shown_client_columns(const std::vector<hbs_client> &clients, const drawing &how);
 
 class change_marks {
   public:
@@ -28,8 +31,9 @@ class change_marks {
     explicit change_marks(std::chrono::milliseconds lasting) : lasting_(lasting) {}
 
     // The clients of this look in their order, then those that went lately. At the first look nothing
-    // is marked.
-    std::vector<marked_client> update(const std::vector<hbs_client> &clients, time_point now);
+    // is marked, and later only what changed in the columns given.
+    std::vector<marked_client> update(const std::vector<hbs_client> &clients, time_point now,
+                                      const std::vector<size_t> &columns);
 
   private:
     struct known {

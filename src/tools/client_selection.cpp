@@ -68,13 +68,6 @@ template <typename Value> bool is_among(const std::vector<Value> &wanted, const 
     return wanted.empty() || std::find(wanted.begin(), wanted.end(), value) != wanted.end();
 }
 
-bool is_wanted(const hbs_client &client, const client_selection &how) {
-    const bool online = (client.flags & HBS_FLAG_ONLINE) != 0;
-    const bool any_state = how.online == how.offline;
-    return (any_state || how.online == online) && is_among(how.networks, uint32_t{client.nwidx}) &&
-           is_among(how.adapters, adapter_word(client.adapter_type));
-}
-
 } // namespace
 
 const std::vector<std::string> &sort_keys() {
@@ -87,10 +80,23 @@ const std::vector<std::string> &sort_keys() {
     return keys;
 }
 
+bool is_wanted(const hbs_client &client, const client_selection &how) {
+    const bool online = (client.flags & HBS_FLAG_ONLINE) != 0;
+    const bool any_state = how.online == how.offline;
+    return (any_state || how.online == online) && is_among(how.networks, uint32_t{client.nwidx}) &&
+           is_among(how.adapters, adapter_word(client.adapter_type));
+}
+
+bool comes_before(const hbs_client &left, const hbs_client &right, const client_selection &how) {
+    const comparison before = comparison_of(how.sort);
+    return how.reverse ? before(right, left) : before(left, right);
+}
+
 std::vector<hbs_client> selected(std::vector<hbs_client> clients, const client_selection &how) {
-    std::erase_if(clients, [&](const hbs_client &client) { return !is_wanted(client, how); });
-    std::stable_sort(clients.begin(), clients.end(), comparison_of(how.sort));
-    if (how.reverse)
-        std::reverse(clients.begin(), clients.end());
+    std::erase_if(
+        clients, [&](const hbs_client &client) { return !is_wanted(client, how); });
+    std::stable_sort(clients.begin(), clients.end(), [&](const hbs_client &left, const hbs_client &right) {
+        return comes_before(left, right, how);
+    });
     return clients;
 }

@@ -18,4 +18,8 @@ struct client_selection {
 // "network" (then by address), "ip", "name", "mac", "seen" (what went on or off line last comes first).
 const std::vector<std::string> &sort_keys();
 
+bool is_wanted(const hbs_client &client, const client_selection &how);
+bool comes_before(const hbs_client &left, const hbs_client &right, const client_selection &how);
+
+// Those that are wanted, in order.
 std::vector<hbs_client> selected(std::vector<hbs_client> clients, const client_selection &how);

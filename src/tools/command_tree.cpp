@@ -34,17 +34,6 @@ constexpr const char *footer =
     "Status: 0 done, 1 nothing changed, not found or differences, 2 wrong usage, 3 the\n"
     "daemon or its database is not there, 4 no answer in time, 5 another failure.";
 
-exit_status status_of(const database_error &error) {
-    switch (error.result) {
-    case HOSTBASE_NO_SEGMENT:
-        return exit_not_there;
-    case HOSTBASE_BUSY:
-    case HOSTBASE_UNSTABLE:
-        return exit_no_answer;
-    }
-    return exit_failed;
-}
-
 exit_status status_of(const daemon_error &error) {
     switch (error.why) {
     case daemon_error::not_there:

@@ -43,6 +43,17 @@ bool has_name(const hbs_client &client, const std::string &name) {
 
 database_error::database_error(int why) : std::runtime_error(hostbase_strerror(why)), result(why) {}
 
+exit_status status_of(const database_error &error) {
+    switch (error.result) {
+    case HOSTBASE_NO_SEGMENT:
+        return exit_not_there;
+    case HOSTBASE_BUSY:
+    case HOSTBASE_UNSTABLE:
+        return exit_no_answer;
+    }
+    return exit_failed;
+}
+
 database read_database() {
     auto copy = std::make_unique<hbs_db>();
     const int result = hostbase_snapshot(copy.get());

@@ -7,6 +7,8 @@
 
 #include <hbs_db.h>
 
+#include "tools/session.h"
+
 struct database {
     std::vector<hbs_client> clients; // each list in its own order
     std::vector<hbs_ip_entry> ip;
@@ -21,6 +23,9 @@ struct database_error : std::runtime_error {
     int result;
     explicit database_error(int result);
 };
+
+// What a run ends with that fails by it.
+exit_status status_of(const database_error &error);
 
 // Throws database_error.
 database read_database();

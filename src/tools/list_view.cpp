@@ -99,22 +99,26 @@ void list(session &run, const list_options &options) {
 
 } // namespace
 
+void add_selection(CLI::App *command, client_selection &which) {
+    command->add_flag("--online", which.online, "Only those on line");
+    command->add_flag("--offline", which.offline, "Only those off line");
+    command->add_option("--network", which.networks, "Only those of a LAN network, from 0")
+        ->type_name("N")
+        ->delimiter(',');
+    command->add_option("--adapter", which.adapters, "Only those on such an adapter")
+        ->check(one_of({"ethernet", "usb", "moca", "wifi", "unknown"}))
+        ->delimiter(',');
+    command->add_option("--sort", which.sort, "What to sort by")
+        ->check(one_of(sort_keys()))
+        ->capture_default_str();
+    command->add_flag("--reverse", which.reverse, "The other way round");
+}
+
 void add_list(CLI::App *app, session &run) {
     add_command<list_options>(
         app, "list", "Show clients, by network and address",
         [](CLI::App *command, list_options &options) {
-            command->add_flag("--online", options.which.online, "Only those on line");
-            command->add_flag("--offline", options.which.offline, "Only those off line");
-            command->add_option("--network", options.which.networks, "Only those of a LAN network, from 0")
-                ->type_name("N")
-                ->delimiter(',');
-            command->add_option("--adapter", options.which.adapters, "Only those on such an adapter")
-                ->check(one_of({"ethernet", "usb", "moca", "wifi", "unknown"}))
-                ->delimiter(',');
-            command->add_option("--sort", options.which.sort, "What to sort by")
-                ->check(one_of(sort_keys()))
-                ->capture_default_str();
-            command->add_flag("--reverse", options.which.reverse, "The other way round");
+            add_selection(command, options.which);
             command->add_option("--columns", options.columns, "What to show of each client")
                 ->check(one_of(field_names()))
                 ->type_name("")

@@ -1,11 +1,15 @@
 #include "tools/terminal.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/signalfd.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -62,17 +66,25 @@ drawing drawing_of(int fd) {
 }
 
 live_screen::live_screen(bool draw) : terminal_(draw && isatty(STDOUT_FILENO) != 0 && !is_dumb()) {
+    keys_ = terminal_ && tcgetattr(STDIN_FILENO, &usual_) == 0;
     const sigset_t set = awaited_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    signals_ = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
     enter();
 }
 
 live_screen::~live_screen() {
     leave();
+    close(signals_);
 }
 
 void live_screen::enter() {
+    termios keys = usual_;
+    keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    keys.c_cc[VMIN] = keys.c_cc[VTIME] = 0; // reading takes what is there
+    if (keys_)
+        (void)tcsetattr(STDIN_FILENO, TCSADRAIN, &keys);
     if (terminal_)
         (void)write_all(enter_sequence);
 }
@@ -80,12 +92,19 @@ void live_screen::enter() {
 void live_screen::leave() {
     if (terminal_)
         (void)write_all(leave_sequence);
+    if (keys_)
+        (void)tcsetattr(STDIN_FILENO, TCSADRAIN, &usual_);
+}
+
+size_t live_screen::height() const {
+    const unsigned rows = window_of(STDOUT_FILENO).ws_row;
+    return !terminal_ ? 0 : rows == 0 ? 24 : rows;
 }
 
 void live_screen::show(const std::vector<std::string> &lines) {
-    const size_t height = window_of(STDOUT_FILENO).ws_row;
+    const size_t most = terminal_ ? std::min(lines.size(), height()) : lines.size();
     std::string text = terminal_ ? "\033[H" : "";
-    for (size_t i = 0; i < lines.size() && (!terminal_ || height == 0 || i < height); i++) {
+    for (size_t i = 0; i < most; i++) {
         text += terminal_ && i > 0 ? "\r\n" : "";
         text += lines[i];
         text += terminal_ ? "\033[K" : "\n";
@@ -101,13 +120,34 @@ void live_screen::stop_and_resume() {
     enter();
 }
 
-bool live_screen::wait(std::chrono::milliseconds time) {
-    const sigset_t set = awaited_signals();
-    timespec limit = {};
-    limit.tv_sec = static_cast<time_t>(time.count() / 1000);
-    limit.tv_nsec = static_cast<long>(time.count() % 1000 * 1000000);
-    const int number = broken_ ? SIGPIPE : sigtimedwait(&set, nullptr, &limit);
-    if (number == SIGTSTP)
+// Returns false for one that ends the view.
+bool live_screen::heed_signal() {
+    signalfd_siginfo told = {};
+    if (read(signals_, &told, sizeof told) != sizeof told)
+        return true;
+    if (told.ssi_signo == SIGTSTP)
         stop_and_resume();
-    return number == -1 || number == SIGTSTP || number == SIGWINCH;
+    return told.ssi_signo == SIGTSTP || told.ssi_signo == SIGWINCH;
+}
+
+// Returns false when the terminal is gone.
+bool live_screen::take_keys() {
+    char block[64];
+    const ssize_t size = read(STDIN_FILENO, block, sizeof block);
+    if (size > 0)
+        typed_.append(block, static_cast<size_t>(size));
+    return size > 0;
+}
+
+bool live_screen::wait(std::chrono::milliseconds time) {
+    pollfd sources[] = {{signals_, POLLIN, 0}, {keys_ ? STDIN_FILENO : -1, POLLIN, 0}};
+    if (broken_ || (poll(sources, 2, static_cast<int>(time.count())) < 0 && errno != EINTR))
+        return false;
+    if (sources[0].revents != 0 && !heed_signal())
+        return false;
+    return sources[1].revents == 0 || take_keys();
+}
+
+std::string live_screen::typed() {
+    return std::exchange(typed_, "");
 }

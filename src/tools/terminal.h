@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <termios.h>
 #include <vector>
 
 #include "tools/text_table.h"
@@ -24,14 +25,26 @@ class live_screen {
     // Shows the lines, cut to the terminal's height.
     void show(const std::vector<std::string> &lines);
 
+    // How many lines fit; 0: as many as there are.
+    size_t height() const;
+
     // Waits for the time given. Returns false when the view is to end: SIGINT, SIGTERM, SIGHUP, or
-    // nobody reads what it prints. A changed terminal size ends the wait early.
+    // nobody reads what it prints. A key and a changed terminal size end the wait early.
     bool wait(std::chrono::milliseconds time);
+
+    // What was typed since it was asked last. Keys are taken where standard input is a terminal, too.
+    std::string typed();
 
   private:
     void enter();
     void leave();
     void stop_and_resume();
+    bool heed_signal();
+    bool take_keys();
     bool terminal_;
+    bool keys_ = false;
     bool broken_ = false;
+    int signals_ = -1; // descriptor
+    termios usual_ = {};
+    std::string typed_;
 };

@@ -66,6 +66,15 @@ void share_out(const text_table &table, std::vector<placed_column> &placed, int 
     }
 }
 
+std::vector<placed_column> place(const text_table &table, const drawing &how) {
+    std::vector<placed_column> placed = place_all(table);
+    if (how.width > 0) {
+        drop_until_it_fits(table, placed, how.width);
+        share_out(table, placed, how.width);
+    }
+    return placed;
+}
+
 void append_cell(std::string &line, const std::string &text, style look, int width, bool last, bool colour) {
     const std::string shown = cut_to_width(text, width);
     line += styled(shown, look, colour);
@@ -93,12 +102,15 @@ std::string styled(const std::string &text, style look, bool colour) {
     return codes[static_cast<size_t>(look)] + text + "\033[0m";
 }
 
+std::vector<size_t> shown_columns(const text_table &table, const drawing &how) {
+    std::vector<size_t> columns;
+    for (const placed_column &column : place(table, how))
+        columns.push_back(column.index);
+    return columns;
+}
+
 std::vector<std::string> draw_table(const text_table &table, const drawing &how) {
-    std::vector<placed_column> placed = place_all(table);
-    if (how.width > 0) {
-        drop_until_it_fits(table, placed, how.width);
-        share_out(table, placed, how.width);
-    }
+    const std::vector<placed_column> placed = place(table, how);
     std::vector<std::string> lines = {title_line(table, placed, how.colour)};
     for (const auto &row : table.rows) {
         std::string line;

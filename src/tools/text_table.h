@@ -32,5 +32,8 @@ struct drawing {
 // out when they may be dropped.
 std::vector<std::string> draw_table(const text_table &table, const drawing &how);
 
+// The columns that are drawn, by their place in the table.
+std::vector<size_t> shown_columns(const text_table &table, const drawing &how);
+
 // The text with the style's colour when `colour`, alone otherwise.
 std::string styled(const std::string &text, style look, bool colour);

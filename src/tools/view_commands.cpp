@@ -92,6 +92,7 @@ void add_view_commands(CLI::App *app, session &run) {
         [](CLI::App *command, watch_options &options) {
             add_seconds(command, "--interval", options.seconds, 0.1, "Seconds between two looks");
             command->add_option("--count", options.looks, "End after this many looks (otherwise: Ctrl-C)");
+            add_selection(command, options.which);
         },
         [&run](const watch_options &options) { watch(run, options); });
     add_command<no_arguments>(

@@ -10,42 +10,81 @@
 #include "tools/json_view.h"
 #include "tools/terminal.h"
 #include "tools/time_text.h"
+#include "tools/watch_view.h"
 
 namespace {
 
+using clock_type = std::chrono::steady_clock;
+
 constexpr std::chrono::seconds marks_last(5);
 
-std::string title(const session &run, const std::string &rest, bool colour) {
-    const bool there = daemon_is_there(run.socket_path);
-    return zoned_time(time(nullptr)).substr(11, 8) + "  " + rest +
-           (there ? "" : "  " + styled("gw_hostbase is not running", style::changed, colour));
+// What one look at the database found.
+struct view {
+    std::vector<hbs_client> clients; // in order
+    std::vector<marked_client> marked;
+    std::string error; // why the database could not be read; empty: it could
+    exit_status status = exit_ok;
+};
+
+view look(const session &run, const watch_state &state, change_marks &marks) {
+    view now;
+    now.status = daemon_is_there(run.socket_path) ? exit_ok : exit_not_there;
+    try {
+        now.clients = read_database().clients;
+        const std::vector<size_t> columns =
+            shown_client_columns(selected(now.clients, state.which), drawing_of(STDOUT_FILENO));
+        now.marked = marks.update(now.clients, clock_type::now(), columns);
+    } catch (const database_error &error) {
+        now.error = error.what();
+        now.status = status_of(error);
+    }
+    return now;
 }
 
-std::vector<std::string> table_lines(const session &run, const std::vector<hbs_client> &clients,
-                                     change_marks &marks) {
+std::string title(const view &now, const std::vector<marked_client> &rows, bool colour) {
+    const std::string time = zoned_time(::time(nullptr)).substr(11, 8) + "  ";
+    const std::string gone = styled("gw_hostbase is not running", style::changed, colour);
+    if (!now.error.empty())
+        return time + now.error;
+    const std::string shown =
+        rows.size() < now.marked.size() ? "  " + std::to_string(rows.size()) + " shown" : "";
+    return time + client_totals(now.clients) + shown + (now.status == exit_not_there ? "  " + gone : "");
+}
+
+std::vector<std::string> table_lines(const view &now, watch_state &state, size_t height) {
     const drawing how = drawing_of(STDOUT_FILENO);
-    const auto now = std::chrono::steady_clock::now();
-    std::vector<std::string> lines = draw_table(marked_table(marks.update(clients, now)), how);
-    lines.insert(lines.begin(), {title(run, client_totals(clients), how.colour), ""});
-    if (how.width == 0)
-        lines.emplace_back();
+    const std::vector<marked_client> rows = wanted_rows(now.marked, state);
+    const std::vector<std::string> table = draw_table(marked_table(rows), how);
+    if (height > 0)
+        return fitted(title(now, rows, how.colour), table, state, height, how.width);
+    std::vector<std::string> lines = {title(now, rows, how.colour), ""};
+    lines.insert(lines.end(), table.begin(), table.end());
+    lines.emplace_back();
     return lines;
 }
 
-std::vector<std::string> json_lines(const std::vector<hbs_client> &clients) {
-    json document = clients_json(clients);
+std::vector<std::string> json_lines(const view &now, const watch_state &state) {
+    if (!now.error.empty())
+        return {json_text({{"error", now.error}, {"status", static_cast<int>(now.status)}}, -1)};
+    json document = clients_json(selected(now.clients, state.which));
     document["time"] = zoned_time(time(nullptr));
     return {json_text(document, -1)};
 }
 
-// The lines of one look; what went wrong when the database could not be read.
-std::vector<std::string> look(const session &run, change_marks &marks) {
-    try {
-        const database db = read_database();
-        return run.json ? json_lines(db.clients) : table_lines(run, db.clients, marks);
-    } catch (const database_error &error) {
-        return {run.json ? json_text({{"error", error.what()}}, -1) : title(run, error.what(), false)};
+// Until the next look is due. Returns false when the view is to end.
+bool stay(const session &run, live_screen &screen, const view &now, watch_state &state,
+          clock_type::time_point until) {
+    while (clock_type::now() < until) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - clock_type::now());
+        if (!screen.wait(left))
+            return false;
+        for (const std::string &key : keys_of(screen.typed()))
+            if (!press(state, key, rows_that_fit(screen.height())))
+                return false;
+        if (!run.json && screen.height() > 0)
+            screen.show(table_lines(now, state, screen.height()));
     }
+    return true;
 }
 
 } // namespace
@@ -53,11 +92,15 @@ std::vector<std::string> look(const session &run, change_marks &marks) {
 void watch(session &run, const watch_options &options) {
     (void)read_database();
     change_marks marks(marks_last);
+    watch_state state;
+    state.which = options.which;
     live_screen screen(!run.json);
     const auto pause = std::chrono::milliseconds(static_cast<long>(options.seconds * 1000));
     for (unsigned i = 1; options.looks == 0 || i <= options.looks; i++) {
-        screen.show(look(run, marks));
-        if (i == options.looks || !screen.wait(pause))
+        const view now = look(run, state, marks);
+        run.status = now.status;
+        screen.show(run.json ? json_lines(now, state) : table_lines(now, state, screen.height()));
+        if (i == options.looks || !stay(run, screen, now, state, clock_type::now() + pause))
             return;
     }
 }

@@ -20,6 +20,8 @@ hbs_client client_of(uint8_t number) {
     return client;
 }
 
+const std::vector<size_t> all = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}; // columns
+
 std::string signs(const std::vector<marked_client> &clients) {
     std::string text;
     for (const auto &row : marked_table(clients).rows)
@@ -29,39 +31,59 @@ std::string signs(const std::vector<marked_client> &clients) {
 
 TEST(ChangeMarks, AtTheFirstLookNothingIsMarked) {
     change_marks marks(5s);
-    EXPECT_EQ(signs(marks.update({client_of(1), client_of(2)}, time_point())), "..");
+    EXPECT_EQ(signs(marks.update({client_of(1), client_of(2)}, time_point(), all)), "..");
 }
 
 TEST(ChangeMarks, ANewOneAChangedOneAndOneThatWentAreMarkedForAWhile) {
     change_marks marks(5s);
     const time_point start;
-    (void)marks.update({client_of(1), client_of(2), client_of(3)}, start);
+    (void)marks.update({client_of(1), client_of(2), client_of(3)}, start, all);
     hbs_client changed = client_of(2);
     strcpy(changed.host, "renamed");
     const std::vector<hbs_client> later = {client_of(1), changed, client_of(4)};
-    EXPECT_EQ(signs(marks.update(later, start + 1s)), ".*+-");
-    EXPECT_EQ(signs(marks.update(later, start + 5s)), ".*+-");
-    EXPECT_EQ(signs(marks.update(later, start + 6s)), "...");
+    EXPECT_EQ(signs(marks.update(later, start + 1s, all)), ".*+-");
+    EXPECT_EQ(signs(marks.update(later, start + 5s, all)), ".*+-");
+    EXPECT_EQ(signs(marks.update(later, start + 6s, all)), "...");
 }
 
 TEST(ChangeMarks, OneThatComesBackIsNew) {
     change_marks marks(5s);
     const time_point start;
-    (void)marks.update({client_of(1)}, start);
-    EXPECT_EQ(signs(marks.update({}, start + 1s)), "-");
-    EXPECT_EQ(signs(marks.update({client_of(1)}, start + 2s)), "+");
+    (void)marks.update({client_of(1)}, start, all);
+    EXPECT_EQ(signs(marks.update({}, start + 1s, all)), "-");
+    EXPECT_EQ(signs(marks.update({client_of(1)}, start + 2s, all)), "+");
 }
 
-TEST(ChangeMarks, PlaceAndChangeMarksOfTheRecordDoNotCount) {
+TEST(ChangeMarks, OnlyWhatIsShownCounts) {
     hbs_client before = client_of(1);
     hbs_client now = before;
     now.next = 99;
-    now.prev = 98;
     now.dbpos = 52;
-    now.flags |= 0x001F0000;
-    EXPECT_FALSE(client_changed(before, now));
+    now.flags |= HBS_CHANGED_MASK;
+    now.join_req_count = 3;
+    EXPECT_FALSE(client_changed(before, now, all));
     now.flags |= HBS_FLAG_ONLINE;
-    EXPECT_TRUE(client_changed(before, now));
+    EXPECT_TRUE(client_changed(before, now, all));
+    EXPECT_TRUE(client_changed(before, now, {1})) << "the state";
+    EXPECT_FALSE(client_changed(before, now, {0, 2}));
+}
+
+TEST(ChangeMarks, AColumnWithoutRoomIsNotShown) {
+    hbs_client client = client_of(1);
+    strcpy(client.host, "laptop");
+    strcpy(client.comment, "on the desk");
+    EXPECT_EQ(shown_client_columns({client}, {}), (std::vector<size_t>{0, 1, 2, 3, 4, 5, 11}));
+    EXPECT_EQ(shown_client_columns({client}, {.width = 50}), (std::vector<size_t>{0, 1, 2, 3, 4}));
+}
+
+TEST(ChangeMarks, WhatChangedUnseenIsNotMarkedLater) {
+    change_marks marks(5s);
+    const time_point start;
+    hbs_client changed = client_of(1);
+    (void)marks.update({client_of(1)}, start, {0});
+    strcpy(changed.host, "renamed");
+    EXPECT_EQ(signs(marks.update({changed}, start + 1s, {0})), ".");
+    EXPECT_EQ(signs(marks.update({changed}, start + 2s, all)), ".");
 }
 
 TEST(ChangeMarks, ClientsWithoutAMacAreToldApartByNumber) {
@@ -69,8 +91,8 @@ TEST(ChangeMarks, ClientsWithoutAMacAreToldApartByNumber) {
     hbs_client first = client_of(1), second = client_of(2);
     memset(first.mac, 0, 6);
     memset(second.mac, 0, 6);
-    EXPECT_EQ(signs(marks.update({first, second}, time_point())), "..");
-    EXPECT_EQ(signs(marks.update({second}, time_point() + 1s)), ".-");
+    EXPECT_EQ(signs(marks.update({first, second}, time_point(), all)), "..");
+    EXPECT_EQ(signs(marks.update({second}, time_point() + 1s, all)), ".-");
 }
 
 TEST(ChangeMarks, AMarkedRowIsOfOneColour) {
