@@ -55,16 +55,10 @@ hbs_client *find_by_address(int family, const uint8_t *address) {
     return family == AF_INET6 ? hbs_find_by_ipv6(address) : hbs_find_by_ipv4(address);
 }
 
-// Takes every entry of the MAC and of the address out of the files. Returns whether all that were there went.
-bool make_room_for_static_lease(const char *mac, const char *address) {
-    const int by_mac = hbs_lease_delete_all_ipv4_static(mac);
-    const int by_address = hbs_lease_delete_all_ipv4_static_by_ip(address);
-    return by_mac == 0 && by_address == 0;
-}
-
 // Writes the lease into the network's files: an entry for the pair is updated, any other of the MAC or of
-// the address goes first. "Every" entry: a delete takes each file's first match, so it is repeated. Where the
-// old one cannot be taken out, the new one is not put beside it: two would speak for one device.
+// the address goes first. "Every" entry: a delete takes each file's first match, so it is repeated. What
+// became of the deletions is not asked for: a record that cannot be taken out must not cost the device its
+// new lease.
 void write_static_lease(int group, const hbs_static_lease *lease) {
     uint32_t index = 0;
     bool found = false;
@@ -75,8 +69,9 @@ void write_static_lease(int group, const hbs_static_lease *lease) {
         (void)hbs_lease_update_ipv4_static(group, &written);
         return;
     }
-    if (make_room_for_static_lease(lease->mac, lease->address))
-        (void)hbs_lease_add_ipv4_static(group, &written);
+    hbs_lease_delete_all_ipv4_static(lease->mac);
+    hbs_lease_delete_all_ipv4_static_by_ip(lease->address);
+    (void)hbs_lease_add_ipv4_static(group, &written);
 }
 
 // The client that the lease is for, taken out of the indices; null when the operation is refused.
@@ -123,7 +118,7 @@ void clear_static_lease_ipv4(const uint8_t *address) {
     }
     memset(client->comment, 0, sizeof client->comment);
     hbs_set_commanded_lease(client, false);
-    (void)hbs_lease_delete_all_ipv4_static_by_ip(hbs_ipv4_to_text(address).text);
+    hbs_lease_delete_all_ipv4_static_by_ip(hbs_ipv4_to_text(address).text);
     hbs_shm_commit(client);
     hbs_file_remove_if_idx_locked(client);
     hbs_nv_update_client(client);
@@ -193,15 +188,14 @@ int hbs_api_set_internal_lease(int family, const uint8_t *address, const uint8_t
     const hbs_addr_text ipv4_text = hbs_ipv4_to_text(address);
     uint32_t index = 0;
     (void)hbs_lease_get_static_index(0, mac_text.text, ipv4_text.text, &index, nullptr);
-    const bool has_room = make_room_for_static_lease(mac_text.text, ipv4_text.text);
+    hbs_lease_delete_all_ipv4_static(mac_text.text);
+    hbs_lease_delete_all_ipv4_static_by_ip(ipv4_text.text);
     const hbs_static_lease lease = {mac_text.text,
                                     ipv4_text.text,
                                     DEFAULT_HOST,
                                     1,
                                     {DEFAULT_IDENTITY, DEFAULT_IDENTITY, DEFAULT_IDENTITY},
                                     index};
-    if (!has_room)
-        return 0;
     (void)hbs_lease_add_ipv4_static(0, &lease);
     hbs_set_commanded_lease(hbs_find_by_mac(mac), true); // whose end would drop the line
     return 0;

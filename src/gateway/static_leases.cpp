@@ -110,37 +110,27 @@ static constexpr struct {
     line_finder find;
 } EDITED_FILES[] = {{HBS_LEASE_STATIC, find_static_line}, {HBS_LEASE_HOST, find_host_record}};
 
-// Returns 1 when a line is gone now, 0 when there is none to delete, -1 when the file could not be written.
-static int delete_first(const char *path, line_finder find, const hbs_lease_search *search) {
+// Returns whether a line is gone now.
+static bool delete_first(const char *path, line_finder find, const hbs_lease_search *search) {
     char text[FIELDS_SIZE];
     if (!find(path, search, text))
-        return 0;
+        return false;
     char command[FIELDS_SIZE + HBS_LEASE_PATH_SIZE + 16];
     (void)snprintf(command, sizeof command, "sed -i '/%s/d' %s", text, path);
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_lease_delete_ipv4_static: execute cmd : %s", command);
     size_t deleted = 0;
-    if (hbs_lines_delete_containing(path, text, &deleted) != 0)
-        return -1;
-    return deleted > 0 ? 1 : 0;
+    return hbs_lines_delete_containing(path, text, &deleted) == 0 && deleted > 0;
 }
 
-// Returns 0, or -1 when a file could not be written.
-static int delete_in_all_groups(const hbs_lease_search *search, bool every) {
-    int result = 0;
+static void delete_in_all_groups(const hbs_lease_search *search, bool every) {
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group) {
         for (const auto &file : EDITED_FILES) {
             char path[HBS_LEASE_PATH_SIZE];
             if (hbs_lease_filename(group, file.kind, path) != 0)
                 continue;
-            int deleted = 0;
-            do
-                deleted = delete_first(path, file.find, search);
-            while (deleted > 0 && every);
-            if (deleted < 0)
-                result = -1;
+            while (delete_first(path, file.find, search) && every) {}
         }
     }
-    return result;
 }
 
 void hbs_lease_clear_leftovers() {
@@ -153,34 +143,36 @@ void hbs_lease_clear_leftovers() {
     }
 }
 
-static int delete_by_mac(const char *mac_text, bool every) {
+static void delete_by_mac(const char *mac_text, bool every) {
     uint8_t mac[6];
     const hbs_lease_search search = {mac, nullptr, false};
-    return hbs_text_to_mac(mac_text, mac) == 6 ? delete_in_all_groups(&search, every) : 0;
+    if (hbs_text_to_mac(mac_text, mac) == 6)
+        delete_in_all_groups(&search, every);
 }
 
-static int delete_by_address(const char *address_text, bool every) {
+static void delete_by_address(const char *address_text, bool every) {
     uint8_t address[4];
     const hbs_lease_search search = {nullptr, address, false};
-    return hbs_lease_address(address_text, address) ? delete_in_all_groups(&search, every) : 0;
+    if (hbs_lease_address(address_text, address))
+        delete_in_all_groups(&search, every);
 }
 
 int hbs_lease_delete_ipv4_static(const char *mac_text) {
-    (void)delete_by_mac(mac_text, false);
+    delete_by_mac(mac_text, false);
     return 0;
 }
 
 int hbs_lease_delete_ipv4_static_by_ip(const char *address_text) {
-    (void)delete_by_address(address_text, false);
+    delete_by_address(address_text, false);
     return 0;
 }
 
-int hbs_lease_delete_all_ipv4_static(const char *mac_text) {
-    return delete_by_mac(mac_text, true);
+void hbs_lease_delete_all_ipv4_static(const char *mac_text) {
+    delete_by_mac(mac_text, true);
 }
 
-int hbs_lease_delete_all_ipv4_static_by_ip(const char *address_text) {
-    return delete_by_address(address_text, true);
+void hbs_lease_delete_all_ipv4_static_by_ip(const char *address_text) {
+    delete_by_address(address_text, true);
 }
 
 // What 's/.* .* N/MAC ADDRESS N/g' does to a line: everything up to the last blank that N follows, with

@@ -26,10 +26,9 @@ int hbs_lease_update_ipv4_static(int group, const hbs_static_lease *lease);
 int hbs_lease_delete_ipv4_static(const char *mac_text);
 int hbs_lease_delete_ipv4_static_by_ip(const char *address_text);
 
-// Delete every line of the MAC (of the address) in those files. 0, or -1 when one of them could not be
-// written: a line that should have gone may be there still.
-int hbs_lease_delete_all_ipv4_static(const char *mac_text);
-int hbs_lease_delete_all_ipv4_static_by_ip(const char *address_text);
+// Delete every line of the MAC (of the address) in those files.
+void hbs_lease_delete_all_ipv4_static(const char *mac_text);
+void hbs_lease_delete_all_ipv4_static_by_ip(const char *address_text);
 
 // Removes what a power cut in the middle of an edit left beside those files (start-up).
 void hbs_lease_clear_leftovers();

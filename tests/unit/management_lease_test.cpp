@@ -1,5 +1,6 @@
 // Static leases set and cleared by the user, and those of internal devices.
 #include <string>
+#include <sys/stat.h>
 
 #include "support/management.h"
 
@@ -41,6 +42,11 @@ class ManagementLease : public ManagementTest {
     static int set_internal(const std::string &mac, const std::string &address) {
         const hbs_static_lease_request wanted = request(mac, address);
         return hbs_api_set_internal_lease(wanted.family, wanted.address, wanted.mac);
+    }
+
+    // Something that cannot be removed stands where each replacement of the file would be written.
+    static void keep_from_being_replaced(const std::string &path) {
+        ASSERT_EQ(0, mkdir((path + ".hbs-new").c_str(), 0755));
     }
 
     static std::string leases() { return read_file(STATIC_LEASES); }
@@ -183,6 +189,20 @@ TEST_F(ManagementLeaseSet, DeletesEveryOtherEntryOfTheMacAndOfTheAddress) {
     EXPECT_EQ(bystander + "02:aa:00:00:00:11 192.168.0.50\n", leases());
     EXPECT_EQ("02:aa:00:00:00:11 192.168.0.50 0 name 1 null null null\n", records());
     EXPECT_EQ("", read_file("/nvram/8/dhcpd/udhcpd.192.168.1.1.static_leases"));
+}
+
+// Whatever became of the deletions, the lease that was asked for is written.
+TEST_F(ManagementLeaseSet, WhereAnOldEntryCannotBeDeleted_IsAddedAllTheSame) {
+    const std::string old_record = "02:aa:00:00:00:11 192.168.0.60 0 old 1 null null null\n";
+    const std::string new_record = "02:aa:00:00:00:11 192.168.0.50 0 unknown 1 null null null\n";
+    write_file(STATIC_LEASES, "02:aa:00:00:00:11 192.168.0.60\n");
+    write_file(HOST_RECORDS, old_record);
+    keep_from_being_replaced(HOST_RECORDS);
+    EXPECT_EQ(0, set(LAPTOP, ADDRESS));
+    EXPECT_EQ("02:aa:00:00:00:11 192.168.0.50\n", leases()) << "the device is not left without a lease";
+    EXPECT_EQ(old_record + new_record, records());
+    EXPECT_EQ(1u, logged_count("HOSTBASE: hbs_lease_add_ipv4_static: add " + new_record + " to file " +
+                               HOST_RECORDS));
 }
 
 TEST_F(ManagementLeaseSet, OfThePairThatIsThere_UpdatesItUnderItsIndex) {
@@ -366,6 +386,14 @@ TEST_F(ManagementLeaseInternal, ReplacesTheEntriesOfTheMacAndOfTheAddressAndKeep
                               "02:aa:00:00:00:12 192.168.0.50 2\n02:aa:00:00:00:13 192.168.0.71\n");
     EXPECT_EQ(0, set_internal(LAPTOP, ADDRESS));
     EXPECT_EQ("02:aa:00:00:00:13 192.168.0.71\n02:aa:00:00:00:11 192.168.0.50 9\n", leases());
+}
+
+TEST_F(ManagementLeaseInternal, WhereAnOldEntryCannotBeDeleted_IsAddedAllTheSame) {
+    write_file(STATIC_LEASES, "02:aa:00:00:00:11 192.168.0.60\n");
+    keep_from_being_replaced(STATIC_LEASES);
+    EXPECT_EQ(0, set_internal(LAPTOP, ADDRESS));
+    EXPECT_EQ("02:aa:00:00:00:11 192.168.0.60\n02:aa:00:00:00:11 192.168.0.50\n", leases());
+    EXPECT_EQ("02:aa:00:00:00:11 192.168.0.50 0 unknown 1 null null null\n", records());
 }
 
 TEST_F(ManagementLeaseInternal, ReadsTheRouterDatabaseAnew) {

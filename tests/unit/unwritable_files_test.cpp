@@ -1,5 +1,7 @@
 // What is left when the files of the user's settings cannot be written: a full or read-only place, or
-// something in the way. The operation still answers, the log says what failed, and the old files are intact.
+// something in the way. The operation still answers, the log says what failed, and the old files are intact;
+// what is only added gets there where it can.
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -10,6 +12,10 @@
 #include "support/management.h"
 
 namespace {
+
+// What a static lease adds. The name is that of the comment that was set before.
+constexpr const char *NEW_LEASE = "02:aa:00:00:00:11 192.168.0.41\n";
+constexpr const char *NEW_RECORD = "02:aa:00:00:00:11 192.168.0.41 0 h 1 null null null\n";
 
 constexpr const char *PLACE = "/nvram/8";
 const std::vector<std::string> FILES = {HBS_CLIENT_FILE,       HBS_WHITE_RULES, HBS_BLACK_RULES,
@@ -108,7 +114,6 @@ class UnwritableFiles : public ManagementTest {
              return hbs_api_clr_mac_filter(&request);
          },
          {HBS_CLIENT_FILE, HBS_BLACK_RULES}},
-        {"lease", [] { return set_lease("192.168.0.41"); }, {STATIC_LEASES}},
     };
 
     // All operations answer 0, name what could not be written, and leave every file as it was.
@@ -126,6 +131,21 @@ class UnwritableFiles : public ManagementTest {
         EXPECT_EQ(HBS_TRUST_SITE, seen(TABLET)->trust);
     }
 
+    // A static lease answers 0 and leaves the old one where it cannot be taken out. `lease` and `record` are
+    // what stands behind it then.
+    void expect_lease_behind_the_old_one(const std::string &lease, const std::string &record) {
+        clear_log();
+        EXPECT_EQ(0, set_lease("192.168.0.41"));
+        for (const char *file : {STATIC_LEASES, HOST_RECORDS})
+            EXPECT_GE(logged_containing(std::string("HOSTBASE: can't replace ") + file + " (error "), 1u);
+        EXPECT_EQ(before_of(STATIC_LEASES) + lease, read_file(STATIC_LEASES));
+        EXPECT_EQ(before_of(HOST_RECORDS) + record, read_file(HOST_RECORDS));
+    }
+
+    std::string before_of(const std::string &file) const {
+        return before_[static_cast<size_t>(std::find(FILES.begin(), FILES.end(), file) - FILES.begin())];
+    }
+
     std::vector<std::string> before_;
 
   private:
@@ -137,6 +157,7 @@ class UnwritableFiles : public ManagementTest {
 TEST_F(UnwritableFiles, OfAFullPlace_StayAsTheyAre) {
     fill_up();
     expect_answers_and_intact_files();
+    expect_lease_behind_the_old_one(NEW_LEASE, NEW_RECORD); // their last blocks have room for a line
     for (const std::string &file : FILES)
         EXPECT_FALSE(file_exists(file + ".hbs-new")) << file;
 }
@@ -144,12 +165,14 @@ TEST_F(UnwritableFiles, OfAFullPlace_StayAsTheyAre) {
 TEST_F(UnwritableFiles, OfAReadOnlyPlace_StayAsTheyAre) {
     make_read_only();
     expect_answers_and_intact_files();
+    expect_lease_behind_the_old_one("", "");
     make_writable();
 }
 
 TEST_F(UnwritableFiles, WithSomethingInTheWay_StayAsTheyAre) {
     block_new_files();
     expect_answers_and_intact_files();
+    expect_lease_behind_the_old_one(NEW_LEASE, NEW_RECORD);
 }
 
 TEST_F(UnwritableFiles, OnceThereIsRoomAgain_TakeWhatIsSetNext) {
