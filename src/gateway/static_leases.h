@@ -19,7 +19,7 @@ struct hbs_static_lease {
 int hbs_lease_add_ipv4_static(int group, const hbs_static_lease *lease);
 
 // Rewrites the lease line of lease->index and replaces the host record of the MAC or the address. The
-// static-lease file must exist. 0, or -1.
+// static-lease file must exist; a line that cannot be rewritten is passed over. 0, or -1.
 int hbs_lease_update_ipv4_static(int group, const hbs_static_lease *lease);
 
 // Deletes each file's first line of the MAC (of the address): static and host files of all groups. 0.

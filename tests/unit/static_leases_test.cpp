@@ -305,6 +305,18 @@ TEST_F(StaticLeases, UpdateReplacesTheFirstHostRecordOfMacOrAddress) {
     EXPECT_EQ(other + by_address + RECORD, read_file(HOST_1));
 }
 
+// What became of the line is not asked for: the record is replaced all the same.
+TEST_F(StaticLeases, UpdateReplacesTheHostRecordAlsoWhereTheLineCannotBeRewritten) {
+    const std::string line = "02:aa:00:00:00:12 192.168.0.6 2\n";
+    write_file(STATIC_1, line);
+    write_file(HOST_1, "02:aa:00:00:00:11 192.168.0.9 0 old 1 a b c\n");
+    ASSERT_EQ(0, mkdir((std::string(STATIC_1) + ".hbs-new").c_str(), 0755)); // not to be removed
+    lease_.index = 2;
+    EXPECT_EQ(0, hbs_lease_update_ipv4_static(0, &lease_));
+    EXPECT_EQ(line, read_file(STATIC_1));
+    EXPECT_EQ(RECORD, read_file(HOST_1));
+}
+
 TEST_F(StaticLeases, UpdateFailsWithoutANameOrAFile) {
     EXPECT_EQ(-1, hbs_lease_update_ipv4_static(5, &lease_));
     EXPECT_EQ(-1, hbs_lease_update_ipv4_static(0, &lease_));
