@@ -80,6 +80,15 @@ bool is_mac(const item *value, const uint8_t mac[HBS_MAC_SIZE]) {
     return value->value_length == HBS_MAC_SIZE && memcmp(value->value, mac, HBS_MAC_SIZE) == 0;
 }
 
+// 0 when the record has none: nobody has given the device a number yet.
+uint32_t instance_of(const record *in) {
+    item found{};
+    uint32_t instance = 0;
+    if (find_item(in, INSTANCE_TAG, &found) && found.value_length == sizeof instance)
+        memcpy(&instance, found.value, sizeof instance);
+    return instance;
+}
+
 written_record make_record(const hbs_trusted_device *device) {
     written_record written{};
     written.payload_length = sizeof written - sizeof written.payload_length;
@@ -246,11 +255,9 @@ int hbs_nv_get_trusted_tr69_instance(hbs_trusted_device *device) {
     record current{};
     while (next_record(&file, &current)) {
         item mac{};
-        item instance{};
-        if (!find_item(&current, MAC_TAG, &mac) || !is_mac(&mac, device->mac) ||
-            !find_item(&current, INSTANCE_TAG, &instance) || instance.value_length != sizeof device->instance)
+        if (!find_item(&current, MAC_TAG, &mac) || !is_mac(&mac, device->mac))
             continue;
-        memcpy(&device->instance, instance.value, sizeof device->instance);
+        device->instance = instance_of(&current);
         return 0;
     }
     return -1;

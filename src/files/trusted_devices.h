@@ -20,5 +20,6 @@ int hbs_nv_set_trusted_tr69_instance(const hbs_trusted_device *device);
 // Drops the device's record. 0, or -1 when the file is missing or cannot be written.
 int hbs_nv_remove_trusted_tr69_instance(const uint8_t mac[HBS_MAC_SIZE]);
 
-// Fills the instance from the record of device->mac. 0, or -1 when the file or the record is missing.
+// Fills the instance from the record of device->mac, 0 where it has none. 0, or -1 when the file or the
+// record is missing.
 int hbs_nv_get_trusted_tr69_instance(hbs_trusted_device *device);

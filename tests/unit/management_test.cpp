@@ -129,6 +129,18 @@ TEST_F(ManagementTrust, KeepsTheRecordOfItsInstance) {
     EXPECT_EQ(37u, read_file(HBS_TRUSTED_INSTANCES).size());
 }
 
+TEST_F(ManagementTrust, KeepsARecordThatHasNoInstance) {
+    const auto number = [](uint32_t value) {
+        return std::string(reinterpret_cast<const char *>(&value), sizeof value);
+    };
+    const std::string mac("\x02\xaa\0\0\0\x11", 6);
+    const std::string items = "name:" + number(3) + "abc" + "mac:" + number(6) + mac + std::string(1, '\0');
+    const std::string record = number(static_cast<uint32_t>(items.size())) + items;
+    write_file(HBS_TRUSTED_INSTANCES, record);
+    EXPECT_EQ(0, trust(LAPTOP));
+    EXPECT_EQ(record, read_file(HBS_TRUSTED_INSTANCES));
+}
+
 TEST_F(ManagementTrust, TakenBack_DropsTheRecordAlsoWhenAnotherBitRemains) {
     EXPECT_EQ(0, trust(LAPTOP));
     EXPECT_EQ(0, trust(TABLET));

@@ -83,6 +83,14 @@ TEST_F(TrustedDevices, Get_FindsTheRecordOfTheMacAndSkipsUnknownTags) {
     EXPECT_EQ(5u, instance);
 }
 
+TEST_F(TrustedDevices, Get_OfARecordWithoutAnInstance_FindsItWithoutANumber) {
+    const std::string items = "x:" + u32(3) + "abc" + "mac:" + u32(6) + SECOND + std::string(1, '\0');
+    write_file(HBS_TRUSTED_INSTANCES, u32(static_cast<uint32_t>(items.size())) + items);
+    uint32_t instance = 1;
+    EXPECT_EQ(0, get(SECOND, &instance));
+    EXPECT_EQ(0u, instance);
+}
+
 TEST_F(TrustedDevices, Get_WithoutFileOrRecord_FailsAndLeavesTheInstance) {
     uint32_t instance = 0;
     EXPECT_EQ(-1, get(FIRST, &instance));
