@@ -18,22 +18,16 @@ extern char **environ;
 
 namespace {
 constexpr const char *NOWHERE = "/dev/null";
-
-// Where the standard output of a program goes: to a descriptor when it is not -1, else to a file.
-struct output_target {
-    int descriptor;
-    const char *path;
-};
 } // namespace
 
-static bool redirect(posix_spawn_file_actions_t *actions, const output_target *target) {
+// output -1: nowhere.
+static bool redirect(posix_spawn_file_actions_t *actions, int output) {
     if (posix_spawn_file_actions_addopen(actions, 0, NOWHERE, O_RDONLY, 0) != 0 ||
         posix_spawn_file_actions_addopen(actions, 2, NOWHERE, O_WRONLY, 0) != 0)
         return false;
-    if (target->descriptor != -1)
-        return posix_spawn_file_actions_adddup2(actions, target->descriptor, 1) == 0;
-    const int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW;
-    return posix_spawn_file_actions_addopen(actions, 1, target->path, flags, 0644) == 0;
+    if (output != -1)
+        return posix_spawn_file_actions_adddup2(actions, output, 1) == 0;
+    return posix_spawn_file_actions_addopen(actions, 1, NOWHERE, O_WRONLY, 0) == 0;
 }
 
 // The program starts with no signal blocked and SIGPIPE as a program expects it, whatever this thread has.
@@ -48,7 +42,7 @@ static bool clean_signals(posix_spawnattr_t *attributes) {
 }
 
 // Starts the program; returns its pid, or -1.
-static pid_t start(const char *const argv[], const output_target *target) {
+static pid_t start(const char *const argv[], int output) {
     posix_spawn_file_actions_t actions;
     if (posix_spawn_file_actions_init(&actions) != 0)
         return -1;
@@ -57,7 +51,7 @@ static pid_t start(const char *const argv[], const output_target *target) {
     if (posix_spawnattr_init(&attributes) != 0)
         return -1;
     hbs_at_exit drop_attributes([&] { (void)posix_spawnattr_destroy(&attributes); });
-    if (!redirect(&actions, target) || !clean_signals(&attributes))
+    if (!redirect(&actions, output) || !clean_signals(&attributes))
         return -1;
     pid_t pid = -1;
     char *const *words = const_cast<char *const *>(argv); // POSIX: the strings are not changed
@@ -95,10 +89,9 @@ static int wait_for(pid_t pid, int64_t deadline) {
     return exited ? WEXITSTATUS(status) : -1;
 }
 
-int hbs_program_run(const char *const argv[], const char *output_path) {
-    const output_target target = {-1, output_path != nullptr ? output_path : NOWHERE};
+int hbs_program_run(const char *const argv[], int output) {
     const int64_t deadline = hbs_monotonic_milliseconds() + HBS_PROGRAM_MILLISECONDS;
-    const pid_t pid = start(argv, &target);
+    const pid_t pid = start(argv, output);
     return pid == -1 ? -1 : wait_for(pid, deadline);
 }
 
@@ -139,9 +132,8 @@ int hbs_program_read(const char *const argv[], char *output, int size) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         return -1;
-    const output_target target = {ends[1], NOWHERE};
     const int64_t deadline = hbs_monotonic_milliseconds() + HBS_PROGRAM_MILLISECONDS;
-    const pid_t pid = start(argv, &target);
+    const pid_t pid = start(argv, ends[1]);
     (void)close(ends[1]);
     if (pid != -1)
         collect(ends[0], output, static_cast<size_t>(size) - 1, deadline);

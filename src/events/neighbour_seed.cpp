@@ -72,7 +72,7 @@ void hbs_probe_seed(const hbs_probe *probe, bool in_time) {
         return;
     const char *const add[] = {"ip",     "-6",  "neigh",     "add", address.text, "lladdr",
                                mac.text, "nud", "reachable", "dev", device,       nullptr};
-    (void)hbs_program_run(add, nullptr);
+    (void)hbs_program_run(add, -1);
 }
 
 void hbs_ipv6_probe_and_add(const hbs_client *client, const uint8_t prefix[PREFIX_SIZE]) {

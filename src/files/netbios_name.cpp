@@ -3,12 +3,12 @@
 
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 #include "base/line_read.h"
 #include "base/log.h"
 #include "base/program.h"
 #include "base/scope.h"
+#include "base/scratch_file.h"
 #include "base/text.h"
 #include "store/client_fields.h"
 
@@ -39,12 +39,13 @@ static const char *netbios_name(char *line, const uint8_t mac[6]) {
 bool hbs_netbios_ask(const uint8_t mac[6], const uint8_t ipv4[4], char *name, size_t size) {
     const hbs_addr_text address = hbs_ipv4_to_text(ipv4);
     const char *const command[] = {"nbtscan", "-q", address.text, nullptr};
-    (void)unlink(NETBIOS_ANSWERS);
-    (void)hbs_program_run(command, NETBIOS_ANSWERS); // what it found out is in the file
-    FILE *answers = fopen(NETBIOS_ANSWERS, "re");
+    // Not opened by its name again: while the program runs, somebody may put something else there.
+    FILE *answers = hbs_scratch_make(NETBIOS_ANSWERS);
     if (answers == nullptr)
         return false;
     hbs_at_exit close_answers([&] { (void)fclose(answers); });
+    (void)hbs_program_run(command, fileno(answers)); // what it found out is in the file
+    rewind(answers);
     char line[HBS_NETBIOS_LINE_SIZE];
     while (hbs_line_read(answers, line, sizeof line)) {
         const char *told = netbios_name(line, mac);

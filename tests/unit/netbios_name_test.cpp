@@ -124,6 +124,28 @@ TEST_F(NetbiosName, WritesThroughNoLinkThatSomebodyPut) {
     EXPECT_EQ("precious", read_file(elsewhere));
 }
 
+// While the device is asked, somebody may put something else in the place of the answers.
+TEST_F(NetbiosName, IsTakenFromTheProgramsOwnAnswersWhateverBearsTheirNameNow) {
+    const std::string elsewhere = directory() + "/elsewhere";
+    write_file(elsewhere, "192.168.0.50 FORGED 02:aa:00:00:00:11\n");
+    for (const std::string &swap : {"ln -s " + elsewhere + " " + ANSWERS, "mkfifo " + ANSWERS}) {
+        const std::string program = directory() + "/bin/nbtscan";
+        write_file(program, "#!/bin/sh\nrm -f " + ANSWERS + "\n" + swap +
+                                "\necho 192.168.0.50 LAPTOP 02:aa:00:00:00:11\n");
+        hbs_client *client = add_client();
+        ask(client);
+        EXPECT_STREQ("LAPTOP", client->host) << swap;
+        hbs_clients_init();
+    }
+}
+
+TEST_F(NetbiosName, AnswersAreNobodyElses) {
+    ask(add_client());
+    struct stat status;
+    ASSERT_EQ(0, stat(ANSWERS.c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 07777);
+}
+
 TEST_F(NetbiosName, IsCutToItsField) {
     hbs_client *client = add_client();
     set_answer("192.168.0.50 " + std::string(200, 'N') + " 02:aa:00:00:00:11\n");
