@@ -56,6 +56,7 @@ objection to_place(const lan_network &network, const ipv4_bytes &address) {
 // What is wrong with an address of another network is told before what it lacks in this one.
 objection to_every_place(std::vector<lan_network> networks, const ipv4_bytes &address) {
     std::vector<objection> all;
+    all.reserve(2 * networks.size());
     for (const lan_network &network : networks)
         all.push_back(to_own_address(network, address));
     std::sort(networks.begin(), networks.end(),
@@ -219,7 +220,7 @@ objection to_instance(const look &now, const filter_request &request) {
 }
 
 objection to_clearing_rule(const look &now, const filter_request &request) {
-    if (const objection wrong = to_instance(now, request))
+    if (objection wrong = to_instance(now, request))
         return wrong;
     const hbs_rule_entry *entry = request.rule_word == 0 ? nullptr : entry_with(now, request.rule_word);
     if (entry != nullptr && !is_entry_of(*entry, request))
