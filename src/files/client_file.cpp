@@ -167,16 +167,16 @@ void save_client(FILE *content, const hbs_client *client) {
     HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_nv_save_clients: done");
 }
 
-void log_encoded(const char *text, const char *name, const char *name_of_none) {
-    HBS_LOG(HBS_DEBUG, "HOSTBASE: %stohex", text[0] != '\0' ? name : name_of_none);
+void log_encoded(const char *text, const char *of_one, const char *of_none) {
+    HBS_LOG(HBS_DEBUG, "%s", text[0] != '\0' ? of_one : of_none);
 }
 
 void log_encoding(const hbs_client *client) {
-    log_encoded(client->host, "host", "NOHOST");
-    log_encoded(client->comment, "comment", "NOCOMMENT");
-    log_encoded(client->domain_list, "domain_list", "NODOMAIN_LIST");
-    log_encoded(client->description, "description", "DESCRIPTION");
-    log_encoded(client->keyword_list, "keyword_list", "NOKEYWORD_LIST");
+    log_encoded(client->host, "HOSTBASE: hosttohex", "HOSTBASE: NOHOSTtohex");
+    log_encoded(client->comment, "HOSTBASE: commenttohex", "HOSTBASE: NOCOMMENTtohex");
+    log_encoded(client->domain_list, "HOSTBASE: domain_listtohex", "HOSTBASE: NODOMAIN_LISTtohex");
+    log_encoded(client->description, "HOSTBASE: descriptiontohex", "HOSTBASE: DESCRIPTIONtohex");
+    log_encoded(client->keyword_list, "HOSTBASE: keyword_listtohex", "HOSTBASE: NOKEYWORD_LISTtohex");
 }
 
 // Finds the line that begins with the MAC text. `found` tells whether; *line then holds it, without newline.
