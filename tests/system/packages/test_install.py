@@ -1,0 +1,104 @@
+"""What is installed works where it lies, without the build directory; so do the packages, and they go again."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+
+import pytest
+from gateway import CHECKOUT, Box, lease_datagram, wait_for
+
+BUILD = os.path.join(CHECKOUT, "build", "default")
+MAC, ADDRESS = "02:aa:00:00:00:31", "192.168.0.131"
+FILES = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/libhbs_query.so",
+         "lib/gw_hostbase/libhbs_platform.so", "lib/pkgconfig/hbs_query.pc",
+         "lib/cmake/hbs_query/hbs_query-config.cmake", "lib/systemd/system/gw_hostbase.service",
+         "include/hostbase_query.h", "include/hbs_db.h", "include/hbs_msg.h", "share/man/man1/hbsctl.1",
+         "share/man/man3/hostbase_query.3", "share/man/man8/gw_hostbase.8")
+PROGRAMS = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/gw_hostbase/libhbs_platform.so")
+PACKAGES = {"gw-hostbase-host", "hbsctl", "libhbs-query1", "libhbs-query-dev"}
+NEW_ROOT = ("mkdir -p $1/var/lib/dpkg/info $1/var/lib/dpkg/updates && touch $1/var/lib/dpkg/status && shift")
+DPKG = ("/usr/bin/dpkg", "--force-depends", "--force-script-chrootless", "--log=/dev/null")
+
+
+def run(*command, **how):
+    done = subprocess.run(command, capture_output=True, text=True, check=False, **how)
+    assert done.returncode == 0, f"{command}: {done.stdout}{done.stderr}"
+    return done.stdout
+
+
+def manual_example(tree):
+    """The program in the library's manual page."""
+    with open(f"{tree}/share/man/man3/hostbase_query.3", encoding="ascii") as file:
+        text = file.read()
+    return text[text.index(".EX\n") + 4:text.index(".EE\n")].replace("\\e", "\\")
+
+
+@pytest.fixture(name="tree", scope="module")
+def installed_tree():
+    """An installation that a box can see."""
+    with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build"), prefix="installed.") as directory:
+        run("cmake", "--install", BUILD, "--prefix", directory, "--strip")
+        yield directory
+
+
+def test_everything_is_where_it_belongs(tree):
+    assert [path for path in FILES if not os.path.exists(f"{tree}/{path}")] == []
+
+
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_no_build_directory_is_left_in_it(tree, program):
+    with open(f"{tree}/{program}", "rb") as file:
+        assert BUILD.encode() not in file.read()
+    assert CHECKOUT not in run("readelf", "-d", f"{tree}/{program}")
+
+
+def test_the_installed_daemon_is_read_by_the_manuals_example(tree):
+    with open(f"{tree}/reader.c", "w", encoding="ascii") as file:
+        file.write(manual_example(tree))
+    flags = run("pkg-config", "--cflags", "--libs", "hbs_query",
+                env=dict(os.environ, PKG_CONFIG_PATH=f"{tree}/lib/pkgconfig")).split()
+    run("cc", "-Wall", "-Werror", "-o", f"{tree}/reader", f"{tree}/reader.c", *flags, f"-Wl,-rpath,{tree}/lib")
+    box = Box()
+    try:
+        box.configure()
+        box.start(f"{tree}/sbin/gw_hostbase", stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_for("it takes commands", lambda: box.run(f"{tree}/bin/hbsctl", "status", check=False).returncode == 0)
+        maps = box.read(f"/proc/{box.run('pidof', 'gw_hostbase').stdout.strip()}/maps")
+        assert f"{tree}/lib/gw_hostbase/libhbs_platform.so" in maps
+        assert BUILD not in maps
+        box.datagrams(lease_datagram(MAC, ADDRESS, host=b"laptop"))
+        wait_for("the reader sees it", lambda: box.run(f"{tree}/reader").stdout == f"{ADDRESS} laptop\n")
+    finally:
+        box.close()
+
+
+def test_cmake_finds_the_library(tree):
+    with tempfile.TemporaryDirectory() as directory:
+        with open(f"{directory}/CMakeLists.txt", "w", encoding="ascii") as file:
+            file.write("cmake_minimum_required(VERSION 3.25)\nproject(reader C)\n"
+                       "find_package(hbs_query 0.1 REQUIRED)\nadd_executable(reader reader.c)\n"
+                       "target_link_libraries(reader hbs::hbs_query_shared)\n")
+        with open(f"{directory}/reader.c", "w", encoding="ascii") as file:
+            file.write(manual_example(tree))
+        run("cmake", "-S", directory, "-B", f"{directory}/build", f"-DCMAKE_PREFIX_PATH={tree}")
+        run("cmake", "--build", f"{directory}/build")
+
+
+def test_the_packages_install_and_go_again():
+    with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build"), prefix="packages.") as directory:
+        run("cpack", "-G", "DEB", "--config", f"{BUILD}/CPackConfig.cmake", "-B", directory)
+        shutil.rmtree(f"{directory}/_CPack_Packages")
+        files = sorted(name for name in os.listdir(directory) if name.endswith(".deb"))
+        assert {name.split("_")[0] for name in files} == PACKAGES
+        box = Box()
+        try:
+            root = "/root/fresh"
+            box.run("sh", "-c", NEW_ROOT, "sh", root)
+            box.run(*DPKG, f"--root={root}", "-i", *(f"{directory}/{name}" for name in files))
+            assert "gw_hostbase 0." in box.run(f"{root}/usr/sbin/gw_hostbase", "--version").stdout
+            assert box.run(f"{root}/usr/bin/hbsctl", "--version").stdout
+            box.run(*DPKG, f"--root={root}", "-P", *PACKAGES)
+            assert box.run("find", f"{root}/usr", "-type", "f", check=False).stdout == ""
+        finally:
+            box.close()
