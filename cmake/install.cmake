@@ -1,6 +1,21 @@
 # Where everything goes that is installed, and which Debian package it is in.
 include(CMakePackageConfigHelpers)
 
+# Debian has its manual pages and changelogs compressed, the same bytes each time.
+set(compressed)
+function(hbs_compressed source)
+    get_filename_component(name ${source} NAME)
+    set(result ${PROJECT_BINARY_DIR}/packaging/${name}.gz)
+    add_custom_command(OUTPUT ${result} COMMAND gzip -9nc ${source} > ${result} DEPENDS ${source} VERBATIM)
+    set(compressed ${compressed} ${result} PARENT_SCOPE)
+endfunction()
+configure_file(packaging/changelog.in packaging/changelog @ONLY)
+hbs_compressed(${PROJECT_BINARY_DIR}/packaging/changelog)
+foreach(page gw_hostbase.8 hbsctl.1 hostbase_query.3)
+    hbs_compressed(${PROJECT_SOURCE_DIR}/packaging/${page})
+endforeach()
+add_custom_target(hbs_compressed ALL DEPENDS ${compressed})
+
 # The platform library is the daemon's alone: it lies beside no public one.
 set(private_libraries ${CMAKE_INSTALL_LIBDIR}/gw_hostbase)
 file(RELATIVE_PATH from_daemon /${CMAKE_INSTALL_SBINDIR} /${private_libraries})
@@ -10,7 +25,7 @@ if(HBS_SHARED_PLATFORM)
     install(TARGETS hbs_platform LIBRARY DESTINATION ${private_libraries} COMPONENT daemon)
 endif()
 install(FILES packaging/gw_hostbase.service DESTINATION lib/systemd/system COMPONENT daemon)
-install(FILES packaging/gw_hostbase.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/gw_hostbase.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
 install(FILES platform/host/gateway.conf.example docs/platform.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
         COMPONENT daemon)
 
@@ -18,7 +33,7 @@ set(public_headers include/hbs_db.h include/hbs_msg.h include/hostbase_query.h)
 install(TARGETS hbs_query_shared EXPORT hbs_query
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT query NAMELINK_COMPONENT query-dev)
 install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT query-dev)
-install(FILES packaging/hostbase_query.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT query-dev)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/hostbase_query.3.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT query-dev)
 file(RELATIVE_PATH from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" from_pkgconfig ${from_pkgconfig})
 configure_file(packaging/hbs_query.pc.in packaging/hbs_query.pc @ONLY)
@@ -34,7 +49,11 @@ install(FILES ${PROJECT_BINARY_DIR}/packaging/hbs_query-config-version.cmake DES
 
 if(HBS_TOOLS)
     install(TARGETS hbsctl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
-    install(FILES packaging/hbsctl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES packaging/hbsctl.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/hbsctl COMPONENT tools)
+    install(FILES packaging/hbsctl.bash RENAME hbsctl
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools)
+    install(FILES packaging/_hbsctl DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT tools)
+    install(FILES ${PROJECT_BINARY_DIR}/packaging/hbsctl.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 endif()
 
 # cpack -G DEB in the build directory: one package for each component.
@@ -49,23 +68,34 @@ if(HBS_TOOLS)
 endif()
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "The gw_hostbase maintainers <maintainers@users.noreply.c-seed-90faaf7a.example>")
+# What each package must bring along; no part of an installation by hand.
+foreach(part daemon=gw-hostbase-host query=libhbs-query1 query-dev=libhbs-query-dev tools=hbsctl)
+    string(REPLACE "=" ";" names ${part})
+    list(GET names 0 component)
+    list(GET names 1 package)
+    string(TOUPPER ${component} upper)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
+    install(FILES packaging/copyright ${PROJECT_BINARY_DIR}/packaging/changelog.gz
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endforeach()
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_QUERY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/triggers)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_DAEMON_PACKAGE_NAME gw-hostbase-host)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_QUERY_PACKAGE_NAME libhbs-query1)
 set(CPACK_DEBIAN_QUERY_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_NAME libhbs-query-dev)
 set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_DEPENDS "libhbs-query1 (= ${PROJECT_VERSION})")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME hbsctl)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
-set(CPACK_COMPONENT_DAEMON_DESCRIPTION "database of a gateway's LAN clients, on the simulated gateway
- gw_hostbase keeps a record for every device on the LAN, in shared memory. This build runs on the host
- platform, which stands in for a gateway's own libraries.")
-set(CPACK_COMPONENT_QUERY_DESCRIPTION "reader library of gw_hostbase's client database")
-set(CPACK_COMPONENT_QUERY-DEV_DESCRIPTION "headers for readers of gw_hostbase's client database")
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command line of gw_hostbase, the database of LAN clients")
+set(CPACK_COMPONENT_DAEMON_DESCRIPTION "database of a gateway's LAN clients, simulated gateway
+gw_hostbase keeps a record for every device on the LAN, in shared memory.
+This build runs on the host platform, which stands in for a gateway.")
+set(CPACK_COMPONENT_QUERY_DESCRIPTION "reader library of the LAN client database
+Programs read the client database of gw_hostbase through it.")
+set(CPACK_COMPONENT_QUERY-DEV_DESCRIPTION "headers for readers of the LAN client database
+What is needed to compile programs that read the database of gw_hostbase.")
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command line of the LAN client database
+hbsctl looks at the clients that gw_hostbase knows, and manages them.")
 include(CPack)

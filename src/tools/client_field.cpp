@@ -1,6 +1,7 @@
 #include "tools/client_field.h"
 
 #include "tools/client_table.h"
+#include "tools/maker.h"
 #include "tools/words.h"
 
 namespace {
@@ -24,6 +25,8 @@ template <uint32_t Bit> std::string flagged(client one) {
 const std::vector<client_field> &client_fields() {
     static const std::vector<client_field> fields = {
         {"mac", "MAC", false, false, [](client one) { return mac_text(one.mac); }},
+        {"maker", "maker", false, false,
+         [](client one) { return is_random_mac(one.mac) ? std::string("random") : maker_of(one.mac); }},
         {"state", "state", false, true,
          [](client one) { return std::string((one.flags & HBS_FLAG_ONLINE) != 0 ? "online" : "offline"); }},
         {"reachable", "reachability", false, true, flagged<HBS_FLAG_REACH>},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/maker.h"
 #include "tools/time_text.h"
 #include "tools/words.h"
 
@@ -52,6 +53,12 @@ void add_lists(text_table &table, const hbs_client &client) {
     add(table, "keywords", field_text(client.keyword_list));
     add(table, "domains", field_text(client.domain_list));
     add(table, "filter word", client.mac_filter == 0 ? "" : std::to_string(client.mac_filter));
+}
+
+std::string mac_and_maker(const hbs_client &client) {
+    const std::string mac = mac_text(client.mac);
+    const std::string maker = is_random_mac(client.mac) ? "random" : maker_of(client.mac);
+    return mac.empty() || maker.empty() ? mac : mac + " (" + maker + ")";
 }
 
 // Since when it is known, or went on or off line last.
@@ -126,7 +133,7 @@ std::string client_totals(const std::vector<hbs_client> &clients) {
 
 text_table client_details(const hbs_client &client) {
     text_table table = {{{"FIELD"}, {"VALUE", 20}}, {}};
-    add(table, "MAC", mac_text(client.mac));
+    add(table, "MAC", mac_and_maker(client));
     add(table, "IPv4", ipv4_text(client.ipv4));
     add(table, "IPv6", ipv6_text(client.ipv6));
     add(table, "link-local", ipv6_text(client.ll));

@@ -9,6 +9,7 @@
 #include "tools/arguments.h"
 #include "tools/client_key.h"
 #include "tools/command_client.h"
+#include "tools/completion.h"
 #include "tools/database.h"
 #include "tools/event_commands.h"
 #include "tools/follow_commands.h"
@@ -117,6 +118,11 @@ void build(CLI::App &app, session &run) {
 exit_status run_command_line(session &run, const std::vector<std::string> &arguments) {
     CLI::App app("Looks at the LAN clients that gw_hostbase knows, and talks to the daemon.");
     build(app, run);
+    if (!arguments.empty() && arguments.front() == "--complete") {
+        for (const std::string &word : completions(app, {arguments.begin() + 1, arguments.end()}))
+            run.out << word << '\n';
+        return exit_ok;
+    }
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {
         app.parse(reversed);

@@ -1,6 +1,7 @@
 #include "tools/json_view.h"
 
 #include "tools/index_table.h"
+#include "tools/maker.h"
 #include "tools/printable.h"
 #include "tools/time_text.h"
 #include "tools/words.h"
@@ -17,6 +18,8 @@ json date_json(const uint8_t date[HBS_DATE_SIZE]) {
 
 void add_identity(json &object, const hbs_client &client) {
     object["mac"] = or_null(mac_text(client.mac));
+    object["random_mac"] = is_random_mac(client.mac);
+    object["maker"] = or_null(maker_of(client.mac));
     object["ipv4"] = or_null(ipv4_text(client.ipv4));
     object["ipv6"] = or_null(ipv6_text(client.ipv6));
     object["ll"] = or_null(ipv6_text(client.ll));

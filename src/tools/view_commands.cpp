@@ -84,7 +84,9 @@ void add_view_commands(CLI::App *app, session &run) {
     add_command<std::string>(
         app, "show", "Show everything about a client",
         [](CLI::App *command, std::string &key) {
-            command->add_option("client", key, "Its MAC, one of its addresses, or its name")->required();
+            command->add_option("client", key, "Its MAC, one of its addresses, or its name")
+                ->type_name("CLIENT")
+                ->required();
         },
         [&run](const std::string &key) { show(run, key); });
     add_command<watch_options>(

@@ -1,5 +1,6 @@
 """What is installed works where it lies, without the build directory; so do the packages, and they go again."""
 
+import gzip
 import os
 import shutil
 import subprocess
@@ -13,8 +14,9 @@ MAC, ADDRESS = "02:aa:00:00:00:31", "192.168.0.131"
 FILES = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/libhbs_query.so",
          "lib/gw_hostbase/libhbs_platform.so", "lib/pkgconfig/hbs_query.pc",
          "lib/cmake/hbs_query/hbs_query-config.cmake", "lib/systemd/system/gw_hostbase.service",
-         "include/hostbase_query.h", "include/hbs_db.h", "include/hbs_msg.h", "share/man/man1/hbsctl.1",
-         "share/man/man3/hostbase_query.3", "share/man/man8/gw_hostbase.8")
+         "include/hostbase_query.h", "include/hbs_db.h", "include/hbs_msg.h", "share/man/man1/hbsctl.1.gz",
+         "share/bash-completion/completions/hbsctl", "share/zsh/vendor-completions/_hbsctl",
+         "share/man/man3/hostbase_query.3.gz", "share/man/man8/gw_hostbase.8.gz")
 PROGRAMS = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/gw_hostbase/libhbs_platform.so")
 PACKAGES = {"gw-hostbase-host", "hbsctl", "libhbs-query1", "libhbs-query-dev"}
 NEW_ROOT = ("mkdir -p $1/var/lib/dpkg/info $1/var/lib/dpkg/updates && touch $1/var/lib/dpkg/status && shift")
@@ -29,7 +31,7 @@ def run(*command, **how):
 
 def manual_example(tree):
     """The program in the library's manual page."""
-    with open(f"{tree}/share/man/man3/hostbase_query.3", encoding="ascii") as file:
+    with gzip.open(f"{tree}/share/man/man3/hostbase_query.3.gz", "rt", encoding="ascii") as file:
         text = file.read()
     return text[text.index(".EX\n") + 4:text.index(".EE\n")].replace("\\e", "\\")
 
