@@ -11,7 +11,16 @@
 extern "C" {
 #endif
 
-#define HBS_SHM_KEY_FILE "/var/tmp/hostbase_shm.key"
+/* Two directories of the gateway; a build for another place defines them, for the daemon and its readers
+ * alike. */
+#ifndef HBS_RUNTIME_DIR
+#define HBS_RUNTIME_DIR "/var"
+#endif
+#ifndef HBS_PERSISTENT_DIR
+#define HBS_PERSISTENT_DIR "/nvram/8"
+#endif
+
+#define HBS_SHM_KEY_FILE HBS_RUNTIME_DIR "/tmp/hostbase_shm.key"
 #define HBS_SHM_PROJECT_ID 78 /* 'N', second argument of ftok */
 #define HBS_SEMAPHORE_NAME "/QUARN_SEM_HOSTBASE"
 

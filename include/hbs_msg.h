@@ -13,7 +13,7 @@
 extern "C" {
 #endif
 
-#define HBS_SOCKET_PATH "/var/tmp/clientlist_sock"
+#define HBS_SOCKET_PATH HBS_RUNTIME_DIR "/tmp/clientlist_sock"
 #define HBS_MSG_MAX 2048 /* longer datagrams are cut */
 
 #define HBS_FAMILY_IPV4 2  /* AF_INET */

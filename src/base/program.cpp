@@ -12,22 +12,19 @@
 #include <unistd.h>
 
 #include "base/clock.h"
+#include "base/paths.h"
 #include "base/scope.h"
 
 extern char **environ;
 
-namespace {
-constexpr const char *NOWHERE = "/dev/null";
-} // namespace
-
 // output -1: nowhere.
 static bool redirect(posix_spawn_file_actions_t *actions, int output) {
-    if (posix_spawn_file_actions_addopen(actions, 0, NOWHERE, O_RDONLY, 0) != 0 ||
-        posix_spawn_file_actions_addopen(actions, 2, NOWHERE, O_WRONLY, 0) != 0)
+    if (posix_spawn_file_actions_addopen(actions, 0, HBS_NOWHERE, O_RDONLY, 0) != 0 ||
+        posix_spawn_file_actions_addopen(actions, 2, HBS_NOWHERE, O_WRONLY, 0) != 0)
         return false;
     if (output != -1)
         return posix_spawn_file_actions_adddup2(actions, output, 1) == 0;
-    return posix_spawn_file_actions_addopen(actions, 1, NOWHERE, O_WRONLY, 0) == 0;
+    return posix_spawn_file_actions_addopen(actions, 1, HBS_NOWHERE, O_WRONLY, 0) == 0;
 }
 
 // The program starts with no signal blocked and SIGPIPE as a program expects it, whatever this thread has.

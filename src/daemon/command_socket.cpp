@@ -1,13 +1,16 @@
 #include "daemon/command_socket.h"
 
+#include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <hbs_msg.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "daemon/dispatcher.h"
 #include "daemon/reply.h"
 #include "daemon/sender_tag.h"
@@ -32,6 +35,8 @@ int hbs_command_socket_open() {
         (void)close(descriptor);
         return -1;
     }
+    if (HBS_SOCKET_MODE != 0 && chmod(HBS_SOCKET_PATH, HBS_SOCKET_MODE) != 0)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: mode of %s not set - %s", HBS_SOCKET_PATH, strerror(errno));
     return descriptor;
 }
 

@@ -13,6 +13,7 @@
 #include "base/clock.h"
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scratch_file.h"
 #include "daemon/lease_notices.h"
@@ -37,7 +38,7 @@ static bool in_use(const hbs_watch_entry *entry) {
 void hbs_file_watch_identify() {
     FILE *file = hbs_scratch_make(HBS_FILE_WATCH_PID);
     if (file == nullptr) {
-        HBS_LOG(HBS_ERROR, "HOSTBASE: error creating /var/tmp/file_watch_thread.pid");
+        HBS_LOG(HBS_ERROR, "HOSTBASE: error creating " HBS_FILE_WATCH_PID);
         return;
     }
     (void)fprintf(file, "pid:%d tid:%d", static_cast<int>(getpid()), static_cast<int>(syscall(SYS_gettid)));

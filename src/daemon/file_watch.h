@@ -3,10 +3,6 @@
 
 #include <cstdint>
 
-constexpr const char *HBS_DHCPV4_NOTICES = "/var/tmp/udhcpd.delta";
-constexpr const char *HBS_DHCPV6_NOTICES = "/var/lib/dibbler/server-notify.log";
-constexpr const char *HBS_FILE_WATCH_PID = "/var/tmp/file_watch_thread.pid"; // the watchdog reads it
-
 // What could not be read or watched is tried again after this long.
 constexpr int HBS_WATCH_RETRY = 1000; // milliseconds
 

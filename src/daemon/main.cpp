@@ -14,6 +14,7 @@
 #include <rnddb.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/probe_queue.h"
 #include "base/state.h"
 #include "daemon/arguments.h"

@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/paths.h"
+
 // How often something that another user put in the file's place is cleared away.
 static constexpr int PATIENCE_WITH_OTHERS = 8;
 

@@ -4,8 +4,6 @@
 
 #include <sys/types.h>
 
-#define HBS_LOCK_FILE "/var/tmp/gw_hostbase.lock"
-
 // A daemon that was just killed may need this long to be gone.
 constexpr int HBS_CLAIM_PATIENCE_MS = 500;
 

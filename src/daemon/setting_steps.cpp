@@ -5,6 +5,7 @@
 #include <hbs_msg.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "daemon/command_message.h"
 #include "daemon/command_table.h"

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 #include "daemon/file_watch.h"
@@ -87,8 +88,8 @@ static void end_daemon() {
     (void)sysinfo(&info);
     HBS_LOG(HBS_ALERT, "HOSTBASE: %s reboot gw_hostbase at uptime:%d", "file_watcher_timer_handle",
             static_cast<int>(info.uptime));
-    static constexpr const char *commands[] = {"cat /var/tmp/dhcp_lease_record",
-                                               "cat /var/tmp/hbs_watch_file.tmp", "killall gw_hostbase"};
+    static constexpr const char *commands[] = {"cat " HBS_LEASE_RECORD, "cat " HBS_DHCPV4_NOTICES_COPY,
+                                               "killall gw_hostbase"};
     for (const char *command : commands) {
         const int status = system(command); // fixed texts: nothing from outside gets near this shell
         (void)status;
@@ -107,5 +108,5 @@ void hbs_watchdog_tick(const char *pid_file, const char *process_root) {
 }
 
 void file_watcher_timer_handle(union sigval) {
-    hbs_watchdog_tick(HBS_FILE_WATCH_PID, "/proc");
+    hbs_watchdog_tick(HBS_FILE_WATCH_PID, HBS_PROCESSES);
 }

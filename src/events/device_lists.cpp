@@ -5,6 +5,7 @@
 #include <hbs_msg.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/text.h"
 #include "events/user_setting.h"
 #include "files/client_file.h"

@@ -9,6 +9,7 @@
 #include "base/hex.h"
 #include "base/line_edit.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/text.h"
@@ -27,7 +28,6 @@ namespace {
 
 constexpr int FILE_VERSION = 1;
 constexpr const char *VERSION_LINE = " version 1\n";
-constexpr const char *TEMPORARY_FILE = "/var/tmp/HOSTBASE_TMP_FILE"; // named in the log line of a removal
 
 // "%8s %d": a word of at most eight characters, then the version. 0 when the number is absent;
 // `is_version` tells whether the word is exactly "version".
@@ -229,7 +229,7 @@ void replace_line(const char *old_line, const char *new_line) {
 void delete_line(const char *old_line) {
     command_text command;
     (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", old_line, HBS_CLIENT_FILE,
-                   TEMPORARY_FILE);
+                   HBS_CLIENT_REMOVAL);
     log_execute(command);
     (void)hbs_lines_delete_prefix(HBS_CLIENT_FILE, old_line);
 }

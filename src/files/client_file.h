@@ -5,8 +5,6 @@
 
 #include <hbs_db.h>
 
-constexpr const char *HBS_CLIENT_FILE = "/nvram/8/hostbase.txt";
-
 // Re-creates the persisted clients. 0 when the file was read, also when it holds its first line only,
 // whatever version that tells; -1 when it is missing, its first line is bad, or it holds lines of an unknown
 // version. A version below 1 is rewritten, one above is left alone.

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "files/client_leases.h"
 #include "files/rule_files.h"
 #include "store/clients.h"
@@ -15,8 +16,8 @@ static void delete_file(const char name[HBS_LEASE_FILE_SIZE]) {
         return;
     if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0)
         return;
-    char path[sizeof "/var/tmp/" + HBS_LEASE_FILE_SIZE];
-    (void)snprintf(path, sizeof path, "/var/tmp/%s", name);
+    char path[sizeof HBS_SCRATCH_DIR "/" + HBS_LEASE_FILE_SIZE];
+    (void)snprintf(path, sizeof path, HBS_SCRATCH_DIR "/%s", name);
     (void)unlink(path);
 }
 

@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 #include "files/client_leases.h"

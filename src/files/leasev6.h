@@ -3,7 +3,5 @@
 
 #include <hbs_db.h>
 
-constexpr const char *HBS_LEASEV6_DATABASE = "/var/lib/dibbler/server-AddrMgr.xml";
-
 // Sets lease_v6_end and DYNIP6 from each element that holds the client's global address; the last wins.
 void hbs_leasev6_find(hbs_client *client);

@@ -6,13 +6,12 @@
 
 #include "base/line_read.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/program.h"
 #include "base/scope.h"
 #include "base/scratch_file.h"
 #include "base/text.h"
 #include "store/client_fields.h"
-
-static constexpr const char *NETBIOS_ANSWERS = "/var/tmp/nbtlist";
 
 // Name in an answer line of the device: address, name, MAC. Some programs put more words before the MAC,
 // which then is the last. Null when the line is another's, or the device told no name.
@@ -40,7 +39,7 @@ bool hbs_netbios_ask(const uint8_t mac[6], const uint8_t ipv4[4], char *name, si
     const hbs_addr_text address = hbs_ipv4_to_text(ipv4);
     const char *const command[] = {"nbtscan", "-q", address.text, nullptr};
     // Not opened by its name again: while the program runs, somebody may put something else there.
-    FILE *answers = hbs_scratch_make(NETBIOS_ANSWERS);
+    FILE *answers = hbs_scratch_make(HBS_NETBIOS_ANSWERS);
     if (answers == nullptr)
         return false;
     hbs_at_exit close_answers([&] { (void)fclose(answers); });

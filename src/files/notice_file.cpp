@@ -9,18 +9,19 @@
 
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/scratch_file.h"
 
 const hbs_notice_source hbs_dhcpv4_notice_source = {
-    "/var/tmp/hbs_watch_file.tmp",
+    HBS_DHCPV4_NOTICES_COPY,
     "HOSTBASE: Failed to copy to dhcp4 watch temp file",
     "HOSTBASE: Failed to open dhcp4 watch temp file",
 };
 
 const hbs_notice_source hbs_dhcpv6_notice_source = {
-    "/var/tmp/hbs_watch_file_v6.tmp",
+    HBS_DHCPV6_NOTICES_COPY,
     "HOSTBASE: Failed to copy to dhcp6 watch temp file",
     "HOSTBASE: Failed to open dhcp6 watch temp file",
 };

@@ -6,6 +6,7 @@
 
 #include "base/line_edit.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/text.h"
@@ -13,8 +14,6 @@
 #include "store/rule_index.h"
 
 namespace {
-
-constexpr const char *TEMPORARY_FILE = "/var/tmp/temp_rule"; // named in the log line of a removal
 
 // A line of one MAC taken apart. Fields that are no rules are carried along as they stand.
 struct rule_line {
@@ -233,7 +232,7 @@ int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_
     *rules_left = line.rules > 1;
     command_text command;
     if (!*rules_left) {
-        (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", line.text, path, TEMPORARY_FILE);
+        (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", line.text, path, HBS_RULES_REMOVAL);
         HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: %s", command);
         return hbs_lines_edit(path, drop_line, line.text);
     }

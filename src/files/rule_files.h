@@ -4,9 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 
-constexpr const char *HBS_WHITE_RULES = "/nvram/8/client_white_rules.txt";
-constexpr const char *HBS_BLACK_RULES = "/nvram/8/client_black_rules.txt";
-
 // Limits of a line: a longer one stays in the file untouched, and so does a rule beyond the last that an
 // update or a clear sees. All rules of a line are loaded.
 constexpr size_t HBS_RULE_LINE_MAX = 2399;

@@ -9,6 +9,7 @@
 
 #include "base/line_edit.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 

@@ -6,8 +6,6 @@
 
 #include <hbs_db.h>
 
-constexpr const char *HBS_TRUSTED_INSTANCES = "/nvram/8/client_trusted_device_tr69instance.txt";
-
 struct hbs_trusted_device {
     uint8_t mac[HBS_MAC_SIZE];
     uint8_t align[2];

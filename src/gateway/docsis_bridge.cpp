@@ -10,13 +10,12 @@
 #include <proddb.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/scope.h"
 #include "base/text.h"
 
 namespace {
 
-constexpr const char *CPE_FILE = "/proc/net/dbrctl/cpe";
-constexpr const char *DELETE_FILE = "/proc/net/dbrctl/deletecpe";
 constexpr int CPE_LINE_SIZE = 128;
 
 // A place for a MAC of the gateway's. Until one is written into it, it differs from `mac` in every bit.
@@ -98,7 +97,7 @@ void hbs_remove_cpe_from_docsis_bridge(const uint8_t mac[6]) {
     const hbs_mac_text mac_text = hbs_mac_to_text(mac);
     if (is_protected(mac, mac_text.text))
         return;
-    FILE *file = fopen(DELETE_FILE, "we");
+    FILE *file = fopen(HBS_BRIDGE_DELETE_CPE, "we");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to open file %s\n", mac_text.text);
         return;
@@ -110,7 +109,7 @@ void hbs_remove_cpe_from_docsis_bridge(const uint8_t mac[6]) {
 
 void hbs_remove_cpe_by_port(uint32_t port) {
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_remove_cpe_by_port: port=%d", static_cast<int>(port));
-    FILE *file = fopen(CPE_FILE, "re");
+    FILE *file = fopen(HBS_BRIDGE_CPE, "re");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_remove_cpe_by_port: open bridge cpe proc file failed !");
         return;

@@ -9,6 +9,7 @@
 #include "base/line_read.h"
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/scope.h"
 #include "base/text.h"
 #include "gateway/networks.h"
@@ -19,9 +20,9 @@ static constexpr struct {
     const char *before;
     const char *after;
 } FILE_KINDS[] = {
-    {"/nvram/8/dhcpd/udhcpd.", ".static_leases"},
-    {"/var/lib/misc/landhcps00.", ".leases"},
-    {"/nvram/8/dhcpd/udhcpd.", ".host"},
+    {HBS_STATIC_LEASES_BEFORE, HBS_STATIC_LEASES_AFTER},
+    {HBS_DYNAMIC_LEASES_BEFORE, HBS_DYNAMIC_LEASES_AFTER},
+    {HBS_STATIC_LEASES_BEFORE, HBS_HOST_RECORDS_AFTER},
 };
 
 // Instances of the user configuration's objects: this + group.

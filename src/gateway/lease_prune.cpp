@@ -11,13 +11,11 @@
 #include "base/line_read.h"
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/scope.h"
 #include "base/scratch_file.h"
 #include "base/text.h"
 #include "gateway/lease_files.h"
-
-static constexpr const char *DYNAMIC_COPY = "/var/tmp/dl.tmp";
-static constexpr const char *STATIC_COPY = "/var/tmp/sl.tmp";
 
 // Kept: of each complete 1024-byte block only the first byte is copied, and a last partial block not at
 // all, so that a prune in effect empties the lease file and the server's clients ask anew.
@@ -62,12 +60,12 @@ void hbs_lease_prune_host4(int group, uint32_t start, uint32_t end) {
     if (leases == nullptr)
         return;
     hbs_at_exit unlock([&] { (void)fclose(leases); });
-    FILE *copy = hbs_scratch_open(DYNAMIC_COPY);
+    FILE *copy = hbs_scratch_open(HBS_DYNAMIC_LEASES_COPY);
     if (copy == nullptr)
         return;
     hbs_at_exit drop_copy([&] {
         (void)fclose(copy);
-        (void)unlink(DYNAMIC_COPY);
+        (void)unlink(HBS_DYNAMIC_LEASES_COPY);
     });
     if (!copy_blocks(leases, copy)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: can't copy %s (error %d)", path, errno);
@@ -107,7 +105,7 @@ static bool static_line_stays(const char *line, uint32_t lan_address, uint32_t n
 }
 
 static bool copy_static_lines(FILE *leases, uint32_t lan_address, uint32_t netmask) {
-    FILE *copy = hbs_scratch_open(STATIC_COPY);
+    FILE *copy = hbs_scratch_open(HBS_STATIC_LEASES_COPY);
     if (copy == nullptr)
         return false;
     char line[HBS_LEASE_LINE_SIZE];
@@ -126,7 +124,8 @@ void hbs_lease_prune_static4(int group, uint32_t address, uint32_t netmask) {
     if (leases == nullptr)
         return;
     hbs_at_exit unlock([&] { (void)fclose(leases); });
-    if (!copy_static_lines(leases, address, netmask) || COMMONUTILS_file_copy(STATIC_COPY, path) != 0)
+    if (!copy_static_lines(leases, address, netmask) ||
+        COMMONUTILS_file_copy(HBS_STATIC_LEASES_COPY, path) != 0)
         HBS_LOG(HBS_ERROR, "HOSTBASE: can't write %s", path);
-    (void)unlink(STATIC_COPY);
+    (void)unlink(HBS_STATIC_LEASES_COPY);
 }

@@ -13,6 +13,7 @@
 #include "base/line_read.h"
 #include "base/locked_file.h"
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/scope.h"
 #include "base/scratch_file.h"
 #include "base/text.h"
@@ -21,7 +22,6 @@
 #include "gateway/userconf.h"
 
 namespace {
-constexpr const char *MOVED_LEASES = "/var/tmp/stat_lease.tmp";
 constexpr size_t LINE_SIZE = 64;
 constexpr uint32_t USERCONF_INSTANCE = 199; // + rndidx
 
@@ -70,7 +70,7 @@ static bool move_line(const hbs_static_line *lease, const subnet_move *move, boo
         return true;
     const uint32_t host_part = hbs_ipv4_to_number(address) & ~move->netmask;
     if ((host_part < move->start || host_part > move->end) && !any_host_part) {
-        HBS_LOG(HBS_INFO, "HOSTBASE: %s: /nvram/8/userconf can't found DHCP configure",
+        HBS_LOG(HBS_INFO, "HOSTBASE: %s: " HBS_USERCONF " can't found DHCP configure",
                 "hbs_lease_subnet4_changed");
         return true;
     }
@@ -81,9 +81,9 @@ static bool move_line(const hbs_static_line *lease, const subnet_move *move, boo
     return fprintf(moved, "%s %s\n", lease->mac, text.text) > 0;
 }
 
-// Fills MOVED_LEASES from the old file.
+// Fills HBS_MOVED_LEASES from the old file.
 static bool write_moved_leases(FILE *old_leases, const subnet_move *move) {
-    FILE *moved = hbs_scratch_open(MOVED_LEASES);
+    FILE *moved = hbs_scratch_open(HBS_MOVED_LEASES);
     if (moved == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_lease_subnet4_changed: can't create new static lease file");
         return false;
@@ -102,7 +102,7 @@ static bool write_moved_leases(FILE *old_leases, const subnet_move *move) {
 static bool store_moved_leases(const char *old_path, const char *new_path) {
     HBS_LOG(HBS_INFO, "HOSTBASE: new lease filename %s\n", new_path);
     if (strcmp(old_path, new_path) == 0) // the old leases make way, and are locked already
-        return COMMONUTILS_file_copy(MOVED_LEASES, new_path) == 0;
+        return COMMONUTILS_file_copy(HBS_MOVED_LEASES, new_path) == 0;
     FILE *there = hbs_locked_open(new_path, "r", hbs_lock::exclusive);
     if (there == nullptr && errno != ENOENT)
         return false;
@@ -112,9 +112,9 @@ static bool store_moved_leases(const char *old_path, const char *new_path) {
     });
     struct stat status;
     if (there == nullptr || fstat(fileno(there), &status) != 0 || status.st_size == 0)
-        return COMMONUTILS_file_copy(MOVED_LEASES, new_path) == 0;
+        return COMMONUTILS_file_copy(HBS_MOVED_LEASES, new_path) == 0;
     HBS_LOG(HBS_INFO, "HOSTBASE: new lease filename already existed\n");
-    return COMMONUTILS_file_append(MOVED_LEASES, new_path) == 0;
+    return COMMONUTILS_file_append(HBS_MOVED_LEASES, new_path) == 0;
 }
 
 // From the old file to the new one. The old file goes last, so that a power cut loses no lease.
@@ -125,7 +125,7 @@ static int move_leases(const char *old_path, const char *new_path, const subnet_
         return -1;
     }
     hbs_at_exit unlock([&] { (void)fclose(old_leases); });
-    hbs_at_exit drop_copy([] { (void)unlink(MOVED_LEASES); });
+    hbs_at_exit drop_copy([] { (void)unlink(HBS_MOVED_LEASES); });
     if (!write_moved_leases(old_leases, move) || !store_moved_leases(old_path, new_path)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: can't move %s to %s", old_path, new_path);
         return -1;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/line_read.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
 #include "base/text.h"

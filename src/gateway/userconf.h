@@ -3,8 +3,6 @@
 
 #include <cstddef>
 
-constexpr const char *HBS_USERCONF = "/nvram/8/userconf";
-
 // Keys, to which ".N" is appended: N = 200 + group.
 constexpr const char *HBS_USERCONF_LAN_ADDRESS = "1.3.6.1.4.1.32473.1.20.1.1.2.2.1.5";
 constexpr const char *HBS_USERCONF_RANGE_11 = "1.3.6.1.4.1.32473.1.20.1.1.2.2.1.11";

@@ -11,6 +11,7 @@
 #include <sys/stat.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/sem_deadline.h"
 
 static hbs_db image;
@@ -50,7 +51,7 @@ static void publish_image() {
 void hbs_sem_init() {
     // The mode is cut by the umask, and readers run as other users.
     mode_t mask = umask(0);
-    semaphore = sem_open(HBS_SEMAPHORE_NAME, O_CREAT, 0666, 0);
+    semaphore = sem_open(HBS_SEMAPHORE_NAME, O_CREAT, HBS_SEMAPHORE_MODE, 0);
     (void)umask(mask);
     if (semaphore == SEM_FAILED)
         HBS_LOG(HBS_ERROR, "HBS semaphore open error");

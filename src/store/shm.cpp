@@ -11,12 +11,11 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "base/paths.h"
 #include "base/plain_file.h"
 #include "store/index.h"
 #include "store/pools.h"
 #include "store/rule_index.h"
-
-constexpr int segment_mode = 0777; // not cut by the umask
 
 static bool create_key_file() {
     int file = hbs_plain_open(HBS_SHM_KEY_FILE, O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -27,14 +26,14 @@ static bool create_key_file() {
 }
 
 static int create_or_get_segment(key_t key) {
-    int id = shmget(key, HBS_SHM_SIZE, IPC_CREAT | IPC_EXCL | segment_mode);
+    int id = shmget(key, HBS_SHM_SIZE, IPC_CREAT | IPC_EXCL | HBS_SEGMENT_MODE);
     if (id >= 0)
         return id;
     if (errno != EEXIST) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to create hostbase shared memory - %s", strerror(errno));
         return -1;
     }
-    id = shmget(key, 0, segment_mode);
+    id = shmget(key, 0, HBS_SEGMENT_MODE);
     if (id < 0)
         HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to get hostbase shared memory - %s", strerror(errno));
     return id;

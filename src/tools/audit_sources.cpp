@@ -11,6 +11,7 @@
 #include <string_view>
 #include <sys/socket.h>
 
+#include "base/paths.h"
 #include "tools/words.h"
 
 namespace {
@@ -18,10 +19,6 @@ namespace {
 // The gateway's own outward interfaces: their neighbours are never clients.
 constexpr std::string_view outward[] = {"wan0", "mta0", "erouter0", "lo"};
 constexpr uint16_t gone_states = NUD_FAILED | NUD_INCOMPLETE | NUD_NOARP;
-
-constexpr const char *dynamic_leases = "/var/lib/misc/landhcps00.*.leases";
-constexpr const char *static_leases = "/nvram/8/dhcpd/udhcpd.*.static_leases";
-constexpr const char *ipv6_leases = "/var/lib/dibbler/server-AddrMgr.xml";
 
 bool is_multicast(const ip_address &address) {
     return address.family == HBS_FAMILY_IPV4 ? address.ipv4[0] >= 224 && address.ipv4[0] <= 239
@@ -131,10 +128,10 @@ std::vector<sighting> kernel_neighbours() {
 
 std::vector<sighting> dhcp_leases() {
     std::vector<sighting> all;
-    for (const std::string &file : files_like(dynamic_leases))
+    for (const std::string &file : files_like(HBS_DYNAMIC_LEASES_BEFORE "*" HBS_DYNAMIC_LEASES_AFTER))
         append(all, parse_leases(file_text(file), sighting::dynamic_lease, file));
-    for (const std::string &file : files_like(static_leases))
+    for (const std::string &file : files_like(HBS_STATIC_LEASES_BEFORE "*" HBS_STATIC_LEASES_AFTER))
         append(all, parse_leases(file_text(file), sighting::static_lease, file));
-    append(all, parse_ipv6_leases(file_text(ipv6_leases), ipv6_leases));
+    append(all, parse_ipv6_leases(file_text(HBS_LEASEV6_DATABASE), HBS_LEASEV6_DATABASE));
     return all;
 }

@@ -12,6 +12,8 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "base/paths.h"
+
 namespace {
 
 using clock_type = std::chrono::steady_clock;
@@ -33,7 +35,7 @@ struct private_path {
     std::string directory;
     std::string socket;
     private_path() {
-        for (const char *place : {"/tmp", "/var/tmp"}) {
+        for (const char *place : {HBS_TEMPORARY_DIR, HBS_SCRATCH_DIR}) {
             std::string name = std::string(place) + "/hbsctl-XXXXXX";
             if (mkdtemp(name.data()) != nullptr) {
                 directory = name;

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "base/paths.h"
 #include "tools/arguments.h"
 #include "tools/carry_out.h"
 #include "tools/client_key.h"
@@ -54,7 +55,8 @@ template <typename Lease> void add_identity(CLI::App *command, Lease &lease) {
     command->add_option("--oui", lease.oui, "Manufacturer OUI of the device");
     command->add_option("--serial", lease.serial_number, "Serial number of the device");
     command->add_option("--class", lease.product_class, "Product class of the device");
-    command->add_option("--lease-file", lease.lease_file, "File under /var/tmp that goes with the client");
+    command->add_option("--lease-file", lease.lease_file,
+                        "File under " HBS_SCRATCH_DIR " that goes with the client");
 }
 
 objection to_lease(const dhcpv4_lease &lease) {

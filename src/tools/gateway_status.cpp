@@ -6,18 +6,18 @@
 #include <sstream>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "tools/client_key.h"
 #include "tools/command_client.h"
 #include "tools/route_mode.h"
 
 namespace {
 
-constexpr const char *lock_file = "/var/tmp/gw_hostbase.lock"; // the running daemon holds a record lock on it
 constexpr uint32_t protecting_flags = HBS_FLAG_ONLINE | HBS_FLAG_STIP4 | HBS_FLAG_STIP6;
 
 // 0 when nobody holds the lock, or when the holder has no pid here.
 pid_t lock_holder() {
-    const int fd = open(lock_file, O_RDONLY | O_CLOEXEC);
+    const int fd = open(HBS_LOCK_FILE, O_RDONLY | O_CLOEXEC);
     if (fd == -1)
         return 0;
     struct flock lock = {};
@@ -31,7 +31,8 @@ pid_t lock_holder() {
 // Seconds since the process began: the 22nd word of its stat line, counted behind the name in parentheses,
 // is its start in clock ticks since the system's.
 std::optional<double> uptime_of(pid_t pid) {
-    std::ifstream stat_file("/proc/" + std::to_string(pid) + "/stat"), uptime_file("/proc/uptime");
+    std::ifstream stat_file(HBS_PROCESSES "/" + std::to_string(pid) + "/stat"),
+        uptime_file(HBS_PROCESSES "/uptime");
     std::string line;
     double system_uptime = 0;
     if (!std::getline(stat_file, line) || !(uptime_file >> system_uptime))

@@ -8,14 +8,10 @@
 #include <stdexcept>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "tools/audit_sources.h"
 
 namespace {
-
-constexpr const char *client_file = "/nvram/8/hostbase.txt";
-constexpr const char *white_rules = "/nvram/8/client_white_rules.txt";
-constexpr const char *black_rules = "/nvram/8/client_black_rules.txt";
-constexpr const char *trusted_devices = "/nvram/8/client_trusted_device_tr69instance.txt";
 
 constexpr size_t record_size = 37; // of a trusted device, as the daemon writes it
 
@@ -73,10 +69,10 @@ std::vector<filed_rule> parse_rule_file(const std::string &text, uint8_t list) {
 settings_files read_settings_files() {
     settings_files files;
     files.leases = static_leases();
-    files.rules = parse_rule_file(content(white_rules), HBS_LIST_WHITE);
-    const std::vector<filed_rule> black = parse_rule_file(content(black_rules), HBS_LIST_BLACK);
+    files.rules = parse_rule_file(content(HBS_WHITE_RULES), HBS_LIST_WHITE);
+    const std::vector<filed_rule> black = parse_rule_file(content(HBS_BLACK_RULES), HBS_LIST_BLACK);
     files.rules.insert(files.rules.end(), black.begin(), black.end());
-    files.remembered = clients_in(content(client_file));
-    files.trusted = (content(trusted_devices).size() + record_size - 1) / record_size;
+    files.remembered = clients_in(content(HBS_CLIENT_FILE));
+    files.trusted = (content(HBS_TRUSTED_INSTANCES).size() + record_size - 1) / record_size;
     return files;
 }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/paths.h"
 #include "fuzz_box.h"
 #include "gateway/userconf.h"
 

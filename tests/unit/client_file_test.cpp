@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "base/hex.h"
+#include "base/paths.h"
 #include "files/client_file.h"
 #include "files/client_line.h"
 #include "files/rule_files.h"

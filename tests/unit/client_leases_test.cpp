@@ -10,6 +10,7 @@
 
 #include "base/clock.h"
 #include "base/date.h"
+#include "base/paths.h"
 #include "base/state.h"
 #include "base/text.h"
 #include "files/client_leases.h"

@@ -1,4 +1,5 @@
 // Deleting one client for good.
+#include "base/paths.h"
 #include "files/client_removal.h"
 #include "files/rule_files.h"
 #include "store/client_fields.h"

@@ -4,6 +4,7 @@
 #include <random>
 #include <string>
 
+#include "base/paths.h"
 #include "support/management.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // What the restart of a network's DHCP server does to the clients.
 #include <cstring>
 
+#include "base/paths.h"
 #include "events/dhcp_server.h"
 #include "files/client_file.h"
 #include "files/rule_files.h"

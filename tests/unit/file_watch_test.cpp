@@ -14,6 +14,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "command_fakes.h"
 #include "daemon/file_watch.h"
 #include "support/gateway.h"

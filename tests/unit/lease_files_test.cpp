@@ -6,6 +6,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "gateway/lease_files.h"
 #include "gateway/networks.h"
 #include "gateway/userconf.h"

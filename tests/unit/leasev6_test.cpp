@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "base/date.h"
+#include "base/paths.h"
 #include "files/leasev6.h"
 #include "store/client_fields.h"
 #include "support/presence.h"

@@ -2,6 +2,7 @@
 // index.
 #include <string>
 
+#include "base/paths.h"
 #include "support/management.h"
 
 namespace {

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/paths.h"
 #include "support/management.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "base/clock.h"
+#include "base/paths.h"
 #include "files/leasev6.h"
 #include "support/presence.h"
 

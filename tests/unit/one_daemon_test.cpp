@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "daemon/one_daemon.h"
 #include "support/gateway.h"
 

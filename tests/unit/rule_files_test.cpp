@@ -1,6 +1,7 @@
 // White and black rule files: load into the rule index, add, replace, clear.
 #include <string>
 
+#include "base/paths.h"
 #include "files/rule_files.h"
 #include "store/rule_index.h"
 #include "store/segment.h"

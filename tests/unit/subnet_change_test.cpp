@@ -5,6 +5,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "gateway/networks.h"
 #include "gateway/subnet_change.h"
 #include "gateway/userconf.h"

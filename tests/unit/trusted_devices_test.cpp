@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "files/trusted_devices.h"
 #include "support/gateway.h"
 

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/paths.h"
 #include "support/management.h"
 
 namespace {

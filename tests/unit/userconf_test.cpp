@@ -1,6 +1,7 @@
 // Values of the persistent user configuration.
 #include <cstring>
 
+#include "base/paths.h"
 #include "gateway/userconf.h"
 #include "support/gateway.h"
 

@@ -1,6 +1,7 @@
 // Six zero bytes are no MAC: a request that names them as one is refused, and nothing is changed by it.
 #include <string>
 
+#include "base/paths.h"
 #include "support/management.h"
 
 namespace {

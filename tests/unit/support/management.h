@@ -9,6 +9,7 @@
 
 #include <hbs_msg.h>
 
+#include "base/paths.h"
 #include "events/comment.h"
 #include "events/device_lists.h"
 #include "events/route_mode.h"
