@@ -2,6 +2,7 @@
 foreach(directory HBS_RUNTIME_DIR HBS_PERSISTENT_DIR HBS_VENDOR_DIR)
     if(${directory} MATCHES "^/.*[^/]$")
         add_compile_definitions(${directory}="${${directory}}")
+        string(APPEND HBS_READER_FLAGS " -D${directory}=\\\"${${directory}}\\\"") # in hbs_query.pc
     elseif(NOT "${${directory}}" STREQUAL "")
         message(FATAL_ERROR "${directory} must begin with a slash and not end with one: ${${directory}}")
     endif()
