@@ -34,8 +34,11 @@ inline hbs_client client{};             // the one client there is ...
 inline bool client_exists = true;       // ... if there is one
 inline const uint8_t *buffer = nullptr; // the datagram that TR-069 events 1 and 2 must be given
 
+inline trace::list questions; // to the kernel; not part of the trace
+
 inline void reset() {
     result = 0;
+    questions.clear();
     client = {};
     client_exists = true;
     buffer = nullptr;
@@ -116,7 +119,6 @@ hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], 
 namespace fake {
 
 constexpr hbs_dhcpv6_neighbour NEIGHBOUR = {true, {2, 0xaa, 0, 0, 0, 0x77}};
-inline trace::list questions;       // to the kernel; not part of the trace
 inline bool neighbour_came = false; // with the last DHCPv6 lease
 
 } // namespace fake
