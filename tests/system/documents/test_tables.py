@@ -1,0 +1,65 @@
+"""The tables of docs/protocol.md and docs/segment.md against a compiler's view of the headers."""
+
+import os
+import re
+import subprocess
+
+import pytest
+from gateway import CHECKOUT
+from lab import header
+
+HEADERS = "".join(f'#include "{name}"\n' for name in header.FILES)
+LAYOUT = re.compile(r"^### `(\w+)`\n\n[^|]*?(\d+) bytes\.[^|]*?\n\n((?:\|.*\n)+)", re.MULTILINE)
+FIELD = re.compile(r"^\| (\d+) \| (\d+) \| `(\w+)` \| .+ \|$", re.MULTILINE)
+CODE = re.compile(r"^\| (\d+) \| `(HBS_\w+)` \| (yes|no) \|", re.MULTILINE)
+VALUE = re.compile(r"^\| (0x[0-9a-f]+) \| `(HBS_\w+)` \|", re.MULTILINE)
+IN_THE_SEGMENT = {"hbs_db", "hbs_client", "hbs_ip_entry", "hbs_if_entry", "hbs_rule_entry", "hbs_pri_entry"}
+
+
+def page(name):
+    with open(os.path.join(CHECKOUT, "docs", name), encoding="utf-8") as file:
+        return file.read()
+
+
+def compiled(tmp_path, expressions):
+    source, program = tmp_path / "program.c", tmp_path / "program"
+    prints = "".join(f'    printf("%lu\\n", (unsigned long)({each}));\n' for each in expressions)
+    source.write_text(f"#include <stddef.h>\n#include <stdio.h>\n{HEADERS}int main(void) {{\n{prints}}}\n")
+    subprocess.run(["cc", "-I", header.INCLUDE, "-o", program, source], check=True)
+    printed = subprocess.run([program], capture_output=True, text=True, check=True).stdout
+    return [int(line) for line in printed.splitlines()]
+
+
+@pytest.mark.parametrize("name", ["protocol.md", "segment.md"])
+def test_layouts_are_the_compilers(tmp_path, name):
+    layouts = LAYOUT.findall(page(name))
+    assert {struct for struct, _, _ in layouts} == (
+        set(header.structs()) if name == "protocol.md" else IN_THE_SEGMENT)
+    expected, expressions = [], []
+    for struct, size, table in layouts:
+        rows = FIELD.findall(table)
+        assert len(rows) == table.count("\n") - 2, f"{struct} has a row that is none"
+        # Without a gap, so that no field is missing.
+        assert sum(int(row[1]) for row in rows) == int(size), struct
+        expected.append(int(size))
+        expressions.append(f"sizeof({struct})")
+        for offset, length, field in rows:
+            expected += [int(offset), int(length)]
+            expressions += [f"offsetof({struct}, {field})", f"sizeof((({struct} *)0)->{field})"]
+    assert compiled(tmp_path, expressions) == expected
+
+
+def test_every_code_is_there():
+    rows = CODE.findall(page("protocol.md"))
+    codes = re.findall(r"^ +(HBS_(?:CMD|EVENT)_\w+) = (\d+)", header.text(), re.MULTILINE)
+    assert [(name, number) for number, name, _ in rows] == codes
+    for number, name, answered in rows:
+        assert answered == ("yes" if name.startswith("HBS_CMD_") or number == "102" else "no"), name
+
+
+def test_every_flag_is_there():
+    rows = {name: int(value, 16) for value, name in VALUE.findall(page("segment.md"))}
+    for group in ("HBS_FLAG_", "HBS_TRUST_", "HBS_ADAPTER_"):
+        there = set(re.findall(rf"^#define ({group}\w+)", header.text(), re.MULTILINE)) - {"HBS_TRUST_REMEMBERED"}
+        assert there == {name for name in rows if name.startswith(group)}
+    assert rows == {name: header.constant(name) for name in rows}
