@@ -5,7 +5,6 @@
 #include <hbs_msg.h>
 
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "daemon/command_message.h"
 #include "daemon/command_table.h"
@@ -172,8 +171,9 @@ void hbs_steps::mod_macfilter(hbs_command *command) {
     command->result = hbs_api_clr_mac_filter(&request);
 }
 
-static const char *rule_file_of(uint8_t type) {
-    return type == HBS_LIST_BLACK ? HBS_BLACK_RULES : HBS_WHITE_RULES;
+// A number that is no list means the white one here: kept.
+static const char *rule_file_of(uint8_t list) {
+    return list == HBS_LIST_BLACK ? hbs_rule_file_of(list) : hbs_rule_file_of(HBS_LIST_WHITE);
 }
 
 void hbs_steps::clr_rule_tod(hbs_command *command) {

@@ -5,7 +5,6 @@
 #include <hbs_msg.h>
 
 #include "base/log.h"
-#include "base/paths.h"
 #include "base/text.h"
 #include "events/user_setting.h"
 #include "files/client_file.h"
@@ -29,13 +28,6 @@ void copy_filter_texts(hbs_client *client, const hbs_filter_request *request) {
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_api_set_mac_filter : domain_list is %s", request->domain_list);
     hbs_copy_text(client->domain_list, sizeof client->domain_list, request->domain_list);
     client->mac_filter = static_cast<int32_t>(request->filter_word);
-}
-
-// Path of a list's rule file, or null for a number that is no list.
-const char *rule_file_of(uint8_t list) {
-    if (list == HBS_LIST_WHITE)
-        return HBS_WHITE_RULES;
-    return list == HBS_LIST_BLACK ? HBS_BLACK_RULES : nullptr;
 }
 
 hbs_rule rule_of(const hbs_filter_request *request) {
@@ -63,7 +55,7 @@ int hbs_api_set_mac_filter(const hbs_filter_request *request) {
     if (client == nullptr)
         return -1;
     copy_filter_texts(client, request);
-    const char *path = rule_file_of(request->type);
+    const char *path = hbs_rule_file_of(request->type);
     if (path == nullptr)
         return -1;
     if (request->type == HBS_LIST_WHITE) {
@@ -83,7 +75,7 @@ int hbs_api_set_mac_filter(const hbs_filter_request *request) {
 }
 
 int hbs_api_clr_mac_filter(const hbs_filter_request *request) {
-    const char *path = rule_file_of(request->type);
+    const char *path = hbs_rule_file_of(request->type);
     if (path == nullptr)
         return -1;
     bool rules_left = false;

@@ -27,17 +27,10 @@ struct restart {
 };
 } // namespace
 
-static uint32_t netmask_of(uint32_t prefix_length) {
-    uint32_t mask = 0;
-    for (uint32_t i = 0; i < prefix_length && i < 32; ++i)
-        mask = (mask >> 1) | 0x80000000u;
-    return mask;
-}
-
 static void prune_lease_files(const rnddb_params *entry) {
     const int group = entry->rndidx - 1;
     hbs_lease_prune_host4(group, hbs_ipv4_to_number(entry->pool_start), hbs_ipv4_to_number(entry->pool_end));
-    hbs_lease_prune_static4(group, hbs_ipv4_to_number(entry->ipv4), netmask_of(entry->prefix_length));
+    hbs_lease_prune_static4(group, hbs_ipv4_to_number(entry->ipv4), hbs_netmask_of(entry->prefix_length));
 }
 
 static void mark_changed(hbs_client *client) {

@@ -4,6 +4,10 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <hbs_msg.h>
+
+#include "base/paths.h"
+
 // Limits of a line: a longer one stays in the file untouched, and so does a rule beyond the last that an
 // update or a clear sees. All rules of a line are loaded.
 constexpr size_t HBS_RULE_LINE_MAX = 2399;
@@ -13,6 +17,13 @@ constexpr int HBS_RULES_PER_LINE = 30;
 struct hbs_rule {
     uint32_t value[6];
 };
+
+// Path of a list's rule file (HBS_LIST_...), or null for a number that is no list.
+constexpr const char *hbs_rule_file_of(uint8_t list) {
+    if (list == HBS_LIST_WHITE)
+        return HBS_WHITE_RULES;
+    return list == HBS_LIST_BLACK ? HBS_BLACK_RULES : nullptr;
+}
 
 // Reads one rule file into the rule index; kind 1 white, 2 black. A rule of a MAC without a client is
 // dropped. 0, or -1 when the file is missing.

@@ -41,3 +41,10 @@ int hbs_ifname_to_ifindex(const char *ifname);
 
 // ssid from 1. LSDDB group - 1, or -1.
 int hbs_ssid_to_nwidx(uint32_t ssid);
+
+// In host order. A length over 32 counts as 32.
+constexpr uint32_t hbs_netmask_of(uint32_t prefix_length) {
+    if (prefix_length == 0)
+        return 0;
+    return prefix_length >= 32 ? ~uint32_t{0} : ~uint32_t{0} << (32 - prefix_length);
+}

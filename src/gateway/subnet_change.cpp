@@ -35,12 +35,6 @@ struct subnet_move {
 };
 } // namespace
 
-static uint32_t netmask_of(uint32_t prefix_length) {
-    if (prefix_length == 0)
-        return 0;
-    return prefix_length >= 32 ? ~uint32_t{0} : ~uint32_t{0} << (32 - prefix_length);
-}
-
 // Host part of an address of the network's router entry; 0 when it has none.
 static uint32_t host_part_of(uint32_t rndidx, const char *key, uint32_t netmask) {
     uint8_t address[4];
@@ -142,7 +136,7 @@ int hbs_lease_subnet4_changed(uint32_t rndidx, uint32_t old_address, uint32_t ne
     subnet_move move{};
     move.new_address = new_address;
     move.rndidx = rndidx;
-    move.netmask = netmask_of(prefix_length);
+    move.netmask = hbs_netmask_of(prefix_length);
     hbs_rnd_status = RNDDB_Read(0, 1); // the database has just changed
     if (hbs_rnd_status != 0) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_lease_subnet4_changed: can't read rnddb");

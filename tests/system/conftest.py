@@ -3,13 +3,14 @@
     gateway      the box, with nothing running
     running      the box with the daemon up and ready
     living_lan   the box with the daemon up, two LAN networks, a DHCP server, and all hosts joined
+    laptop_and_tv   the same with two of them on line, one in each network; shared by a file's tests
 """
 
 import os
 
 import pytest
 
-from gateway import BIN, Box, daemon
+from gateway import BIN, Box, daemon, wait_for
 
 
 def pytest_sessionstart():
@@ -49,3 +50,17 @@ def living_lan(gateway):
     gateway.start_dhcp_server()
     gateway.hosts("join")
     return gateway
+
+
+@pytest.fixture(scope="module")
+def laptop_and_tv():
+    box = Box()
+    try:
+        box.make_lan()
+        box.start_daemon()
+        box.start_dhcp_server()
+        box.hosts("join", "laptop", "tv")
+        wait_for("both are on line", lambda: len([c for c in box.clients().values() if c["online"]]) == 2)
+        yield box
+    finally:
+        box.close()

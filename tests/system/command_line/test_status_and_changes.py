@@ -4,23 +4,13 @@ import json
 import subprocess
 
 import pytest
-from gateway import Box, wait_for
 
 LAPTOP = "02:aa:00:00:00:11"
 
 
 @pytest.fixture(name="house", scope="module")
-def one_house():
-    box = Box()
-    try:
-        box.make_lan()
-        box.start_daemon()
-        box.start_dhcp_server()
-        box.hosts("join", "laptop", "tv")
-        wait_for("both are on line", lambda: len([c for c in box.clients().values() if c["online"]]) == 2)
-        yield box
-    finally:
-        box.close()
+def one_house(laptop_and_tv):
+    return laptop_and_tv
 
 
 def lines_of(done):

@@ -2,13 +2,12 @@
 
 import os
 import re
-import subprocess
 
 import pytest
+from compiler import compiled
 from gateway import CHECKOUT
 from lab import header
 
-HEADERS = "".join(f'#include "{name}"\n' for name in header.FILES)
 LAYOUT = re.compile(r"^### `(\w+)`\n\n[^|]*?(\d+) bytes\.[^|]*?\n\n((?:\|.*\n)+)", re.MULTILINE)
 FIELD = re.compile(r"^\| (\d+) \| (\d+) \| `(\w+)` \| .+ \|$", re.MULTILINE)
 CODE = re.compile(r"^\| (\d+) \| `(HBS_\w+)` \| (yes|no) \|", re.MULTILINE)
@@ -19,15 +18,6 @@ IN_THE_SEGMENT = {"hbs_db", "hbs_client", "hbs_ip_entry", "hbs_if_entry", "hbs_r
 def page(name):
     with open(os.path.join(CHECKOUT, "docs", name), encoding="utf-8") as file:
         return file.read()
-
-
-def compiled(tmp_path, expressions):
-    source, program = tmp_path / "program.c", tmp_path / "program"
-    prints = "".join(f'    printf("%lu\\n", (unsigned long)({each}));\n' for each in expressions)
-    source.write_text(f"#include <stddef.h>\n#include <stdio.h>\n{HEADERS}int main(void) {{\n{prints}}}\n")
-    subprocess.run(["cc", "-I", header.INCLUDE, "-o", program, source], check=True)
-    printed = subprocess.run([program], capture_output=True, text=True, check=True).stdout
-    return [int(line) for line in printed.splitlines()]
 
 
 @pytest.mark.parametrize("name", ["protocol.md", "segment.md"])

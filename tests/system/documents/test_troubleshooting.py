@@ -5,7 +5,7 @@ import re
 import shlex
 
 import pytest
-from gateway import CHECKOUT, Box, wait_for
+from gateway import CHECKOUT
 
 with open(os.path.join(CHECKOUT, "docs", "troubleshooting.md"), encoding="utf-8") as page:
     TEXT = page.read()
@@ -15,17 +15,8 @@ REFUSED = "hbsctl static-lease set laptop 192.168.0.1"
 
 
 @pytest.fixture(name="house", scope="module")
-def one_house():
-    box = Box()
-    try:
-        box.make_lan()
-        box.start_daemon()
-        box.start_dhcp_server()
-        box.hosts("join", "laptop", "tv")
-        wait_for("both are on line", lambda: len([c for c in box.clients().values() if c["online"]]) == 2)
-        yield box
-    finally:
-        box.close()
+def one_house(laptop_and_tv):
+    return laptop_and_tv
 
 
 @pytest.mark.parametrize("command", COMMANDS)

@@ -1,22 +1,10 @@
 """The headers as the lab reads them are the headers as a compiler reads them."""
 
 import re
-import subprocess
 
 import pytest
+from compiler import compiled
 from lab import header, wire
-
-HEADERS = "".join(f'#include "{name}"\n' for name in header.FILES)
-
-
-def compiled(tmp_path, *expressions):
-    """The values of unsigned expressions, as a C program prints them."""
-    source, program = tmp_path / "program.c", tmp_path / "program"
-    prints = "".join(f'    printf("%lu\\n", (unsigned long)({each}));\n' for each in expressions)
-    source.write_text(f"#include <stddef.h>\n#include <stdio.h>\n{HEADERS}int main(void) {{\n{prints}}}\n")
-    subprocess.run(["cc", "-I", header.INCLUDE, "-o", program, source], check=True)
-    printed = subprocess.run([program], capture_output=True, text=True, check=True).stdout
-    return [int(line) for line in printed.splitlines()]
 
 
 def test_every_field_stands_where_the_compiler_has_it(tmp_path):
@@ -30,7 +18,7 @@ def test_every_field_stands_where_the_compiler_has_it(tmp_path):
             expected += [field.offset, field.size]
             expressions += [f"offsetof({name}, {field.name})", f"sizeof((({name} *)0)->{field.name})"]
     assert len(expected) > 150
-    assert compiled(tmp_path, *expressions) == expected
+    assert compiled(tmp_path, expressions) == expected
 
 
 def test_every_number_is_the_compilers(tmp_path):
@@ -38,7 +26,7 @@ def test_every_number_is_the_compilers(tmp_path):
         re.findall(r"^ +(HBS_\w+) = ", header.text(), re.MULTILINE)
     numbers = [name for name in names if name != "HBS_PACKED" and isinstance(header.constant(name), int)]
     assert len(numbers) > 70
-    assert compiled(tmp_path, *numbers) == [header.constant(name) for name in numbers]
+    assert compiled(tmp_path, numbers) == [header.constant(name) for name in numbers]
 
 
 def test_packing_keeps_a_text_inside_its_field_and_refuses_what_does_not_fit():
