@@ -12,6 +12,7 @@
 
 namespace {
 
+constexpr const char *PROGRAM = HBS_NDISC6;
 constexpr int PREFIX_SIZE = 8;    // bytes of the network's 64-bit prefix
 constexpr uint32_t FIRST_LAN = 2; // network 0 is the LAN interface "l2sd0.2"
 
@@ -37,7 +38,7 @@ void derive_address(const hbs_client *client, const uint8_t prefix[PREFIX_SIZE],
 // Whether the device answers for the address. Any output says so.
 bool is_answered(const char *address, const char *device) {
     char answer[128] = "";
-    const char *const command[] = {HBS_NDISC6, "-qr", "1", address, device, nullptr};
+    const char *const command[] = {PROGRAM, "-qr", "1", address, device, nullptr};
     (void)hbs_program_read(command, answer, sizeof answer);
     return answer[0] != '\0';
 }

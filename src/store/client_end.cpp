@@ -141,7 +141,7 @@ bool end_unpublished(bool (*matches)(const hbs_client *), hbs_client_remains *re
 bool end_published(hbs_client *(*find)(), hbs_client_remains *remains) {
     const hbs_shm_hold hold;
     hbs_client *slot = find();
-    hbs_client *owner = owner_of(slot);
+    hbs_client *owner = slot != nullptr ? owner_of(slot) : nullptr;
     if (owner == nullptr)
         return false;
     take_slot(slot, remains);

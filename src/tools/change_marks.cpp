@@ -51,6 +51,7 @@ bool client_changed(const hbs_client &before, const hbs_client &now, const std::
 
 std::vector<size_t> shown_client_columns(const std::vector<hbs_client> &clients, const drawing &how) {
     std::vector<marked_client> marked;
+    marked.reserve(clients.size());
     for (const hbs_client &client : clients)
         marked.push_back({client, mark::none});
     std::vector<size_t> columns = shown_columns(marked_table(marked), how);
