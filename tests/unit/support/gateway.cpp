@@ -1,5 +1,5 @@
 // The gateway of a test: where its files lie, what they hold at first, and how log and journal are read back.
-#include "gateway.h"
+#include "support/gateway.h"
 
 #include <algorithm>
 #include <array>
@@ -102,7 +102,7 @@ bool begins_with(const std::string &text, const std::string &prefix) {
 void GatewayTest::SetUp() {
     if (getenv("HBS_BOX") == nullptr)
         FAIL() << "This test empties /var/tmp, /nvram/8 and more: run it inside the box "
-                  "(script/box --no-daemon -- ctest ...).";
+                  "(script/unit).";
     lock_ = lock_fixed_places();
     ASSERT_GE(lock_, 0);
     clean_fixed_places();

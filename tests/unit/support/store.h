@@ -11,13 +11,13 @@
 
 #include <hbs_db.h>
 
-#include "gateway.h"
 #include "store/client_text.h"
 #include "store/index.h"
 #include "store/pools.h"
 #include "store/shm.h"
 #include "store/slots.h"
-#include "store_invariants.h"
+#include "support/gateway.h"
+#include "support/store_invariants.h"
 
 class StoreTest : public GatewayTest {
   protected:

@@ -1,5 +1,5 @@
 // The checks look at the segment as a reader process does: by offsets, from the heads.
-#include "store_invariants.h"
+#include "support/store_invariants.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "daemon/command_message.h"
-#include "datagram.h"
+#include "support/datagram.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 
 #include <wlan.h>
 
-#include "command_fakes.h"
 #include "daemon/lease_notices.h"
+#include "support/command_fakes.h"
 #include "support/gateway.h"
 
 extern "C" int WifiGetSSID(const uint8_t mac[6], uint32_t *ssid) {

@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "command_fakes.h"
 #include "daemon/dispatcher.h"
 #include "daemon/sender_tag.h"
+#include "support/command_fakes.h"
 
 namespace {
 

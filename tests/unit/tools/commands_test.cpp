@@ -10,8 +10,8 @@
 #include <sys/wait.h>
 #include <vector>
 
-#include "hbsctl_daemon.h"
-#include "query_segment.h"
+#include "support/hbsctl_daemon.h"
+#include "support/query_segment.h"
 #include "tools/command_client.h"
 
 namespace {

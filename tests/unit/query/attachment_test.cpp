@@ -15,7 +15,7 @@
 #include <hbs_db.h>
 #include <hostbase_query.h>
 
-#include "query_segment.h"
+#include "support/query_segment.h"
 
 using namespace std::chrono_literals;
 

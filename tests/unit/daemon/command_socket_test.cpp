@@ -13,9 +13,9 @@
 #include <thread>
 #include <unistd.h>
 
-#include "command_fakes.h"
 #include "daemon/command_socket.h"
 #include "daemon/reply.h"
+#include "support/command_fakes.h"
 #include "support/gateway.h"
 
 using testing::ElementsAre;

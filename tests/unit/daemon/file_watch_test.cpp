@@ -15,8 +15,8 @@
 #include <unistd.h>
 
 #include "base/paths.h"
-#include "command_fakes.h"
 #include "daemon/file_watch.h"
+#include "support/command_fakes.h"
 #include "support/gateway.h"
 
 extern "C" int WifiGetSSID(const uint8_t *, uint32_t *) {

@@ -4,8 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "hbsctl_daemon.h"
-#include "query_segment.h"
+#include "support/hbsctl_daemon.h"
+#include "support/query_segment.h"
 #include "tools/gateway_status.h"
 #include "tools/time_text.h"
 

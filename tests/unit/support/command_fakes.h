@@ -25,7 +25,7 @@
 #include "store/dump.h"
 #include "store/publish.h"
 #include "store/rule_index.h"
-#include "trace.h"
+#include "support/trace.h"
 
 namespace fake {
 

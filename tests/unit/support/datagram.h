@@ -7,8 +7,8 @@
 
 #include <hbs_msg.h>
 
-#include "command_fakes.h"
 #include "daemon/dispatcher.h"
+#include "support/command_fakes.h"
 
 constexpr const char *TAG = "len 6 : 2f 74 6d 70 2f 61";
 

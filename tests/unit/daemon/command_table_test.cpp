@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "daemon/command_table.h"
-#include "datagram.h"
+#include "support/datagram.h"
 
 using testing::ElementsAreArray;
 

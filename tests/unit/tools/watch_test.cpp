@@ -7,8 +7,8 @@
 #include <sys/wait.h>
 #include <vector>
 
-#include "hbsctl_daemon.h"
-#include "query_segment.h"
+#include "support/hbsctl_daemon.h"
+#include "support/query_segment.h"
 #include "tools/watch_view.h"
 
 namespace {

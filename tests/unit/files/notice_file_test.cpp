@@ -14,7 +14,7 @@
 
 #include "files/notice_file.h"
 #include "support/gateway.h"
-#include "trace.h"
+#include "support/trace.h"
 
 // Stood in for, so that a file that cannot be emptied can be had. Else by another name: a static program
 // cannot ask for the next one.

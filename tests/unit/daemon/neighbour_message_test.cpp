@@ -12,7 +12,7 @@
 #include "base/text.h"
 #include "daemon/neighbour_message.h"
 #include "events/neighbours.h"
-#include "trace.h"
+#include "support/trace.h"
 
 namespace fake {
 

@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "hbsctl_daemon.h"
-#include "query_segment.h"
+#include "support/hbsctl_daemon.h"
+#include "support/query_segment.h"
 #include "tools/terminal.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include "daemon/watchdog.h"
 #include "support/gateway.h"
-#include "trace.h"
+#include "support/trace.h"
 
 namespace fake {
 bool create_fails = false;
