@@ -47,10 +47,10 @@ static bool matches(const uint8_t *record, const search *wanted) {
 }
 
 static bool copy_match(const uint8_t *base, const void *what, void *into) {
-    const hbs_query_list *list = &hbs_query_lists[HBS_QUERY_CLIENTS];
+    const hbs_pool_layout *list = &hbs_layout_of(hbs_pool::clients);
     finding *result = static_cast<finding *>(into);
     uint32_t offset = hbs_query_word(base + list->head);
-    for (uint32_t step = 0; step <= list->count; step++) {
+    for (uint32_t step = 0; step <= list->capacity; step++) {
         if (offset == list->head) {
             memset(result, 0, sizeof *result);
             return true;

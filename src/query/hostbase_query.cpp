@@ -89,34 +89,34 @@ int hostbase_find_by_ipv6(const uint8_t ipv6[16], hbs_client *client) {
     return find(HBS_QUERY_BY_IPV6, ipv6, client);
 }
 
-static int get_list(hbs_query_kind kind, void *elements, size_t capacity, size_t *count) {
+static int get_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
     if (count == nullptr || (elements == nullptr && capacity != 0))
         return HOSTBASE_BAD_ARGUMENT;
-    return hbs_query_copy_list(kind, elements, capacity, count);
+    return hbs_query_copy_list(pool, elements, capacity, count);
 }
 
 int hostbase_get_clients(hbs_client *clients, size_t capacity, size_t *count) {
-    return get_list(HBS_QUERY_CLIENTS, clients, capacity, count);
+    return get_list(hbs_pool::clients, clients, capacity, count);
 }
 
 int hostbase_get_ip_index(hbs_ip_entry *entries, size_t capacity, size_t *count) {
-    return get_list(HBS_QUERY_IP, entries, capacity, count);
+    return get_list(hbs_pool::ip, entries, capacity, count);
 }
 
 int hostbase_get_if_index(hbs_if_entry *entries, size_t capacity, size_t *count) {
-    return get_list(HBS_QUERY_IF, entries, capacity, count);
+    return get_list(hbs_pool::interface, entries, capacity, count);
 }
 
 int hostbase_get_dhcp_index(hbs_ip_entry *entries, size_t capacity, size_t *count) {
-    return get_list(HBS_QUERY_DHCP, entries, capacity, count);
+    return get_list(hbs_pool::dhcp, entries, capacity, count);
 }
 
 int hostbase_get_rule_index(hbs_rule_entry *entries, size_t capacity, size_t *count) {
-    return get_list(HBS_QUERY_RULE, entries, capacity, count);
+    return get_list(hbs_pool::rule, entries, capacity, count);
 }
 
 int hostbase_get_pri_index(hbs_pri_entry *entries, size_t capacity, size_t *count) {
-    return get_list(HBS_QUERY_PRI, entries, capacity, count);
+    return get_list(hbs_pool::primary, entries, capacity, count);
 }
 
 int hostbase_snapshot(hbs_db *db) {

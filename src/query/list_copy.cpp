@@ -11,29 +11,29 @@
 // A copied list: the head's next word, then the pool.
 static constexpr size_t pool_at = sizeof(uint32_t);
 
-static size_t pool_size(const hbs_query_list *list) {
-    return size_t{list->element} * list->count;
+static size_t pool_size(const hbs_pool_layout *list) {
+    return size_t{list->size} * list->capacity;
 }
 
 static bool copy_pool(const uint8_t *base, const void *what, void *into) {
-    const hbs_query_list *list = static_cast<const hbs_query_list *>(what);
+    const hbs_pool_layout *list = static_cast<const hbs_pool_layout *>(what);
     uint8_t *copy = static_cast<uint8_t *>(into);
     memcpy(copy, base + list->head, pool_at);
-    memcpy(copy + pool_at, base + list->pool, pool_size(list));
+    memcpy(copy + pool_at, base + list->first, pool_size(list));
     return true;
 }
 
-static int collect(const void *copy, const hbs_query_list *list, void *elements, size_t capacity) {
+static int collect(const void *copy, const hbs_pool_layout *list, void *elements, size_t capacity) {
     const uint8_t *bytes = static_cast<const uint8_t *>(copy);
     return hbs_query_collect(list, bytes + pool_at, hbs_query_word(bytes), elements, capacity);
 }
 
 static bool is_sound_list(const void *copy, const void *what) {
-    return collect(copy, static_cast<const hbs_query_list *>(what), nullptr, 0) >= 0;
+    return collect(copy, static_cast<const hbs_pool_layout *>(what), nullptr, 0) >= 0;
 }
 
-int hbs_query_copy_list(hbs_query_kind kind, void *elements, size_t capacity, size_t *count) {
-    const hbs_query_list *list = &hbs_query_lists[kind];
+int hbs_query_copy_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
+    const hbs_pool_layout *list = &hbs_layout_of(pool);
     const size_t size = pool_at + pool_size(list);
     uint8_t *copies = static_cast<uint8_t *>(calloc(2, size));
     hbs_at_exit release([&] { free(copies); });
@@ -56,8 +56,8 @@ static bool copy_segment(const uint8_t *base, const void *, void *into) {
 
 static bool is_sound_segment(const void *copy, const void *) {
     const uint8_t *base = static_cast<const uint8_t *>(copy);
-    for (const hbs_query_list &list : hbs_query_lists)
-        if (hbs_query_collect(&list, base + list.pool, hbs_query_word(base + list.head), nullptr, 0) < 0)
+    for (const hbs_pool_layout &list : hbs_pool_layouts)
+        if (hbs_query_collect(&list, base + list.first, hbs_query_word(base + list.head), nullptr, 0) < 0)
             return false;
     return true;
 }

@@ -8,7 +8,7 @@
 #include "query/walk.h"
 
 // As hostbase_get_clients documents it, for any list.
-int hbs_query_copy_list(hbs_query_kind kind, void *elements, size_t capacity, size_t *count);
+int hbs_query_copy_list(hbs_pool pool, void *elements, size_t capacity, size_t *count);
 
 // As hostbase_snapshot documents it.
 int hbs_query_copy_all(hbs_db *db);

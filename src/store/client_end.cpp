@@ -19,16 +19,8 @@ constexpr size_t CLIENT_LINE_SIZE = 512;
 
 hbs_remains_action drop_action;
 
-hbs_client *slot_after(const hbs_client *slot) {
-    return static_cast<hbs_client *>(hbs_list_next(hbs_pool::clients, slot));
-}
-
-hbs_client *first_slot() {
-    return static_cast<hbs_client *>(hbs_list_first(hbs_pool::clients));
-}
-
 // The working copy that a slot was published from, or null.
-hbs_client *owner_of(const hbs_client *slot) {
+hbs_client *owner_of(const hbs_slot *slot) {
     hbs_client *owner = hbs_slot_owner(slot);
     return hbs_is_working_copy(owner) ? owner : nullptr;
 }
@@ -50,28 +42,28 @@ int32_t time_of(const hbs_client *record) {
 }
 
 // A time of 0x7FFFFFFF is never taken. Among equal ones the first wins.
-hbs_client *find_victim_by_rule() {
-    hbs_client *victim = nullptr;
+hbs_slot *find_victim_by_rule() {
+    hbs_slot *victim = nullptr;
     int32_t best = INT32_MAX;
-    for (hbs_client *slot = first_slot(); slot != nullptr; slot = slot_after(slot)) {
-        if (time_of(slot) >= best || !may_go(slot, owner_of(slot)))
+    for (hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot)) {
+        if (time_of(&slot->record) >= best || !may_go(&slot->record, owner_of(slot)))
             continue;
-        best = time_of(slot);
+        best = time_of(&slot->record);
         victim = slot;
     }
     return victim;
 }
 
 // The working copy is asked: what took its addresses away need not have been published.
-hbs_client *find_published_nobody() {
-    for (hbs_client *slot = first_slot(); slot != nullptr; slot = slot_after(slot))
+hbs_slot *find_published_nobody() {
+    for (hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot))
         if (is_nobody(owner_of(slot)))
             return slot;
     return nullptr;
 }
 
-hbs_client *find_victim() {
-    hbs_client *victim = find_victim_by_rule();
+hbs_slot *find_victim() {
+    hbs_slot *victim = find_victim_by_rule();
     return victim != nullptr ? victim : find_published_nobody();
 }
 
@@ -91,10 +83,10 @@ void end_working_copy(hbs_client *client) {
 
 // Takes a slot from its client, which ends; the slot is zeroed and on no list then. Callers hold the
 // semaphore.
-void take_slot(hbs_client *slot, hbs_client_remains *remains) {
-    log_reclaim(slot);
+void take_slot(hbs_slot *slot, hbs_client_remains *remains) {
+    log_reclaim(&slot->record);
     hbs_file_remove_if_idx(slot);
-    hbs_list_unlink(hbs_pool::clients, slot);
+    hbs_slot_unlink(slot);
     *remains = hbs_delete_client(slot);
     hbs_slot_set_owner(slot, nullptr); // a nomac owner lives on and gets a fresh slot at its next commit
     memset(slot, 0, sizeof *slot);
@@ -102,12 +94,12 @@ void take_slot(hbs_client *slot, hbs_client_remains *remains) {
 
 // Callers hold the semaphore.
 void unpublish(hbs_client *client) {
-    hbs_client *slot = hbs_slot_of(client);
+    hbs_slot *slot = hbs_slot_of(client);
     if (slot == nullptr)
         return;
-    hbs_file_remove_if_idx(client);
-    hbs_list_unlink(hbs_pool::clients, slot);
-    hbs_pool_give(hbs_pool::clients, slot);
+    hbs_file_remove_if_idx(slot);
+    hbs_slot_unlink(slot);
+    hbs_slot_give_back(slot);
 }
 
 // The candidate that is older, or the only one.
@@ -138,14 +130,14 @@ bool end_unpublished(bool (*matches)(const hbs_client *), hbs_client_remains *re
 }
 
 // Ends the client of a slot, working copy and all.
-bool end_published(hbs_client *(*find)(), hbs_client_remains *remains) {
+bool end_published(hbs_slot *(*find)(), hbs_client_remains *remains) {
     const hbs_shm_hold hold;
-    hbs_client *slot = find();
+    hbs_slot *slot = find();
     hbs_client *owner = slot != nullptr ? owner_of(slot) : nullptr;
     if (owner == nullptr)
         return false;
     take_slot(slot, remains);
-    hbs_pool_give(hbs_pool::clients, slot);
+    hbs_slot_give_back(slot);
     if (hbs_is_working_copy(owner)) // one without a MAC outlives its slot
         end_working_copy(owner);
     return true;
@@ -197,17 +189,17 @@ void hbs_client_merge_away(hbs_client *client, hbs_client *survivor) {
     hbs_client_free(client);
 }
 
-hbs_client_remains hbs_delete_client(const hbs_client *slot) {
+hbs_client_remains hbs_delete_client(const hbs_slot *slot) {
     hbs_client *owner = owner_of(slot);
     if (owner != nullptr && !hbs_is_nomac(owner))
         end_working_copy(owner);
     else if (is_nobody(owner))
         hbs_client_free(owner);
-    return hbs_client_remains_of(slot);
+    return hbs_client_remains_of(&slot->record);
 }
 
-hbs_client *hbs_shm_reclaim(hbs_client_remains *remains) {
-    hbs_client *slot = find_victim();
+hbs_slot *hbs_shm_reclaim(hbs_client_remains *remains) {
+    hbs_slot *slot = find_victim();
     if (slot != nullptr)
         take_slot(slot, remains);
     return slot;

@@ -28,6 +28,8 @@
 
 #include <hbs_db.h>
 
+#include "store/slots.h"
+
 // What an ended client has left in files.
 struct hbs_client_remains {
     bool exist; // false: nobody ended
@@ -58,13 +60,13 @@ void hbs_client_merge_away(hbs_client *client, hbs_client *survivor);
 
 // Ends the working copy that a slot of the client list belongs to, if it is on the client list, and lowers
 // the client counter. Returns the remains of what was published, also when there is no such working copy.
-hbs_client_remains hbs_delete_client(const hbs_client *slot);
+hbs_client_remains hbs_delete_client(const hbs_slot *slot);
 
 // Takes the slot of the client that has been off line longest. Clients that are on line, have a static lease
 // or bear trust bits are not taken, judged by what was last published, nor are those that a command has given
 // a static lease. When there is no other, a record without a MAC and an address goes, whatever its flags.
 // Returns the slot, zeroed and on no list, or null. Called with the semaphore held; never waits on it.
-hbs_client *hbs_shm_reclaim(hbs_client_remains *remains);
+hbs_slot *hbs_shm_reclaim(hbs_client_remains *remains);
 
 // Whether a client without a slot would get one.
 bool hbs_slot_available();

@@ -12,7 +12,7 @@
 #include "store/client_text.h"
 #include "store/clients.h"
 #include "store/index.h"
-#include "store/pools.h"
+#include "store/slots.h"
 
 namespace {
 

@@ -4,9 +4,9 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "store/client_text.h"
-#include "store/entry_client.h"
 #include "store/pools.h"
 #include "store/segment.h"
+#include "store/slots.h"
 
 static void update_ip_index(const hbs_client *client) {
     hbs_ip_entry entry;
@@ -54,16 +54,16 @@ void hostbase_update_ip_indicies(const hbs_client *client) {
     hbs_index_update(client);
 }
 
-void hbs_file_remove_if_idx(const hbs_client *client) {
-    hbs_file_remove_ip_idx(client);
-    hbs_file_remove_dhcp_option_ip_idx(client);
-    hbs_file_remove_if_entry(client);
-    hbs_file_remove_pri_idx(client);
+void hbs_file_remove_if_idx(const hbs_slot *slot) {
+    hbs_file_remove_ip_idx(slot);
+    hbs_file_remove_dhcp_option_ip_idx(slot);
+    hbs_file_remove_if_entry(slot);
+    hbs_file_remove_pri_idx(slot);
 }
 
 void hbs_file_remove_if_idx_locked(const hbs_client *client) {
     const hbs_shm_hold hold;
-    hbs_file_remove_if_idx(client);
+    hbs_file_remove_if_idx(hbs_slot_of(client));
 }
 
 void hbs_index_clear() {

@@ -3,9 +3,9 @@
 
 #include "base/log.h"
 #include "store/client_text.h"
-#include "store/entry_client.h"
 #include "store/ip_index.h"
 #include "store/pools.h"
+#include "store/slots.h"
 
 static hbs_instance_map rnd_maps[HBS_NETWORKS];
 static hbs_instance_map primary_map;
@@ -128,8 +128,8 @@ void hbs_file_update_pri_idx(const hbs_client *client) {
     HBS_LOG(HBS_INFO, "HOSTBASE: insert new pri index %s", hbs_pri_entry_text(entry).text);
 }
 
-void hbs_file_remove_if_entry(const hbs_client *client) {
-    uint32_t reference = hbs_reference_of(client);
+void hbs_file_remove_if_entry(const hbs_slot *slot) {
+    uint32_t reference = hbs_slot_reference(slot);
     hbs_if_entry *entry = reference == HBS_DBPOS_NONE ? nullptr : find_if(reference);
     if (entry == nullptr)
         return;
@@ -149,8 +149,8 @@ static void release_pri_instance(uint32_t instance) {
     hbs_instance_release(&primary_map, instance);
 }
 
-void hbs_file_remove_pri_idx(const hbs_client *client) {
-    uint32_t reference = hbs_reference_of(client);
+void hbs_file_remove_pri_idx(const hbs_slot *slot) {
+    uint32_t reference = hbs_slot_reference(slot);
     hbs_pri_entry *entry = reference == HBS_DBPOS_NONE ? nullptr : find_pri(reference);
     if (entry == nullptr)
         return;

@@ -7,6 +7,7 @@
 #include <hbs_db.h>
 
 #include "store/instance_map.h"
+#include "store/slots.h"
 
 constexpr int HBS_NETWORKS = 8;
 
@@ -17,8 +18,8 @@ void hbs_file_update_pri_idx(const hbs_client *client);
 
 // Remove a client's entry and release its instance. The interface instance is released in the network that
 // the entry's own key names, and a primary entry goes whatever network the client is on by then.
-void hbs_file_remove_if_entry(const hbs_client *client);
-void hbs_file_remove_pri_idx(const hbs_client *client);
+void hbs_file_remove_if_entry(const hbs_slot *slot);
+void hbs_file_remove_pri_idx(const hbs_slot *slot);
 
 // For the dump: the map of a network (0-7) and of the primary index, and the kept count of primary entries.
 hbs_instance_map hbs_rnd_map(int network);

@@ -7,9 +7,9 @@
 
 #include "base/log.h"
 #include "store/client_text.h"
-#include "store/entry_client.h"
 #include "store/pools.h"
 #include "store/segment.h"
+#include "store/slots.h"
 
 int hbs_oid_compare(const uint32_t *a, uint32_t a_count, const uint32_t *b, uint32_t b_count) {
     if (a_count != b_count)
@@ -145,8 +145,8 @@ static void free_entry(hbs_pool pool, hbs_ip_entry *entry) {
     hbs_pool_give(pool, entry);
 }
 
-void hbs_file_remove_ip_idx(const hbs_client *client) {
-    uint32_t reference = hbs_reference_of(client);
+void hbs_file_remove_ip_idx(const hbs_slot *slot) {
+    uint32_t reference = hbs_slot_reference(slot);
     if (reference == HBS_DBPOS_NONE)
         return;
     hbs_ip_entry *after = nullptr;
@@ -160,8 +160,8 @@ void hbs_file_remove_ip_idx(const hbs_client *client) {
     }
 }
 
-void hbs_file_remove_dhcp_option_ip_idx(const hbs_client *client) {
-    uint32_t reference = hbs_reference_of(client);
+void hbs_file_remove_dhcp_option_ip_idx(const hbs_slot *slot) {
+    uint32_t reference = hbs_slot_reference(slot);
     if (reference == HBS_DBPOS_NONE)
         return;
     hbs_ip_entry *after = nullptr;

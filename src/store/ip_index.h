@@ -5,6 +5,8 @@
 
 #include <hbs_db.h>
 
+#include "store/slots.h"
+
 enum hbs_ip_kind : int { HBS_IP_KIND_IPV4 = 0, HBS_IP_KIND_IPV6 = 1, HBS_IP_KIND_LL = 2 };
 
 // Network number of a client for its keys and maps: 8-15 fold onto 0-7, and what lies above (no such
@@ -34,8 +36,8 @@ void hostbase_insert_ipidx(const hbs_ip_entry *entry);
 void hbs_file_dhcp_option_insert_ip_idx(const hbs_ip_entry *entry);
 
 // Remove all entries of a client.
-void hbs_file_remove_ip_idx(const hbs_client *client);
-void hbs_file_remove_dhcp_option_ip_idx(const hbs_client *client);
+void hbs_file_remove_ip_idx(const hbs_slot *slot);
+void hbs_file_remove_dhcp_option_ip_idx(const hbs_slot *slot);
 
 // Remove the entries with the client's current global (link-local) address as key: called before that
 // address changes. Lock. The link-local form also removes the DHCP-option entry. An entry of the client

@@ -5,8 +5,8 @@
 
 #include "base/text.h"
 #include "store/clients.h"
-#include "store/pools.h"
 #include "store/publish.h"
+#include "store/slots.h"
 
 namespace {
 

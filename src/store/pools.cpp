@@ -7,29 +7,6 @@
 
 #include "store/segment.h"
 
-struct pool_layout {
-    uint32_t first;     // offset of the pool
-    uint32_t size;      // of one element
-    uint32_t capacity;  // elements in a segment of full size
-    uint32_t head;      // offset of the shared list's head
-    uint32_t reference; // place of the word that is zeroed in a free element; 0 = no such word
-};
-
-static constexpr pool_layout layouts[HBS_POOLS] = {
-    {offsetof(hbs_db, client_pool), sizeof(hbs_client), HBS_MAX_CLIENTS, offsetof(hbs_db, clients),
-     offsetof(hbs_client, dbpos)},
-    {offsetof(hbs_db, ip_pool), sizeof(hbs_ip_entry), HBS_MAX_IP_ENTRIES, offsetof(hbs_db, ip_index),
-     offsetof(hbs_ip_entry, dbpos)},
-    {offsetof(hbs_db, if_pool), sizeof(hbs_if_entry), HBS_MAX_IF_ENTRIES, offsetof(hbs_db, if_index),
-     offsetof(hbs_if_entry, dbpos)},
-    {offsetof(hbs_db, dhcp_pool), sizeof(hbs_ip_entry), HBS_MAX_DHCP_ENTRIES, offsetof(hbs_db, dhcp_index),
-     offsetof(hbs_ip_entry, dbpos)},
-    {offsetof(hbs_db, rule_pool), sizeof(hbs_rule_entry), HBS_MAX_RULE_ENTRIES, offsetof(hbs_db, rule_index),
-     0},
-    {offsetof(hbs_db, pri_pool), sizeof(hbs_pri_entry), HBS_MAX_PRI_ENTRIES, offsetof(hbs_db, pri_index),
-     offsetof(hbs_pri_entry, dbpos)},
-};
-
 // A ring's nodes are the elements by number, and one node for each of the two heads.
 using node = uint16_t;
 constexpr node MAX_ELEMENTS = HBS_MAX_IP_ENTRIES;
@@ -47,11 +24,6 @@ struct pool_state {
 };
 
 static pool_state states[HBS_POOLS];
-static hbs_client *owners[HBS_MAX_CLIENTS];
-
-static const pool_layout &layout_of(hbs_pool pool) {
-    return layouts[static_cast<int>(pool)];
-}
 
 static pool_state &state_of(hbs_pool pool) {
     return states[static_cast<int>(pool)];
@@ -62,7 +34,7 @@ static uint8_t *base() {
 }
 
 static uint32_t node_offset(hbs_pool pool, node n) {
-    const pool_layout &layout = layout_of(pool);
+    const hbs_pool_layout &layout = hbs_layout_of(pool);
     return n == SHARED_HEAD ? layout.head : layout.first + n * layout.size;
 }
 
@@ -94,11 +66,9 @@ static void ring_remove(pool_state &state, node n) {
 }
 
 static void clear_reference(hbs_pool pool, node n) {
-    const pool_layout &layout = layout_of(pool);
+    const hbs_pool_layout &layout = hbs_layout_of(pool);
     if (layout.reference != 0)
         put_word(node_offset(pool, n) + layout.reference, 0);
-    if (pool == hbs_pool::clients)
-        owners[n] = nullptr;
 }
 
 static void append_free(hbs_pool pool, node n) {
@@ -111,7 +81,7 @@ static void append_free(hbs_pool pool, node n) {
 
 // Each pool lies at its fixed place, so a segment that is too short loses the last elements and the
 // pools behind them, and readers still find what is there where they expect it.
-static node elements_that_fit(const pool_layout &layout) {
+static node elements_that_fit(const hbs_pool_layout &layout) {
     uint32_t size = hbs_segment_size();
     if (size <= layout.first)
         return 0;
@@ -120,7 +90,7 @@ static node elements_that_fit(const pool_layout &layout) {
 
 static void carve(hbs_pool pool) {
     pool_state &state = state_of(pool);
-    state.count = elements_that_fit(layout_of(pool));
+    state.count = elements_that_fit(hbs_layout_of(pool));
     state.free_count = 0;
     for (node head : {SHARED_HEAD, FREE_HEAD})
         state.next[head] = state.prev[head] = head;
@@ -145,7 +115,7 @@ uint32_t hbs_pool_offset(const void *element) {
 }
 
 static int number_of_offset(hbs_pool pool, uint32_t offset) {
-    const pool_layout &layout = layout_of(pool);
+    const hbs_pool_layout &layout = hbs_layout_of(pool);
     if (offset < layout.first || (offset - layout.first) % layout.size != 0)
         return -1;
     uint32_t number = (offset - layout.first) / layout.size;
@@ -187,7 +157,7 @@ void *hbs_pool_take(hbs_pool pool) {
     state.at[n] = place::nowhere;
     state.free_count--;
     void *element = base() + node_offset(pool, n);
-    memset(element, 0, layout_of(pool).size);
+    memset(element, 0, hbs_layout_of(pool).size);
     return element;
 }
 
@@ -255,26 +225,4 @@ void *hbs_list_next(hbs_pool pool, const void *element) {
 bool hbs_list_holds(hbs_pool pool, const void *element) {
     node n = 0;
     return is_at(pool, element, place::shared, &n);
-}
-
-void hbs_slot_set_owner(const hbs_client *slot, hbs_client *owner) {
-    int number = hbs_pool_number(hbs_pool::clients, slot);
-    if (number >= 0)
-        owners[number] = owner;
-}
-
-hbs_client *hbs_slot_owner(const hbs_client *slot) {
-    int number = hbs_pool_number(hbs_pool::clients, slot);
-    return number < 0 ? nullptr : owners[number];
-}
-
-hbs_client *hbs_slot_of(const hbs_client *client) {
-    if (client == nullptr)
-        return nullptr;
-    bool is_slot = hbs_pool_number(hbs_pool::clients, client) >= 0;
-    uint32_t offset = is_slot ? hbs_pool_offset(client) : client->dbpos;
-    auto *slot = static_cast<hbs_client *>(hbs_pool_element(hbs_pool::clients, offset));
-    if (!hbs_list_holds(hbs_pool::clients, slot))
-        return nullptr;
-    return is_slot || hbs_slot_owner(slot) == client ? slot : nullptr;
 }

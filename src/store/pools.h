@@ -7,11 +7,7 @@
 
 #include <cstdint>
 
-#include <hbs_db.h>
-
-// Order of carving. Each pool has one shared list.
-enum class hbs_pool { clients, ip, interface, dhcp, rule, primary };
-constexpr int HBS_POOLS = 6;
+#include "base/db_layout.h"
 
 // Carves all pools of the attached segment (every element free) and makes the shared lists empty.
 void hbs_pools_carve();
@@ -40,13 +36,3 @@ void hbs_list_unlink(hbs_pool pool, void *element);
 void *hbs_list_first(hbs_pool pool);                     // null when empty
 void *hbs_list_next(hbs_pool pool, const void *element); // null at the end, and for an element off the list
 bool hbs_list_holds(hbs_pool pool, const void *element);
-
-// The process-local note of slot owners: which working copy a client slot was published from. Giving a
-// slot back forgets the note. owner null = none.
-void hbs_slot_set_owner(const hbs_client *slot, hbs_client *owner);
-hbs_client *hbs_slot_owner(const hbs_client *slot);
-
-// The published slot of a client: the slot at its dbpos, while that slot is on the shared list and is
-// noted as this working copy's own; a slot of the shared list stands for itself. Null when there is none,
-// so a stale dbpos never reaches a slot that another client has got since.
-hbs_client *hbs_slot_of(const hbs_client *client);

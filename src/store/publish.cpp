@@ -3,7 +3,6 @@
 #include "base/log.h"
 #include "gateway/hotspot.h"
 #include "store/index.h"
-#include "store/pools.h"
 #include "store/rule_index.h"
 #include "store/segment.h"
 #include "store/slots.h"
@@ -17,7 +16,7 @@ bool publish(hbs_client *client, bool with_entries) {
     {
         const hbs_shm_hold hold;
         published = hbs_slot_publish(client);
-        if (hbs_client *slot = published ? nullptr : hbs_shm_reclaim(&remains); slot != nullptr) {
+        if (hbs_slot *slot = published ? nullptr : hbs_shm_reclaim(&remains); slot != nullptr) {
             hbs_slot_give_to(slot, client);
             published = true;
         }
@@ -56,17 +55,14 @@ void hbs_shm_flush() {
     const hbs_shm_hold hold;
     hbs_index_clear();
     hbs_rule_index_clear();
-    hbs_pool_give_all(hbs_pool::clients);
+    hbs_slots_clear();
 }
 
 void hbs_shm_mark_hotspot() {
     static hbs_hotspot_names names; // 4 KB, too much for a small thread stack; callers hold hbs_list_mutex
     hbs_hotspot_read(&names);
     const hbs_shm_hold hold;
-    for (void *at = hbs_list_first(hbs_pool::clients); at != nullptr;
-         at = hbs_list_next(hbs_pool::clients, at)) {
-        hbs_client *slot = static_cast<hbs_client *>(at);
-        if (hbs_hotspot_has(&names, slot->ifname))
-            slot->hotspot = 1;
-    }
+    for (hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot))
+        if (hbs_hotspot_has(&names, slot->record.ifname))
+            slot->record.hotspot = 1;
 }

@@ -3,14 +3,13 @@
 #include <cstring>
 
 #include "base/text.h"
-#include "store/pools.h"
+#include "store/slots.h"
 
 const hbs_client *hbs_published_by_mac(const uint8_t mac[6]) {
     if (hbs_mac_is_zero(mac))
         return nullptr;
-    const void *at = hbs_list_first(hbs_pool::clients);
-    while (at != nullptr &&
-           memcmp(static_cast<const hbs_client *>(at)->mac, mac, sizeof hbs_client::mac) != 0)
-        at = hbs_list_next(hbs_pool::clients, at);
-    return static_cast<const hbs_client *>(at);
+    const hbs_slot *slot = hbs_slot_first();
+    while (slot != nullptr && memcmp(slot->record.mac, mac, sizeof slot->record.mac) != 0)
+        slot = hbs_slot_after(slot);
+    return slot == nullptr ? nullptr : &slot->record;
 }

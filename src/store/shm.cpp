@@ -16,6 +16,7 @@
 #include "store/index.h"
 #include "store/pools.h"
 #include "store/rule_index.h"
+#include "store/slots.h"
 
 static bool create_key_file() {
     int file = hbs_plain_open(HBS_SHM_KEY_FILE, O_WRONLY | O_CREAT | O_TRUNC, 0644);
@@ -95,6 +96,7 @@ void hbs_shm_init() {
         open_segment();
     if (const hbs_db *db = hbs_segment_shared(); db != nullptr) {
         hbs_pools_carve();
+        hbs_slots_clear();
         HBS_LOG(HBS_INFO, "HOSTBASE: shared memory [%p, %p)", static_cast<const void *>(db),
                 static_cast<const void *>(reinterpret_cast<const uint8_t *>(db) + hbs_segment_size()));
         hbs_index_clear();

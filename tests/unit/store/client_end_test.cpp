@@ -160,15 +160,16 @@ TEST_F(Reclaim, GivesAZeroedSlotOnNoListThatIsNobodys) {
     const uint32_t dbpos = nomac->dbpos;
     const hbs_shm_hold hold;
     hbs_client_remains remains{};
-    hbs_client *slot = hbs_shm_reclaim(&remains);
-    ASSERT_EQ(slot_at(dbpos), slot);
+    hbs_slot *slot = hbs_shm_reclaim(&remains);
+    ASSERT_NE(nullptr, slot);
+    ASSERT_EQ(slot_at(dbpos), &slot->record);
     EXPECT_EQ(std::string(sizeof *slot, '\0'),
               std::string(reinterpret_cast<const char *>(slot), sizeof *slot));
     EXPECT_TRUE(published_clients().empty());
     EXPECT_EQ(nullptr, hbs_slot_owner(slot));
     EXPECT_TRUE(remains.exist);
     EXPECT_EQ(nullptr, hbs_shm_reclaim(&remains)) << "nobody is left";
-    hbs_pool_give(hbs_pool::clients, slot);
+    hbs_slot_give_back(slot);
 }
 
 TEST_F(Reclaim, StaleDbposOfTheSameSlot_DoesNotMakeAVictim) {
@@ -398,12 +399,7 @@ TEST_F(EndNobody, ThatWasNeverPublishedGoesToo) {
     EXPECT_TRUE(nomac_clients().empty());
 }
 
-class DeleteClient : public PublishTest {
-  protected:
-    static hbs_client *slot_of(const hbs_client *client) {
-        return const_cast<hbs_client *>(slot_at(client->dbpos));
-    }
-};
+using DeleteClient = PublishTest;
 
 TEST_F(DeleteClient, EndsItsWorkingCopyAndTellsWhatIsLeft) {
     hbs_client *client = add_client(1);
@@ -411,7 +407,7 @@ TEST_F(DeleteClient, EndsItsWorkingCopyAndTellsWhatIsLeft) {
     hbs_set_lease_file6(client, "lease_b");
     hbs_publish(client);
     clear_log();
-    const hbs_client_remains remains = hbs_delete_client(slot_of(client));
+    const hbs_client_remains remains = hbs_delete_client(hbs_slot_of(client));
     EXPECT_TRUE(remains.exist);
     EXPECT_EQ(mac_number(1), std::to_array(remains.mac));
     EXPECT_STREQ("lease_a", remains.lease_file);
@@ -424,7 +420,7 @@ TEST_F(DeleteClient, EndsItsWorkingCopyAndTellsWhatIsLeft) {
 TEST_F(DeleteClient, TwoAddsAndOneDelete_LeaveTheCounterAtOne_TheNextIdRepeats) {
     hbs_client *first = add_published(1);
     hbs_client *second = add_published(2);
-    (void)hbs_delete_client(slot_of(first));
+    (void)hbs_delete_client(hbs_slot_of(first));
     EXPECT_EQ(1U, hbs_client_counter());
     EXPECT_EQ(second->client_id, add_client(3)->client_id);
 }
@@ -433,9 +429,10 @@ TEST_F(DeleteClient, SlotThatNoWorkingCopyPointsAt_LeavesItsFilesOnly) {
     hbs_client *client = add_client(1);
     hbs_set_lease_file(client, "lease_a");
     hbs_publish(client);
-    hbs_slot_set_owner(slot_of(client), nullptr);
+    const hbs_slot *slot = hbs_slot_of(client);
+    hbs_slot_set_owner(slot, nullptr);
     clear_log();
-    EXPECT_STREQ("lease_a", hbs_delete_client(slot_of(client)).lease_file);
+    EXPECT_STREQ("lease_a", hbs_delete_client(slot).lease_file);
     EXPECT_EQ(std::vector{client}, working_clients());
     EXPECT_EQ(1U, hbs_client_counter());
     EXPECT_EQ(0U, logged_containing("hbs_delete_client:"));

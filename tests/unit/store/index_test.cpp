@@ -126,7 +126,7 @@ TEST_F(Index, Remove_UnderACallersHold_WaitsForNothing) {
     hostbase_update_ip_indicies(client);
     {
         hbs_shm_hold hold;
-        hbs_file_remove_if_idx(client);
+        hbs_file_remove_if_idx(hbs_slot_of(client));
     }
     expect_empty();
     EXPECT_EQ(0u, logged_containing("taken over"));
@@ -145,10 +145,12 @@ TEST_F(Index, Remove_AfterANetworkChange_LeavesNoBitNoEntryNoReference) {
     EXPECT_EQ(0u, hbs_pri_map().word[0]);
 }
 
-TEST_F(Index, Remove_GivenTheSlotItself_WorksAsForTheWorkingCopy) {
+TEST_F(Index, Remove_OfASlotWhoseOwnerIsUnknown_FreesItsEntries) {
     hbs_client *client = full_client(0);
     hostbase_update_ip_indicies(client);
-    hbs_file_remove_if_idx_locked(hbs_slot_of(client));
+    hbs_slot *slot = hbs_slot_of(client);
+    hbs_slot_set_owner(slot, nullptr);
+    hbs_file_remove_if_idx(slot);
     expect_empty();
 }
 

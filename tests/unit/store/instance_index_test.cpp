@@ -43,7 +43,7 @@ TEST_F(InstanceIndex, Interface_FreedInstanceIsGivenAgain) {
     hbs_client *first = publish(make(0));
     hbs_file_update_if_idx(first);
     hbs_file_update_if_idx(publish(make(0)));
-    hbs_file_remove_if_entry(first);
+    hbs_file_remove_if_entry(hbs_slot_of(first));
     EXPECT_EQ(0x2u, hbs_rnd_map(0).word[0]);
     hbs_client *third = publish(make(0));
     hbs_file_update_if_idx(third);
@@ -78,7 +78,7 @@ TEST_F(InstanceIndex, Interface_RemovalAfterANetworkChangeClearsTheBitOfTheEntry
     hbs_file_update_if_idx(client);
     hbs_file_update_if_idx(publish(make(0)));
     client->nwidx = 0;
-    hbs_file_remove_if_entry(client);
+    hbs_file_remove_if_entry(hbs_slot_of(client));
     EXPECT_EQ(0u, hbs_rnd_map(3).word[0]);
     EXPECT_EQ(1u, hbs_rnd_map(0).word[0]);
     EXPECT_EQ(Keys{"200 1 "}, if_keys());
@@ -103,7 +103,7 @@ TEST_F(InstanceIndex, Interface_WithAll128InstancesInUse_Gives127AndRejectsItWhe
     EXPECT_EQ(Keys{"201 127 "}, if_keys());
     EXPECT_EQ(1u, logged_count("HOSTBASE: insert new if index 201 127 "));
     EXPECT_EQ(1u, logged_count("HOSTBASE: hbs_file_update_if_idx : index already exists (201 127 )"));
-    hbs_file_remove_if_entry(first);
+    hbs_file_remove_if_entry(hbs_slot_of(first));
     EXPECT_EQ(0xBFFFFFFFu, hbs_rnd_map(1).word[3]);
     forget_all();
 }
@@ -125,8 +125,8 @@ TEST_F(InstanceIndex, ClientWithoutSlot_GetsNoEntry) {
         client->dbpos = dbpos;
         hbs_file_update_if_idx(client);
         hbs_file_update_pri_idx(client);
-        hbs_file_remove_if_entry(client);
-        hbs_file_remove_pri_idx(client);
+        hbs_file_remove_if_entry(hbs_slot_of(client));
+        hbs_file_remove_pri_idx(hbs_slot_of(client));
     }
     hbs_file_update_if_idx(nullptr);
     hbs_file_update_pri_idx(nullptr);
@@ -149,7 +149,7 @@ TEST_F(InstanceIndex, Primary_ListIsInOrderOfCreation) {
     hbs_file_update_pri_idx(first);
     hbs_file_update_pri_idx(publish(make(0)));
     hbs_file_update_pri_idx(publish(make(0)));
-    hbs_file_remove_pri_idx(first);
+    hbs_file_remove_pri_idx(hbs_slot_of(first));
     hbs_file_update_pri_idx(publish(make(0)));
     EXPECT_EQ((Keys{"2 ", "3 ", "1 "}), pri_keys());
 }
@@ -167,7 +167,7 @@ TEST_F(InstanceIndex, Primary_RemovalClearsBitAndCountWhateverTheNetworkByThen) 
     hbs_client *client = publish(make(8));
     hbs_file_update_pri_idx(client);
     client->nwidx = 4;
-    hbs_file_remove_pri_idx(client);
+    hbs_file_remove_pri_idx(hbs_slot_of(client));
     EXPECT_TRUE(pri_keys().empty());
     EXPECT_EQ(0u, hbs_pri_map().word[0]);
     EXPECT_EQ(0u, hbs_pri_count());
@@ -199,9 +199,9 @@ TEST_F(InstanceIndex, Primary_Instance127GivenTwice_StaysInUseUntilBothAreGone) 
     hbs_file_update_pri_idx(first);
     hbs_file_update_pri_idx(second);
     EXPECT_EQ((Keys{"127 ", "127 "}), pri_keys());
-    hbs_file_remove_pri_idx(first);
+    hbs_file_remove_pri_idx(hbs_slot_of(first));
     EXPECT_EQ(0xFFFFFFFFu, hbs_pri_map().word[3]);
-    hbs_file_remove_pri_idx(second);
+    hbs_file_remove_pri_idx(hbs_slot_of(second));
     EXPECT_EQ(0xBFFFFFFFu, hbs_pri_map().word[3]);
     forget_all();
 }
@@ -213,8 +213,8 @@ TEST_F(InstanceIndex, StaleDbpos_RemovesNothingOfTheSlotsNewClient) {
     fresh->dbpos = old->dbpos;
     hbs_file_update_if_idx(fresh);
     hbs_file_update_pri_idx(fresh);
-    hbs_file_remove_if_entry(old);
-    hbs_file_remove_pri_idx(old);
+    hbs_file_remove_if_entry(hbs_slot_of(old));
+    hbs_file_remove_pri_idx(hbs_slot_of(old));
     hbs_file_update_if_idx(old);
     EXPECT_EQ(Keys{"200 1 "}, if_keys());
     EXPECT_EQ(Keys{"1 "}, pri_keys());

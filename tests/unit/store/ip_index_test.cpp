@@ -195,7 +195,7 @@ TEST_F(IpIndex, RemoveTakesAllEntriesOfTheClientAndNoOther) {
     for (int kind : {HBS_IP_KIND_IPV4, HBS_IP_KIND_IPV6, HBS_IP_KIND_LL})
         insert(a, kind);
     insert(b, HBS_IP_KIND_IPV4);
-    hbs_file_remove_ip_idx(a);
+    hbs_file_remove_ip_idx(hbs_slot_of(a));
     EXPECT_EQ(Keys{"200 1 4 192 168 0 20 "}, ip_keys());
     EXPECT_EQ(287, hbs_pool_free_count(hbs_pool::ip));
     EXPECT_EQ(3u,
@@ -209,7 +209,7 @@ TEST_F(IpIndex, RemoveDhcpOption) {
     hbs_client *b = publish(make(0, "192.168.0.20"));
     insert_dhcp(a, HBS_IP_KIND_IPV4);
     insert_dhcp(b, HBS_IP_KIND_IPV4);
-    hbs_file_remove_dhcp_option_ip_idx(a);
+    hbs_file_remove_dhcp_option_ip_idx(hbs_slot_of(a));
     EXPECT_EQ(Keys{"200 1 192 168 0 20 0 : " + pos(b)}, dhcp_keys());
     EXPECT_EQ(1u, logged_count("HOSTBASE: hbs_file_remove_dhcp_option_ip_idx : client found (pos:" + pos(a) +
                                ") (200 1 192 168 0 10 0 : " + pos(a) + ")"));
@@ -227,8 +227,8 @@ TEST_F(IpIndex, StaleDbpos_RemovesNothingOfTheSlotsNewClient) {
     ASSERT_EQ(old->dbpos, fresh->dbpos);
     insert(fresh, HBS_IP_KIND_IPV4);
     insert_dhcp(fresh, HBS_IP_KIND_IPV4);
-    hbs_file_remove_ip_idx(old);
-    hbs_file_remove_dhcp_option_ip_idx(old);
+    hbs_file_remove_ip_idx(hbs_slot_of(old));
+    hbs_file_remove_dhcp_option_ip_idx(hbs_slot_of(old));
     EXPECT_EQ(1u, ip_keys().size());
     EXPECT_EQ(1u, dhcp_keys().size());
 }

@@ -198,7 +198,7 @@ TEST_F(Merge, PublishesTheSurvivorOnceWithTheAddressesOfBoth) {
     ASSERT_EQ(1U, published_clients().size());
     const hbs_client *slot = published_clients()[0];
     EXPECT_EQ(existing_->dbpos, slot->dbpos);
-    EXPECT_EQ(slot, hbs_slot_of(existing_));
+    EXPECT_EQ(slot, &hbs_slot_of(existing_)->record);
     EXPECT_EQ(ipv6_number(5), std::to_array(slot->ipv6));
     EXPECT_EQ(ipv4_number(5), std::to_array(slot->ipv4));
     EXPECT_EQ(existing_->flags, slot->flags);

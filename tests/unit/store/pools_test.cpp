@@ -215,38 +215,4 @@ TEST_F(Pools, NextOfAnElementOffTheListIsNone) {
     EXPECT_EQ(nullptr, hbs_list_next(hbs_pool::primary, nullptr));
 }
 
-TEST_F(Pools, SlotOfAWorkingCopyIsItsOwnOnly) {
-    hbs_client *a = publish(make());
-    hbs_client *b = make();
-    EXPECT_EQ(a->dbpos, hbs_pool_offset(hbs_slot_of(a)));
-    EXPECT_EQ(nullptr, hbs_slot_of(b)) << "not published";
-    b->dbpos = a->dbpos;
-    EXPECT_EQ(nullptr, hbs_slot_of(b)) << "another client's slot";
-    b->dbpos = HBS_DBPOS_INVALID;
-    EXPECT_EQ(nullptr, hbs_slot_of(b));
-    b->dbpos = a->dbpos + 4;
-    EXPECT_EQ(nullptr, hbs_slot_of(b)) << "no start of a slot";
-    EXPECT_EQ(nullptr, hbs_slot_of(nullptr));
-}
-
-TEST_F(Pools, SlotOnTheListStandsForItself) {
-    hbs_client *slot = hbs_slot_of(publish(make()));
-    EXPECT_EQ(slot, hbs_slot_of(slot));
-    hbs_list_unlink(hbs_pool::clients, slot);
-    EXPECT_EQ(nullptr, hbs_slot_of(slot));
-}
-
-TEST_F(Pools, AfterTheSlotWasGivenBack_TheOwnerIsForgotten) {
-    hbs_client *a = publish(make());
-    hbs_client *slot = hbs_slot_of(a);
-    EXPECT_EQ(a, hbs_slot_owner(slot));
-    unpublish(a);
-    EXPECT_EQ(nullptr, hbs_slot_of(a));
-    EXPECT_EQ(nullptr, hbs_slot_owner(slot));
-    for (int i = 0; i < 96; i++)
-        publish(make());
-    EXPECT_EQ(nullptr, hbs_slot_of(a)) << "its old slot is another client's by now";
-    EXPECT_EQ(nullptr, hbs_slot_owner(a)) << "no slot at all";
-}
-
 } // namespace

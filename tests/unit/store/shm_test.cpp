@@ -16,6 +16,7 @@
 #include "store/pools.h"
 #include "store/rule_index.h"
 #include "store/shm.h"
+#include "store/slots.h"
 #include "support/store.h"
 
 // The system calls of the start-up, in the place of the C library's: each can be told to fail.
@@ -190,10 +191,9 @@ TEST_F(ShmInit, WhenOldSegmentExists_TakesItOverEmptiedAndPostsOnceMore) {
 TEST_F(ShmInit, WhenCalledAgain_KeepsTheSegmentAndEmptiesIt) {
     hbs_shm_init();
     const hbs_db *before = hbs_segment();
-    auto *slot = static_cast<hbs_client *>(hbs_pool_take(hbs_pool::clients));
-    slot->dbpos = hbs_pool_offset(slot);
-    hbs_list_link(hbs_pool::clients, slot, nullptr);
-    hostbase_update_ip_indicies(slot);
+    hbs_client client{};
+    ASSERT_TRUE(hbs_slot_publish(&client));
+    hostbase_update_ip_indicies(&client);
     const uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
     const uint32_t p[7] = {};
     hbs_file_update_rule_idx(1, mac, p);
@@ -202,6 +202,7 @@ TEST_F(ShmInit, WhenCalledAgain_KeepsTheSegmentAndEmptiesIt) {
     hbs_shm_init();
     EXPECT_EQ(before, hbs_segment());
     EXPECT_EQ(96, hbs_pool_free_count(hbs_pool::clients));
+    EXPECT_EQ(nullptr, hbs_slot_of(&client));
     EXPECT_EQ(0u, hbs_rule_count());
     EXPECT_EQ(0u, hbs_pri_count());
     EXPECT_EQ(0u, hbs_pri_map().word[0]);

@@ -86,7 +86,7 @@ TEST_F(StoreInvariants, TwoEntriesOfOneClientAreSeen) {
 }
 
 TEST_F(StoreInvariants, SlotsSharedOrMisnumberedAreSeen) {
-    hbs_slot_set_owner(&hbs_segment()->client_pool[1], clients_[0]);
+    hbs_slot_set_owner(hbs_slot_of(clients_[1]), clients_[0]);
     expect_objection("two slots of one working copy");
     expect_objection("dbpos of the working copy of slot 1796");
     hbs_segment()->client_pool[0].dbpos = 53;

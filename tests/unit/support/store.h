@@ -52,7 +52,7 @@ class StoreTest : public GatewayTest {
 
     // Gives the client a slot on the client list.
     hbs_client *publish(hbs_client *client) {
-        auto *slot = static_cast<hbs_client *>(hbs_pool_take(hbs_pool::clients));
+        auto *slot = static_cast<hbs_slot *>(hbs_pool_take(hbs_pool::clients));
         if (slot == nullptr) {
             ADD_FAILURE() << "no slot";
             return client;
@@ -63,9 +63,9 @@ class StoreTest : public GatewayTest {
 
     // Takes the slot back; the client keeps its dbpos.
     void unpublish(hbs_client *client) {
-        hbs_client *slot = hbs_slot_of(client);
-        hbs_list_unlink(hbs_pool::clients, slot);
-        hbs_pool_give(hbs_pool::clients, slot);
+        hbs_slot *slot = hbs_slot_of(client);
+        hbs_slot_unlink(slot);
+        hbs_slot_give_back(slot);
     }
 
     template <typename Entry> std::vector<Entry> entries(hbs_pool pool) {

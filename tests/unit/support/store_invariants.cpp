@@ -15,6 +15,7 @@
 #include "store/pools.h"
 #include "store/rule_index.h"
 #include "store/segment.h"
+#include "store/slots.h"
 
 namespace {
 
@@ -89,7 +90,7 @@ void check_slots(const std::vector<uint32_t> &slots) {
     std::set<const hbs_client *> owners;
     for (uint32_t slot : slots) {
         EXPECT_EQ(slot, word_at(slot + offsetof(hbs_client, dbpos))) << "dbpos of slot " << slot;
-        const auto *at = static_cast<const hbs_client *>(hbs_pool_element(hbs_pool::clients, slot));
+        const auto *at = static_cast<const hbs_slot *>(hbs_pool_element(hbs_pool::clients, slot));
         const hbs_client *owner = hbs_slot_owner(at);
         if (owner == nullptr)
             continue;

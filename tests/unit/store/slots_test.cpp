@@ -1,0 +1,50 @@
+// Whose a published copy is.
+#include "store/pools.h"
+#include "store/slots.h"
+#include "support/store.h"
+
+namespace {
+
+using Slots = StoreTest;
+
+TEST_F(Slots, SlotOfAWorkingCopyIsItsOwnOnly) {
+    hbs_client *a = publish(make());
+    hbs_client *b = make();
+    EXPECT_EQ(a->dbpos, hbs_pool_offset(hbs_slot_of(a)));
+    EXPECT_EQ(nullptr, hbs_slot_of(b)) << "not published";
+    b->dbpos = a->dbpos;
+    EXPECT_EQ(nullptr, hbs_slot_of(b)) << "another client's slot";
+    b->dbpos = HBS_DBPOS_INVALID;
+    EXPECT_EQ(nullptr, hbs_slot_of(b));
+    b->dbpos = a->dbpos + 4;
+    EXPECT_EQ(nullptr, hbs_slot_of(b)) << "no start of a slot";
+    EXPECT_EQ(nullptr, hbs_slot_of(nullptr));
+}
+
+TEST_F(Slots, SlotOffTheListIsNobodysReference) {
+    hbs_client *client = publish(make());
+    hbs_slot *slot = hbs_slot_of(client);
+    EXPECT_EQ(client->dbpos, hbs_slot_reference(slot));
+    EXPECT_TRUE(hbs_reference_is_published(client->dbpos));
+    hbs_slot_unlink(slot);
+    EXPECT_EQ(0u, hbs_slot_reference(slot));
+    EXPECT_EQ(0u, hbs_slot_reference(nullptr));
+    EXPECT_FALSE(hbs_reference_is_published(client->dbpos));
+    EXPECT_EQ(nullptr, hbs_slot_of(client));
+    hbs_slot_give_back(slot);
+}
+
+TEST_F(Slots, AfterTheSlotWasGivenBack_TheOwnerIsForgotten) {
+    hbs_client *a = publish(make());
+    hbs_slot *slot = hbs_slot_of(a);
+    EXPECT_EQ(a, hbs_slot_owner(slot));
+    unpublish(a);
+    EXPECT_EQ(nullptr, hbs_slot_of(a));
+    EXPECT_EQ(nullptr, hbs_slot_owner(slot));
+    for (int i = 0; i < 96; i++)
+        publish(make());
+    EXPECT_EQ(nullptr, hbs_slot_of(a)) << "its old slot is another client's by now";
+    EXPECT_EQ(nullptr, hbs_slot_owner(nullptr));
+}
+
+} // namespace
