@@ -8,7 +8,7 @@
 
 namespace {
 
-std::string key_of(const hbs_client &client) {
+std::string mark_key(const hbs_client &client) {
     const std::string mac = mac_text(client.mac);
     return mac.empty() ? "#" + std::to_string(client.client_id) : mac;
 }
@@ -65,7 +65,7 @@ void change_marks::mark_gone(const std::vector<hbs_client> &clients, time_point 
     for (auto entry = known_.begin(); entry != known_.end();) {
         known &one = entry->second;
         const bool present = std::any_of(clients.begin(), clients.end(), [&](const hbs_client &client) {
-            return key_of(client) == entry->first;
+            return mark_key(client) == entry->first;
         });
         if (!present && one.what != mark::gone) {
             one.what = mark::gone;
@@ -81,7 +81,7 @@ std::vector<marked_client> change_marks::update(const std::vector<hbs_client> &c
     std::vector<marked_client> result;
     for (const hbs_client &client : clients) {
         const auto [entry, added] =
-            known_.try_emplace(key_of(client), known{client, first_ ? mark::none : mark::fresh, now});
+            known_.try_emplace(mark_key(client), known{client, first_ ? mark::none : mark::fresh, now});
         known &one = entry->second;
         if (one.what == mark::gone)
             one = {client, mark::fresh, now};

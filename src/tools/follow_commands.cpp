@@ -34,14 +34,14 @@ std::chrono::milliseconds milliseconds_of(double seconds) {
     return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
 }
 
-std::string quoted(const std::string &text) {
+std::string in_quotes(const std::string &text) {
     return text.empty() ? "none" : "'" + printable(text) + "'";
 }
 
 std::string event_line(const client_event &event) {
     const std::string who = event.client + (event.name.empty() ? "" : " (" + printable(event.name) + ")");
-    return zoned_time(event.when) + " " + who + " " + event.field + ": " + quoted(event.before) + " -> " +
-           quoted(event.after);
+    return zoned_time(event.when) + " " + who + " " + event.field + ": " + in_quotes(event.before) + " -> " +
+           in_quotes(event.after);
 }
 
 std::string event_json(const client_event &event) {

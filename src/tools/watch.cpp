@@ -26,7 +26,7 @@ struct view {
     exit_status status = exit_ok;
 };
 
-view look(const session &run, const watch_state &state, change_marks &marks) {
+view look_now(const session &run, const watch_state &state, change_marks &marks) {
     view now;
     now.status = daemon_is_there(run.socket_path) ? exit_ok : exit_not_there;
     try {
@@ -97,7 +97,7 @@ void watch(session &run, const watch_options &options) {
     live_screen screen(!run.json);
     const auto pause = std::chrono::milliseconds(static_cast<long>(options.seconds * 1000));
     for (unsigned i = 1; options.looks == 0 || i <= options.looks; i++) {
-        const view now = look(run, state, marks);
+        const view now = look_now(run, state, marks);
         run.status = now.status;
         screen.show(run.json ? json_lines(now, state) : table_lines(now, state, screen.height()));
         if (i == options.looks || !stay(run, screen, now, state, clock_type::now() + pause))

@@ -18,7 +18,7 @@ std::string lower(std::string text) {
     return text;
 }
 
-bool holds(const hbs_client &client, const std::string &search) {
+bool matches(const hbs_client &client, const std::string &search) {
     const std::vector<table_cell> row = client_row(client);
     return std::any_of(row.begin(), row.end(), [&](const table_cell &cell) {
         return lower(cell.text).find(lower(search)) != std::string::npos;
@@ -147,7 +147,7 @@ std::vector<marked_client> wanted_rows(const std::vector<marked_client> &clients
     std::copy_if(
         clients.begin(), clients.end(), std::back_inserter(rows),
         [&](const marked_client &one) {
-            return is_wanted(one.client, state.which) && holds(one.client, state.search);
+            return is_wanted(one.client, state.which) && matches(one.client, state.search);
         });
     std::stable_sort(rows.begin(), rows.end(), [&](const marked_client &left, const marked_client &right) {
         return comes_before(left.client, right.client, state.which);

@@ -5,7 +5,7 @@
 
 #include "base/date.h"
 
-namespace {
+namespace date_test {
 
 using Date = std::array<uint8_t, 8>;
 
@@ -49,4 +49,4 @@ TEST(Date, IsClearedWhole) {
     EXPECT_EQ(Date{}, date);
 }
 
-} // namespace
+} // namespace date_test

@@ -5,7 +5,7 @@
 
 #include "base/hex.h"
 
-namespace {
+namespace hex_test {
 
 std::string decoded(const std::string &hex, const char *before = "", size_t size = 16) {
     char out[64];
@@ -87,4 +87,4 @@ TEST(Hex, RestoresEveryByte) {
     }
 }
 
-} // namespace
+} // namespace hex_test

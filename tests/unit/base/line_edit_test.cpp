@@ -15,7 +15,7 @@
 #include "base/line_edit.h"
 #include "support/gateway.h"
 
-namespace {
+namespace line_edit_test {
 
 class LineEdit : public GatewayTest {
   protected:
@@ -413,4 +413,4 @@ TEST_F(LineEdit, MakePrivate_TakesTheOthersAccessAway) {
     EXPECT_EQ("one\n", content());
 }
 
-} // namespace
+} // namespace line_edit_test

@@ -5,7 +5,7 @@
 
 #include "base/line_read.h"
 
-namespace {
+namespace line_read_test {
 
 std::vector<std::string> lines_of(const std::string &text, size_t size = 16) {
     FILE *stream = tmpfile();
@@ -48,4 +48,4 @@ TEST(LineRead, SkipsALineWithANulByte) {
     EXPECT_EQ((Lines{"before"}), lines_of(std::string("before\nlast\0", 12)));
 }
 
-} // namespace
+} // namespace line_read_test

@@ -11,7 +11,7 @@
 #include "base/locked_file.h"
 #include "support/gateway.h"
 
-namespace {
+namespace locked_file_test {
 
 class LockedFile : public GatewayTest {
   protected:
@@ -158,4 +158,4 @@ TEST_F(LockedFile, FifoOrLink_IsNullAtOnce) {
     EXPECT_EQ(ELOOP, errno);
 }
 
-} // namespace
+} // namespace locked_file_test

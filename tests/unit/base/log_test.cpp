@@ -2,6 +2,8 @@
 #include "base/log.h"
 #include "support/gateway.h"
 
+namespace log_test {
+
 class Log : public GatewayTest {
   protected:
     void SetUp() override {
@@ -34,3 +36,5 @@ TEST_F(Log, TakesEverythingAgainWhenTheLevelIsLifted) {
     HBS_LOG(HBS_DEBUG, "HOSTBASE: %d", computed());
     EXPECT_EQ(1, computed_);
 }
+
+} // namespace log_test

@@ -15,7 +15,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace netlink_test {
 
 template <typename Value> std::string raw(const Value &value) {
     return std::string(reinterpret_cast<const char *>(&value), sizeof(value));
@@ -269,4 +269,4 @@ TEST_F(NetlinkSocket, WholeTable_OfMoreThanOneDatagram) {
     EXPECT_EQ(system("ip link del dump0"), 0);
 }
 
-} // namespace
+} // namespace netlink_test

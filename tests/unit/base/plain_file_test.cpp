@@ -7,7 +7,7 @@
 #include "base/plain_file.h"
 #include "support/gateway.h"
 
-namespace {
+namespace plain_file_test {
 
 constexpr int EVERY_USE[] = {O_RDONLY, O_RDWR, O_WRONLY | O_CREAT, O_WRONLY | O_CREAT | O_TRUNC,
                              O_RDWR | O_CREAT | O_APPEND};
@@ -101,4 +101,4 @@ TEST_F(PlainFile, Stream_ReadsAndWrites) {
     EXPECT_EQ(nullptr, hbs_plain_stream((directory() + "/missing").c_str(), "r"));
 }
 
-} // namespace
+} // namespace plain_file_test

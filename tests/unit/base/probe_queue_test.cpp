@@ -10,7 +10,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace probe_queue_test {
 
 using Numbers = std::vector<int>;
 
@@ -231,4 +231,4 @@ TEST_F(ProbeThreads, OneQuestionOfADeviceIsOut_AndTheSameIsNotAskedAgain) {
     EXPECT_EQ(3, served);
 }
 
-} // namespace
+} // namespace probe_queue_test

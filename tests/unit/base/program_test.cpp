@@ -7,7 +7,7 @@
 #include "base/program.h"
 #include "support/gateway.h"
 
-namespace {
+namespace program_test {
 
 class Program : public GatewayTest {
   protected:
@@ -129,4 +129,4 @@ TEST_F(Program, LeavesNoDescriptorBehind) {
     EXPECT_EQ(before, lowest_free());
 }
 
-} // namespace
+} // namespace program_test

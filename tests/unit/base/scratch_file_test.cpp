@@ -5,7 +5,7 @@
 #include "base/scratch_file.h"
 #include "support/gateway.h"
 
-namespace {
+namespace scratch_file_test {
 
 class ScratchFile : public GatewayTest {
   protected:
@@ -66,4 +66,4 @@ TEST_F(ScratchFile, IsNullAndLoggedWhenItCannotBeCreated) {
     EXPECT_TRUE(logged("HOSTBASE: can't create /no/such/directory/x.tmp (error 2)"));
 }
 
-} // namespace
+} // namespace scratch_file_test

@@ -8,7 +8,7 @@
 
 #include "base/text.h"
 
-namespace {
+namespace text_test {
 
 constexpr uint8_t MAC[6] = {0x02, 0xaa, 0x00, 0x0f, 0xB0, 0x11};
 
@@ -128,4 +128,4 @@ TEST(CopyText, MayCopyAFieldOntoItself) {
     EXPECT_STREQ("same", field);
 }
 
-} // namespace
+} // namespace text_test

@@ -16,7 +16,7 @@
 #include "daemon/one_daemon.h"
 #include "support/gateway.h"
 
-namespace {
+namespace one_daemon_test {
 
 // A process that claims, tells the result, and lives until it is killed.
 class Claimant {
@@ -195,4 +195,4 @@ TEST_F(OneDaemon, DirectoryThatCannotBeRemoved_MakesAClaimImpossible) {
     EXPECT_EQ(ENOTEMPTY, errno);
 }
 
-} // namespace
+} // namespace one_daemon_test

@@ -6,7 +6,7 @@
 #include "support/bridge.h"
 #include "support/events.h"
 
-namespace {
+namespace switch_link_test {
 
 using States = std::array<uint32_t, 4>;
 
@@ -174,4 +174,4 @@ TEST_F(SwitchLink, ChangeWaitsForTheLock) {
     expect_deletions({mac(11)});
 }
 
-} // namespace
+} // namespace switch_link_test

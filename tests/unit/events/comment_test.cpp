@@ -6,7 +6,7 @@
 
 #include "support/management.h"
 
-namespace {
+namespace comment_test {
 
 // One way in which a text gets into one field of a client.
 struct Road {
@@ -135,8 +135,6 @@ const char *const HOSTILE[] = {
     "null",
 };
 
-} // namespace
-
 TEST_F(ManagementTexts, OfHostileContent_AreKeptByteForByteAndNothingRuns) {
     for (const Road &road : roads_)
         for (const char *text : HOSTILE)
@@ -211,3 +209,5 @@ TEST_F(ManagementTexts, AllFieldsAtTheirLongest_LoadBackWhole) {
     EXPECT_EQ(longest, seen(LAPTOP)->description);
     EXPECT_EQ(longest, seen(LAPTOP)->domain_list);
 }
+
+} // namespace comment_test

@@ -5,7 +5,7 @@
 #include "base/paths.h"
 #include "support/management.h"
 
-namespace {
+namespace device_lists_test {
 
 class ManagementFilter : public ManagementTest {
   protected:
@@ -37,8 +37,6 @@ const struct {
     {HBS_LIST_WHITE, HBS_TRUST_WHITE, HBS_WHITE_RULES, "HOSTBASE: hbs_api_set_whitelist"},
     {HBS_LIST_BLACK, HBS_TRUST_BLACK, HBS_BLACK_RULES, "HOSTBASE: hbs_api_set_blacklist"},
 };
-
-} // namespace
 
 TEST_F(ManagementFilterSet, OfAnUnknownMac_AddsTheClientTheRuleAndTheIndexEntry) {
     for (const auto &list : LISTS) {
@@ -263,3 +261,5 @@ TEST_F(ManagementFilterModify, SetThenClear_MovesTheRuleToTheOtherMac) {
     ASSERT_EQ(1u, rules().size());
     EXPECT_EQ(mac_of(TABLET), std::to_array(rules()[0].mac));
 }
+
+} // namespace device_lists_test

@@ -7,7 +7,7 @@
 #include "files/rule_files.h"
 #include "support/events.h"
 
-namespace {
+namespace dhcp_server_test {
 
 constexpr const char *STATIC_LEASES = "/nvram/8/dhcpd/udhcpd.192.168.1.1.static_leases";
 constexpr const char *DYNAMIC_LEASES = "/var/lib/misc/landhcps00.192.168.1.1.leases";
@@ -311,4 +311,4 @@ TEST_F(DhcpServer, RuleFilesAreLoadedWhiteFirstForTheClientsThatRemain) {
     EXPECT_EQ(seen(client_mac(2))->dbpos, rules[0].p[3]);
 }
 
-} // namespace
+} // namespace dhcp_server_test

@@ -8,7 +8,7 @@
 #include "events/dhcpv4_lease.h"
 #include "support/dhcpv4.h"
 
-namespace {
+namespace dhcpv4_lease_test {
 
 // --- a new client ---
 
@@ -346,4 +346,4 @@ TEST_F(Dhcpv4Lease, NetworkChangeOfOneClientLeavesTheOthers) {
     EXPECT_EQ(Keys{"2"}, pri_keys());
 }
 
-} // namespace
+} // namespace dhcpv4_lease_test

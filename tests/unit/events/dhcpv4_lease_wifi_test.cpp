@@ -3,7 +3,7 @@
 #include "store/client_fields.h"
 #include "support/dhcpv4.h"
 
-namespace {
+namespace dhcpv4_lease_wifi_test {
 
 // --- flap list ---
 
@@ -161,4 +161,4 @@ TEST_F(Dhcpv4Lease, NewWiredClientIsNotLookedUpInTheTable) {
     EXPECT_EQ(0u, logged_containing("Got bssid failed"));
 }
 
-} // namespace
+} // namespace dhcpv4_lease_wifi_test

@@ -2,7 +2,7 @@
 #include "store/client_fields.h"
 #include "support/dhcpv4.h"
 
-namespace {
+namespace dhcpv4_release_test {
 
 // --- release ---
 
@@ -147,4 +147,4 @@ TEST_F(Dhcpv4Info, MacOfTheGatewayGivesNone) {
     expect_nothing_happened();
 }
 
-} // namespace
+} // namespace dhcpv4_release_test

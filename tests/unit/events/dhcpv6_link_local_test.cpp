@@ -6,7 +6,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace dhcpv6_link_local_test {
 
 constexpr const char *FOR_LATER =
     "HOSTBASE: Got MAC and LL address for unknwn client - save it away for later";
@@ -247,4 +247,4 @@ TEST_F(LinkLocal, Neighbour_IsNotAnnounced) {
     EXPECT_EQ(LL, address_text(published(MAC_A).ll));
 }
 
-} // namespace
+} // namespace dhcpv6_link_local_test

@@ -3,7 +3,7 @@
 #include "events/flap_list.h"
 #include "support/gateway.h"
 
-namespace {
+namespace flap_list_test {
 
 constexpr const char *CLEARING =
     "HOSTBASE: flaplist:Join req received is > flapClientInterval.. so clearing flap count";
@@ -210,4 +210,4 @@ TEST_F(FlapList, ReachableJoinOfAWifiClientTakesTheWiredInterval) {
     EXPECT_EQ(1u, logged_count(flapping(300)));
 }
 
-} // namespace
+} // namespace flap_list_test

@@ -11,7 +11,7 @@
 #include "support/events.h"
 #include "support/probes.h"
 
-namespace {
+namespace lease_timers_test {
 
 constexpr const char *MAC = "02:ab:00:00:00:11";
 constexpr const char *LINE = "[02:ab:00:00:00:11] on Ethernet: index: 0 192.168.0.20 - no IPv6 - (no LL) - |";
@@ -356,4 +356,4 @@ TEST_F(LeaseTimers, OnlineExpiryOfAClientThatIsOffLineChangesNothing) {
     EXPECT_EQ(since, client_->online_time);
 }
 
-} // namespace
+} // namespace lease_timers_test

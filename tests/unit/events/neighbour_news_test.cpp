@@ -6,7 +6,7 @@
 #include "events/neighbour_news.h"
 #include "support/presence.h"
 
-namespace {
+namespace neighbour_news_test {
 
 class NeighbourNews : public PresenceTest {
   protected:
@@ -152,4 +152,4 @@ TEST_F(NeighbourNews, FloodOfAddresses_ForgetsTheOldOnesOnly) {
     EXPECT_FALSE(is_news(NUD_STALE, MAC_A, "192.168.0.20"));
 }
 
-} // namespace
+} // namespace neighbour_news_test

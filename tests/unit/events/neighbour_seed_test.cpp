@@ -13,7 +13,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace neighbour_seed_test {
 
 constexpr const char *NDISC6 = "/fss/gw/bin/ndisc6";
 constexpr const char *REAL_NDISC6 = "/fss/gw/bin/ndisc6.real";
@@ -254,4 +254,4 @@ TEST_F(NeighbourSeed, GlobalNeighbour_SeedsNothing) {
     EXPECT_THAT(calls(), IsEmpty());
 }
 
-} // namespace
+} // namespace neighbour_seed_test

@@ -10,7 +10,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace neighbour_states_test {
 
 using Handler = hbs_client *(*)(const uint8_t *, int, int, const uint8_t *);
 
@@ -294,4 +294,4 @@ TEST_F(NeighbourStates, Gone_LeavesARunningTimer) {
     EXPECT_EQ(600, seconds_left(client, HBS_TIMER_ONLINE));
 }
 
-} // namespace
+} // namespace neighbour_states_test

@@ -6,7 +6,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace neighbours_test {
 
 constexpr const char *KEEP_V4 = "HOSTBASE: hbs_handle_ipv4_neighbor: Keep Hbs client oringnal adapter type\n";
 constexpr const char *KEEP_V6 =
@@ -299,4 +299,4 @@ TEST_F(Neighbours, InterfaceIndex_KeepsItsLowByteOnly) {
     EXPECT_STREQ("lo", client->ifname) << "the kernel has no interface of that index";
 }
 
-} // namespace
+} // namespace neighbours_test

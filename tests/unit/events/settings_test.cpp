@@ -5,7 +5,7 @@
 #include "base/paths.h"
 #include "support/management.h"
 
-namespace {
+namespace settings_test {
 
 using ManagementTrust = ManagementTest;
 using ManagementComment = ManagementTest;
@@ -13,8 +13,6 @@ using ManagementRouteMode = ManagementTest;
 
 constexpr const char *ADDRESS = "192.168.0.11";
 constexpr const char *ADDRESS6 = "fd00:2::11";
-
-} // namespace
 
 // --- trust ---------------------------------------------------------------------------------------------
 
@@ -305,3 +303,5 @@ TEST_F(ManagementRouteMode, Reset_LeavesTheClientsInMemoryAsTheyAre) {
     reload();
     EXPECT_EQ(0u, clients_seen());
 }
+
+} // namespace settings_test

@@ -4,7 +4,7 @@
 
 #include "support/management.h"
 
-namespace {
+namespace static_lease_test {
 
 constexpr const char *ADDRESS = "192.168.0.50";
 constexpr const char *OTHER_ADDRESS = "192.168.0.60";
@@ -68,8 +68,6 @@ class ManagementLease : public ManagementTest {
 using ManagementLeaseSet = ManagementLease;
 using ManagementLeaseClear = ManagementLease;
 using ManagementLeaseInternal = ManagementLease;
-
-} // namespace
 
 // --- set ------------------------------------------------------------------------------------------------
 
@@ -406,3 +404,5 @@ TEST_F(ManagementLeaseInternal, ReadsTheRouterDatabaseAnew) {
     EXPECT_EQ(0, set_internal(LAPTOP, "10.0.0.50"));
     EXPECT_EQ("02:aa:00:00:00:11 10.0.0.50\n", read_file("/nvram/8/dhcpd/udhcpd.10.0.0.1.static_leases"));
 }
+
+} // namespace static_lease_test

@@ -10,7 +10,7 @@
 #include "store/segment.h"
 #include "support/events.h"
 
-namespace {
+namespace tr69_events_test {
 
 constexpr const char *MAC_TEXT = "02:ab:00:00:00:11";
 constexpr const char *UPPER = "02:AB:00:00:00:11";
@@ -317,4 +317,4 @@ TEST_F(Tr69Events, UnpublishedClientSendsWhatItsRecordHolds) {
     expect_sent({.code = 107, .mac = "02:AB:00:00:00:12", .identity = NO_IDENTITY});
 }
 
-} // namespace
+} // namespace tr69_events_test

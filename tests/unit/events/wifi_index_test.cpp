@@ -7,7 +7,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace wifi_index_test {
 
 class WifiIndex : public PresenceTest {
   protected:
@@ -48,4 +48,4 @@ TEST_F(WifiIndex, OtherAdapters_AreLeftAlone) {
     }
 }
 
-} // namespace
+} // namespace wifi_index_test

@@ -9,7 +9,7 @@
 #include "store/index.h"
 #include "support/events.h"
 
-namespace {
+namespace wifi_info_test {
 
 const std::string STATION = "02:aa:00:00:00:21";
 const std::string OTHER = "02:aa:00:00:00:22";
@@ -169,4 +169,4 @@ TEST_F(WifiInfo, UpdateWritesTheClientAlsoWhenTheDriverDoesNotListIt) {
     EXPECT_EQ(1u, working_clients());
 }
 
-} // namespace
+} // namespace wifi_info_test

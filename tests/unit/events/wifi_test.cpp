@@ -8,7 +8,7 @@
 #include "support/bridge.h"
 #include "support/events.h"
 
-namespace {
+namespace wifi_test {
 
 const std::string STATION = "02:aa:00:00:00:21";
 const std::string OTHER = "02:aa:00:00:00:22";
@@ -361,4 +361,4 @@ TEST_F(Wifi, ProtectedAddressStaysInTheBridge) {
     expect_deletions({STATION});
 }
 
-} // namespace
+} // namespace wifi_test

@@ -6,7 +6,7 @@
 #include "export/rwlock.h"
 #include "support/printed.h"
 
-namespace {
+namespace rwlock_test {
 
 std::string message(const std::string &site, const std::string &holder, const std::string &waiter) {
     return "snmpa " + site + " acquire held by " + holder + " : attempt from " + waiter + "\n";
@@ -267,4 +267,4 @@ TEST_F(Rwlock, ListLockIsAPlainMutexThatNeedsNoInitialisation) {
     EXPECT_EQ(0, pthread_mutex_unlock(&listlock));
 }
 
-} // namespace
+} // namespace rwlock_test

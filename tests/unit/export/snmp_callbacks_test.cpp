@@ -8,7 +8,7 @@
 #include "export/snmp_callbacks.h"
 #include "support/printed.h"
 
-namespace {
+namespace snmp_callbacks_test {
 
 using Arcs = std::vector<uint32_t>;
 
@@ -491,4 +491,4 @@ TEST_F(SnmpCallbacks, ThreeStubsPrintTheirName) {
               printed_by([] { EXPECT_EQ(1, USER_ax_transport_string()); }));
 }
 
-} // namespace
+} // namespace snmp_callbacks_test

@@ -11,7 +11,7 @@
 #include "files/trusted_devices.h"
 #include "support/events.h"
 
-namespace {
+namespace client_file_test {
 
 constexpr const char *FILE_ERROR =
     "HOSTBASE: hbs_nv_load_clients: /nvram/8/hostbase.txt File format error, first line:%. it should be like "
@@ -54,8 +54,6 @@ using ClientFileLoad = ClientFile;
 using ClientFileSave = ClientFile;
 using ClientFileUpdate = ClientFile;
 using ClientFileReset = ClientFile;
-
-} // namespace
 
 TEST_F(ClientFileLoad, WhenMissing_SaysSoAndWritesNothing) {
     EXPECT_EQ(-1, hbs_nv_load_clients());
@@ -381,3 +379,5 @@ TEST_F(ClientFileLoad, OfHexThatHoldsAZero_EndsTheTextThereAndPadsTheField) {
     EXPECT_STREQ("a", client->comment);
     EXPECT_EQ(0, memcmp(client->comment + 1, empty.comment + 1, sizeof client->comment - 1));
 }
+
+} // namespace client_file_test

@@ -27,7 +27,7 @@
 #include "support/gateway.h"
 #include "support/probes.h"
 
-namespace {
+namespace client_leases_test {
 
 const std::string STATIC_1 = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
 const std::string STATIC_2 = "/nvram/8/dhcpd/udhcpd.192.168.1.1.static_leases";
@@ -495,4 +495,4 @@ TEST_F(ClientLeases, DatesAndAddressesAreCleared) {
     EXPECT_FALSE(hbs_client_has_ipv6(client));
 }
 
-} // namespace
+} // namespace client_leases_test

@@ -6,7 +6,7 @@
 #include "files/client_line.h"
 #include "support/gateway.h"
 
-namespace {
+namespace client_line_test {
 
 std::string hex(const std::string &text) {
     std::string out(2 * text.size() + 1, '\0');
@@ -35,8 +35,6 @@ hbs_client_line parse(std::string &text) {
     hbs_client_line_parse(text.data(), &line);
     return line;
 }
-
-} // namespace
 
 TEST(ClientLine, WithoutTexts_WritesThePlaceholders) {
     EXPECT_EQ("02:aa:00:00:00:11 3 " + hex("~nohost~") + " " + hex("~nocomment~") + " 00000009 " +
@@ -127,3 +125,5 @@ TEST(ClientLine, Parse_LeavesWhatStandsBehindANumberToTheNextField) {
     EXPECT_STREQ("9a", line.keyword_list);
     EXPECT_STREQ("63", line.description);
 }
+
+} // namespace client_line_test

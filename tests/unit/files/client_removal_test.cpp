@@ -9,6 +9,8 @@
 #include "store/rule_index.h"
 #include "support/working_clients.h"
 
+namespace client_removal_test {
+
 class RemoveClient : public ClientsTest {};
 
 TEST_F(RemoveClient, DeletesTheWorkingCopyAndItsFiles) {
@@ -243,3 +245,5 @@ TEST_F(DropFiles, LongestFileNameIsDeletedToo) {
     hbs_client_drop_files(&remains);
     EXPECT_FALSE(file_exists("/var/tmp/" + name));
 }
+
+} // namespace client_removal_test

@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "files/dhcpv4_notice.h"
 
-namespace {
+namespace dhcpv4_notice_test {
 
 constexpr const char *ADD =
     "ADD 02:aa:00:00:00:11 192.168.0.10 3600 6c6170746f70 6c327364302e32 1 0 lease.11 001122 serial class";
@@ -237,4 +237,4 @@ TEST(Dhcpv4Notice, LineOfOneMegabyte_IsReadLikeAnyOther) {
     EXPECT_EQ(std::string(notice.product_class), std::string(64, 'c'));
 }
 
-} // namespace
+} // namespace dhcpv4_notice_test

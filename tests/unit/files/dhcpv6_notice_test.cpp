@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "files/dhcpv6_notice.h"
 
-namespace {
+namespace dhcpv6_notice_test {
 
 hbs_dhcpv6_notice read(std::initializer_list<std::string> lines) {
     hbs_dhcpv6_notice notice{};
@@ -109,4 +109,4 @@ TEST(Dhcpv6Notice, ShorterValue_LeavesNothingOfTheLongerOne) {
     EXPECT_EQ(memcmp(notice.host, rest, sizeof(rest)), 0);
 }
 
-} // namespace
+} // namespace dhcpv6_notice_test

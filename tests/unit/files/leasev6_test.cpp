@@ -12,7 +12,7 @@
 
 using testing::ElementsAre;
 
-namespace {
+namespace leasev6_test {
 
 constexpr const char *GLOBAL = "fd00:2::1975";
 
@@ -215,4 +215,4 @@ TEST_F(Leasev6, TenMegabytesCutInTheMiddleOfALine_AreReadToTheEnd) {
     EXPECT_THAT(client_->lease_v6_end, ElementsAre(7, 235, 1, 15, 9, 0, 0, 0));
 }
 
-} // namespace
+} // namespace leasev6_test

@@ -13,7 +13,7 @@
 #include "store/shm.h"
 #include "support/gateway.h"
 
-namespace {
+namespace netbios_name_test {
 
 const std::string ANSWERS = "/var/tmp/nbtlist";
 
@@ -170,4 +170,4 @@ TEST_F(NetbiosName, StaysWhenNobodyAnswers) {
     EXPECT_STREQ("before", client->host);
 }
 
-} // namespace
+} // namespace netbios_name_test

@@ -7,7 +7,7 @@
 #include "store/segment.h"
 #include "support/events.h"
 
-namespace {
+namespace rule_files_test {
 
 class RuleFiles : public EventTest {
   protected:
@@ -39,8 +39,6 @@ std::string many_rules(int count) {
         line += std::to_string(i) + " 1 1 0 0 0;";
     return line;
 }
-
-} // namespace
 
 using RuleFilesLoad = RuleFiles;
 using RuleFilesUpdate = RuleFiles;
@@ -206,3 +204,5 @@ TEST_F(RuleFilesUpdate, OfARuleOfSevenFields_KnowsItByItsFirstThree) {
     EXPECT_EQ(0, update({{4, 5, 6, 9, 9, 9}})) << "four fields are no rule";
     EXPECT_EQ("02:aa:00:00:00:11;1 2 3 9 9 9;4 5 6 7;4 5 6 9 9 9;\n", white());
 }
+
+} // namespace rule_files_test

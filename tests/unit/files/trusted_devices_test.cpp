@@ -8,7 +8,7 @@
 #include "files/trusted_devices.h"
 #include "support/gateway.h"
 
-namespace {
+namespace trusted_devices_test {
 
 std::string u32(uint32_t number) {
     return {reinterpret_cast<const char *>(&number), sizeof number};
@@ -47,8 +47,6 @@ class TrustedDevices : public GatewayTest {
     }
     static std::string content() { return read_file(HBS_TRUSTED_INSTANCES); }
 };
-
-} // namespace
 
 TEST_F(TrustedDevices, Set_WithoutAFile_WritesOneRecordInNativeOrder) {
     EXPECT_EQ(0, set(FIRST, 0x01020304));
@@ -181,3 +179,5 @@ TEST_F(TrustedDevices, RecordsWithAMacOfAnotherLength_AreNobodysAndAreCopiedUnch
     EXPECT_EQ(0, remove(FIRST));
     EXPECT_EQ(longer + shorter, content());
 }
+
+} // namespace trusted_devices_test

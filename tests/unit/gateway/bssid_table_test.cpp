@@ -5,7 +5,7 @@
 #include "gateway/bssid_table.h"
 #include "support/gateway.h"
 
-namespace {
+namespace bssid_table_test {
 
 using Mac = std::array<uint8_t, 6>;
 
@@ -123,4 +123,4 @@ TEST_F(BssidTable, SsidNumberIsStoredAsOneByteLess) {
     EXPECT_EQ(255, hbs_bssid_of(station(1).data()));
 }
 
-} // namespace
+} // namespace bssid_table_test

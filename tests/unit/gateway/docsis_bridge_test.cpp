@@ -6,7 +6,7 @@
 #include "support/bridge.h"
 #include "support/events.h"
 
-namespace {
+namespace docsis_bridge_test {
 
 const std::string HOST = "02:aa:00:00:00:11";
 const std::string EROUTER = "00:11:22:33:44:56";
@@ -226,4 +226,4 @@ TEST_F(DocsisBridge, TableThatCannotBeOpenedIsLogged) {
               log_lines());
 }
 
-} // namespace
+} // namespace docsis_bridge_test

@@ -2,7 +2,7 @@
 #include "gateway/hotspot.h"
 #include "support/gateway.h"
 
-namespace {
+namespace hotspot_test {
 
 class Hotspot : public GatewayTest {};
 
@@ -62,4 +62,4 @@ TEST_F(Hotspot, ReadNamesCanBeAskedManyTimes) {
     EXPECT_FALSE(hbs_hotspot_has(&names, "wlan0.4"));
 }
 
-} // namespace
+} // namespace hotspot_test

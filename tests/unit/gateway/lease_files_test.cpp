@@ -12,7 +12,7 @@
 #include "gateway/userconf.h"
 #include "support/gateway.h"
 
-namespace {
+namespace lease_files_test {
 
 constexpr uint8_t MAC[6] = {0x02, 0xaa, 0, 0, 0, 0x11};
 const std::string STATIC_1 = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
@@ -272,4 +272,4 @@ TEST_F(LeaseFiles, DynamicLeaseLookUpSkipsGarbage) {
     EXPECT_EQ((Dynamic{3600, "laptop", {192, 168, 0, 5}}), dynamic_lease());
 }
 
-} // namespace
+} // namespace lease_files_test

@@ -8,7 +8,7 @@
 #include "gateway/lease_prune.h"
 #include "support/gateway.h"
 
-namespace {
+namespace lease_prune_test {
 
 const std::string STATIC_1 = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
 const std::string DYNAMIC_1 = "/var/lib/misc/landhcps00.192.168.0.1.leases";
@@ -194,4 +194,4 @@ TEST_F(LeasePrune, StaticWaitsForTheServer) {
     EXPECT_EQ("", read_file(STATIC_1));
 }
 
-} // namespace
+} // namespace lease_prune_test

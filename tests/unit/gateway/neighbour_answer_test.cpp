@@ -15,7 +15,7 @@
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-namespace {
+namespace neighbour_answer_test {
 
 constexpr uint32_t SEQUENCE = 0x80001234;
 const std::string MAC("\x02\xaa\x00\x00\x00\x11", 6);
@@ -215,4 +215,4 @@ TEST_F(NeighbourAnswer, Nothing_IsNothing) {
     EXPECT_EQ(-1, look("", AF_INET6, IPV6).result);
 }
 
-} // namespace
+} // namespace neighbour_answer_test

@@ -8,7 +8,7 @@
 #include "gateway/networks.h"
 #include "support/gateway.h"
 
-namespace {
+namespace networks_test {
 
 using Ipv4 = std::array<uint8_t, 4>;
 using Ipv6 = std::array<uint8_t, 16>;
@@ -235,4 +235,4 @@ TEST_F(Networks, WalkThatFailsHalfWayKeepsWhatItFound) {
     EXPECT_EQ(-1, nwidx_of({192, 168, 1, 9}));
 }
 
-} // namespace
+} // namespace networks_test

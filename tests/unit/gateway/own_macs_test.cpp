@@ -5,7 +5,7 @@
 #include "gateway/own_macs.h"
 #include "support/gateway.h"
 
-namespace {
+namespace own_macs_test {
 
 class OwnMacs : public GatewayTest {
   protected:
@@ -80,11 +80,11 @@ TEST_F(OwnMacs, BaseThatCannotBeReadLeavesTheRangeAsItWas) {
     EXPECT_EQ(0x001122334463u, hbs_internal_mac_high);
 }
 
-} // namespace
-
 TEST_F(OwnMacs, SixZeroBytesAreNoClient) {
     const uint8_t zero[6] = {};
     EXPECT_FALSE(hbs_mac_is_lan_client(zero));
     const uint8_t nearly[6] = {0, 0, 0, 0, 0, 1};
     EXPECT_TRUE(hbs_mac_is_lan_client(nearly));
 }
+
+} // namespace own_macs_test

@@ -9,7 +9,7 @@
 #include "gateway/static_leases.h"
 #include "support/gateway.h"
 
-namespace {
+namespace static_leases_test {
 
 const std::string STATIC_1 = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
 const std::string STATIC_2 = "/nvram/8/dhcpd/udhcpd.192.168.1.1.static_leases";
@@ -418,4 +418,4 @@ TEST_F(StaticLeaseCommands, AddLeavesWhatTheCommandLeaves) {
     }
 }
 
-} // namespace
+} // namespace static_leases_test

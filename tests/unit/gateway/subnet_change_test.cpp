@@ -11,7 +11,7 @@
 #include "gateway/userconf.h"
 #include "support/gateway.h"
 
-namespace {
+namespace subnet_change_test {
 
 const std::string OLD = "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases";
 const std::string NEW = "/nvram/8/dhcpd/udhcpd.10.0.0.1.static_leases";
@@ -208,4 +208,4 @@ TEST_F(SubnetChange, WaitsForTheServer) {
     EXPECT_FALSE(file_exists(OLD));
 }
 
-} // namespace
+} // namespace subnet_change_test

@@ -6,7 +6,7 @@
 #include "gateway/switch_ports.h"
 #include "support/gateway.h"
 
-namespace {
+namespace switch_ports_test {
 
 constexpr uint8_t MAC[6] = {0x02, 0xaa, 0, 0, 0, 0x31};
 const std::string MAC_TEXT = "02:aa:00:00:00:31";
@@ -188,4 +188,4 @@ TEST_F(SwitchPorts, MacThatNeitherSwitchKnowsHasNoAdapter) {
     EXPECT_EQ(HBS_ADAPTER_UNKNOWN, hbs_adapter_of(MAC));
 }
 
-} // namespace
+} // namespace switch_ports_test

@@ -5,7 +5,7 @@
 #include "gateway/userconf.h"
 #include "support/gateway.h"
 
-namespace {
+namespace userconf_test {
 
 class Userconf : public GatewayTest {
   protected:
@@ -91,4 +91,4 @@ TEST_F(Userconf, AddressIsNoneWithoutDigits) {
         EXPECT_EQ("(none)", address_of(HBS_USERCONF_LAN_ADDRESS, instance)) << instance;
 }
 
-} // namespace
+} // namespace userconf_test

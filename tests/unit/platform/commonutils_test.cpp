@@ -11,6 +11,8 @@
 
 #include "support/gateway.h"
 
+namespace commonutils_test {
+
 class FileHelpers : public GatewayTest {
   protected:
     void SetUp() override {
@@ -161,3 +163,5 @@ TEST_F(FileHelpers, CopiesOfManyThreadsAreWhole) {
     ASSERT_EQ(20000u, text.size());
     EXPECT_EQ(std::string(20000, text[0]), text);
 }
+
+} // namespace commonutils_test

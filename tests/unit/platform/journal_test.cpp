@@ -14,6 +14,8 @@
 
 #include "support/gateway.h"
 
+namespace journal_test {
+
 using Lines = std::vector<std::string>;
 
 class Journal : public GatewayTest {};
@@ -235,3 +237,5 @@ TEST_F(FatalSignals, StayAsTheyWereWhenRegistrationFails) {
     EXPECT_EXIT(die(), testing::KilledBySignal(SIGFPE), "");
 }
 #endif
+
+} // namespace journal_test

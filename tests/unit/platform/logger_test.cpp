@@ -12,14 +12,12 @@
 
 #include "support/gateway.h"
 
-namespace {
+namespace logger_test {
 
 void log_text(const std::string &text, uint32_t severity = 9) {
     hbs_log_site site = {severity, 6, 0};
     logger_build_send_log_msg(&site, 0, "%s", text.c_str());
 }
-
-} // namespace
 
 class Logger : public GatewayTest {};
 
@@ -129,9 +127,7 @@ TEST_F(Logger, TakesEverythingAtALevelThatIsNone) {
     EXPECT_TRUE(logged("x"));
 }
 
-namespace {
 std::vector<uint32_t> told;
-}
 
 TEST_F(Logger, SaysWhatItTakesAtOnceAndOnEachChange) {
     told.clear();
@@ -165,3 +161,5 @@ TEST_F(Logger, KeepsLinesOfManyThreadsApart) {
         EXPECT_EQ(200, std::count(lines.begin(), lines.end(), text));
     }
 }
+
+} // namespace logger_test

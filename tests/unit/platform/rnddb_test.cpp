@@ -10,7 +10,7 @@
 
 #include "support/gateway.h"
 
-namespace {
+namespace rnddb_test {
 
 using Ipv4 = std::array<uint8_t, 4>;
 
@@ -37,8 +37,6 @@ int subnet(const rnddb_params &entry, int family, const char *text, uint32_t *pr
     EXPECT_EQ(1, inet_pton(family, text, address));
     return RNDDB_GetSubnetForAddress(&entry, family, address, prefix);
 }
-
-} // namespace
 
 class RouterDatabase : public GatewayTest {};
 
@@ -288,3 +286,5 @@ TEST_F(RouterDatabase, CanBeWalkedWhileItIsReadAgain) {
     stop = true;
     reader.join();
 }
+
+} // namespace rnddb_test

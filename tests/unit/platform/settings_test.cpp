@@ -12,7 +12,7 @@
 
 #include "support/gateway.h"
 
-namespace {
+namespace settings_test {
 
 lsddb_key device(const char *name) {
     lsddb_key key = {LSDDB_KEY_DEVICE, {}};
@@ -30,8 +30,6 @@ std::string mac_text(const uint8_t *mac) {
              mac[5]);
     return text;
 }
-
-} // namespace
 
 class LanSideDatabase : public GatewayTest {
   protected:
@@ -313,3 +311,5 @@ TEST_F(Uptime, CanBeGivenAndCanFail) {
     EXPECT_EQ(-1, MAIN_getSysUpTime(nullptr));
     EXPECT_EQ(12345u, seconds);
 }
+
+} // namespace settings_test

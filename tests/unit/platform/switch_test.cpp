@@ -11,7 +11,7 @@
 
 #include "support/gateway.h"
 
-namespace {
+namespace switch_test {
 
 constexpr uint8_t mac_a[6] = {2, 0xaa, 0, 0, 0, 0x11};
 constexpr uint8_t mac_b[6] = {2, 0xaa, 0, 0, 0, 0x12};
@@ -38,8 +38,6 @@ std::vector<States> reported() {
     std::lock_guard lock(reports_mutex);
     return reports;
 }
-
-} // namespace
 
 class ExternalSwitch : public GatewayTest {
   protected:
@@ -174,3 +172,5 @@ TEST_F(LayerTwoSwitch, LeavesTheTableAloneWhenItCannotBeAsked) {
     EXPECT_GT(0, L2SWITCH_GetUcastMacs(&table, "02:aa:00:00:00:11"));
     EXPECT_EQ(0xeeee, table.count);
 }
+
+} // namespace switch_test

@@ -15,6 +15,8 @@
 
 #include "support/gateway.h"
 
+namespace values_test {
+
 class HostValues : public GatewayTest {
   protected:
     int byte(int id) { return NVM_GetByte(id); }
@@ -161,3 +163,5 @@ TEST_F(HostValues, TheExampleIsAGatewayWithTwoNetworks) {
         EXPECT_TRUE(port >= 1 && port <= EXTSWT_PORTS) << port;
     }
 }
+
+} // namespace values_test

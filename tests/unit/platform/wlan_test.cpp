@@ -5,15 +5,13 @@
 
 #include "support/gateway.h"
 
-namespace {
+namespace wlan_test {
 
 const std::string station_one = "02:aa:00:00:00:21 1 2 3 4 5";
 const std::string station_two = "02:AA:00:00:00:22 10 20 30 40 4294967295";
 constexpr uint8_t mac_one[6] = {2, 0xaa, 0, 0, 0, 0x21};
 constexpr uint8_t mac_two[6] = {2, 0xaa, 0, 0, 0, 0x22};
 constexpr uint8_t mac_none[6] = {2, 0xaa, 0, 0, 0, 0x23};
-
-} // namespace
 
 class Wlan : public GatewayTest {
   protected:
@@ -128,3 +126,5 @@ TEST_F(Wlan, EveryCallCanFail) {
     EXPECT_STREQ("same", text);
     EXPECT_STREQ("", device.mac);
 }
+
+} // namespace wlan_test

@@ -19,7 +19,7 @@
 
 using namespace std::chrono_literals;
 
-namespace {
+namespace attachment_test {
 
 using clock_type = std::chrono::steady_clock;
 
@@ -222,4 +222,4 @@ TEST_F(QueryAttachment, AChildOfAReaderReadsToo) {
     EXPECT_EQ(status, 0);
 }
 
-} // namespace
+} // namespace attachment_test

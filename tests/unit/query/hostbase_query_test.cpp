@@ -11,7 +11,7 @@
 
 #include "support/query_segment.h"
 
-namespace {
+namespace hostbase_query_test {
 
 class Query : public QuerySegment {};
 
@@ -309,4 +309,4 @@ TEST(QueryText, EveryResultHasOneOfItsOwn) {
     EXPECT_EQ(std::adjacent_find(texts.begin(), texts.end()), texts.end());
 }
 
-} // namespace
+} // namespace hostbase_query_test

@@ -14,7 +14,7 @@
 
 using namespace std::chrono_literals;
 
-namespace {
+namespace look_test {
 
 class QueryLook : public QuerySegment {};
 
@@ -153,4 +153,4 @@ TEST_F(QueryLook, ThreadsReadWhileTheSegmentIsMadeAnewAgainAndAgain) {
     EXPECT_EQ(holders_to_spare(), 1);
 }
 
-} // namespace
+} // namespace look_test

@@ -7,7 +7,7 @@
 #include "base/paths.h"
 #include "support/management.h"
 
-namespace {
+namespace damaged_files_test {
 
 std::vector<std::string> split(const std::string &text, char end) {
     std::vector<std::string> parts;
@@ -93,8 +93,6 @@ class DamagedFiles : public ManagementTest {
 using DamagedClientFile = DamagedFiles;
 using DamagedRuleFile = DamagedFiles;
 using DamagedTrustedDevices = DamagedFiles;
-
-} // namespace
 
 TEST_F(DamagedClientFile, CutOffAnywhere_LoadsTheWholeLinesBeforeTheCut) {
     const std::string whole = clients(3);
@@ -288,3 +286,5 @@ TEST_F(DamagedTrustedDevices, CutOff_KeepTheWholeRecordsBeforeTheCut) {
         EXPECT_EQ(whole, read_file(HBS_TRUSTED_INSTANCES)) << length;
     }
 }
+
+} // namespace damaged_files_test

@@ -3,7 +3,7 @@
 #include "store/client_end.h"
 #include "support/management.h"
 
-namespace {
+namespace displacement_test {
 
 constexpr const char *ADDRESS = "192.168.0.50";
 constexpr uint32_t HOUR = 3600;
@@ -64,8 +64,6 @@ class Displacement : public ManagementTest {
         return hbs_api_trust_by_mac(1, true, mac_of(mac).data(), "mine");
     }
 };
-
-} // namespace
 
 TEST_F(Displacement, AbsentDeviceKeepsTheStaticLeaseThatACommandGaveIt) {
     ASSERT_EQ(0, set_static(LAPTOP));
@@ -133,3 +131,5 @@ TEST_F(Displacement, StrangersThatComeAndGoInAFullHouse_ShutNobodyOut) {
     EXPECT_EQ(0, set_static("02:aa:00:00:00:13"));
     EXPECT_TRUE(seen("02:aa:00:00:00:13").has_value());
 }
+
+} // namespace displacement_test

@@ -7,7 +7,7 @@
 #include "base/paths.h"
 #include "support/management.h"
 
-namespace {
+namespace file_commands_test {
 
 struct Edit {
     const char *name;
@@ -87,8 +87,6 @@ class FileCommands : public ManagementTest {
         EXPECT_EQ(0, hbs_nv_clear_client_rules(HBS_WHITE_RULES, mac_of(mac).data(), &rule, &left));
     }
 };
-
-} // namespace
 
 TEST_F(FileCommands, OfTheClientFile) {
     const std::string others = line("02:aa:00:00:00:10") + line("02:aa:00:00:00:1f", "x y");
@@ -187,3 +185,5 @@ TEST_F(FileCommands, OfTheRuleFiles) {
         expect_same(edit);
     EXPECT_FALSE(no_command_ran()) << "these did, so the look at it can tell";
 }
+
+} // namespace file_commands_test

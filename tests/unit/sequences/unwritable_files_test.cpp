@@ -12,7 +12,7 @@
 #include "base/paths.h"
 #include "support/management.h"
 
-namespace {
+namespace unwritable_files_test {
 
 // What a static lease adds. The name is that of the comment that was set before.
 constexpr const char *NEW_LEASE = "02:aa:00:00:00:11 192.168.0.41\n";
@@ -153,8 +153,6 @@ class UnwritableFiles : public ManagementTest {
     bool mounted_ = false;
 };
 
-} // namespace
-
 TEST_F(UnwritableFiles, OfAFullPlace_StayAsTheyAre) {
     fill_up();
     expect_answers_and_intact_files();
@@ -213,3 +211,5 @@ TEST_F(UnwritableFiles, OfAReadOnlyPlace_DoNotKeepADaemonFromStarting) {
     EXPECT_EQ(0, trust(LAPTOP));
     make_writable();
 }
+
+} // namespace unwritable_files_test

@@ -4,7 +4,7 @@
 #include "base/paths.h"
 #include "support/management.h"
 
-namespace {
+namespace zero_mac_test {
 
 constexpr const char *NO_MAC = "00:00:00:00:00:00";
 
@@ -84,4 +84,4 @@ TEST_F(ZeroMac, RefusedStaticLease_LeavesTheHolderOfTheAddressAlone) {
     EXPECT_EQ("", read_file(STATIC_LEASES));
 }
 
-} // namespace
+} // namespace zero_mac_test

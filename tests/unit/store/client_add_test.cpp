@@ -5,6 +5,8 @@
 #include "store/client_timers.h"
 #include "support/working_clients.h"
 
+namespace client_add_test {
+
 class WorkingPool : public PublishTest {
   protected:
     static constexpr unsigned FIRST_UNPUBLISHED = HBS_MAX_CLIENTS + 1;
@@ -159,3 +161,5 @@ TEST_F(WorkingPool, StrangersThatComeAndGo_NeverShutOutANewcomer) {
     hbs_publish(client_number(5));
     EXPECT_NE(HBS_DBPOS_NONE, add_published(4000)->dbpos);
 }
+
+} // namespace client_add_test

@@ -8,6 +8,8 @@
 #include "store/pools.h"
 #include "support/working_clients.h"
 
+namespace client_end_test {
+
 class Reclaim : public PublishTest {};
 
 TEST_F(Reclaim, TakesTheClientThatIsOffLineLongest) {
@@ -437,3 +439,5 @@ TEST_F(DeleteClient, SlotThatNoWorkingCopyPointsAt_LeavesItsFilesOnly) {
     EXPECT_EQ(1U, hbs_client_counter());
     EXPECT_EQ(0U, logged_containing("hbs_delete_client:"));
 }
+
+} // namespace client_end_test

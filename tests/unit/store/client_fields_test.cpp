@@ -6,7 +6,7 @@
 #include "store/index.h"
 #include "support/working_clients.h"
 
-namespace {
+namespace client_fields_test {
 
 struct TextCase {
     const char *name;
@@ -33,8 +33,6 @@ const TextCase TEXTS[] = {
 void PrintTo(const TextCase &row, std::ostream *out) {
     *out << row.name;
 }
-
-} // namespace
 
 class FieldsTest : public ClientsTest {
   protected:
@@ -482,3 +480,5 @@ TEST_F(FieldsTest, StatusTime_IsZeroedWhole) {
     EXPECT_EQ(0U, client_->flags);
     hbs_clear_status_time(nullptr);
 }
+
+} // namespace client_fields_test

@@ -6,7 +6,7 @@
 
 #include "store/client_text.h"
 
-namespace {
+namespace client_text_test {
 
 hbs_client laptop() {
     hbs_client client{};
@@ -235,4 +235,4 @@ TEST(EntryText, CutStaysTerminated) {
     EXPECT_STREQ("200 1 1", hbs_dhcp_entry_to_str((entry = ip_entry({200, 1, 192}), &entry), buffer, 8));
 }
 
-} // namespace
+} // namespace client_text_test

@@ -6,6 +6,8 @@
 #include "store/clients.h"
 #include "support/working_clients.h"
 
+namespace clients_test {
+
 class Add : public ClientsTest {};
 
 TEST_F(Add, WithMac_GoesOnTheClientList) {
@@ -428,3 +430,5 @@ TEST_F(Flags, AddressTestsLookAtEveryByte) {
     client.ll[0] = 0xfe;
     EXPECT_TRUE(hbs_client_has_ll(&client));
 }
+
+} // namespace clients_test

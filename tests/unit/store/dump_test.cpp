@@ -9,7 +9,7 @@
 #include "store/rule_index.h"
 #include "support/store.h"
 
-namespace {
+namespace dump_test {
 
 using Lines = std::vector<std::string>;
 
@@ -182,4 +182,4 @@ TEST_F(DumpUnattached, PrintsAnEmptyDatabase) {
     EXPECT_TRUE(logged("HOSTBASE: ****** Total 0/0 rule indices ******"));
 }
 
-} // namespace
+} // namespace dump_test

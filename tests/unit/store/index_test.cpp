@@ -6,7 +6,7 @@
 #include "store/index.h"
 #include "support/store.h"
 
-namespace {
+namespace index_test {
 
 using Keys = std::vector<std::string>;
 
@@ -174,4 +174,4 @@ TEST_F(Index, Clear_EmptiesTheFourLists) {
     EXPECT_EQ(2u, entries<hbs_client>(hbs_pool::clients).size()) << "clients stay";
 }
 
-} // namespace
+} // namespace index_test

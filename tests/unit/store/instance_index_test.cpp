@@ -5,7 +5,7 @@
 #include "store/instance_index.h"
 #include "support/store.h"
 
-namespace {
+namespace instance_index_test {
 
 using Keys = std::vector<std::string>;
 
@@ -235,4 +235,4 @@ TEST_F(InstanceIndex, ClearEmptiesListsMapsAndCount) {
     EXPECT_EQ(0u, hbs_pri_count());
 }
 
-} // namespace
+} // namespace instance_index_test

@@ -3,7 +3,7 @@
 
 #include "store/instance_map.h"
 
-namespace {
+namespace instance_map_test {
 
 hbs_instance_map full_map() {
     return {{0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu, 0xFFFFFFFFu}};
@@ -53,4 +53,4 @@ TEST(InstanceMap, NumbersOutsideDoNothing) {
     EXPECT_EQ(0xFFFFFFFFu, map.word[0] & map.word[1] & map.word[2] & map.word[3]);
 }
 
-} // namespace
+} // namespace instance_map_test

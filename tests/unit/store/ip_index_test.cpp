@@ -6,7 +6,7 @@
 #include "store/ip_index.h"
 #include "support/store.h"
 
-namespace {
+namespace ip_index_test {
 
 using Keys = std::vector<std::string>;
 using Words = std::vector<uint32_t>;
@@ -291,4 +291,4 @@ TEST_F(IpIndex, RemoveByAddress_OfNoClientDoesNothing) {
     EXPECT_TRUE(log_lines().empty());
 }
 
-} // namespace
+} // namespace ip_index_test

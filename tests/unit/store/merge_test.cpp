@@ -9,6 +9,8 @@
 #include "store/pools.h"
 #include "support/working_clients.h"
 
+namespace merge_test {
+
 class SetMac : public ClientsTest {
   protected:
     void SetUp() override {
@@ -242,3 +244,5 @@ TEST_F(Merge, DeletesTheTimersOfTheOther) {
     EXPECT_EQ(0U, existing_->dhcp_wait_timer);
     hbs_lease_timers_clear(existing_);
 }
+
+} // namespace merge_test

@@ -5,7 +5,7 @@
 #include "store/pools.h"
 #include "support/store.h"
 
-namespace {
+namespace pools_test {
 
 constexpr hbs_pool ALL[] = {hbs_pool::clients, hbs_pool::ip,   hbs_pool::interface,
                             hbs_pool::dhcp,    hbs_pool::rule, hbs_pool::primary};
@@ -215,4 +215,4 @@ TEST_F(Pools, NextOfAnElementOffTheListIsNone) {
     EXPECT_EQ(nullptr, hbs_list_next(hbs_pool::primary, nullptr));
 }
 
-} // namespace
+} // namespace pools_test

@@ -8,6 +8,8 @@
 #include "store/rule_index.h"
 #include "support/working_clients.h"
 
+namespace publish_test {
+
 class Commit : public PublishTest {};
 
 TEST_F(Commit, FirstTime_TakesASlotAtTheTail) {
@@ -321,3 +323,5 @@ TEST_F(Unattached, EveryOperationIsHarmless) {
     hbs_client_remains remains{};
     EXPECT_EQ(nullptr, hbs_shm_reclaim(&remains));
 }
+
+} // namespace publish_test

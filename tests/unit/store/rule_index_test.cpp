@@ -8,7 +8,7 @@
 #include "store/rule_index.h"
 #include "support/store.h"
 
-namespace {
+namespace rule_index_test {
 
 using Parameters = std::array<uint32_t, 7>;
 using Mac = std::array<uint8_t, 6>;
@@ -262,4 +262,4 @@ TEST_F(RuleIndex, Clear_ReturnsEveryElement) {
     EXPECT_EQ(96u, hbs_rule_count());
 }
 
-} // namespace
+} // namespace rule_index_test

@@ -10,7 +10,7 @@
 #include "store/rule_index.h"
 #include "support/working_clients.h"
 
-namespace {
+namespace scribbled_segment_test {
 
 class ScribbledSegment : public PublishTest {
   protected:
@@ -115,4 +115,4 @@ TEST_F(ScribbledSegment, ChangesAreMadeByTheDaemonsOwnKnowledge) {
     EXPECT_EQ(HOSTBASE_OK, snapshot().first);
 }
 
-} // namespace
+} // namespace scribbled_segment_test

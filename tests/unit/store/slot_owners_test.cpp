@@ -7,6 +7,8 @@
 #include "store/pools.h"
 #include "support/working_clients.h"
 
+namespace slot_owners_test {
+
 // Long random sequences of everything that moves slots about.
 class SlotOwners : public ClientsTest, public testing::WithParamInterface<unsigned> {
   protected:
@@ -126,3 +128,5 @@ TEST_P(SlotOwners, EveryPublishedSlotHasExactlyOneOwner) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seed, SlotOwners, testing::Values(1U, 2U, 3U, 4U));
+
+} // namespace slot_owners_test

@@ -3,7 +3,7 @@
 #include "store/slots.h"
 #include "support/store.h"
 
-namespace {
+namespace slots_test {
 
 using Slots = StoreTest;
 
@@ -47,4 +47,4 @@ TEST_F(Slots, AfterTheSlotWasGivenBack_TheOwnerIsForgotten) {
     EXPECT_EQ(nullptr, hbs_slot_owner(nullptr));
 }
 
-} // namespace
+} // namespace slots_test

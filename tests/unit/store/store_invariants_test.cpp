@@ -9,7 +9,7 @@
 #include "support/store.h"
 #include "support/store_invariants.h"
 
-namespace {
+namespace store_invariants_test {
 
 class StoreInvariants : public StoreTest {
   protected:
@@ -186,4 +186,4 @@ TEST_F(StoreWalk, AnyOrderOfOperationsLeavesTheStoreSound) {
     }
 }
 
-} // namespace
+} // namespace store_invariants_test

@@ -10,7 +10,7 @@
 #include "store/timer_sweep.h"
 #include "support/working_clients.h"
 
-namespace {
+namespace timer_sweep_test {
 
 constexpr int KINDS[] = {HBS_TIMER_DHCP_WAIT, HBS_TIMER_LEASE, HBS_TIMER_ONLINE};
 
@@ -185,4 +185,4 @@ TEST_F(TimerSweep, WithNobodyThere_DoesNothing) {
     EXPECT_TRUE(expiries.empty());
 }
 
-} // namespace
+} // namespace timer_sweep_test

@@ -3,7 +3,7 @@
 
 #include "tools/answers.h"
 
-namespace {
+namespace answers_test {
 
 struct meaning {
     hbs_code code;
@@ -44,4 +44,4 @@ TEST(Answers, OfTheDumpMeanNothing) {
     EXPECT_EQ(meaning_of(HBS_CMD_DUMP, -1).text, "the database is written to the log");
 }
 
-} // namespace
+} // namespace answers_test

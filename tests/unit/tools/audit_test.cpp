@@ -8,7 +8,7 @@
 #include "tools/audit_sources.h"
 #include "tools/words.h"
 
-namespace {
+namespace audit_test {
 
 using texts = std::vector<std::string>;
 
@@ -170,4 +170,4 @@ TEST(Ipv6Leases, AreTheAddressElements) {
     EXPECT_EQ(found[0].mac, "");
 }
 
-} // namespace
+} // namespace audit_test

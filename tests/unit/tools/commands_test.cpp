@@ -14,7 +14,7 @@
 #include "support/query_segment.h"
 #include "tools/command_client.h"
 
-namespace {
+namespace commands_test {
 
 using words = std::vector<std::string>;
 
@@ -400,4 +400,4 @@ TEST(Daemon, IsThereWhenSomebodyReceives) {
     EXPECT_FALSE(daemon_is_there(daemon.path));
 }
 
-} // namespace
+} // namespace commands_test

@@ -6,7 +6,7 @@
 
 #include "tools/client_events.h"
 
-namespace {
+namespace events_test {
 
 hbs_client client_of(uint8_t number, const char *host) {
     hbs_client client = {};
@@ -78,4 +78,4 @@ TEST(Events, OfATimeBeyondTheWrapOfTheClockAreToldToo) {
     EXPECT_EQ(events_since({client}, 60, {5000, 3}).size(), 1u);
 }
 
-} // namespace
+} // namespace events_test

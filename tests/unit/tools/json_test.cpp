@@ -5,7 +5,7 @@
 
 #include "tools/json_view.h"
 
-namespace {
+namespace json_test {
 
 TEST(ClientJson, OfAnEmptyRecordHasNullsForWhatIsAbsent) {
     const json object = client_json({});
@@ -109,4 +109,4 @@ TEST(IndexJson, ResolvesKeysAndClients) {
     EXPECT_EQ(rules["rules"][0]["parameters"], (json{1, 2, 3, 4, 5, 6, 7}));
 }
 
-} // namespace
+} // namespace json_test

@@ -6,7 +6,7 @@
 
 #include "tools/maker.h"
 
-namespace {
+namespace maker_test {
 
 TEST(Maker, IsWhatTheListSays) {
     const char *list = "/tmp/hbsctl_maker_test.txt";
@@ -30,4 +30,4 @@ TEST(Maker, OfAMacThatWasMadeUpIsNobody) {
     EXPECT_FALSE(is_random_mac(real));
 }
 
-} // namespace
+} // namespace maker_test

@@ -7,7 +7,7 @@
 
 #include "tools/change_marks.h"
 
-namespace {
+namespace marks_test {
 
 using namespace std::chrono_literals;
 using time_point = change_marks::time_point;
@@ -102,4 +102,4 @@ TEST(ChangeMarks, AMarkedRowIsOfOneColour) {
     EXPECT_EQ(table.rows[1][0].look, style::plain);
 }
 
-} // namespace
+} // namespace marks_test

@@ -5,7 +5,7 @@
 #include "tools/client_key.h"
 #include "tools/objections.h"
 
-namespace {
+namespace objections_test {
 
 const std::string laptop = "02:aa:00:00:00:01", phone = "02:aa:00:00:00:02", fresh = "02:aa:00:00:00:09";
 
@@ -204,4 +204,4 @@ TEST(Suggestions, AreNearAndFew) {
     EXPECT_EQ(suggestion("printer", known), "");
 }
 
-} // namespace
+} // namespace objections_test

@@ -7,7 +7,7 @@
 
 #include "tools/requests.h"
 
-namespace {
+namespace requests_test {
 
 using bytes = std::vector<uint8_t>;
 
@@ -304,4 +304,4 @@ TEST(Rule, OfAnyOtherFormIsRefused) {
         EXPECT_THROW((void)parse_rule(text), request_error) << text;
 }
 
-} // namespace
+} // namespace requests_test

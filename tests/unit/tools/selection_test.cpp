@@ -6,7 +6,7 @@
 
 #include "tools/client_selection.h"
 
-namespace {
+namespace selection_test {
 
 hbs_client client_of(const char *host, uint8_t network, uint8_t last, uint8_t number) {
     hbs_client client = {};
@@ -80,4 +80,4 @@ TEST(Selection, MovesTimesBeyondTheSignLikeTheDatabaseDoes) {
     EXPECT_STREQ(selected(clients, sorted_by("seen"))[0].host, "new");
 }
 
-} // namespace
+} // namespace selection_test

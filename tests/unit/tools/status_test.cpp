@@ -9,7 +9,7 @@
 #include "tools/gateway_status.h"
 #include "tools/time_text.h"
 
-namespace {
+namespace status_test {
 
 using nlohmann::json;
 
@@ -110,4 +110,4 @@ TEST(Times, HaveTheirZone) {
     EXPECT_EQ(date_and_age(none, 90), "");
 }
 
-} // namespace
+} // namespace status_test

@@ -10,7 +10,7 @@
 #include "tools/printable.h"
 #include "tools/text_table.h"
 
-namespace {
+namespace table_test {
 
 using lines = std::vector<std::string>;
 
@@ -187,4 +187,4 @@ TEST(IndexTables, AKeyOfNoKnownFormIsShownWordByWord) {
     EXPECT_EQ(ip_table(db, db.ip, true).rows[0][1].text, "200.9.4");
 }
 
-} // namespace
+} // namespace table_test

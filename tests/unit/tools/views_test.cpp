@@ -15,7 +15,7 @@
 #include "support/query_segment.h"
 #include "tools/terminal.h"
 
-namespace {
+namespace views_test {
 
 using nlohmann::json;
 
@@ -424,4 +424,4 @@ TEST(Drawing, OfATerminalHasItsWidthAndHeedsNoColor) {
     close(slave);
 }
 
-} // namespace
+} // namespace views_test

@@ -11,7 +11,7 @@
 #include "support/query_segment.h"
 #include "tools/watch_view.h"
 
-namespace {
+namespace watch_test {
 
 marked_client client_of(uint8_t number, const char *host, uint32_t flags = 0) {
     hbs_client client = {};
@@ -216,4 +216,4 @@ TEST_F(Watch, OnADumbTerminalPrintsPlainTables) {
     EXPECT_EQ(end(), exit_ok);
 }
 
-} // namespace
+} // namespace watch_test

@@ -8,7 +8,7 @@
 #include "tools/printable.h"
 #include "tools/words.h"
 
-namespace {
+namespace words_test {
 
 using texts = std::vector<std::string>;
 
@@ -133,4 +133,4 @@ TEST(Width, CutTextSaysThatItWasCut) {
     EXPECT_EQ(cut_to_width("abc", 1), "…");
 }
 
-} // namespace
+} // namespace words_test
