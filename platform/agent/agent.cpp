@@ -19,14 +19,14 @@ namespace {
 
 constexpr char default_fifo[] = "/var/lib/hbs-host/agent";
 
-void add_octets(host_line *line, const uint8_t *bytes, size_t count) {
+void add_octets(common_line *line, const uint8_t *bytes, size_t count) {
     for (size_t i = 0; i < count; i++)
-        host_line_add(line, "%02x", bytes[i]);
+        common_line_add(line, "%02x", bytes[i]);
 }
 
-void add_arcs(host_line *line, const uint32_t *arcs, uint32_t count) {
+void add_arcs(common_line *line, const uint32_t *arcs, uint32_t count) {
     for (uint32_t i = 0; i < count; i++)
-        host_line_add(line, "%s%u", i == 0 ? "" : ".", arcs[i]);
+        common_line_add(line, "%s%u", i == 0 ? "" : ".", arcs[i]);
 }
 
 template <size_t Size> bool all_zero(const char (&bytes)[Size]) {
@@ -36,43 +36,43 @@ template <size_t Size> bool all_zero(const char (&bytes)[Size]) {
     return true;
 }
 
-void objects(host_line *line) {
+void objects(common_line *line) {
     bool empty_texts = all_zero(snmp_sysDescr) && all_zero(snmp_sysContact) && all_zero(snmp_sysLocation);
-    host_line_add(line, "texts=%s object-id=", empty_texts ? "empty" : "set");
+    common_line_add(line, "texts=%s object-id=", empty_texts ? "empty" : "set");
     add_arcs(line, snmp_sysObjectID.arcs, snmp_sysObjectID.count);
     bool no_allocs = snmp_allocs.next == &snmp_allocs && snmp_allocs.prev == &snmp_allocs;
-    host_line_add(line, " allocs=%s root=%s", no_allocs ? "empty" : "set",
-                  mib_root_node.word[0] == nullptr ? "none" : "set");
-    host_line_add(line, " udp=");
+    common_line_add(line, " allocs=%s root=%s", no_allocs ? "empty" : "set",
+                    mib_root_node.word[0] == nullptr ? "none" : "set");
+    common_line_add(line, " udp=");
     add_arcs(line, udpdomain, UDP_DOMAIN_ARCS);
-    host_line_add(line, " v4=");
+    common_line_add(line, " v4=");
     add_arcs(line, udptransportdomainV4, UDP_TRANSPORT_DOMAIN_ARCS);
-    host_line_add(line, " v6=");
+    common_line_add(line, " v6=");
     add_arcs(line, udptransportdomainV6, UDP_TRANSPORT_DOMAIN_ARCS);
 }
 
-void stats(host_line *line) {
+void stats(common_line *line) {
     snmp_stats.counter[0] = 1;
     snmp_stats.counter[SNMPA_STATS - 1] = 2;
-    host_line_add(line, "init=%d", snmpvars_init());
-    host_line_add(line, " first=%u last=%u", snmp_stats.counter[0], snmp_stats.counter[SNMPA_STATS - 1]);
+    common_line_add(line, "init=%d", snmpvars_init());
+    common_line_add(line, " first=%u last=%u", snmp_stats.counter[0], snmp_stats.counter[SNMPA_STATS - 1]);
 }
 
-void memory(host_line *line) {
+void memory(common_line *line) {
     void *block = USER_malloc(100);
-    host_line_add(line, "malloc=%s", block != nullptr ? "ok" : "none");
+    common_line_add(line, "malloc=%s", block != nullptr ? "ok" : "none");
     USER_free(block);
     snmpa_object object = {{nullptr, nullptr}, USER_malloc(16)};
     USER_release_private(&object);
     snmpa_encode_buffer buffer = {};
-    host_line_add(line, " buffer=%d", USER_user_get_encode_buffer(nullptr, 300, &buffer));
-    host_line_add(line, " flag=%d size=%u next=%s", buffer.flag, buffer.remaining,
-                  buffer.start != nullptr && buffer.next == buffer.start ? "start" : "elsewhere");
+    common_line_add(line, " buffer=%d", USER_user_get_encode_buffer(nullptr, 300, &buffer));
+    common_line_add(line, " flag=%d size=%u next=%s", buffer.flag, buffer.remaining,
+                    buffer.start != nullptr && buffer.next == buffer.start ? "start" : "elsewhere");
     USER_free(buffer.start);
 }
 
 // Goes to standard output, between the lines that the dump prints at its start and end.
-void dump(host_line *line) {
+void dump(common_line *line) {
     snmpa_alloc note = {&snmp_allocs, &snmp_allocs, nullptr, 24, "agent.cpp", 7};
     memset(&note.address, 0x11, sizeof note.address);
     (void)pthread_mutex_lock(&listlock);
@@ -82,15 +82,15 @@ void dump(host_line *line) {
     (void)pthread_mutex_lock(&listlock);
     snmp_allocs.next = snmp_allocs.prev = &snmp_allocs;
     (void)pthread_mutex_unlock(&listlock);
-    host_line_add(line, "printed");
+    common_line_add(line, "printed");
 }
 
-void now(host_line *line) {
+void now(common_line *line) {
     timeval own = {};
     (void)gettimeofday(&own, nullptr);
     uint32_t milliseconds =
         static_cast<uint32_t>(own.tv_sec) * 1000u + static_cast<uint32_t>(own.tv_usec / 1000);
-    host_line_add(line, "clock=%s", USER_now() - milliseconds < 1000 ? "right" : "wrong");
+    common_line_add(line, "clock=%s", USER_now() - milliseconds < 1000 ? "right" : "wrong");
 }
 
 int timer_calls;
@@ -99,40 +99,40 @@ void count_timer(int32_t) {
     timer_calls++;
 }
 
-void timer(host_line *line) {
+void timer(common_line *line) {
     timeval wait = {};
     USER_Call_Timer(5000, count_timer);
     (void)USER_Process_Timeout(&wait);
-    host_line_add(line, "far=%ld", static_cast<long>(wait.tv_sec));
+    common_line_add(line, "far=%ld", static_cast<long>(wait.tv_sec));
     USER_Call_Timer(500, count_timer);
     (void)USER_Process_Timeout(&wait);
-    host_line_add(line, " near=%ld", static_cast<long>(wait.tv_sec));
+    common_line_add(line, " near=%ld", static_cast<long>(wait.tv_sec));
     timer_calls = 0;
     USER_Call_Timer(0, count_timer);
     int result = USER_Process_Timeout(&wait);
     (void)USER_Process_Timeout(&wait);
-    host_line_add(line, " result=%d calls=%d", result, timer_calls);
+    common_line_add(line, " result=%d calls=%d", result, timer_calls);
 }
 
 // An address to its domain and octets, and back.
-void convert(host_line *line, const snmpa_address *address, size_t size) {
+void convert(common_line *line, const snmpa_address *address, size_t size) {
     snmpa_oid domain = {};
     snmpa_octets octets = {};
     snmpa_address back = {};
     if (USER_snmpaddr_to_taddress(address, &domain, &octets) != 0) {
-        host_line_add(line, "refused");
+        common_line_add(line, "refused");
         return;
     }
     add_arcs(line, domain.arcs, domain.count);
-    host_line_add(line, " ");
+    common_line_add(line, " ");
     add_octets(line, octets.bytes, octets.length);
     int result = USER_taddress_to_snmpaddr(&back, &domain, &octets);
-    host_line_add(line, " back=%d same=%d", result, memcmp(&back, address, size) == 0);
+    common_line_add(line, " back=%d same=%d", result, memcmp(&back, address, size) == 0);
     Clean_Obj_ID(&domain);
     SNMPA_CleanOctets(&octets);
 }
 
-void address_ipv4(host_line *line) {
+void address_ipv4(common_line *line) {
     snmpa_address address = {};
     const uint8_t ipv4[4] = {192, 168, 0, 9};
     address.v4.sin_family = AF_INET;
@@ -141,7 +141,7 @@ void address_ipv4(host_line *line) {
     convert(line, &address, sizeof address.v4);
 }
 
-void address_ipv6(host_line *line) {
+void address_ipv6(common_line *line) {
     snmpa_address address = {};
     address.v6.sin6_family = AF_INET6;
     address.v6.sin6_port = htons(162);
@@ -150,32 +150,32 @@ void address_ipv6(host_line *line) {
     convert(line, &address, sizeof address.v6);
 }
 
-void address_other(host_line *line) {
+void address_other(common_line *line) {
     snmpa_address address = {};
     address.v4.sin_family = AF_UNIX;
     convert(line, &address, sizeof address.v4);
 }
 
-void community(host_line *line) {
+void community(common_line *line) {
     snmpa_packet packet = {};
     packet.error = 9;
     snmpa_address source = {};
     snmpa_address destination = {};
     source.v4.sin_port = htons(1000);
     destination.v4.sin_port = htons(161);
-    host_line_add(line, "result=%d", USER_validate_community(&packet, &source, &destination));
-    host_line_add(line, " from=%u to=%u view=%d error=%d", ntohs(packet.source.v4.sin_port),
-                  ntohs(packet.destination.v4.sin_port), packet.view_index, packet.error);
+    common_line_add(line, "result=%d", USER_validate_community(&packet, &source, &destination));
+    common_line_add(line, " from=%u to=%u view=%d error=%d", ntohs(packet.source.v4.sin_port),
+                    ntohs(packet.destination.v4.sin_port), packet.view_index, packet.error);
 }
 
-void view(host_line *line) {
+void view(common_line *line) {
     for (int operation = 0; operation <= 3; operation++)
-        host_line_add(line, "%d ", USER_nv_view_op(operation, 0));
+        common_line_add(line, "%d ", USER_nv_view_op(operation, 0));
     for (int kind = 1; kind <= 5; kind++)
-        host_line_add(line, "%d%s", USER_nv_view_op(0, kind), kind < 5 ? " " : "");
+        common_line_add(line, "%d%s", USER_nv_view_op(0, kind), kind < 5 ? " " : "");
 }
 
-void stubs(host_line *line) {
+void stubs(common_line *line) {
     USER_Trace_Input();
     USER_send_proxy_pkt();
     USER_set_users_engine();
@@ -195,21 +195,21 @@ void stubs(host_line *line) {
                            USER_ax_transport_string()};
     const char *blank = "";
     for (int result : results) {
-        host_line_add(line, "%s%d", blank, result);
+        common_line_add(line, "%s%d", blank, result);
         blank = " ";
     }
 }
 
 hbs_lock_record lock_record = {PTHREAD_MUTEX_INITIALIZER, PTHREAD_MUTEX_INITIALIZER, 0, {}, {}};
 
-void add_lock(host_line *line, int result) {
-    host_line_add(line, " %d:%d,%s,%d,%d", result, lock_record.readers, lock_record.writer.func,
-                  lock_record.writer.line, lock_record.writer.pid);
+void add_lock(common_line *line, int result) {
+    common_line_add(line, " %d:%d,%s,%d,%d", result, lock_record.readers, lock_record.writer.func,
+                    lock_record.writer.line, lock_record.writer.pid);
 }
 
 // After each step: its result, the readers inside, and who holds the writer mutex.
-void lock(host_line *line) {
-    host_line_add(line, "steps");
+void lock(common_line *line) {
+    common_line_add(line, "steps");
     add_lock(line, reader_lock(&lock_record, 100, "first", 1));
     add_lock(line, reader_lock(&lock_record, 200, "second", 2));
     add_lock(line, reader_unlock(&lock_record, 100, "first", 3));
@@ -220,7 +220,7 @@ void lock(host_line *line) {
 
 struct exercise {
     const char *name;
-    void (*run)(host_line *line);
+    void (*run)(common_line *line);
 };
 
 constexpr exercise exercises[] = {
@@ -235,8 +235,8 @@ void run(const char *name) {
     for (const exercise &each : exercises) {
         if (strcmp(each.name, name) != 0)
             continue;
-        host_line line;
-        host_line_add(&line, "agent %s: ", name);
+        common_line line;
+        common_line_add(&line, "agent %s: ", name);
         each.run(&line);
         host_journal_write(&line);
     }

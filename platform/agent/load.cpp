@@ -11,12 +11,12 @@ namespace {
 // Every symbol that the library needs is looked up now: a missing one fails the load, not a later call.
 void load(const char *library) {
     const char *error = dlopen(library, RTLD_NOW | RTLD_LOCAL) == nullptr ? dlerror() : nullptr;
-    host_line line;
+    common_line line;
     if (error == nullptr) {
-        host_line_add(&line, "agent loaded");
+        common_line_add(&line, "agent loaded");
     } else {
-        host_line_add(&line, "agent not loaded: ");
-        host_line_add_escaped(&line, error, strlen(error), host_quotes::plain);
+        common_line_add(&line, "agent not loaded: ");
+        common_line_add_escaped(&line, error, strlen(error), common_quotes::plain);
     }
     host_journal_write(&line);
 }
@@ -26,7 +26,7 @@ __attribute__((constructor)) void load_agent() {
     bool wanted = false;
     {
         host_values_hold hold;
-        wanted = host_copy_whole(library, sizeof library, host_value("agent.library"));
+        wanted = common_copy_whole(library, sizeof library, host_value("agent.library"));
     }
     if (wanted)
         load(library);

@@ -11,7 +11,7 @@ namespace {
 bool text_to_six_bytes(const char *text, uint8_t bytes[6]) {
     static constexpr char prefix[] = "hex:";
     if (text == nullptr || strncmp(text, prefix, strlen(prefix)) != 0)
-        return host_text_to_mac(text, bytes);
+        return common_text_to_mac(text, bytes);
     const char *digits = text + strlen(prefix);
     if (strlen(digits) != 12)
         return false;
@@ -20,7 +20,7 @@ bool text_to_six_bytes(const char *text, uint8_t bytes[6]) {
         memcpy(mac_text + 3 * i, digits + 2 * i, 2);
         mac_text[3 * i + 2] = i < 5 ? ':' : '\0';
     }
-    return host_text_to_mac(mac_text, bytes);
+    return common_text_to_mac(mac_text, bytes);
 }
 
 } // namespace
@@ -44,6 +44,6 @@ int DB_GetArray(int id, uint8_t *buffer) {
 uint8_t DB_GetByte(int id) {
     host_values_hold hold;
     uint8_t value = 0;
-    (void)host_text_to_byte(host_value_with("db.byte.%d", id), &value);
+    (void)common_text_to_byte(host_value_with("db.byte.%d", id), &value);
     return value;
 }

@@ -100,7 +100,7 @@ int extSwitchSearchMac(const uint8_t mac[6], uint16_t *hit, uint32_t *port) {
     const char *learned = host_value_of_mac("switch.mac.", mac);
     if (learned == nullptr)
         return 0;
-    if (!host_text_to_u32(learned, port))
+    if (!common_text_to_u32(learned, port))
         return -1;
     *hit = 1;
     return 0;

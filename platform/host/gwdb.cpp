@@ -12,7 +12,7 @@ int get_number(const char *call, const char *key, uint32_t *value) {
     int result = 0;
     if (host_told_to_fail(call, &result))
         return result;
-    return value != nullptr && host_text_to_u32(host_value_with("%s", key), value) ? 0 : -1;
+    return value != nullptr && common_text_to_u32(host_value_with("%s", key), value) ? 0 : -1;
 }
 
 } // namespace
@@ -46,7 +46,7 @@ int GWDB_XWIFI_GET_ENABLED_IFNAME(int group, gwdb_xwifi_names *names) {
     gwdb_xwifi_names found = {};
     char word[GWDB_XWIFI_NAME_SIZE];
     int more = 0;
-    for (size_t row = 0; (more = host_next_word(&rest, word, sizeof word)) == 1; row++) {
+    for (size_t row = 0; (more = common_next_word(&rest, word, sizeof word)) == 1; row++) {
         if (row == GWDB_XWIFI_NAMES)
             return -1;
         memcpy(found.name[row], word, strlen(word));

@@ -9,6 +9,6 @@ host_sink journal = {host_place::journal, PTHREAD_MUTEX_INITIALIZER, -1};
 
 } // namespace
 
-void host_journal_write(host_line *line) {
+void host_journal_write(common_line *line) {
     host_sink_write(&journal, line);
 }

@@ -37,8 +37,8 @@ size_t write_whole(int fd, const char *text, size_t length) {
 
 } // namespace
 
-void host_sink_write(host_sink *sink, host_line *line) {
-    host_line_finish(line);
+void host_sink_write(host_sink *sink, common_line *line) {
+    common_line_finish(line);
     (void)pthread_mutex_lock(&sink->lock);
     if (host_place_changed(sink->place) || sink->fd < 0) {
         const char *path = host_place_path(sink->place);

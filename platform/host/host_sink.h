@@ -4,8 +4,8 @@
 #include <pthread.h>
 #include <sys/types.h>
 
+#include "common_text.h"
 #include "host_places.h"
-#include "host_text.h"
 
 struct host_sink {
     host_place place;
@@ -15,4 +15,4 @@ struct host_sink {
 
 // Finishes the line and writes it, opening the file again when it was removed or replaced since the last
 // line. What cannot be written there goes to standard error. Any thread.
-void host_sink_write(host_sink *sink, host_line *line);
+void host_sink_write(host_sink *sink, common_line *line);

@@ -269,7 +269,7 @@ bool host_told_to_fail(const char *call, int *result) {
     if (text == nullptr)
         return false;
     int64_t number = -1;
-    (void)host_text_to_number(text, INT32_MIN, INT32_MAX, &number);
+    (void)common_text_to_number(text, INT32_MIN, INT32_MAX, &number);
     *result = static_cast<int>(number);
     return true;
 }

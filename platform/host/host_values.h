@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-#include "host_text.h"
+#include "common_text.h"
 
 struct host_entry {
     const char *key;

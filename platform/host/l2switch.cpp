@@ -10,7 +10,7 @@ namespace {
 // MAC address of a line "l2switch.mac.MAC"; false for any other line.
 bool learned_mac(const host_entry *entry, uint8_t mac[6]) {
     const char *text = host_key_after(entry, "l2switch.mac.");
-    return text != nullptr && host_text_to_mac(text, mac);
+    return text != nullptr && common_text_to_mac(text, mac);
 }
 
 unsigned rows_of(const uint8_t wanted[6]) {
@@ -34,7 +34,7 @@ bool fill(l2switch_table *table, const uint8_t wanted[6]) {
         l2switch_entry row = {};
         if (!learned_mac(entry, row.mac))
             continue;
-        if (!host_text_to_u32(entry->value, &row.port_mask))
+        if (!common_text_to_u32(entry->value, &row.port_mask))
             return false;
         bool is_other = memcmp(row.mac, wanted, 6) != 0;
         if (is_other && others == 0)
@@ -54,7 +54,7 @@ int L2SWITCH_GetUcastMacs(l2switch_table *table, const char *mac_text) {
         return result;
     uint8_t wanted[6];
     l2switch_table found = {};
-    if (table == nullptr || !host_text_to_mac(mac_text, wanted) || !fill(&found, wanted))
+    if (table == nullptr || !common_text_to_mac(mac_text, wanted) || !fill(&found, wanted))
         return -1;
     *table = found;
     return found.count;

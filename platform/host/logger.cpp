@@ -1,14 +1,13 @@
 // The logger: one line a message in the log file, the severity first.
 #include <cerrno>
 #include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <strings.h>
 
 #include <logger.h>
 
+#include "common_message.h"
 #include "host_sink.h"
 #include "host_values.h"
 
@@ -23,15 +22,15 @@ constexpr struct {
     const char *word;
 } severities[] = {{0, "fatal"}, {1, "alert"}, {3, "error"}, {9, "info"}, {15, "debug"}};
 
-void add_severity(host_line *line, uint32_t severity) {
+void add_severity(common_line *line, uint32_t severity) {
     for (const auto &known : severities) {
         if (known.code == severity) {
-            host_line_add_escaped(line, known.word, strlen(known.word), host_quotes::plain);
-            host_line_add_escaped(line, " ", 1, host_quotes::plain);
+            common_line_add_escaped(line, known.word, strlen(known.word), common_quotes::plain);
+            common_line_add_escaped(line, " ", 1, common_quotes::plain);
             return;
         }
     }
-    host_line_add(line, "%u ", severity);
+    common_line_add(line, "%u ", severity);
 }
 
 // The highest severity that "log.level" lets through, a word or a number; everything without it. Needs a
@@ -39,7 +38,7 @@ void add_severity(host_line *line, uint32_t severity) {
 uint32_t highest_taken() {
     const char *level = host_value("log.level");
     uint32_t number = UINT32_MAX;
-    if (level == nullptr || host_text_to_u32(level, &number))
+    if (level == nullptr || common_text_to_u32(level, &number))
         return number;
     for (const auto &known : severities)
         if (strcasecmp(known.word, level) == 0)
@@ -57,41 +56,6 @@ void tell_level() {
     told_level = highest;
 }
 
-// A formatted message; short ones need no memory of their own.
-struct message {
-    char *text = first;
-    size_t size = 0;
-    bool cut = false; // memory ran out for a long one
-    char first[1024] = {};
-
-    message() = default;
-    ~message() {
-        if (text != first)
-            free(text);
-    }
-    message(const message &) = delete;
-    message &operator=(const message &) = delete;
-};
-
-__attribute__((format(printf, 2, 0))) void format_message(message *out, const char *format,
-                                                          va_list arguments) {
-    va_list again;
-    va_copy(again, arguments);
-    int length = vsnprintf(out->first, sizeof out->first, format, arguments);
-    out->size = length < 0 ? 0 : static_cast<size_t>(length);
-    if (out->size >= sizeof out->first) {
-        char *whole = static_cast<char *>(malloc(out->size + 1));
-        out->cut = whole == nullptr;
-        if (whole != nullptr) {
-            (void)vsnprintf(whole, out->size + 1, format, again);
-            out->text = whole;
-        } else {
-            out->size = sizeof out->first - 1;
-        }
-    }
-    va_end(again);
-}
-
 // A logger that takes its time, as a busy one does.
 void pause_for(uint32_t milliseconds) {
     timespec left = {static_cast<time_t>(milliseconds / 1000),
@@ -103,7 +67,7 @@ void pause_for(uint32_t milliseconds) {
 bool is_taken(uint32_t severity, uint32_t *delay_ms) {
     host_values_hold hold;
     *delay_ms = 0;
-    if (!host_text_to_u32(host_value("log.delay_ms"), delay_ms) || *delay_ms > longest_delay_ms)
+    if (!common_text_to_u32(host_value("log.delay_ms"), delay_ms) || *delay_ms > longest_delay_ms)
         *delay_ms = 0;
     return severity <= highest_taken();
 }
@@ -123,15 +87,15 @@ void logger_build_send_log_msg(const hbs_log_site *site, int, const char *format
     int saved_errno = errno; // a caller may log before it looks at errno
     uint32_t delay_ms = 0;
     if (is_taken(site->severity, &delay_ms)) {
-        message message;
+        common_message message;
         va_list arguments;
         va_start(arguments, format);
-        format_message(&message, format, arguments);
+        common_message_format(&message, format, arguments);
         va_end(arguments);
 
-        host_line line;
+        common_line line;
         add_severity(&line, site->severity);
-        host_line_add_escaped(&line, message.text, message.size, host_quotes::plain);
+        common_line_add_escaped(&line, message.text, message.size, common_quotes::plain);
         line.cut = line.cut || message.cut;
         host_sink_write(&log_file, &line);
         pause_for(delay_ms);

@@ -54,13 +54,13 @@ bool read_device(device_row *row) {
     int64_t enabled = 1;
     const char *enabled_text = host_value_with("ssid.%s.enabled", row->device);
     const char *bridge = host_value_with("ssid.%s.bridge", row->device);
-    if (!host_text_to_number(host_value_with("ssid.%s.group", row->device), -1, INT32_MAX, &group))
+    if (!common_text_to_number(host_value_with("ssid.%s.group", row->device), -1, INT32_MAX, &group))
         return false;
-    if (enabled_text != nullptr && !host_text_to_number(enabled_text, 0, 1, &enabled))
+    if (enabled_text != nullptr && !common_text_to_number(enabled_text, 0, 1, &enabled))
         return false;
     row->group = static_cast<int32_t>(group);
     row->enabled = static_cast<int32_t>(enabled);
-    return host_copy_whole(row->bridge, sizeof row->bridge, bridge != nullptr ? bridge : "l2sd0");
+    return common_copy_whole(row->bridge, sizeof row->bridge, bridge != nullptr ? bridge : "l2sd0");
 }
 
 // Returns 0, or an error number for a file whose SSIDs cannot be understood.

@@ -11,6 +11,6 @@ int NVM_RetrieveAccess(void) {
 uint8_t NVM_GetByte(int id) {
     host_values_hold hold;
     uint8_t value = 0;
-    (void)host_text_to_byte(host_value_with("nvm.byte.%d", id), &value);
+    (void)common_text_to_byte(host_value_with("nvm.byte.%d", id), &value);
     return value;
 }

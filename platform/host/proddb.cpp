@@ -13,5 +13,5 @@ int ProdDb_GetCmMacAddress(uint8_t mac[6]) {
     int result = 0;
     if (host_told_to_fail("ProdDb_GetCmMacAddress", &result))
         return result;
-    return mac != nullptr && host_text_to_mac(host_value("production.cm_mac"), mac) ? 0 : -1;
+    return mac != nullptr && common_text_to_mac(host_value("production.cm_mac"), mac) ? 0 : -1;
 }

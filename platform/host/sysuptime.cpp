@@ -14,7 +14,7 @@ int MAIN_getSysUpTime(uint32_t *seconds) {
         return -1;
     const char *given = host_value("uptime");
     if (given != nullptr)
-        return host_text_to_u32(given, seconds) ? 0 : -1;
+        return common_text_to_u32(given, seconds) ? 0 : -1;
     timespec now = {};
     if (clock_gettime(CLOCK_BOOTTIME, &now) != 0)
         return -1;

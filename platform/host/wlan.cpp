@@ -24,7 +24,7 @@ bool station_ssid(const host_entry *entry, uint32_t *ssid) {
         return false;
     memcpy(text, number, static_cast<size_t>(dot - number));
     text[dot - number] = '\0';
-    return host_text_to_u32(text, ssid);
+    return common_text_to_u32(text, ssid);
 }
 
 // Station line number `index` of an SSID, or null when it has no more than *passed lines.
@@ -45,7 +45,7 @@ const char *station_line(uint32_t ssid, uint32_t index, uint32_t *passed) {
 // The MAC address at the start of a station line; *line is moved behind it.
 bool station_mac(const char **line, uint8_t mac[6]) {
     char word[WLAN_MAC_TEXT_SIZE];
-    return host_next_word(line, word, sizeof word) == 1 && host_text_to_mac(word, mac);
+    return common_next_word(line, word, sizeof word) == 1 && common_text_to_mac(word, mac);
 }
 
 bool read_station(const char *line, wlan_assoc_device *device) {
@@ -54,11 +54,11 @@ bool read_station(const char *line, wlan_assoc_device *device) {
         return false;
     char word[12];
     for (uint32_t &figure : device->figure)
-        if (host_next_word(&line, word, sizeof word) != 1 || !host_text_to_u32(word, &figure))
+        if (common_next_word(&line, word, sizeof word) != 1 || !common_text_to_u32(word, &figure))
             return false;
     (void)snprintf(device->mac, sizeof device->mac, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
                    mac[3], mac[4], mac[5]);
-    return host_next_word(&line, word, sizeof word) == 0;
+    return common_next_word(&line, word, sizeof word) == 0;
 }
 
 int get_text(const char *call, uint32_t ssid, const char *what, char text[WLAN_TEXT_SIZE]) {
@@ -68,7 +68,7 @@ int get_text(const char *call, uint32_t ssid, const char *what, char text[WLAN_T
         return result;
     if (text == nullptr)
         return -1;
-    return host_copy_whole(text, WLAN_TEXT_SIZE, host_value_with("wifi.ssid.%u.%s", ssid, what)) ? 0 : -1;
+    return common_copy_whole(text, WLAN_TEXT_SIZE, host_value_with("wifi.ssid.%u.%s", ssid, what)) ? 0 : -1;
 }
 
 } // namespace
@@ -84,9 +84,9 @@ int wlan_registerQuarnRpc(const char *address) {
         return result;
     if (address == nullptr)
         return -1;
-    host_line line;
-    host_line_add(&line, "wlan register ");
-    host_line_add_escaped(&line, address, strlen(address), host_quotes::plain);
+    common_line line;
+    common_line_add(&line, "wlan register ");
+    common_line_add_escaped(&line, address, strlen(address), common_quotes::plain);
     host_journal_write(&line);
     return 0;
 }
@@ -128,8 +128,8 @@ int wlan_setWpsCancel(uint32_t ssid) {
         return result;
     if (!ssid_exists(ssid))
         return -1;
-    host_line line;
-    host_line_add(&line, "wlan wps-cancel %u", ssid);
+    common_line line;
+    common_line_add(&line, "wlan wps-cancel %u", ssid);
     host_journal_write(&line);
     return 0;
 }

@@ -10,9 +10,11 @@
 extern "C" {
 #endif
 
-#define EXTSWT_PORTS 4
+#ifndef EXTSWT_PORTS
+#define EXTSWT_PORTS 4 /* an option of the build, at most 255 */
+#endif
 
-/* UPCALL: link states of ports 1 to 4 in states[0..3], 0 = down. Called on a thread of the switch
+/* UPCALL: link states of port 1 in states[0] and so on, 0 = down. Called on a thread of the switch
  * library's own, whenever a state changed. */
 typedef void (*extswt_link_cb)(const uint32_t states[EXTSWT_PORTS]);
 

@@ -4,23 +4,14 @@
 #include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
-#include <net/if.h>
+#include <netif.h>
 
 #include "base/log.h"
 #include "base/text.h"
 #include "events/neighbours.h"
 
 bool hbs_is_wan_ifindex(int ifindex) {
-    static constexpr const char *names[] = {"wan0", "mta0", "erouter0"};
-    static int32_t hbs_wan_ifindex[] = {-1, -1, -1}; // negative = not looked up; 0 = there was none
-    bool wan = false;
-    for (size_t i = 0; i < std::size(names); i++) {
-        if (hbs_wan_ifindex[i] < 0)
-            hbs_wan_ifindex[i] = static_cast<int32_t>(if_nametoindex(names[i]));
-        wan = wan || hbs_wan_ifindex[i] == ifindex;
-    }
-    return wan;
+    return NETIF_IsOutward(ifindex) != 0;
 }
 
 // Length of an address of a family, 0 for a family that is neither IPv4 nor IPv6.

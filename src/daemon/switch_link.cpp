@@ -14,7 +14,7 @@
 
 namespace {
 
-// Last reported link state of ports 1 to 4; only the callback's thread uses it after start-up.
+// Last reported link state from port 1 on; only the callback's thread uses it after start-up.
 int32_t hbs_switch_port_link[EXTSWT_PORTS];
 
 void force_offline(hbs_client *client) {

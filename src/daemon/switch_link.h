@@ -3,11 +3,11 @@
 
 #include <cstdint>
 
-// Sets all four ports up and registers the link callback (start-up).
+// Sets all ports up and registers the link callback (start-up).
 void hbs_switch_link_init();
 
-// states: link states of ports 1 to 4, 0 = down. Only a change from up to down acts.
-void hbs_ext_switch_link_cb(const uint32_t states[4]);
+// states: link states from port 1 on, 0 = down. Only a change from up to down acts.
+void hbs_ext_switch_link_cb(const uint32_t states[]);
 
-// Forces the clients of a port (1-4) off line.
+// Forces the clients of a port (from 1) off line.
 void hbs_ext_switch_link_down(uint32_t port);

@@ -1,7 +1,7 @@
 #include "events/neighbour_seed.h"
 
-#include <cstdio>
 #include <cstring>
+#include <netif.h>
 
 #include "base/paths.h"
 #include "base/program.h"
@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char *PROGRAM = HBS_NDISC6;
 constexpr int PREFIX_SIZE = 8;    // bytes of the network's 64-bit prefix
-constexpr uint32_t FIRST_LAN = 2; // network 0 is the LAN interface "l2sd0.2"
+constexpr uint32_t FIRST_LAN = 2; // LAN number of network 0
 
 struct seed_search {
     uint32_t lan_number;
@@ -66,10 +66,10 @@ bool take_mac(const hbs_probe *probe, hbs_mac_text *mac) {
 
 void hbs_probe_seed(const hbs_probe *probe, bool in_time) {
     const hbs_addr_text address = hbs_ipv6_to_text(probe->address);
-    char device[32];
-    (void)snprintf(device, sizeof device, "l2sd0.%u", probe->network + FIRST_LAN);
+    char device[NETIF_NAME_SIZE];
     hbs_mac_text mac;
-    if (!in_time || !is_answered(address.text, device) || !take_mac(probe, &mac))
+    if (!in_time || NETIF_GetLanName(probe->network, device) != 0 || !is_answered(address.text, device) ||
+        !take_mac(probe, &mac))
         return;
     const char *const add[] = {"ip",     "-6",  "neigh",     "add", address.text, "lladdr",
                                mac.text, "nud", "reachable", "dev", device,       nullptr};

@@ -6,7 +6,7 @@
 // External-switch port of a MAC (6 bytes), 0 when not found.
 uint32_t hbs_ext_switch_port_of(const uint8_t *mac);
 
-// 1 when the MAC is learned on external-switch port 1 to 4, else 0; 1 for a null MAC. Logged.
+// 1 when the MAC is learned on external-switch port 1 to EXTSWT_PORTS, else 0; 1 for a null MAC. Logged.
 int decide_if_by_ExtSwPort(const uint8_t *mac);
 
 // HBS_ADAPTER_* from the L2 switch table, 0 when unknown; Ethernet for a null MAC.

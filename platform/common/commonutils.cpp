@@ -10,7 +10,7 @@
 
 #include <commonutils.h>
 
-#include "host_values.h"
+#include "common_hooks.h"
 
 namespace {
 
@@ -120,7 +120,7 @@ bool replace_with_copy(int from, off_t size, const char *to) {
 
 int COMMONUTILS_file_write(const char *path, const char *text) {
     int result = 0;
-    if (host_call_fails("COMMONUTILS_file_write", &result))
+    if (common_call_fails("COMMONUTILS_file_write", &result))
         return result;
     if (path == nullptr || text == nullptr)
         return -1;
@@ -133,7 +133,7 @@ int COMMONUTILS_file_write(const char *path, const char *text) {
 
 int COMMONUTILS_file_append(const char *from, const char *to) {
     int result = 0;
-    if (host_call_fails("COMMONUTILS_file_append", &result))
+    if (common_call_fails("COMMONUTILS_file_append", &result))
         return result;
     struct stat source = {};
     int from_fd = open_source(from, &source);
@@ -151,7 +151,7 @@ int COMMONUTILS_file_append(const char *from, const char *to) {
 
 int COMMONUTILS_file_copy(const char *from, const char *to) {
     int result = 0;
-    if (host_call_fails("COMMONUTILS_file_copy", &result))
+    if (common_call_fails("COMMONUTILS_file_copy", &result))
         return result;
     struct stat source = {};
     int from_fd = open_source(from, &source);

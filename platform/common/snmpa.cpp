@@ -4,8 +4,7 @@
 
 #include <snmpa.h>
 
-#include "host_journal.h"
-#include "host_values.h"
+#include "common_hooks.h"
 
 const char SnmpaName[] = "snmpa";
 
@@ -13,18 +12,18 @@ namespace {
 
 int store(const char *call, const char *what) {
     int result = 0;
-    if (host_call_fails(call, &result))
+    if (common_call_fails(call, &result))
         return result;
-    host_line line;
-    host_line_add(&line, "snmp %s", what);
-    host_journal_write(&line);
+    common_line line;
+    common_line_add(&line, "snmp %s", what);
+    common_note_effect(&line);
     return 0;
 }
 
 // A copy in memory of its own, or null: no memory, or the call is told to fail.
 void *copy_of(const char *call, const void *data, size_t size) {
     int result = 0;
-    if (data == nullptr || host_call_fails(call, &result))
+    if (data == nullptr || common_call_fails(call, &result))
         return nullptr;
     void *copy = malloc(size);
     if (copy != nullptr)

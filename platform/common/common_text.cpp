@@ -1,5 +1,5 @@
 // Parsing of the texts in the file of values, and growing lines of text for log and journal.
-#include "host_text.h"
+#include "common_text.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -26,7 +26,7 @@ bool is_blank(char c) {
 }
 
 // Makes room for `more` bytes; the cut mark always fits behind them.
-bool make_room(host_line *line, size_t more) {
+bool make_room(common_line *line, size_t more) {
     size_t wanted = line->length + more + sizeof cut_mark;
     if (wanted <= line->capacity)
         return true;
@@ -44,15 +44,15 @@ bool make_room(host_line *line, size_t more) {
     return true;
 }
 
-void add_bytes(host_line *line, const char *bytes, size_t length) {
+void add_bytes(common_line *line, const char *bytes, size_t length) {
     if (line->cut || !make_room(line, length))
         return;
     memcpy(line->text + line->length, bytes, length);
     line->length += length;
 }
 
-bool is_plain(char byte, host_quotes quotes) {
-    return byte >= ' ' && byte <= '~' && byte != '\\' && (byte != '"' || quotes == host_quotes::plain);
+bool is_plain(char byte, common_quotes quotes) {
+    return byte >= ' ' && byte <= '~' && byte != '\\' && (byte != '"' || quotes == common_quotes::plain);
 }
 
 // The letter that stands for a byte behind a backslash, or NUL.
@@ -89,7 +89,7 @@ size_t escape_byte(char byte, char out[4]) {
 
 } // namespace
 
-bool host_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number) {
+bool common_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number) {
     if (text == nullptr || *text == '\0' || is_blank(*text))
         return false;
     int base = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') ? 16 : 10;
@@ -102,23 +102,23 @@ bool host_text_to_number(const char *text, int64_t low, int64_t high, int64_t *n
     return true;
 }
 
-bool host_text_to_u32(const char *text, uint32_t *number) {
+bool common_text_to_u32(const char *text, uint32_t *number) {
     int64_t value = 0;
-    if (!host_text_to_number(text, 0, UINT32_MAX, &value))
+    if (!common_text_to_number(text, 0, UINT32_MAX, &value))
         return false;
     *number = static_cast<uint32_t>(value);
     return true;
 }
 
-bool host_text_to_byte(const char *text, uint8_t *number) {
+bool common_text_to_byte(const char *text, uint8_t *number) {
     int64_t value = 0;
-    if (!host_text_to_number(text, 0, UINT8_MAX, &value))
+    if (!common_text_to_number(text, 0, UINT8_MAX, &value))
         return false;
     *number = static_cast<uint8_t>(value);
     return true;
 }
 
-bool host_text_to_mac(const char *text, uint8_t mac[6]) {
+bool common_text_to_mac(const char *text, uint8_t mac[6]) {
     if (text == nullptr || strlen(text) != 17)
         return false;
     uint8_t bytes[6];
@@ -133,7 +133,7 @@ bool host_text_to_mac(const char *text, uint8_t mac[6]) {
     return true;
 }
 
-int host_next_word(const char **rest, char *word, size_t size) {
+int common_next_word(const char **rest, char *word, size_t size) {
     const char *start = *rest;
     while (is_blank(*start))
         start++;
@@ -151,19 +151,19 @@ int host_next_word(const char **rest, char *word, size_t size) {
     return 1;
 }
 
-bool host_copy_whole(char *field, size_t size, const char *text) {
+bool common_copy_whole(char *field, size_t size, const char *text) {
     if (text == nullptr || strlen(text) >= size)
         return false;
     memcpy(field, text, strlen(text) + 1);
     return true;
 }
 
-host_line::~host_line() {
+common_line::~common_line() {
     if (text != first)
         free(text);
 }
 
-void host_line_add(host_line *line, const char *format, ...) {
+void common_line_add(common_line *line, const char *format, ...) {
     char part[512];
     va_list arguments;
     va_start(arguments, format);
@@ -175,7 +175,7 @@ void host_line_add(host_line *line, const char *format, ...) {
     add_bytes(line, part, whole < sizeof part ? whole : sizeof part - 1);
 }
 
-void host_line_add_escaped(host_line *line, const char *text, size_t length, host_quotes quotes) {
+void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes) {
     size_t i = 0;
     while (i < length) {
         const size_t plain = i;
@@ -191,7 +191,7 @@ void host_line_add_escaped(host_line *line, const char *text, size_t length, hos
     }
 }
 
-void host_line_finish(host_line *line) {
+void common_line_finish(common_line *line) {
     const char *end = line->cut ? cut_mark : "\n";
     memcpy(line->text + line->length, end, strlen(end));
     line->length += strlen(end);

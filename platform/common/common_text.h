@@ -7,43 +7,43 @@
 
 // Reads a whole text as a number, decimal or hexadecimal with "0x". Returns whether it is one inside
 // [low, high]; *number is untouched otherwise. A null text is no number.
-bool host_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number);
-bool host_text_to_u32(const char *text, uint32_t *number);
-bool host_text_to_byte(const char *text, uint8_t *number);
+bool common_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number);
+bool common_text_to_u32(const char *text, uint32_t *number);
+bool common_text_to_byte(const char *text, uint8_t *number);
 
 // Reads a whole text as a MAC address, six pairs of hex digits joined by colons. mac is untouched
 // when it is none. A null text is none.
-bool host_text_to_mac(const char *text, uint8_t mac[6]);
+bool common_text_to_mac(const char *text, uint8_t mac[6]);
 
 // Copies the next blank-separated word of *rest and moves *rest behind it.
 // Returns 1 for a word, 0 at the end, -1 when the word does not fit (word untouched).
-int host_next_word(const char **rest, char *word, size_t size);
+int common_next_word(const char **rest, char *word, size_t size);
 
 // Copies a whole text with its NUL. Returns false, field untouched, when it is null or does not fit.
-bool host_copy_whole(char *field, size_t size, const char *text);
+bool common_copy_whole(char *field, size_t size, const char *text);
 
 // One line under construction. Short lines need no memory of their own; a line that memory runs out for
 // says so at its end.
-struct host_line {
+struct common_line {
     char *text = first;
     size_t length = 0;
     size_t capacity = sizeof first;
     bool cut = false;
     char first[1024] = {};
 
-    host_line() = default;
-    ~host_line();
-    host_line(const host_line &) = delete;
-    host_line &operator=(const host_line &) = delete;
+    common_line() = default;
+    ~common_line();
+    common_line(const common_line &) = delete;
+    common_line &operator=(const common_line &) = delete;
 };
 
 // Adds formatted text as it is. Only for texts without control characters: the platform's own.
-void host_line_add(host_line *line, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void common_line_add(common_line *line, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 // Adds text from elsewhere in printable ASCII: \n \t \r \\ \" and \xNN for any other byte outside 0x20-0x7e.
 // `quotes` says whether a double quote is escaped too.
-enum class host_quotes { plain, escaped };
-void host_line_add_escaped(host_line *line, const char *text, size_t length, host_quotes quotes);
+enum class common_quotes { plain, escaped };
+void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes);
 
 // Ends the line with its newline.
-void host_line_finish(host_line *line);
+void common_line_finish(common_line *line);

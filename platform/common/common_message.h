@@ -1,0 +1,21 @@
+// A log message made of its format and arguments, whatever its length.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+
+// Short ones need no memory of their own; of a long one that memory runs out for the beginning is there.
+struct common_message {
+    char *text = first;
+    size_t size = 0;
+    bool cut = false;
+    char first[1024] = {};
+
+    common_message() = default;
+    ~common_message();
+    common_message(const common_message &) = delete;
+    common_message &operator=(const common_message &) = delete;
+};
+
+void common_message_format(common_message *out, const char *format, va_list arguments)
+    __attribute__((format(printf, 2, 0)));

@@ -1,0 +1,144 @@
+#include "linux_lans.h"
+
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "common_text.h"
+#include "linux_log.h"
+
+namespace {
+
+constexpr uint32_t first_lan = 2; // LAN number of network 1
+constexpr uint8_t prefix_bits = 64;
+
+int number_of(const linux_lan_numbers *numbers, const char *name) {
+    for (int i = 0; i < RNDDB_MAX_ENTRIES; i++)
+        if (strcmp(numbers->name[i], name) == 0)
+            return i + 1;
+    return 0;
+}
+
+// The first place that is free; the settings' places are taken from the start.
+int free_number(const linux_lan_numbers *numbers) {
+    return number_of(numbers, "");
+}
+
+const linux_link *lan_of(const linux_view *view, const linux_conf *conf, const char *name) {
+    for (size_t i = 0; i < view->links; i++)
+        if (strcmp(view->link[i].name, name) == 0 && linux_is_lan(view, &view->link[i], conf))
+            return &view->link[i];
+    return nullptr;
+}
+
+void log_too_many(const char *name) {
+    static char last[IFNAMSIZ];
+    if (strcmp(last, name) == 0)
+        return;
+    (void)common_copy_whole(last, sizeof last, name);
+    linux_log(3, "%s is left out: there are %d networks already", name, RNDDB_MAX_ENTRIES);
+}
+
+bool add_other(common_router_entry *entry, const linux_address *address) {
+    if (entry->others == COMMON_ROUTER_OTHERS)
+        return false;
+    common_router_subnet *subnet = &entry->other[entry->others++];
+    subnet->family = address->family;
+    subnet->length = address->length;
+    memcpy(subnet->address, address->bytes, sizeof subnet->address);
+    return true;
+}
+
+// The first IPv4 address and the first prefix of 64 bits are published; devices in the others are found too.
+void add_subnet(common_router_entry *entry, const linux_address *address) {
+    rnddb_params *params = &entry->params;
+    if (address->family == AF_INET &&
+        (params->ipv4[0] | params->ipv4[1] | params->ipv4[2] | params->ipv4[3]) == 0) {
+        memcpy(params->ipv4, address->bytes, sizeof params->ipv4);
+        params->prefix_length = address->length;
+        return;
+    }
+    if (address->family == AF_INET6 && address->length == prefix_bits && params->ipv6_enabled == 0) {
+        memcpy(params->ipv6_prefix, address->bytes, sizeof params->ipv6_prefix);
+        params->ipv6_enabled = 1;
+        return;
+    }
+    if (!add_other(entry, address))
+        linux_log(3, "%s has more subnets than can be told apart", params->ifname);
+}
+
+void fill_entry(const linux_view *view, const linux_conf *conf, const linux_link *link, int number,
+                common_router_entry *entry) {
+    entry->params.rndidx = number;
+    memcpy(entry->params.ifname, link->name, sizeof entry->params.ifname);
+    entry->params.lan_number = static_cast<uint32_t>(number) - 1 + first_lan;
+    entry->routed = 1;
+    const linux_pool *pool = &conf->pool[number - 1];
+    memcpy(entry->params.pool_start, pool->first, sizeof pool->first);
+    memcpy(entry->params.pool_end, pool->last, sizeof pool->last);
+    entry->has_lease_time = conf->lease_time[number - 1].given;
+    entry->params.lease_time = conf->lease_time[number - 1].value;
+    for (size_t i = 0; i < view->addresses; i++)
+        if (view->address[i].link == link->index)
+            add_subnet(entry, &view->address[i]);
+}
+
+} // namespace
+
+// A name that stands in the settings and in the file has the settings' number.
+void linux_lan_numbers_load(const char *path, const linux_conf *conf, linux_lan_numbers *numbers) {
+    memcpy(numbers->name, conf->network, sizeof numbers->name);
+    FILE *file = fopen(path, "re");
+    if (file == nullptr)
+        return;
+    unsigned number = 0;
+    char name[IFNAMSIZ];
+    while (fscanf(file, "%3u %15s", &number, name) == 2)
+        if (number >= 1 && number <= RNDDB_MAX_ENTRIES && numbers->name[number - 1][0] == '\0' &&
+            number_of(numbers, name) == 0)
+            (void)common_copy_whole(numbers->name[number - 1], IFNAMSIZ, name);
+    (void)fclose(file);
+}
+
+bool linux_lan_numbers_give(const linux_view *view, const linux_conf *conf, linux_lan_numbers *numbers) {
+    bool given = false;
+    for (size_t i = 0; i < view->links; i++) {
+        const linux_link *link = &view->link[i];
+        if (!linux_is_lan(view, link, conf) || number_of(numbers, link->name) != 0)
+            continue;
+        const int number = free_number(numbers);
+        if (number == 0) {
+            log_too_many(link->name);
+            continue;
+        }
+        (void)common_copy_whole(numbers->name[number - 1], IFNAMSIZ, link->name);
+        given = true;
+    }
+    return given;
+}
+
+bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers) {
+    char beside[256];
+    (void)snprintf(beside, sizeof beside, "%s.new", path);
+    FILE *file = fopen(beside, "we");
+    if (file == nullptr)
+        return false;
+    for (int i = 0; i < RNDDB_MAX_ENTRIES; i++)
+        if (numbers->name[i][0] != '\0')
+            (void)fprintf(file, "%d %s\n", i + 1, numbers->name[i]);
+    bool written = fflush(file) == 0 && fsync(fileno(file)) == 0;
+    written = fclose(file) == 0 && written;
+    return written && rename(beside, path) == 0;
+}
+
+void linux_lans_table(const linux_view *view, const linux_conf *conf, const linux_lan_numbers *numbers,
+                      common_router_table *table) {
+    *table = {};
+    table->usable = true;
+    for (int i = 0; i < RNDDB_MAX_ENTRIES; i++) {
+        const linux_link *link = numbers->name[i][0] != '\0' ? lan_of(view, conf, numbers->name[i]) : nullptr;
+        if (link != nullptr)
+            fill_entry(view, conf, link, i + 1, &table->entry[table->count++]);
+    }
+}

@@ -1,0 +1,25 @@
+// The LAN networks, and which number each has for good.
+#pragma once
+
+#include <net/if.h>
+
+#include "common_router.h"
+#include "linux_view.h"
+
+struct linux_lan_numbers {
+    char name[RNDDB_MAX_ENTRIES][IFNAMSIZ]; // of network N at N - 1, empty = free
+};
+
+// The numbers that the state directory keeps; what is configured stands above them.
+void linux_lan_numbers_load(const char *path, const linux_conf *conf, linux_lan_numbers *numbers);
+
+// Gives each LAN of the view that has none the next free number. Returns whether there was one to give, so
+// that they have to be saved. A LAN for which there is none left is logged once.
+bool linux_lan_numbers_give(const linux_view *view, const linux_conf *conf, linux_lan_numbers *numbers);
+
+// Returns whether they are on the disk.
+bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers);
+
+// The router database of a view.
+void linux_lans_table(const linux_view *view, const linux_conf *conf, const linux_lan_numbers *numbers,
+                      common_router_table *table);

@@ -1,0 +1,29 @@
+// The devices behind the LAN bridges, as ports of a switch.
+#pragma once
+
+#include <extswt.h>
+
+#include "linux_view.h"
+
+struct linux_port {
+    char name[IFNAMSIZ]; // empty = free
+    int index;           // 0 = the device is gone
+    bool running;
+};
+
+// A port keeps its number as long as the process lives, also while its device is gone.
+struct linux_ports {
+    linux_port port[EXTSWT_PORTS]; // port N at N - 1
+};
+
+// Brings the ports into line with a view: new devices get their numbers, in the order of their names.
+void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_conf *conf);
+
+// Whether a device is a wired port of a LAN bridge.
+bool linux_is_port(const linux_view *view, const linux_link *link, const linux_conf *conf);
+
+// Port number of a device, 0 = none.
+unsigned linux_port_of(const linux_ports *ports, int index);
+
+// As the link callback gets them; a number without a device counts as up.
+void linux_ports_states(const linux_ports *ports, uint32_t states[EXTSWT_PORTS]);

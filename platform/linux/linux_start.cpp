@@ -1,0 +1,45 @@
+// Before the program's main function: the directories that it needs, and the group that may read the
+// database.
+#include <cerrno>
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <hbs_db.h>
+
+namespace {
+
+constexpr const char *group_name = "hostbase";
+constexpr mode_t group_only = 0007;
+
+// Senders of commands put their own sockets into "tmp", so the group may write there, and what is made there
+// is the group's.
+constexpr struct {
+    const char *path;
+    mode_t mode;
+} directories[] = {
+    {HBS_RUNTIME_DIR, 0750},
+    {HBS_RUNTIME_DIR "/tmp", 02770},
+    {HBS_RUNTIME_DIR "/lib", 0750},
+    {HBS_RUNTIME_DIR "/lib/misc", 0750},
+    {HBS_RUNTIME_DIR "/lib/dibbler", 0750},
+    {HBS_PERSISTENT_DIR, 0750},
+    {HBS_PERSISTENT_DIR "/dhcpd", 0750},
+};
+
+// By the group's own rights the segment, the semaphore and the socket become the group's.
+void take_group() {
+    const group *entry = geteuid() == 0 ? getgrnam(group_name) : nullptr;
+    if (entry != nullptr)
+        (void)!setegid(entry->gr_gid); // in a user namespace there may be no other group
+}
+
+__attribute__((constructor)) void prepare() {
+    take_group();
+    (void)umask(group_only);
+    for (const auto &directory : directories)
+        if (mkdir(directory.path, directory.mode) == 0)
+            (void)chmod(directory.path, directory.mode); // mkdir leaves out the bit for the group
+}
+
+} // namespace

@@ -1,0 +1,232 @@
+#include "linux_watch.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <hbs_db.h>
+
+#include "common_router.h"
+#include "common_text.h"
+#include "linux_lans.h"
+#include "linux_log.h"
+#include "linux_ports.h"
+#include "linux_view.h"
+
+namespace {
+
+constexpr const char *numbers_file = HBS_PERSISTENT_DIR "/networks";
+constexpr int attempts = 5; // a table that changes while it is read is read again
+constexpr uint32_t groups =
+    RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
+constexpr int retry_ms = 1000;
+
+pthread_once_t once = PTHREAD_ONCE_INIT;
+std::atomic<extswt_link_cb> link_callback = nullptr;
+bool readable;
+
+// Guarded by `lock`, which is held for copies only.
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+linux_view view;
+linux_ports ports;
+linux_lan_numbers numbers;
+
+// The watcher's own.
+linux_view fresh;
+uint32_t reported[EXTSWT_PORTS];
+int socket_fd = -1;
+
+// A device that lost its carrier, if only for a moment that the next look at the tables does not show.
+struct dips {
+    size_t count;
+    int index[EXTSWT_PORTS];
+};
+
+bool read_fresh() {
+    for (int i = 0; i < attempts; i++) {
+        if (linux_view_read(&fresh))
+            return true;
+        if (errno != EINTR)
+            break;
+    }
+    linux_log(3, "the kernel's links and addresses cannot be read: %s", strerror(errno));
+    return false;
+}
+
+void publish() {
+    const linux_conf *conf = linux_settings();
+    (void)pthread_mutex_lock(&lock);
+    view = fresh;
+    const bool save = linux_lan_numbers_give(&view, conf, &numbers);
+    linux_ports_update(&ports, &view, conf);
+    common_router_table table;
+    linux_lans_table(&view, conf, &numbers, &table);
+    const linux_lan_numbers now = numbers;
+    (void)pthread_mutex_unlock(&lock);
+    common_router_replace(&table);
+    if (save && !linux_lan_numbers_save(numbers_file, &now))
+        linux_log(3, "%s cannot be written: the networks' numbers may be others after a restart",
+                  numbers_file);
+}
+
+// The states after the dips, then as they are: who was down in between is told so.
+void report(const dips *dipped) {
+    uint32_t now[EXTSWT_PORTS];
+    uint32_t low[EXTSWT_PORTS];
+    (void)pthread_mutex_lock(&lock);
+    linux_ports_states(&ports, now);
+    memcpy(low, now, sizeof low);
+    for (size_t i = 0; i < dipped->count; i++)
+        if (const unsigned port = linux_port_of(&ports, dipped->index[i]); port != 0)
+            low[port - 1] = 0;
+    (void)pthread_mutex_unlock(&lock);
+    const extswt_link_cb callback = link_callback.load();
+    if (callback != nullptr && memcmp(low, now, sizeof low) != 0)
+        callback(low);
+    if (callback != nullptr && (memcmp(now, reported, sizeof now) != 0 || memcmp(low, now, sizeof low) != 0))
+        callback(now);
+    memcpy(reported, now, sizeof reported);
+}
+
+void note_dip(hbs_netlink_bytes message, void *context) {
+    auto *dipped = static_cast<dips *>(context);
+    nlmsghdr head;
+    ifinfomsg link;
+    if (message.size < NLMSG_HDRLEN + sizeof link || dipped->count == EXTSWT_PORTS)
+        return;
+    memcpy(&head, message.data, sizeof head);
+    memcpy(&link, message.data + NLMSG_HDRLEN, sizeof link);
+    if (head.nlmsg_type == RTM_NEWLINK && (link.ifi_flags & LINUX_LOWER_UP) == 0)
+        dipped->index[dipped->count++] = link.ifi_index;
+}
+
+// Takes all that is queued. Returns false when the socket is of no more use.
+bool take_queue(dips *dipped, int timeout_ms) {
+    alignas(nlmsghdr) static uint8_t buffer[32768];
+    for (;;) {
+        const ssize_t length = hbs_netlink_receive(socket_fd, buffer, sizeof buffer, timeout_ms);
+        if (length < 0 && errno == ETIMEDOUT)
+            return true;
+        if (length < 0 && errno != ENOBUFS && errno != ENOSPC)
+            return false;
+        if (length > 0)
+            (void)hbs_netlink_walk({buffer, static_cast<size_t>(length)}, note_dip, dipped);
+        timeout_ms = 0;
+    }
+}
+
+void *watch(void *) {
+    bool in_step = true;
+    for (;;) {
+        dips dipped = {};
+        if (!take_queue(&dipped, in_step ? -1 : retry_ms)) {
+            linux_log(1, "changes of the networks are no longer heard of: %s", strerror(errno));
+            return nullptr;
+        }
+        in_step = read_fresh();
+        if (!in_step)
+            continue;
+        publish();
+        report(&dipped);
+    }
+}
+
+// Signals stay with the threads of the program.
+bool start_thread() {
+    sigset_t all;
+    sigset_t before;
+    pthread_t thread;
+    (void)sigfillset(&all);
+    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
+    const bool started = pthread_create(&thread, nullptr, watch, nullptr) == 0;
+    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (started)
+        (void)pthread_detach(thread);
+    return started;
+}
+
+void start() {
+    linux_lan_numbers_load(numbers_file, linux_settings(), &numbers);
+    socket_fd = hbs_netlink_open();
+    if (socket_fd < 0 || !hbs_netlink_bind(socket_fd, groups) || !read_fresh())
+        return;
+    publish();
+    linux_ports_states(&ports, reported);
+    readable = start_thread();
+}
+
+} // namespace
+
+bool linux_watch_start() {
+    (void)pthread_once(&once, start);
+    return readable;
+}
+
+void linux_watch_on_links(extswt_link_cb callback) {
+    link_callback.store(callback);
+}
+
+int linux_watch_bridges(int index[LINUX_MOST_BRIDGES], bool vlan_aware[LINUX_MOST_BRIDGES]) {
+    int count = 0;
+    (void)pthread_mutex_lock(&lock);
+    for (size_t i = 0; i < view.links && count < LINUX_MOST_BRIDGES; i++) {
+        if (!linux_is_lan(&view, &view.link[i], linux_settings()))
+            continue;
+        index[count] = view.link[i].index;
+        vlan_aware[count++] = view.link[i].vlan_aware;
+    }
+    (void)pthread_mutex_unlock(&lock);
+    return count;
+}
+
+bool linux_watch_is_outward(int index) {
+    (void)pthread_mutex_lock(&lock);
+    const bool outward = linux_is_outward(&view, index, linux_settings());
+    (void)pthread_mutex_unlock(&lock);
+    return outward;
+}
+
+bool linux_watch_lan_name(unsigned number, char name[NETIF_NAME_SIZE]) {
+    if (number < 1 || number > RNDDB_MAX_ENTRIES)
+        return false;
+    (void)pthread_mutex_lock(&lock);
+    const bool there = numbers.name[number - 1][0] != '\0';
+    if (there)
+        memcpy(name, numbers.name[number - 1], NETIF_NAME_SIZE);
+    (void)pthread_mutex_unlock(&lock);
+    return there;
+}
+
+unsigned linux_watch_lan_of_port(const char *device) {
+    unsigned number = 0;
+    (void)pthread_mutex_lock(&lock);
+    for (size_t i = 0; i < view.links && number == 0; i++) {
+        const linux_link *link = &view.link[i];
+        const linux_link *master = link->master != 0 && strcmp(link->name, device) == 0
+                                       ? linux_link_of(&view, link->master)
+                                       : nullptr;
+        for (unsigned n = 0; master != nullptr && n < RNDDB_MAX_ENTRIES; n++)
+            if (strcmp(numbers.name[n], master->name) == 0)
+                number = n + 1;
+    }
+    (void)pthread_mutex_unlock(&lock);
+    return number;
+}
+
+unsigned linux_watch_port_of(int index) {
+    (void)pthread_mutex_lock(&lock);
+    const unsigned port = linux_port_of(&ports, index);
+    (void)pthread_mutex_unlock(&lock);
+    return port;
+}
+
+bool linux_watch_is_wifi(int index) {
+    (void)pthread_mutex_lock(&lock);
+    const linux_link *link = linux_link_of(&view, index);
+    const bool wifi = link != nullptr && linux_is_wifi(link, linux_settings());
+    (void)pthread_mutex_unlock(&lock);
+    return wifi;
+}

@@ -1,0 +1,25 @@
+// The service manager in the place of a process controller: it is told by a datagram that the daemon is
+// ready.
+#include <cstdlib>
+#include <cstring>
+
+#include <pcd.h>
+
+#include "common_signals.h"
+#include "linux_conf.h"
+#include "linux_datagram.h"
+
+int PCD_api_register_exception_handlers(const char *name, void (*handler)(int signal_number)) {
+    if (name == nullptr || handler == nullptr)
+        return -1;
+    linux_settings_complain();
+    return common_catch_fatal_signals(handler) ? 0 : -1;
+}
+
+int PCD_api_send_process_ready(void) {
+    const char *path = getenv("NOTIFY_SOCKET");
+    if (path == nullptr || *path == '\0')
+        return 0;
+    static constexpr char ready[] = "READY=1";
+    return linux_datagram_send(path, ready, strlen(ready)) ? 0 : -1;
+}

@@ -1,0 +1,115 @@
+"""Which port a device is on, by the bridge's forwarding table, and what carrier changes do."""
+
+import time
+
+from router import mac_of, online, wait_for
+
+EIGHT_PORTS = """
+router.bridge("lan0", 1, "192.168.10.1/24")
+for n in range(1, 9):
+    router.device(f"d{n}", 16 + n, "lan0", f"192.168.10.{16 + n}/24")
+"""
+
+
+def lease(router, number, address):
+    """As a DHCP server tells of it: the client is on line."""
+    router.hbsctl("event", "dhcpv4-lease", mac_of(number), address)
+
+
+def test_ports_are_numbered_by_name_and_beyond_four(router):
+    router.lan(EIGHT_PORTS)
+    router.lan('router.device("d10", 26, "lan0", "192.168.10.26/24")')
+    router.start_daemon()
+    router.talk(*(f"192.168.10.{number}" for number in (*range(17, 25), 26)))
+    wait_for("each is on its own port", lambda: [router.place(16 + n) for n in range(1, 9)] ==
+             [("ethernet", n) for n in range(1, 9)])
+    assert router.place(26) == ("ethernet", 9)  # behind d8, although "d10" comes before "d2" letter by letter
+
+
+def test_ports_as_configured(router):
+    router.settings("log.level = debug", "port.6 = p-d1", "port.1 = p-d2")
+    router.lan(EIGHT_PORTS)
+    router.start_daemon()
+    router.talk("192.168.10.17", "192.168.10.18", "192.168.10.19")
+    wait_for("as configured, the others in between", lambda: [router.place(number) for number in (17, 18, 19)] ==
+             [("ethernet", 6), ("ethernet", 1), ("ethernet", 2)])
+
+
+def test_a_device_that_moves_to_another_port(router):
+    router.lan(EIGHT_PORTS + 'router.fast_neighbours("lan0")')
+    router.start_daemon()
+    router.talk("192.168.10.17", "192.168.10.18")
+    wait_for("it is on port 1", lambda: router.place(17) == ("ethernet", 1))
+    # Its cable goes where another's was.
+    router.lan("""
+router.ip("link set p-d1 nomaster", "link set p-d2 nomaster")
+router.inside("d2", f"link set eth0 address {router.mac_of(17)}", "address flush dev eth0", "link set eth0 up",
+              "address add 192.168.10.17/24 dev eth0")
+router.ip("link set p-d2 master lan0")
+""")
+    wait_for("it is on port 2", lambda: router.talk("192.168.10.17") and router.place(17) == ("ethernet", 2))
+
+
+def test_cable_out_and_in_also_on_port_6(router):
+    router.lan(EIGHT_PORTS)
+    router.start_daemon()
+    router.talk(*(f"192.168.10.{16 + n}" for n in range(1, 9)))
+    for n in range(1, 9):
+        lease(router, 16 + n, f"192.168.10.{16 + n}")
+    everyone = {mac_of(16 + n) for n in range(1, 9)}
+    wait_for("all are on line", lambda: online(router.clients()) == everyone)
+    for n in (2, 6):
+        router.lan('router.inside(sys.argv[1], "link set eth0 down")', f"d{n}")
+        began = time.monotonic()
+        wait_for(f"port {n} is off line", lambda: online(router.clients()) == everyone - {mac_of(16 + n)})
+        print(f"port {n}: off line after {time.monotonic() - began:.2f} s")
+        assert router.log().count(f"Got link down for external switch port {n}\n") == 1
+        router.lan('router.inside(sys.argv[1], "link set eth0 up")', f"d{n}")
+        router.talk(f"192.168.10.{16 + n}")
+        lease(router, 16 + n, f"192.168.10.{16 + n}")
+        wait_for("it is back", lambda: online(router.clients()) == everyone)
+
+
+def test_a_port_that_is_down_for_a_moment_only(router):
+    router.lan(EIGHT_PORTS)
+    router.start_daemon()
+    router.talk("192.168.10.17")
+    lease(router, 17, "192.168.10.17")
+    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    router.lan('router.ip("link set p-d1 down", "link set p-d1 up")')
+    wait_for("it is off line", lambda: not online(router.clients()))
+
+
+def test_a_thousand_forwarding_entries_and_an_overrun(router):
+    router.lan(EIGHT_PORTS)
+    router.start_daemon()
+    router.python("""
+import subprocess
+lines = "".join(f"fdb replace 02:cc:00:00:{n >> 8:02x}:{n & 255:02x} dev p-d{n % 8 + 1} master dynamic\\n"
+                for n in range(1000))
+subprocess.run(["bridge", "-batch", "-"], input=lines, text=True, check=True)
+""")
+    router.talk("192.168.10.22")
+    wait_for("its port is found among them", lambda: router.place(22) == ("ethernet", 6))
+    # More changes of links at once than a socket's queue holds.
+    router.lan("""
+router.ip(*(line for n in range(200) for line in (f"link set p-d{n % 5 + 1} down", f"link set p-d{n % 5 + 1} up")))
+router.inside("d6", "link set eth0 down")
+""")
+    lease(router, 22, "192.168.10.22")
+    wait_for("the last change is known", lambda: "Got link down for external switch port 6\n" in router.log())
+
+
+def test_a_port_that_is_wifi_and_one_that_vanishes(router):
+    router.settings("log.level = debug", "wifi = p-d2")
+    router.lan(EIGHT_PORTS)
+    router.start_daemon()
+    router.talk("192.168.10.17", "192.168.10.18", "192.168.10.19")
+    wait_for("by its device", lambda: [router.place(number) for number in (17, 18, 19)] ==
+             [("ethernet", 1), ("wifi", None), ("ethernet", 2)])
+    lease(router, 19, "192.168.10.19")
+    wait_for("it is on line", lambda: mac_of(19) in online(router.clients()))
+    router.lan('router.ip("link del p-d3")')
+    wait_for("it is off line", lambda: mac_of(19) not in online(router.clients()))
+    router.talk("192.168.10.20")
+    wait_for("the numbers stay", lambda: router.place(20) == ("ethernet", 3))

@@ -1,0 +1,103 @@
+"""What the daemon is to its surroundings on a Linux router: readiness, events, who may read, log."""
+
+import json
+import os
+import stat
+
+import pytest
+from router import RUNTIME, mac_of, wait_for
+
+ONE_LAN = 'router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")\n'
+# Binds a Unix datagram socket and prints each datagram that comes.
+LISTEN = """
+import socket
+listener = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+listener.bind(sys.argv[1])
+print("bound", flush=True)
+while True:
+    print(listener.recv(4096).decode(), flush=True)
+"""
+
+
+@pytest.fixture(name="listen")
+def listeners(router):
+    """Start a listener at a path of the box; gives the file that holds what came."""
+    started = []
+
+    def start(path):
+        record = f"/root/heard{len(started)}"
+        with open(router.path(record), "wb") as output:
+            started.append(router.start_python(LISTEN, path, stdout=output))
+        wait_for("the listener is there", lambda: "bound" in router.read(record))
+        return lambda: [line for line in router.read(record).splitlines()[1:] if line]
+
+    yield start
+    for process in started:
+        process.kill()
+        process.wait()
+
+
+def test_readiness_is_told_to_the_service_manager(router, listen):
+    router.lan(ONE_LAN)
+    heard = listen("/run/notify")
+    router.start_daemon(NOTIFY_SOCKET="/run/notify")
+    wait_for("it was told", heard)
+    assert heard() == ["READY=1"]
+
+
+def test_events_are_numbered_lines_of_json(router, listen):
+    router.lan(ONE_LAN)
+    router.start_daemon()
+    router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17", "--host", 'a"b\\c')
+    wait_for("it is a client", lambda: router.client(17))
+    # Nobody listened so far; the numbers say how much was missed.
+    heard = listen(f"{RUNTIME}/events")
+    router.talk("192.168.10.17")
+    events = [json.loads(line) for line in wait_for("an event comes", heard)]
+    assert events[0]["number"] > 1
+    assert (events[0]["mac"].lower(), events[0]["ipv4"], events[0]["network"]) == (mac_of(17), "192.168.10.17", 0)
+    router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17", "--host", 'a"b\\c')
+    events = wait_for("the lease is told", lambda: [event for event in map(json.loads, heard())
+                                                    if event["host"] == 'a"b\\c'])
+    numbers = [json.loads(line)["number"] for line in heard()]
+    assert numbers == list(range(numbers[0], numbers[0] + len(numbers)))
+
+
+def test_the_group_may_read_and_others_may_not(router):
+    os.unlink(router.path("/etc/group"))
+    router.write("/etc/group", "root:x:0:\nhostbase:x:4242:\n")
+    router.lan(ONE_LAN)
+    router.start_daemon()
+    # Without rights to take a group (an ordinary user's box) everything stays root's.
+    group = 4242 if "4242" in router.run("stat", "-c", "%g", f"{RUNTIME}/tmp").stdout else 0
+    assert group == 4242 or os.geteuid() != 0
+
+    def rights(path):
+        found = os.lstat(router.path(path))
+        return stat.S_IMODE(found.st_mode), found.st_gid
+
+    assert rights(f"{RUNTIME}/tmp/clientlist_sock") == (0o660, group)
+    assert rights("/dev/shm/sem.QUARN_SEM_HOSTBASE") == (0o660, group)
+    assert rights(RUNTIME) == (0o750, group)
+    segment = router.run("cat", "/proc/sysvipc/shm").stdout.splitlines()[1].split()
+    assert (segment[2], segment[10]) == ("640", str(group))
+
+
+def test_log_has_priorities_and_a_threshold(router):
+    router.settings("log.level = error")
+    router.lan(ONE_LAN)
+    router.start_daemon()
+    router.talk("192.168.10.17")
+    wait_for("it is a client", lambda: router.client(17))
+    lines = router.log().splitlines()
+    assert lines and all(line.startswith(("<1>", "<2>", "<3>")) for line in lines)
+
+
+def test_log_to_syslog(router, listen):
+    heard = listen("/dev/log")
+    router.settings("log.level = info", "log.to = syslog")
+    router.lan(ONE_LAN)
+    router.start_daemon()
+    wait_for("its first sign of life", heard)
+    assert heard()[0].startswith("<30>gw_hostbase[") and "hostbase_set_internal_mac_range" in heard()[0]
+    assert "HOSTBASE" not in router.log()

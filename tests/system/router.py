@@ -1,0 +1,78 @@
+"""A Linux router in a box, as the system tests see it from outside. Its daemon is that of the build "linux"."""
+
+import os
+import subprocess
+
+from gateway import CHECKOUT, Box, child_of, wait_for
+from lab import daemon
+from lab.router import RUNTIME, SETTINGS, STATE, mac_of
+
+__all__ = ["LINUX_BIN", "RUNTIME", "Router", "SETTINGS", "STATE", "mac_of", "online", "wait_for"]
+
+LINUX_BIN = f"{CHECKOUT}/build/linux/bin"
+LOG = "/root/log"
+
+
+class Router(Box):
+    """A box with nothing in it but the programs; LAN and daemon come by its methods."""
+
+    def __init__(self):
+        assert os.access(f"{LINUX_BIN}/gw_hostbase", os.X_OK), "not there: script/build --programs linux"
+        super().__init__()
+        self._process = None
+        self._environment["PATH"] = f"{LINUX_BIN}:{self._environment['PATH']}"
+        self.run("mkdir", "-p", os.path.dirname(SETTINGS))
+        self.settings("log.level = debug")
+        self.lan("router.prepare()")
+
+    def settings(self, *lines):
+        self.write(SETTINGS, "".join(line + "\n" for line in lines))
+
+    def lan(self, code, *arguments):
+        """Run statements with lab.router at hand."""
+        return self.python("from lab import router\n" + code, *arguments)
+
+    def hbsctl(self, *arguments, check=True, timeout=60):
+        return self.run(f"{LINUX_BIN}/hbsctl", *arguments, check=check, timeout=timeout)
+
+    def log(self):
+        return self.read(LOG)
+
+    def start_daemon(self, **environment):
+        """Start the daemon and wait until it takes what comes in on every road."""
+        with open(self.path(LOG), "ab") as output:
+            self._process = self.start("env", *(f"{key}={value}" for key, value in environment.items()),
+                                       f"{LINUX_BIN}/gw_hostbase", stdin=subprocess.DEVNULL, stdout=output,
+                                       stderr=output)
+        wait_for("the daemon is ready", self.is_ready)
+
+    def is_ready(self):
+        assert self._process.poll() is None, self.log()
+        unix, netlink = (daemon.text_of(f"/proc/{self.pid}/net/{name}") for name in ("unix", "netlink"))
+        return (f"{RUNTIME}/tmp/clientlist_sock" in unix and self.read(f"{RUNTIME}/tmp/file_watch_thread.pid") and
+                any(int(line.split()[3], 16) & daemon.NEIGHBOUR_GROUP_BIT and line.split()[1] == "0"
+                    for line in netlink.splitlines()[1:]))
+
+    def stop_daemon(self):
+        os.kill(child_of(self._process.pid), 15)
+        status = self._process.wait(20)
+        os.unlink(self.path(f"{RUNTIME}/tmp/file_watch_thread.pid"))
+        return status
+
+    def talk(self, *addresses):
+        """Have the router ask for the addresses; true, so that it can stand in a condition before what it brings."""
+        self.lan("router.talk(*sys.argv[1:])", *addresses)
+        return True
+
+    def client(self, number):
+        """The client of a device by its number, None when there is none."""
+        return self.clients().get(mac_of(number))
+
+    def place(self, number):
+        """What stands in the client's record of where it is: adapter and port."""
+        client = self.client(number)
+        return client and (client["adapter"], client["switch_port"])
+
+
+def online(listed):
+    return {mac for mac, client in listed.items() if client["online"]}
