@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include <sysuptime.h>
+
 // 32 bits: wider atomics would need a run-time library on 32-bit targets.
 static std::atomic<int32_t> advance{0};
 
@@ -19,6 +21,10 @@ int64_t hbs_monotonic_milliseconds() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
     return (int64_t{now.tv_sec} + advance.load()) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+bool hbs_system_uptime(uint32_t *seconds) {
+    return MAIN_getSysUpTime(seconds) == 0;
 }
 
 void hbs_clock_advance(int32_t seconds) {

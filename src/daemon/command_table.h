@@ -6,15 +6,17 @@
 
 #include <hbs_db.h>
 
+#include "daemon/command_message.h"
 #include "events/dhcpv6.h"
 
 // One datagram on its way through the daemon.
 struct hbs_command {
-    uint8_t *buffer;    // HBS_MSG_MAX bytes: what a short datagram leaves over is its predecessor's
-    const char *sender; // tag for log lines
-    int32_t result;     // what a reply carries; kept from datagram to datagram
-    bool has_client;    // whether an event handler returned a client ...
-    hbs_client client;  // ... and a copy of it, because the TR-069 event is sent without the lock
+    uint8_t *buffer;       // HBS_MSG_MAX bytes: what a short datagram leaves over is its predecessor's
+    hbs_datagram datagram; // what the steps read; hbs_dispatch fills it from the buffer
+    const char *sender;    // tag for log lines
+    int32_t result;        // what a reply carries; kept from datagram to datagram
+    bool has_client;       // whether an event handler returned a client ...
+    hbs_client client;     // ... and a copy of it, because the TR-069 event is sent without the lock
     hbs_dhcpv6_neighbour neighbour; // of a DHCPv6 lease, asked for before the lock is taken
 };
 

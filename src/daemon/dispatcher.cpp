@@ -32,6 +32,7 @@ bool hbs_dispatch(hbs_command *command) {
     command->has_client = false;
     if (row == nullptr)
         return false;
+    command->datagram = hbs_datagram_read(command->buffer);
     run(row->before, command);
     hbs_list_hold hold;
     run(row->announce, command);

@@ -16,7 +16,7 @@
 #include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scratch_file.h"
-#include "daemon/lease_notices.h"
+#include "events/lease_notices.h"
 
 // Mode of a notification file that is made here, cut by the umask: a DHCP server may run as another user.
 static constexpr mode_t NOTICES_MODE = 0666;
@@ -25,9 +25,17 @@ static constexpr mode_t NOTICES_MODE = 0666;
 // followed.
 static constexpr uint32_t NAME_EVENTS = IN_ATTRIB | IN_MOVE_SELF;
 
+static bool read_dhcpv4_notices(const char *path) {
+    return hbs_dhcpv4_notices_read(path, hbs_handle_dhcpv4_notice);
+}
+
+static bool read_dhcpv6_notices(const char *path) {
+    return hbs_dhcpv6_notices_read(path, hbs_handle_dhcpv6_notice);
+}
+
 static hbs_watch_entry watch_table[] = {
-    {HBS_DHCPV4_NOTICES, -1, IN_CLOSE_WRITE, hbs_watch_dhcpv4_notices},
-    {HBS_DHCPV6_NOTICES, -1, IN_CLOSE_WRITE, hbs_watch_dhcpv6_notices},
+    {HBS_DHCPV4_NOTICES, -1, IN_CLOSE_WRITE, read_dhcpv4_notices},
+    {HBS_DHCPV6_NOTICES, -1, IN_CLOSE_WRITE, read_dhcpv6_notices},
     {nullptr, -1, 0, nullptr},
 };
 

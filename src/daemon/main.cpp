@@ -30,6 +30,7 @@
 #include "files/client_leases.h"
 #include "files/client_removal.h"
 #include "files/rule_files.h"
+#include "files/user_settings.h"
 #include "gateway/bssid_table.h"
 #include "gateway/neighbour_probe.h"
 #include "gateway/networks.h"
@@ -72,6 +73,7 @@ static void open_databases() {
 }
 
 static void load_clients() {
+    hbs_settings_tidy();
     if (hbs_nv_load_clients() != 0) {
         hbs_handle_dynamic_leases_from_file();
         hbs_nv_save_clients();

@@ -6,19 +6,15 @@
 
 #include "base/log.h"
 #include "base/text.h"
-#include "daemon/command_message.h"
 #include "daemon/command_table.h"
 #include "events/comment.h"
 #include "events/device_lists.h"
+#include "events/maintenance.h"
 #include "events/route_mode.h"
 #include "events/static_lease.h"
 #include "events/tr69_events.h"
 #include "events/trust.h"
-#include "files/client_file.h"
-#include "files/rule_files.h"
 #include "store/clients.h"
-#include "store/dump.h"
-#include "store/rule_index.h"
 
 // The address field that a family selects, or null for an unknown family.
 static const uint8_t *address_of(int family, const uint8_t *ipv4, const uint8_t *ipv6) {
@@ -30,25 +26,26 @@ static const uint8_t *address_of(int family, const uint8_t *ipv4, const uint8_t 
 // --- leases ----------------------------------------
 
 void hbs_steps::announce_set_static_lease(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_set_static_lease>(command->buffer);
+    const hbs_msg_set_static_lease &message = command->datagram.set_static_lease;
     HBS_LOG(HBS_INFO, "HOSTBASE: SET STATIC LEASE CMD from %s", command->sender);
     if (message.family == HBS_FAMILY_IPV4)
         HBS_LOG(HBS_INFO, "HBS_CMD_SET_STATIC_LEASE: address is 0x%08x\n", hbs_ipv4_to_number(message.ipv4));
 }
 
 void hbs_steps::set_static_lease(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_set_static_lease>(command->buffer);
+    const hbs_msg_set_static_lease &message = command->datagram.set_static_lease;
     hbs_static_lease_request request;
     if (hbs_static_lease_of(&message, &request))
         command->result = hbs_api_set_static_lease(&request);
 }
 
 void hbs_steps::send_static_lease_set(hbs_command *command) {
-    (void)hbs_send_tr69_event(HBS_TR69_STATIC_LEASE_SET, command->buffer);
+    hbs_send_tr69_static_lease_set(&command->datagram.set_static_lease);
 }
 
+// The event reads its datagram with the layout of code 2: kept, see events/tr69_events.h.
 void hbs_steps::send_static_lease_cleared(hbs_command *command) {
-    (void)hbs_send_tr69_event(HBS_TR69_STATIC_LEASE_CLEARED, command->buffer);
+    hbs_send_tr69_static_lease_cleared(&command->datagram.set_static_lease);
 }
 
 void hbs_steps::announce_clr_static_lease(hbs_command *command) {
@@ -56,14 +53,14 @@ void hbs_steps::announce_clr_static_lease(hbs_command *command) {
 }
 
 void hbs_steps::clr_static_lease(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_clr_static_lease>(command->buffer);
+    const hbs_msg_clr_static_lease &message = command->datagram.clr_static_lease;
     const uint8_t *address = address_of(message.family, message.ipv4, message.ipv6);
     if (address != nullptr)
         command->result = hbs_api_clr_static_lease(message.family, address);
 }
 
 void hbs_steps::announce_set_internal_lease(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_set_internal_lease>(command->buffer);
+    const hbs_msg_set_internal_lease &message = command->datagram.set_internal_lease;
     HBS_LOG(HBS_INFO, "HOSTBASE: SET INTERNAL LEASE CMD from %s", command->sender);
     if (message.family == HBS_FAMILY_IPV4) {
         HBS_LOG(HBS_INFO, "HBS_CMD_SET_INTERNAL_LEASE: address is 0x%08x\n",
@@ -72,7 +69,7 @@ void hbs_steps::announce_set_internal_lease(hbs_command *command) {
 }
 
 void hbs_steps::set_internal_lease(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_set_internal_lease>(command->buffer);
+    const hbs_msg_set_internal_lease &message = command->datagram.set_internal_lease;
     const uint8_t *address = address_of(message.family, message.ipv4, message.ipv6);
     if (address != nullptr)
         command->result = hbs_api_set_internal_lease(message.family, address, message.mac);
@@ -99,7 +96,7 @@ static bool change_trust(hbs_command *command, const hbs_msg_trusted &message, b
 }
 
 void hbs_steps::announce_set_trusted(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_trusted>(command->buffer);
+    const hbs_msg_trusted &message = command->datagram.trusted;
     switch (message.selector) {
     case HBS_SELECT_MAC:
         HBS_LOG(HBS_INFO, "HOSTBASE: SET TRUSTED BY MAC %s from %s", hbs_mac_to_text(message.mac).text,
@@ -119,8 +116,8 @@ void hbs_steps::announce_set_trusted(hbs_command *command) {
 }
 
 void hbs_steps::set_trusted(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_trusted>(command->buffer);
-    if (!change_trust(command, message, true, hbs_text_of(message.comment))) {
+    const hbs_msg_trusted &message = command->datagram.trusted;
+    if (!change_trust(command, message, true, message.comment)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: un_listen_thread: HBS_CMD_SET_TRUSTED trust action unknown");
         command->result = -1;
     }
@@ -131,7 +128,7 @@ void hbs_steps::announce_clr_trusted(hbs_command *command) {
 }
 
 void hbs_steps::clr_trusted(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_trusted>(command->buffer);
+    const hbs_msg_trusted &message = command->datagram.trusted;
     if (!change_trust(command, message, false, "")) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: un_listen_thread: HBS_CMD_CLR_TRUSTED trust action unknown");
         command->result = -1;
@@ -141,13 +138,12 @@ void hbs_steps::clr_trusted(hbs_command *command) {
 // --- filters and rules ----------------------------------------
 
 void hbs_steps::announce_set_macfilter(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
-    HBS_LOG(HBS_INFO, "HOSTBASE: un_listen_thread: HBS_CMD_SET_MACFILTER : comment is %s",
-            hbs_text_of(message.comment));
+    const hbs_msg_filter &message = command->datagram.filter;
+    HBS_LOG(HBS_INFO, "HOSTBASE: un_listen_thread: HBS_CMD_SET_MACFILTER : comment is %s", message.comment);
 }
 
 void hbs_steps::set_macfilter(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
+    const hbs_msg_filter &message = command->datagram.filter;
     const hbs_filter_request request = hbs_filter_of(&message);
     command->result = hbs_api_set_mac_filter(&request);
 }
@@ -157,13 +153,13 @@ void hbs_steps::announce_clr_macfilter(hbs_command *) {
 }
 
 void hbs_steps::clr_macfilter(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
+    const hbs_msg_filter &message = command->datagram.filter;
     const hbs_filter_request request = hbs_filter_of(&message);
     command->result = hbs_api_clr_mac_filter(&request);
 }
 
 void hbs_steps::mod_macfilter(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
+    const hbs_msg_filter &message = command->datagram.filter;
     hbs_filter_request request = hbs_filter_of(&message);
     memcpy(request.mac, message.new_mac, sizeof(request.mac));
     (void)hbs_api_set_mac_filter(&request);
@@ -171,44 +167,27 @@ void hbs_steps::mod_macfilter(hbs_command *command) {
     command->result = hbs_api_clr_mac_filter(&request);
 }
 
-// A number that is no list means the white one here: kept.
-static const char *rule_file_of(uint8_t list) {
-    return list == HBS_LIST_BLACK ? hbs_rule_file_of(list) : hbs_rule_file_of(HBS_LIST_WHITE);
-}
-
 void hbs_steps::clr_rule_tod(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
-    if (hbs_find_by_mac(message.mac) == nullptr)
-        return;
-    command->result = 0;
-    const hbs_rule rule = hbs_rule_of(&message);
-    bool rules_left = false;
-    (void)hbs_nv_clear_client_rules(rule_file_of(message.type), message.mac, &rule, &rules_left);
-    hbs_file_remove_rule_idx(message.type, message.mac, message.value1, message.value2, message.value3);
+    const hbs_filter_request request = hbs_filter_of(&command->datagram.filter);
+    if (hbs_api_clr_rule(&request))
+        command->result = 0;
 }
 
 void hbs_steps::set_rule_tod(hbs_command *command) {
-    const auto message = hbs_message_of<hbs_msg_filter>(command->buffer);
-    const hbs_client *client = hbs_find_by_mac(message.mac);
-    if (client == nullptr)
-        return;
-    command->result = 0;
-    const hbs_rule rule = hbs_rule_of(&message);
-    (void)hbs_nv_update_client_white_rules(rule_file_of(message.type), message.mac, &rule);
-    const uint32_t parameters[7] = {message.value1, message.value2, message.value3, client->dbpos,
-                                    message.value4, message.value5, message.value6};
-    hbs_file_update_rule_tr69_tod(message.type, message.mac, parameters, message.rule_word);
+    const hbs_filter_request request = hbs_filter_of(&command->datagram.filter);
+    if (hbs_api_set_rule(&request))
+        command->result = 0;
 }
 
 // --- other commands ----------------------------------------
 
 void hbs_steps::log_set_route_mode(hbs_command *command) {
     HBS_LOG(HBS_INFO, "HOSTBASE: un_listen_thread: HBS_CMD_SET_ROUTE_MODE : %d",
-            hbs_message_of<hbs_msg_route_mode>(command->buffer).mode);
+            command->datagram.route_mode.mode);
 }
 
 void hbs_steps::set_route_mode(hbs_command *command) {
-    command->result = hbs_set_route_mode(hbs_message_of<hbs_msg_route_mode>(command->buffer).mode);
+    command->result = hbs_set_route_mode(command->datagram.route_mode.mode);
 }
 
 void hbs_steps::log_reset_defaults(hbs_command *command) {
@@ -216,23 +195,21 @@ void hbs_steps::log_reset_defaults(hbs_command *command) {
 }
 
 void hbs_steps::reset_defaults(hbs_command *command) {
-    command->result = hbs_nv_reset();
+    command->result = hbs_handle_reset_defaults();
 }
 
 void hbs_steps::dump(hbs_command *command) {
-    hbs_db_dump();
+    hbs_handle_dump();
     command->result = 0;
 }
 
 void hbs_steps::set_comment_host(hbs_command *command) {
-    auto message = hbs_message_of<hbs_msg_comment_host>(command->buffer);
+    const hbs_msg_comment_host &message = command->datagram.comment_host;
     hbs_client *client = nullptr;
     if (message.family == HBS_FAMILY_IPV4)
         client = hbs_find_by_ipv4(message.ipv4);
     else if (message.family == HBS_FAMILY_IPV6)
         client = hbs_find_by_ipv6(message.ipv6);
-    if (client != nullptr) {
-        command->result =
-            hbs_api_set_comment_host(client, hbs_text_of(message.comment), hbs_text_of(message.host));
-    }
+    if (client != nullptr)
+        command->result = hbs_api_set_comment_host(client, message.comment, message.host);
 }

@@ -36,6 +36,11 @@ hbs_rule rule_of(const hbs_filter_request *request) {
     return rule;
 }
 
+// A number that is no list means the white one to the rule commands: kept.
+const char *rule_file_of(uint8_t list) {
+    return list == HBS_LIST_BLACK ? hbs_rule_file_of(list) : hbs_rule_file_of(HBS_LIST_WHITE);
+}
+
 void leave_list(hbs_client *client, uint8_t list) {
     if (list == HBS_LIST_WHITE) {
         hbs_clear_flags(client, HBS_TRUST_WHITE, 0);
@@ -91,4 +96,27 @@ int hbs_api_clr_mac_filter(const hbs_filter_request *request) {
     hbs_shm_commit(client);
     hbs_nv_update_client(client);
     return 0;
+}
+
+bool hbs_api_clr_rule(const hbs_filter_request *request) {
+    if (hbs_find_by_mac(request->mac) == nullptr)
+        return false;
+    const hbs_rule rule = rule_of(request);
+    bool rules_left = false;
+    (void)hbs_nv_clear_client_rules(rule_file_of(request->type), request->mac, &rule, &rules_left);
+    const uint32_t *v = request->value;
+    hbs_file_remove_rule_idx(request->type, request->mac, v[0], v[1], v[2]);
+    return true;
+}
+
+bool hbs_api_set_rule(const hbs_filter_request *request) {
+    const hbs_client *client = hbs_find_by_mac(request->mac);
+    if (client == nullptr)
+        return false;
+    const hbs_rule rule = rule_of(request);
+    (void)hbs_nv_update_client_white_rules(rule_file_of(request->type), request->mac, &rule);
+    const uint32_t *v = request->value;
+    const uint32_t parameters[7] = {v[0], v[1], v[2], client->dbpos, v[3], v[4], v[5]};
+    hbs_file_update_rule_tr69_tod(request->type, request->mac, parameters, request->rule_word);
+    return true;
 }

@@ -12,6 +12,12 @@ struct hbs_filter_request {
     const char *keyword_list;
     const char *domain_list;
     uint32_t filter_word;
+    uint32_t rule_word; // of the rule commands
 };
 int hbs_api_set_mac_filter(const hbs_filter_request *request);
 int hbs_api_clr_mac_filter(const hbs_filter_request *request); // type, mac and values 1-3 only
+
+// A rule of a device, list membership untouched. Returns whether the device is known, whatever becomes of the
+// rule file.
+bool hbs_api_set_rule(const hbs_filter_request *request);
+bool hbs_api_clr_rule(const hbs_filter_request *request); // type, mac and values 1-3 only

@@ -9,14 +9,15 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "events/adapter.h"
 #include "events/board_mode.h"
 #include "events/flap_list.h"
 #include "events/wifi_index.h"
-#include "files/client_leases.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
 #include "store/client_add.h"
+#include "store/client_dates.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"
@@ -144,8 +145,9 @@ hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *lease) {
     return client;
 }
 
-hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4], int32_t a, int32_t b) {
-    if (!hbs_mac_is_lan_client(mac) || b < 1 || a < 0)
+hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4], int32_t dynamic,
+                                      int32_t seconds) {
+    if (!hbs_mac_is_lan_client(mac) || seconds < 1 || dynamic < 0)
         return nullptr;
     hbs_client *client = hbs_find_by_mac(mac);
     if (client == nullptr || std::memcmp(client->ipv4, ipv4, sizeof(client->ipv4)) != 0)

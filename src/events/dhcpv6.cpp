@@ -8,13 +8,14 @@
 #include "base/log.h"
 #include "base/state.h"
 #include "base/text.h"
+#include "events/adapter.h"
 #include "events/wifi_index.h"
-#include "files/client_leases.h"
 #include "gateway/neighbour_probe.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
 #include "store/client_add.h"
+#include "store/client_dates.h"
 #include "store/client_end.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
@@ -48,21 +49,20 @@ bool counts_as_mac(const uint8_t mac[6]) {
 // By the link-local address, else by the MAC that the kernel has for it: one that was told of by its global
 // address only is merged into that client, or gets the MAC. A message without a link-local address tells of
 // the client that has the leased one.
-hbs_client *find_leased(const hbs_dhcpv6_lease *lease) {
+hbs_client *find_leased(const hbs_dhcpv6_lease *lease, const hbs_dhcpv6_neighbour *neighbour) {
     if (hbs_ipv6_is_zero(lease->ll))
         return hbs_find_by_ipv6(lease->ipv6);
     if (hbs_client *client = hbs_find_by_ipv6(lease->ll); client != nullptr)
         return client;
-    const hbs_dhcpv6_neighbour &neighbour = lease->neighbour;
     if (hbs_client *client = find_by_global_only(lease->ipv6); client != nullptr)
-        return counts_as_mac(neighbour.mac) ? hbs_set_mac(client, neighbour.mac) : client;
-    return neighbour.known ? hbs_find_by_mac(neighbour.mac) : nullptr;
+        return counts_as_mac(neighbour->mac) ? hbs_set_mac(client, neighbour->mac) : client;
+    return neighbour->known ? hbs_find_by_mac(neighbour->mac) : nullptr;
 }
 
 // The client of a lease, or a new one. Null when memory runs out.
-hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, int nwidx) {
-    const uint8_t *mac = lease->neighbour.mac; // zeros when it is not known
-    hbs_client *client = find_leased(lease);
+hbs_client *find_or_add(const hbs_dhcpv6_lease *lease, const hbs_dhcpv6_neighbour *neighbour, int nwidx) {
+    const uint8_t *mac = neighbour->mac; // zeros when it is not known
+    hbs_client *client = find_leased(lease, neighbour);
     if (client != nullptr)
         return client;
     HBS_LOG(HBS_INFO,
@@ -172,13 +172,13 @@ hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_
     return neighbour;
 }
 
-hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease) {
+hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease, const hbs_dhcpv6_neighbour *neighbour) {
     if (!names_client("LEASE", lease->ll, lease->ipv6))
         return nullptr;
     const int nwidx = hbs_address_to_nwidx(AF_INET6, lease->ipv6);
     if (nwidx < 0)
         return nullptr;
-    hbs_client *client = find_or_add(lease, nwidx);
+    hbs_client *client = find_or_add(lease, neighbour, nwidx);
     if (client == nullptr)
         return nullptr;
     hbs_set_nwidx(client, static_cast<uint8_t>(nwidx));

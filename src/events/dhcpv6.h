@@ -5,23 +5,12 @@
 
 #include <hbs_db.h>
 
+#include "files/lease.h"
+
 // What the kernel's neighbour table says of a link-local address.
 struct hbs_dhcpv6_neighbour {
     bool known;
     uint8_t mac[6];
-};
-
-struct hbs_dhcpv6_lease {
-    uint8_t ll[16];
-    uint8_t ipv6[16];
-    int64_t lease_end; // seconds since the epoch, 0 = static lease; holds both what is unsigned and what is
-                       // signed
-    char *host;        // cut at its first "." in place
-    const char *oui;
-    const char *serial_number;
-    const char *product_class;
-    const char *lease_file;
-    hbs_dhcpv6_neighbour neighbour; // of ll
 };
 
 // Asks the kernel whose the link-local address of a lease is, when no client has it and the lease counts. To
@@ -31,8 +20,9 @@ hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_
 // A link-local address of zeros is none (missing, or could not be read): the global one names the client
 // then. A message with neither is dropped with a log line.
 
-// Returns the client, or null.
-hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease);
+// neighbour: of the lease's link-local address. Cuts the lease's host name in place. Returns the client, or
+// null.
+hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease, const hbs_dhcpv6_neighbour *neighbour);
 
 // mac may be null. Returns the client found, its IPv6 addresses emptied, or null. Not published here.
 hbs_client *hbs_handle_dhcpv6_release(const uint8_t *mac, const uint8_t ll[16], const uint8_t ipv6[16]);

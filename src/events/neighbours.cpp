@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/state.h"
 #include "base/text.h"
+#include "events/adapter.h"
 #include "events/dhcpv6.h"
 #include "events/flap_list.h"
 #include "events/neighbour_news.h"

@@ -3,6 +3,7 @@
 #include "base/state.h"
 #include "files/client_file.h"
 #include "files/rule_files.h"
+#include "files/user_settings.h"
 #include "store/client_end.h"
 #include "store/clients.h"
 #include "store/publish.h"
@@ -29,6 +30,7 @@ int hbs_set_route_mode(uint8_t mode) {
         return 0;
     }
     if (reload_pending) {
+        hbs_settings_tidy();
         (void)hbs_nv_load_clients();
         hbs_nv_load_rules();
         reload_pending = false;

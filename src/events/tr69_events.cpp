@@ -1,9 +1,9 @@
 // Builds the event payloads that tell the TR-069 agent about hosts that come, change and go.
 #include "events/tr69_events.h"
 
+#include <algorithm>
 #include <cstring>
-
-#include <hbs_msg.h>
+#include <iterator>
 
 #include "base/state.h"
 #include "base/text.h"
@@ -97,36 +97,6 @@ int hbs_send_tr69_client_event(int code, const hbs_client *client) {
     return 0;
 }
 
-static uint16_t command_value(const uint8_t *command) {
-    uint16_t value;
-    std::memcpy(&value, command + offsetof(hbs_msg_set_static_lease, nwidx), sizeof(value));
-    return value;
-}
-
-static const uint8_t *command_ipv4(const uint8_t *command) {
-    return command + offsetof(hbs_msg_set_static_lease, ipv4);
-}
-
-static void fill_lease_set(hbs_tr69_body *body, const uint8_t *command) {
-    put_mac(body, command + offsetof(hbs_msg_set_static_lease, mac));
-    body->number = command_value(command);
-    body->described = 1;
-    put_ipv4(body, command_ipv4(command));
-    // The sender's text need not end inside its field.
-    char host[HBS_HOST_SIZE + 1] = {};
-    std::memcpy(host, command + offsetof(hbs_msg_set_static_lease, host), HBS_HOST_SIZE);
-    hbs_copy_text(body->host, sizeof(body->host), host);
-}
-
-static void fill_lease_cleared(hbs_tr69_body *body, const uint8_t *command) {
-    const hbs_client *client = hbs_find_by_ipv4(command_ipv4(command));
-    if (client == nullptr)
-        return;
-    put_mac(body, client->mac);
-    body->number = command_value(command);
-    put_ipv4(body, command_ipv4(command));
-}
-
 static void fill_from_client(hbs_tr69_body *body, const hbs_client *client, unsigned fields) {
     put_mac(body, client->mac);
     hbs_copy_text(body->oui, sizeof(body->oui), client->oui);
@@ -148,31 +118,39 @@ static void fill_from_client(hbs_tr69_body *body, const hbs_client *client, unsi
         hbs_copy_text(body->host, sizeof(body->host), client->host);
 }
 
-// Returns whether the code is known and the body was filled.
-static bool fill_body(hbs_tr69_body *body, int code, const void *record) {
-    // The command thread announces outside the lock, and the look-up and the record need it.
-    const hbs_list_hold hold;
-    if (code == HBS_TR69_STATIC_LEASE_SET || code == HBS_TR69_STATIC_LEASE_CLEARED) {
-        const uint8_t *command = static_cast<const uint8_t *>(record);
-        if (code == HBS_TR69_STATIC_LEASE_SET)
-            fill_lease_set(body, command);
-        else
-            fill_lease_cleared(body, command);
-        return true;
-    }
-    for (const record_event &event : record_events) {
-        if (event.code != code)
-            continue;
-        fill_from_client(body, static_cast<const hbs_client *>(record), event.fields);
-        return true;
-    }
-    return false;
-}
-
-int hbs_send_tr69_event(int code, const void *record) {
-    hbs_tr69_body body{};
-    if (record == nullptr || !fill_body(&body, code, record))
+int hbs_send_tr69_event(int code, const hbs_client *record) {
+    const auto *event = std::find_if(std::begin(record_events), std::end(record_events),
+                                     [code](const record_event &known) { return known.code == code; });
+    if (record == nullptr || event == std::end(record_events))
         return -1;
+    hbs_tr69_body body{};
+    {
+        const hbs_list_hold hold; // the command thread announces outside the lock, and the record needs it
+        fill_from_client(&body, record, event->fields);
+    }
     send_event(code, &body);
     return 0;
+}
+
+void hbs_send_tr69_static_lease_set(const hbs_msg_set_static_lease *datagram) {
+    hbs_tr69_body body{};
+    put_mac(&body, datagram->mac);
+    body.number = datagram->nwidx;
+    body.described = 1;
+    put_ipv4(&body, datagram->ipv4);
+    hbs_copy_text(body.host, sizeof(body.host), datagram->host);
+    send_event(HBS_TR69_STATIC_LEASE_SET, &body);
+}
+
+void hbs_send_tr69_static_lease_cleared(const hbs_msg_set_static_lease *datagram) {
+    hbs_tr69_body body{};
+    {
+        const hbs_list_hold hold; // this event is sent before the command's own look-up
+        if (const hbs_client *client = hbs_find_by_ipv4(datagram->ipv4); client != nullptr) {
+            put_mac(&body, client->mac);
+            body.number = datagram->nwidx;
+            put_ipv4(&body, datagram->ipv4);
+        }
+    }
+    send_event(HBS_TR69_STATIC_LEASE_CLEARED, &body);
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include <hbs_db.h>
+#include <hbs_msg.h>
 
 enum hbs_tr69_code : int {
     HBS_TR69_STATIC_LEASE_SET = 1,
@@ -21,6 +22,11 @@ enum hbs_tr69_code : int {
 // Codes 106-108, with what readers see of the client. 0, or -1 for no client.
 int hbs_send_tr69_client_event(int code, const hbs_client *client);
 
-// record: for codes 1 and 2 the received datagram (HBS_MSG_MAX bytes), else a client record.
-// 0, or -1 for no record or an unknown code.
-int hbs_send_tr69_event(int code, const void *record);
+// Codes 101-105, with what the record holds. 0, or -1 for no record or another code.
+int hbs_send_tr69_event(int code, const hbs_client *record);
+
+// Codes 1 and 2, with the datagram that set or cleared the lease. The second reads the datagram that clears
+// with the layout of the one that sets: the address stands at the same place, the number is what the sender
+// has left in two bytes of no meaning. Kept, as the agent knows it so.
+void hbs_send_tr69_static_lease_set(const hbs_msg_set_static_lease *datagram);
+void hbs_send_tr69_static_lease_cleared(const hbs_msg_set_static_lease *datagram);

@@ -8,6 +8,7 @@
 
 #include "base/log.h"
 #include "base/text.h"
+#include "events/adapter.h"
 #include "events/flap_list.h"
 #include "gateway/bssid_table.h"
 #include "gateway/docsis_bridge.h"

@@ -18,7 +18,6 @@
 #include "files/rule_files.h"
 #include "files/trusted_devices.h"
 #include "gateway/own_macs.h"
-#include "gateway/static_leases.h"
 #include "store/client_add.h"
 #include "store/client_fields.h"
 #include "store/clients.h"
@@ -234,20 +233,9 @@ void delete_line(const char *old_line) {
     (void)hbs_lines_delete_prefix(HBS_CLIENT_FILE, old_line);
 }
 
-// What a power cut in the middle of an edit left beside the files of the user's settings goes, and so does
-// everybody else's access to them.
-void tidy_files() {
-    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES}) {
-        hbs_file_clear_leftover(path);
-        hbs_file_make_private(path);
-    }
-    hbs_lease_clear_leftovers();
-}
-
 } // namespace
 
 int hbs_nv_load_clients() {
-    tidy_files();
     FILE *file = hbs_plain_stream(HBS_CLIENT_FILE, "r");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", HBS_CLIENT_FILE);
@@ -309,13 +297,10 @@ void hbs_nv_update_client(const hbs_client *client) {
         delete_line(old_line);
 }
 
-int hbs_nv_reset() {
-    if (hbs_file_replace(HBS_CLIENT_FILE, VERSION_LINE, strlen(VERSION_LINE)) != 0) {
-        // No room for a second file beside it: what is to be forgotten goes first.
-        (void)unlink(HBS_CLIENT_FILE);
-        (void)hbs_file_replace(HBS_CLIENT_FILE, VERSION_LINE, strlen(VERSION_LINE));
-    }
-    (void)unlink(HBS_BLACK_RULES);
-    (void)unlink(HBS_WHITE_RULES);
-    return unlink(HBS_TRUSTED_INSTANCES);
+void hbs_nv_forget_clients() {
+    if (hbs_file_replace(HBS_CLIENT_FILE, VERSION_LINE, strlen(VERSION_LINE)) == 0)
+        return;
+    // No room for a second file beside it: what is to be forgotten goes first.
+    (void)unlink(HBS_CLIENT_FILE);
+    (void)hbs_file_replace(HBS_CLIENT_FILE, VERSION_LINE, strlen(VERSION_LINE));
 }

@@ -16,5 +16,5 @@ void hbs_nv_save_clients();
 // Brings the one line of a client up to date: appended, replaced, or (no trust bits) removed.
 void hbs_nv_update_client(const hbs_client *client);
 
-// Empties the file to its version line and deletes the three rule files. Result of the last unlink.
-int hbs_nv_reset();
+// Empties the file to its version line.
+void hbs_nv_forget_clients();

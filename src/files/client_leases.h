@@ -1,9 +1,8 @@
-// What the lease files say of a client, and lease dates. Callers hold hbs_list_mutex, except where it says
+// What the lease files say of a client. Callers hold hbs_list_mutex, except where it says
 // so.
 #pragma once
 
 #include <cstdint>
-#include <ctime>
 
 #include <hbs_db.h>
 
@@ -27,17 +26,3 @@ void hbs_handle_dynamic_leases_from_file();
 
 // Deletes the static leases of a client's MAC.
 void hbs_lease_delete_client_static(const uint8_t mac[6]);
-
-// Stores the system uptime in lease_start_uptime.
-void hbs_set_start_time(hbs_client *client);
-
-// Lease of `seconds` from now: dates and lease timer; 0 does nothing.
-void hbs_lease_set(hbs_client *client, uint32_t seconds);
-
-// DHCPv6 lease end, absolute seconds since the epoch (deliberately unlike the IPv4 case); 0 sets no date.
-void hbs_leasev6_set(hbs_client *client, time_t end);
-
-void hbs_clear_lease_end(hbs_client *client);
-void hbs_clear_lease_v6_end(hbs_client *client);
-void hbs_clear_ipv4(hbs_client *client);
-void hbs_clear_ipv6(hbs_client *client);

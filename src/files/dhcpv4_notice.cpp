@@ -7,7 +7,12 @@
 #include <cstring>
 #include <strings.h>
 
+#include "base/log.h"
 #include "base/text.h"
+#include "files/notice_file.h"
+
+// A name is cut to this, its NUL included; a datagram's may be longer.
+static constexpr size_t LEASE_FILE_MAX = 256;
 
 static bool read_action(const char *token, hbs_notice_action *action) {
     if (strcasecmp(token, "ADD") == 0) {
@@ -65,8 +70,7 @@ static bool read_lease_tokens(char **rest, hbs_dhcpv4_notice *notice) {
     const char *file = next_token(rest);
     if (file == nullptr)
         return false;
-    read_text(strcasecmp(file, "null") == 0 ? "unknown file" : file, notice->lease_file,
-              sizeof(notice->lease_file));
+    read_text(strcasecmp(file, "null") == 0 ? "unknown file" : file, notice->lease_file, LEASE_FILE_MAX);
     read_text(next_token(rest), notice->oui, sizeof(notice->oui));
     read_text(next_token(rest), notice->serial_number, sizeof(notice->serial_number));
     read_text(next_token(rest), notice->product_class, sizeof(notice->product_class));
@@ -90,4 +94,32 @@ bool hbs_dhcpv4_notice_parse(char *line, hbs_dhcpv4_notice *notice) {
     read_hex_text(token[5], notice->ifname, sizeof(notice->ifname));
     notice->dynamic = token[6][0] == '1';
     return notice->action == hbs_notice_action::del || read_lease_tokens(&rest, notice);
+}
+
+namespace {
+
+struct line_reading {
+    hbs_dhcpv4_notice_handler handler;
+    bool had_lines;
+};
+
+void read_line(char *line, void *context) {
+    auto *reading = static_cast<line_reading *>(context);
+    reading->had_lines = true;
+    HBS_LOG(HBS_INFO, "HOSTBASE: Watched DHCP lease changes: %s", line);
+    hbs_dhcpv4_notice notice;
+    if (hbs_dhcpv4_notice_parse(line, &notice))
+        reading->handler(&notice);
+    else
+        HBS_LOG(HBS_ERROR, "HOSTBASE: Ignore invalid DHCPv4 lease notification!");
+}
+
+} // namespace
+
+bool hbs_dhcpv4_notices_read(const char *path, hbs_dhcpv4_notice_handler handler) {
+    line_reading reading = {handler, false};
+    const hbs_notice_taken taken = hbs_notice_take(path, &hbs_dhcpv4_notice_source, read_line, &reading);
+    if (taken.lines && !reading.had_lines)
+        hbs_notice_log_no_data();
+    return !taken.again;
 }

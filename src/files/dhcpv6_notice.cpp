@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "base/text.h"
+#include "files/notice_file.h"
 
 // Longer than any value that is kept; what is longer still is cut.
 using value_text = char[512];
@@ -62,7 +63,7 @@ static constexpr notice_key keys[] = {
     {"serial_number", TEXT_READER(serial_number)},
     {"product_class", TEXT_READER(product_class)},
     {"lease_time",
-     [](const char *value, hbs_dhcpv6_notice *notice) { notice->lease_time = read_seconds(value); }},
+     [](const char *value, hbs_dhcpv6_notice *notice) { notice->lease_end = read_seconds(value); }},
 };
 
 #undef TEXT_READER
@@ -78,4 +79,15 @@ void hbs_dhcpv6_notice_read(const char *line, hbs_dhcpv6_notice *notice) {
     value_text value{};
     memcpy(value, word.data(), std::min(word.size(), sizeof(value) - 1));
     key->read(value, notice);
+}
+
+bool hbs_dhcpv6_notices_read(const char *path, hbs_dhcpv6_notice_handler handler) {
+    hbs_dhcpv6_notice notice{};
+    const auto reader = [](char *line, void *context) {
+        hbs_dhcpv6_notice_read(line, static_cast<hbs_dhcpv6_notice *>(context));
+    };
+    const hbs_notice_taken taken = hbs_notice_take(path, &hbs_dhcpv6_notice_source, reader, &notice);
+    if (taken.lines && !handler(&notice))
+        hbs_notice_log_no_data();
+    return !taken.again;
 }

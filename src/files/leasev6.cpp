@@ -10,7 +10,7 @@
 #include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
-#include "files/client_leases.h"
+#include "store/client_dates.h"
 #include "store/clients.h"
 
 namespace {

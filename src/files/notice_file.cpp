@@ -151,3 +151,7 @@ hbs_notice_taken hbs_notice_take(const char *path, const hbs_notice_source *sour
     (void)close(copy);
     return {true, again};
 }
+
+void hbs_notice_log_no_data() {
+    HBS_LOG(HBS_ERROR, "HOSTBASE: SOMETHING WRONG? Got notification but there is no valid data in the file.");
+}

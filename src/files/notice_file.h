@@ -44,3 +44,6 @@ struct hbs_notice_taken {
 // empty.
 hbs_notice_taken hbs_notice_take(const char *path, const hbs_notice_source *source, hbs_notice_reader reader,
                                  void *context);
+
+// Logs that a file that was taken held nothing of use.
+void hbs_notice_log_no_data();

@@ -8,7 +8,6 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "gateway/hotspot.h"
-#include "gateway/switch_ports.h"
 #include "store/client_text.h"
 #include "store/clients.h"
 #include "store/index.h"
@@ -88,15 +87,14 @@ void hbs_set_wifi_index(hbs_client *client, uint8_t wifi_index) {
 }
 
 // A client that left the switch keeps no port: a link going down there would force it off line.
-void hbs_set_adapter_type(hbs_client *client, uint8_t adapter_type) {
+void hbs_set_adapter(hbs_client *client, uint8_t adapter_type, uint8_t port) {
     if (client == nullptr)
         return;
-    const bool switched = adapter_type == HBS_ADAPTER_ETHERNET;
-    const uint8_t port = switched ? static_cast<uint8_t>(hbs_ext_switch_port_of(client->mac)) : uint8_t{0};
-    if (client->adapter_type == adapter_type && client->switch_port == port)
+    const uint8_t kept = adapter_type == HBS_ADAPTER_ETHERNET ? port : uint8_t{0};
+    if (client->adapter_type == adapter_type && client->switch_port == kept)
         return;
     client->adapter_type = adapter_type;
-    client->switch_port = port;
+    client->switch_port = kept;
     hbs_set_flags(client, 0, HBS_CHANGED);
 }
 
@@ -143,6 +141,16 @@ void hbs_set_ll(hbs_client *client, const uint8_t ll[16]) {
         hbs_file_remove_ll_entries(client);
     memcpy(client->ll, ll, sizeof client->ll);
     hbs_set_flags(client, 0, HBS_CHANGED);
+}
+
+void hbs_clear_ipv4(hbs_client *client) {
+    static constexpr uint8_t none[4] = {};
+    hbs_set_ipv4(client, none);
+}
+
+void hbs_clear_ipv6(hbs_client *client) {
+    static constexpr uint8_t none[16] = {};
+    hbs_set_ipv6(client, none);
 }
 
 void hbs_clear_status_time(hbs_client *client) {

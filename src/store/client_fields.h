@@ -19,8 +19,8 @@ void hbs_set_lease_file6(hbs_client *client, const char *name);
 void hbs_set_nwidx(hbs_client *client, uint8_t nwidx);
 void hbs_set_wifi_index(hbs_client *client, uint8_t wifi_index);
 
-// For Ethernet also looks up and stores switch_port; changed also when only the port differs.
-void hbs_set_adapter_type(hbs_client *client, uint8_t adapter_type);
+// port: of the external switch, 0 = none; kept for Ethernet only. Changed also when only the port differs.
+void hbs_set_adapter(hbs_client *client, uint8_t adapter_type, uint8_t port);
 
 // ifname null = the kernel's name of the index; where it has none the name stays. hotspot follows the name.
 void hbs_set_interface(hbs_client *client, uint32_t ifindex, const char *ifname);
@@ -30,5 +30,9 @@ void hbs_set_interface(hbs_client *client, uint32_t ifindex, const char *ifname)
 void hbs_set_ipv4(hbs_client *client, const uint8_t ipv4[4]);
 void hbs_set_ipv6(hbs_client *client, const uint8_t ipv6[16]);
 void hbs_set_ll(hbs_client *client, const uint8_t ll[16]);
+
+// As setting none; the operations are there for whoever needs them, though no event does.
+void hbs_clear_ipv4(hbs_client *client);
+void hbs_clear_ipv6(hbs_client *client);
 
 void hbs_clear_status_time(hbs_client *client);

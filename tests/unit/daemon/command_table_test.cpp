@@ -72,10 +72,8 @@ std::vector<Row> rows() {
     const std::string release6 =
         tagged(locked_log("DHCPV6 RELEASE EVT from TAG : address fd00:2::10 (fe80::11)"));
     const std::string xwifi = locked_log("HBS XWIFI CHANGED event received");
-    const std::string clear_black =
-        "locked clear rules /nvram/8/client_black_rules.txt 02:aa:00:00:00:11 beef 2 3";
-    const std::string update_black =
-        "locked update rules /nvram/8/client_black_rules.txt 02:aa:00:00:00:11 beef 2 3 4 5 6";
+    const std::string clr_rule = "locked clr rule 2 02:aa:00:00:00:11 " + FILTER_VALUES;
+    const std::string set_rule = "locked set rule 2 02:aa:00:00:00:11 " + FILTER_VALUES + " at 9";
     return {
         {"RouteMode",
          Datagram(1).u8(1, 1),
@@ -91,29 +89,29 @@ std::vector<Row> rows() {
              .text(290, "printer"),
          {set_static, static_number,
           "locked set static lease 8 192.168.0.10 02:aa:00:00:00:11 'remark' 'printer'", RESPONSE_0,
-          "reply 0", "tr69 1 buffer"},
-         {set_static, static_number, RESPONSE_77, "reply 77", "tr69 1 buffer"}},
+          "reply 0", "tr69 1 datagram 2"},
+         {set_static, static_number, RESPONSE_77, "reply 77", "tr69 1 datagram 2"}},
         {"SetStaticLeaseIpv6",
          Datagram(2).u16(4, 10).raw(12, IPV6).raw(28, MAC),
          {set_static, "locked set static lease 0 fd00:2::10 02:aa:00:00:00:11 '' ''", RESPONSE_0, "reply 0",
-          "tr69 1 buffer"},
-         {set_static, RESPONSE_77, "reply 77", "tr69 1 buffer"}},
+          "tr69 1 datagram 2"},
+         {set_static, RESPONSE_77, "reply 77", "tr69 1 datagram 2"}},
         {"SetStaticLeaseUnknownFamily",
          Datagram(2).u16(4, 7).raw(8, IPV4),
-         {set_static, RESPONSE_77, "reply 77", "tr69 1 buffer"},
-         {set_static, RESPONSE_77, "reply 77", "tr69 1 buffer"}},
+         {set_static, RESPONSE_77, "reply 77", "tr69 1 datagram 2"},
+         {set_static, RESPONSE_77, "reply 77", "tr69 1 datagram 2"}},
         {"ClrStaticLeaseIpv4",
          Datagram(3).u16(4, 2).raw(8, IPV4),
-         {"tr69 2 buffer", clr_static, "locked clr static lease 192.168.0.10", RESPONSE_TO_0, "reply 0"},
-         {"tr69 2 buffer", clr_static, RESPONSE_TO_77, "reply 77"}},
+         {"tr69 2 datagram 3", clr_static, "locked clr static lease 192.168.0.10", RESPONSE_TO_0, "reply 0"},
+         {"tr69 2 datagram 3", clr_static, RESPONSE_TO_77, "reply 77"}},
         {"ClrStaticLeaseIpv6",
          Datagram(3).u16(4, 10).raw(12, IPV6),
-         {"tr69 2 buffer", clr_static, "locked clr static lease fd00:2::10", RESPONSE_TO_0, "reply 0"},
-         {"tr69 2 buffer", clr_static, RESPONSE_TO_77, "reply 77"}},
+         {"tr69 2 datagram 3", clr_static, "locked clr static lease fd00:2::10", RESPONSE_TO_0, "reply 0"},
+         {"tr69 2 datagram 3", clr_static, RESPONSE_TO_77, "reply 77"}},
         {"ClrStaticLeaseUnknownFamily",
          Datagram(3).u16(4, 7),
-         {"tr69 2 buffer", clr_static, RESPONSE_TO_77, "reply 77"},
-         {"tr69 2 buffer", clr_static, RESPONSE_TO_77, "reply 77"}},
+         {"tr69 2 datagram 3", clr_static, RESPONSE_TO_77, "reply 77"},
+         {"tr69 2 datagram 3", clr_static, RESPONSE_TO_77, "reply 77"}},
         {"SetInternalLeaseIpv4",
          Datagram(4).u16(2, 2).raw(4, IPV4).raw(24, MAC),
          {set_internal, internal_number, "locked set internal lease 192.168.0.10 02:aa:00:00:00:11",
@@ -175,16 +173,12 @@ std::vector<Row> rows() {
          {reset, "locked reset", RESPONSE_TO_0, "reply 0"}},
         {"ClrRuleTod",
          filter(11),
-         {"locked find 02:aa:00:00:00:11", clear_black,
-          "locked remove rule index 2 02:aa:00:00:00:11 beef 2 3", RESPONSE_TO_0, "reply 0"},
-         {"locked find 02:aa:00:00:00:11", clear_black,
-          "locked remove rule index 2 02:aa:00:00:00:11 beef 2 3", RESPONSE_TO_0, "reply 0"}},
+         {clr_rule, RESPONSE_TO_0, "reply 0"},
+         {clr_rule, RESPONSE_TO_0, "reply 0"}},
         {"SetRuleTod",
          filter(12),
-         {"locked find 02:aa:00:00:00:11", update_black,
-          "locked update rule index 2 02:aa:00:00:00:11 beef 2 3 4242 4 5 6 at 9", RESPONSE_TO_0, "reply 0"},
-         {"locked find 02:aa:00:00:00:11", update_black,
-          "locked update rule index 2 02:aa:00:00:00:11 beef 2 3 4242 4 5 6 at 9", RESPONSE_TO_0, "reply 0"}},
+         {set_rule, RESPONSE_TO_0, "reply 0"},
+         {set_rule, RESPONSE_TO_0, "reply 0"}},
         {"ModMacFilter",
          filter(13),
          {"locked set filter 2 02:aa:00:00:00:22 " + FILTER_VALUES,
@@ -305,26 +299,13 @@ TEST_F(CommandTable, ModMacFilter_RepliesTheResultOfTheClearing) {
     EXPECT_EQ(dispatch(filter(7)).result, 1003);
 }
 
-TEST_F(CommandTable, RuleCommands_ResultIsZeroWhateverTheFileSays) {
-    fake::result = -1;
-    EXPECT_EQ(dispatch(filter(11)).result, 0);
-    EXPECT_EQ(dispatch(filter(12)).result, 0);
-}
-
-TEST_F(CommandTable, RuleCommands_OfAnyOtherType_UseTheWhiteFile) {
-    EXPECT_THAT(
-        dispatch(filter(11).u8(1, 9)).lines,
-        testing::Contains("locked clear rules /nvram/8/client_white_rules.txt 02:aa:00:00:00:11 beef 2 3"));
-    EXPECT_THAT(dispatch(filter(12).u8(1, 1)).lines,
-                testing::Contains(
-                    "locked update rules /nvram/8/client_white_rules.txt 02:aa:00:00:00:11 beef 2 3 4 5 6"));
-}
-
-TEST_F(CommandTable, RuleCommands_WithoutClient_DoNothingAndRepeatTheResult) {
+TEST_F(CommandTable, RuleCommands_WithoutClient_RepeatTheResult) {
     fake::client_exists = false;
     for (const uint8_t code : {uint8_t{11}, uint8_t{12}}) {
-        EXPECT_THAT(dispatch(filter(code)).lines,
-                    testing::ElementsAre("locked find 02:aa:00:00:00:11", RESPONSE_TO_77, "reply 77"));
+        const auto lines = dispatch(filter(code)).lines;
+        ASSERT_EQ(lines.size(), 3u);
+        EXPECT_EQ(lines[1], RESPONSE_TO_77);
+        EXPECT_EQ(lines[2], "reply 77");
     }
 }
 

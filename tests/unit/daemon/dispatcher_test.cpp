@@ -18,7 +18,6 @@ class Dispatcher : public testing::Test {
         command.buffer = buffer;
         command.sender = "tag";
         command.result = -1;
-        fake::buffer = buffer;
     }
 
     // Returns whether a reply is to be sent.

@@ -1,6 +1,8 @@
 // White and black list: what setting and clearing an entry does to the client, the rule file and the rule
 // index.
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/paths.h"
 #include "support/management.h"
@@ -27,6 +29,33 @@ class ManagementFilter : public ManagementTest {
 using ManagementFilterSet = ManagementFilter;
 using ManagementFilterClear = ManagementFilter;
 using ManagementFilterModify = ManagementFilter;
+
+// One rule of a list, set and cleared without touching who is on the list.
+class OneRule : public ManagementFilter {
+  protected:
+    void SetUp() override {
+        ManagementFilter::SetUp();
+        EXPECT_EQ(0, set(HBS_LIST_BLACK, LAPTOP, {7, 7, 7, 7, 7, 7}));
+        trust_ = seen(LAPTOP)->trust;
+        lines_ = lines_of(LAPTOP);
+    }
+    void expect_same_client() {
+        EXPECT_EQ(trust_, seen(LAPTOP)->trust);
+        EXPECT_EQ(lines_, lines_of(LAPTOP));
+    }
+    static bool set_rule(uint8_t type, const std::string &mac, uint32_t instance = 0) {
+        hbs_filter_request request = filter(type, mac, {1, 2, 3, 4, 5, 6});
+        request.rule_word = instance;
+        return hbs_api_set_rule(&request);
+    }
+    static bool clear_rule(uint8_t type, const std::string &mac) {
+        const hbs_filter_request request = filter(type, mac, {1, 2, 3});
+        return hbs_api_clr_rule(&request);
+    }
+
+    uint32_t trust_ = 0;
+    std::vector<std::string> lines_;
+};
 
 const struct {
     uint8_t type;
@@ -260,6 +289,43 @@ TEST_F(ManagementFilterModify, SetThenClear_MovesTheRuleToTheOtherMac) {
     EXPECT_EQ(HBS_TRUST_BLACK, seen(TABLET)->trust);
     ASSERT_EQ(1u, rules().size());
     EXPECT_EQ(mac_of(TABLET), std::to_array(rules()[0].mac));
+}
+
+TEST_F(OneRule, OfAKnownDevice_IsAddedToTheFileAndReplacesTheOneOfItsInstanceInTheIndex) {
+    const uint32_t instance = rules()[0].key[1];
+    EXPECT_TRUE(set_rule(HBS_LIST_BLACK, LAPTOP, instance));
+    EXPECT_EQ("02:aa:00:00:00:11;7 7 7 7 7 7;1 2 3 4 5 6;\n", black());
+    ASSERT_EQ(1u, rules().size());
+    EXPECT_EQ(instance, rules()[0].key[1]);
+    EXPECT_EQ((std::vector<uint32_t>{1, 2, 3, seen(LAPTOP)->dbpos, 4, 5, 6}), parameters(rules()[0]));
+    expect_same_client();
+    EXPECT_TRUE(clear_rule(HBS_LIST_BLACK, LAPTOP));
+    EXPECT_EQ("02:aa:00:00:00:11;7 7 7 7 7 7;\n", black());
+    EXPECT_TRUE(rules().empty());
+    expect_same_client();
+}
+
+TEST_F(OneRule, OfATypeThatIsNoList_UsesTheWhiteFile) {
+    write_file(HBS_WHITE_RULES, "02:aa:00:00:00:11;1 2 3 4 5 6;\n");
+    EXPECT_TRUE(clear_rule(9, LAPTOP));
+    EXPECT_EQ("", white());
+    EXPECT_TRUE(set_rule(9, LAPTOP, 5));
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 4 5 6;\n", white());
+    EXPECT_EQ("02:aa:00:00:00:11;7 7 7 7 7 7;\n", black());
+}
+
+TEST_F(OneRule, OfAnUnknownDevice_IsNotTaken) {
+    EXPECT_FALSE(set_rule(HBS_LIST_BLACK, TABLET, 5));
+    EXPECT_FALSE(clear_rule(HBS_LIST_BLACK, TABLET));
+    EXPECT_EQ("02:aa:00:00:00:11;7 7 7 7 7 7;\n", black());
+    EXPECT_EQ(1u, rules().size());
+}
+
+TEST_F(OneRule, IsTakenWhateverBecomesOfItsFile) {
+    ASSERT_EQ(0, unlink(HBS_BLACK_RULES));
+    ASSERT_EQ(0, mkdir(HBS_BLACK_RULES, 0700));
+    EXPECT_TRUE(set_rule(HBS_LIST_BLACK, LAPTOP, 5));
+    EXPECT_TRUE(clear_rule(HBS_LIST_BLACK, LAPTOP));
 }
 
 } // namespace device_lists_test

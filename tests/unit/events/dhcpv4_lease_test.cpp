@@ -58,9 +58,12 @@ TEST_F(Dhcpv4Lease, SecondsAreLoggedAsASignedNumber) {
 }
 
 TEST_F(Dhcpv4Lease, TextsEndInsideTheirFields) {
-    const std::string longest(300, 'x');
-    lease_.host = lease_.ifname = lease_.oui = lease_.serial_number = lease_.product_class =
-        lease_.lease_file = longest.c_str();
+    fill(lease_.host);
+    fill(lease_.ifname);
+    fill(lease_.oui);
+    fill(lease_.serial_number);
+    fill(lease_.product_class);
+    fill(lease_.lease_file);
     ASSERT_NE(nullptr, handle());
     const hbs_client copy = published();
     EXPECT_EQ(std::string(63, 'x'), copy.host);
@@ -72,7 +75,7 @@ TEST_F(Dhcpv4Lease, TextsEndInsideTheirFields) {
 }
 
 TEST_F(Dhcpv4Lease, TextsPassThroughAsData) {
-    lease_.host = "a'b\"$(reboot)/../%n\n\xc3\xa9";
+    strcpy(lease_.host, "a'b\"$(reboot)/../%n\n\xc3\xa9");
     ASSERT_NE(nullptr, handle());
     EXPECT_STREQ(lease_.host, published().host);
 }
@@ -207,7 +210,7 @@ TEST_F(Dhcpv4Lease, StaticLeaseIsOnlineWithoutDatesTimerAndLeaseFile) {
 TEST_F(Dhcpv4Lease, StaticLeaseLeavesTheLeaseFileOfADynamicOne) {
     ASSERT_NE(nullptr, handle());
     lease_.dynamic = false;
-    lease_.lease_file = "other";
+    strcpy(lease_.lease_file, "other");
     ASSERT_NE(nullptr, handle());
     EXPECT_STREQ("lease.20", published().lease_file);
 }
@@ -268,7 +271,7 @@ TEST_F(Dhcpv4Lease, OtherFlagsAndTrustAreKept) {
 
 TEST_F(Dhcpv4Lease, InterfaceOfANetworkIsTaken) {
     set("network.1.ifname", "lo");
-    lease_.ifname = "lo";
+    strcpy(lease_.ifname, "lo");
     ASSERT_NE(nullptr, handle());
     EXPECT_STREQ("lo", published().ifname);
     EXPECT_EQ(if_nametoindex("lo"), published().ifindex);
@@ -276,7 +279,7 @@ TEST_F(Dhcpv4Lease, InterfaceOfANetworkIsTaken) {
 }
 
 TEST_F(Dhcpv4Lease, InterfaceOfNoNetworkIsOnlyTheName) {
-    lease_.ifname = "lo";
+    strcpy(lease_.ifname, "lo");
     ASSERT_NE(nullptr, handle());
     EXPECT_STREQ("", published().ifname);
     EXPECT_EQ(0u, published().ifindex);
@@ -286,7 +289,7 @@ TEST_F(Dhcpv4Lease, InterfaceOfNoNetworkIsOnlyTheName) {
 TEST_F(Dhcpv4Lease, InterfaceIndexIsTakenByItsLowByte) {
     ASSERT_EQ(0, std::system("ip link add hbs300 index 300 type bridge"));
     set("network.1.ifname", "hbs300");
-    lease_.ifname = "hbs300";
+    strcpy(lease_.ifname, "hbs300");
     ASSERT_NE(nullptr, handle());
     EXPECT_EQ(0, std::system("ip link del hbs300"));
     EXPECT_EQ(300u & 0xff, published().ifindex);

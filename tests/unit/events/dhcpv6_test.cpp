@@ -36,7 +36,6 @@ constexpr uint32_t LEASE_END = 1800000000; // 2027-01-15 08:00:00 UTC
 
 class Dhcpv6 : public PresenceTest {
   protected:
-    char host_[128] = "laptop";
     hbs_dhcpv6_lease lease_{};
 
     void SetUp() override {
@@ -45,12 +44,11 @@ class Dhcpv6 : public PresenceTest {
         lease_ = {.ll = {},
                   .ipv6 = {},
                   .lease_end = LEASE_END,
-                  .host = host_,
+                  .host = "laptop",
                   .oui = "A1B2C3",
                   .serial_number = "SN-6",
                   .product_class = "PC-6",
-                  .lease_file = "lease6.20",
-                  .neighbour = {}};
+                  .lease_file = "lease6.20"};
         lease_of(LL, GLOBAL);
     }
 
@@ -60,8 +58,8 @@ class Dhcpv6 : public PresenceTest {
     }
 
     hbs_client *handle() {
-        lease_.neighbour = hbs_ask_dhcpv6_neighbour(lease_.ll, lease_.ipv6);
-        return hbs_handle_dhcpv6_lease(&lease_);
+        const hbs_dhcpv6_neighbour neighbour = hbs_ask_dhcpv6_neighbour(lease_.ll, lease_.ipv6);
+        return hbs_handle_dhcpv6_lease(&lease_, &neighbour);
     }
 };
 
@@ -215,17 +213,17 @@ TEST_F(Dhcpv6, Lease_IsLogged) {
 
 TEST_F(Dhcpv6, HostName_IsCutAtItsFirstDotInPlace) {
     (void)add_with_ll(MAC_A, LL);
-    std::strcpy(host_, "laptop.lan.home");
+    std::strcpy(lease_.host, "laptop.lan.home");
     ASSERT_NE(nullptr, handle());
     EXPECT_STREQ("laptop", published(MAC_A).host);
-    EXPECT_STREQ("laptop", host_);
+    EXPECT_STREQ("laptop", lease_.host);
 }
 
 TEST_F(Dhcpv6, EmptyHostName_KeepsTheKnownOne) {
     hbs_client *client = add_with_ll(MAC_A, LL);
     hbs_set_host(client, "known");
     for (const char *name : {"", ".lan", "."}) {
-        std::strcpy(host_, name);
+        std::strcpy(lease_.host, name);
         ASSERT_NE(nullptr, handle());
         EXPECT_STREQ("known", published(MAC_A).host) << name;
     }
@@ -233,9 +231,11 @@ TEST_F(Dhcpv6, EmptyHostName_KeepsTheKnownOne) {
 
 TEST_F(Dhcpv6, Texts_EndInsideTheirFields) {
     (void)add_with_ll(MAC_A, LL);
-    const std::string longest(300, 'x');
-    std::memset(host_, 'x', sizeof host_ - 1);
-    lease_.oui = lease_.serial_number = lease_.product_class = lease_.lease_file = longest.c_str();
+    fill(lease_.host);
+    fill(lease_.oui);
+    fill(lease_.serial_number);
+    fill(lease_.product_class);
+    fill(lease_.lease_file);
     ASSERT_NE(nullptr, handle());
     const hbs_client copy = published(MAC_A);
     EXPECT_EQ(std::string(63, 'x'), copy.host);
@@ -268,7 +268,7 @@ TEST_F(Dhcpv6, StaticLease_HasNoEndAndIsStip6Only) {
     ASSERT_NE(nullptr, handle());
     hbs_set_flags(client, 0, HBS_FLAG_USRIP6 | HBS_FLAG_STIP4);
     lease_.lease_end = 0;
-    lease_.lease_file = "other";
+    strcpy(lease_.lease_file, "other");
     ASSERT_NE(nullptr, handle());
     const hbs_client copy = published(MAC_A);
     EXPECT_TRUE(hbs_date_is_zero(copy.lease_v6_end));
@@ -308,7 +308,7 @@ TEST_F(Dhcpv6, LeaseWithoutALinkLocalAddress_IsOfTheClientWithTheGlobalOne) {
     hbs_client *client = add_with_ll(MAC_A, LL);
     ASSERT_EQ(client, handle());
     lease_of("::", GLOBAL);
-    lease_.serial_number = "SN-7";
+    strcpy(lease_.serial_number, "SN-7");
     EXPECT_EQ(client, handle());
     EXPECT_STREQ("SN-7", published(MAC_A).serial_number);
     EXPECT_EQ(LL, address_text(published(MAC_A).ll)) << "what is known stays";

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/paths.h"
+#include "files/user_settings.h"
 #include "support/management.h"
 
 namespace settings_test {

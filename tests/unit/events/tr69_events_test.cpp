@@ -5,6 +5,7 @@
 
 #include <hbs_msg.h>
 
+#include "daemon/command_message.h"
 #include "events/tr69_events.h"
 #include "events/tr69_payload.h"
 #include "store/segment.h"
@@ -87,6 +88,11 @@ std::array<uint8_t, HBS_MSG_MAX> clear_lease_command(const std::string &ipv4) {
     return bytes;
 }
 
+// As the command thread reads it.
+hbs_msg_set_static_lease read_datagram(const std::array<uint8_t, HBS_MSG_MAX> &bytes) {
+    return hbs_datagram_read(bytes.data()).set_static_lease;
+}
+
 // --- layout ---
 
 TEST(Tr69Payload, OffsetsAreThoseOfTheAgent) {
@@ -112,7 +118,8 @@ TEST(Tr69Payload, OffsetsAreThoseOfTheAgent) {
 // --- commands ---
 
 TEST_F(Tr69Events, StaticLeaseSetCarriesTheCommand) {
-    EXPECT_EQ(0, hbs_send_tr69_event(1, set_lease_command("printer").data()));
+    const hbs_msg_set_static_lease datagram = read_datagram(set_lease_command("printer"));
+    hbs_send_tr69_static_lease_set(&datagram);
     expect_sent({.code = 1,
                  .mac = "0A:BC:DE:00:00:01",
                  .number = 0x0102,
@@ -125,7 +132,8 @@ TEST_F(Tr69Events, StaticLeaseSetCarriesTheCommand) {
 TEST_F(Tr69Events, HostNameOfACommandThatDoesNotEndIsCutInsideItsField) {
     auto command = set_lease_command(std::string(64, 'x'));
     std::fill(command.begin() + 290, command.end(), uint8_t{'x'});
-    EXPECT_EQ(0, hbs_send_tr69_event(1, command.data()));
+    const hbs_msg_set_static_lease datagram = read_datagram(command);
+    hbs_send_tr69_static_lease_set(&datagram);
     expect_sent({.code = 1,
                  .mac = "0A:BC:DE:00:00:01",
                  .number = 0x0102,
@@ -138,24 +146,28 @@ TEST_F(Tr69Events, HostNameOfACommandThatDoesNotEndIsCutInsideItsField) {
 TEST_F(Tr69Events, WhatFollowsTheHostNamesEndIsNotSent) {
     auto command = set_lease_command("ab");
     command[290 + 3] = 'c';
-    EXPECT_EQ(0, hbs_send_tr69_event(1, command.data()));
+    const hbs_msg_set_static_lease datagram = read_datagram(command);
+    hbs_send_tr69_static_lease_set(&datagram);
     ASSERT_EQ(1u, journal_lines().size());
     EXPECT_NE(std::string::npos, journal_lines()[0].find(" host=\"ab\" "));
 }
 
 TEST_F(Tr69Events, HostNameOfACommandMayHoldAnyBytes) {
-    EXPECT_EQ(0, hbs_send_tr69_event(1, set_lease_command("a\"$(x)/\n%s").data()));
+    const hbs_msg_set_static_lease datagram = read_datagram(set_lease_command("a\"$(x)/\n%s"));
+    hbs_send_tr69_static_lease_set(&datagram);
     ASSERT_EQ(1u, journal_lines().size());
     EXPECT_NE(std::string::npos, unescape(journal_lines()[0]).find(" host=\"a\"$(x)/\n%s\" "));
 }
 
 TEST_F(Tr69Events, StaticLeaseClearedCarriesTheClientThatHoldsTheAddress) {
-    EXPECT_EQ(0, hbs_send_tr69_event(2, clear_lease_command("192.168.1.20").data()));
+    const hbs_msg_set_static_lease datagram = read_datagram(clear_lease_command("192.168.1.20"));
+    hbs_send_tr69_static_lease_cleared(&datagram);
     expect_sent({.code = 2, .mac = UPPER, .number = 0x0304, .ipv4 = "192.168.1.20", .identity = NO_IDENTITY});
 }
 
 TEST_F(Tr69Events, StaticLeaseClearedOfAnAddressThatNobodyHoldsIsSentEmpty) {
-    EXPECT_EQ(0, hbs_send_tr69_event(2, clear_lease_command("192.168.1.21").data()));
+    const hbs_msg_set_static_lease datagram = read_datagram(clear_lease_command("192.168.1.21"));
+    hbs_send_tr69_static_lease_cleared(&datagram);
     expect_sent({.code = 2, .mac = "", .identity = NO_IDENTITY});
 }
 
@@ -214,13 +226,13 @@ TEST_F(Tr69Events, RecordIsReadAsItStandsNotAsItIsPublished) {
 }
 
 TEST_F(Tr69Events, UnknownCodeIsRefusedAndNothingIsSent) {
-    for (int code : {99, 0, 3, 100, 106, 107, 109, -1, 357})
+    for (int code : {99, 0, 1, 2, 3, 100, 106, 107, 109, -1, 357})
         EXPECT_EQ(-1, hbs_send_tr69_event(code, client_)) << code;
     EXPECT_TRUE(journal_lines().empty());
 }
 
 TEST_F(Tr69Events, MissingRecordIsRefusedAndNothingIsSent) {
-    for (int code : {1, 2, 101, 102, 103, 104, 105, 108})
+    for (int code : {101, 102, 103, 104, 105, 108})
         EXPECT_EQ(-1, hbs_send_tr69_event(code, nullptr)) << code;
     EXPECT_EQ(-1, hbs_send_tr69_client_event(106, nullptr));
     EXPECT_TRUE(journal_lines().empty());

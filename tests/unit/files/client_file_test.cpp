@@ -53,7 +53,6 @@ class ClientFile : public EventTest {
 using ClientFileLoad = ClientFile;
 using ClientFileSave = ClientFile;
 using ClientFileUpdate = ClientFile;
-using ClientFileReset = ClientFile;
 
 TEST_F(ClientFileLoad, WhenMissing_SaysSoAndWritesNothing) {
     EXPECT_EQ(-1, hbs_nv_load_clients());
@@ -207,17 +206,6 @@ TEST_F(ClientFileLoad, OfItsFirstLineOnly_CountsAsLoadedWhateverItsVersion) {
     }
 }
 
-TEST_F(ClientFileLoad, TakesTheOthersAccessToTheSettingsAway) {
-    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
-        write_file(path, " version 1\n");
-    EXPECT_EQ(0, hbs_nv_load_clients());
-    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES}) {
-        struct stat status = {};
-        ASSERT_EQ(0, stat(path, &status));
-        EXPECT_EQ(0600u, status.st_mode & 07777) << path;
-    }
-}
-
 TEST_F(ClientFileLoad, OfVersionZero_RewritesTheFile) {
     write_file(HBS_CLIENT_FILE, " version 0\n" + full_line("02:aa:00:00:00:11"));
     EXPECT_EQ(-1, hbs_nv_load_clients());
@@ -338,35 +326,10 @@ TEST_F(ClientFileUpdate, OfAnotherVersion_SaysSoAndWritesNothing) {
     EXPECT_EQ(" version 2\n", read_file(HBS_CLIENT_FILE));
 }
 
-TEST_F(ClientFileReset, EmptiesTheFileAndDeletesTheOtherThree) {
+TEST_F(ClientFileUpdate, AfterAllWasForgotten_TheFileHoldsItsVersionOnly) {
     write_clients(full_line("02:aa:00:00:00:11"));
-    for (const char *path : {HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
-        write_file(path, "x");
-    EXPECT_EQ(0, hbs_nv_reset());
+    hbs_nv_forget_clients();
     EXPECT_EQ(" version 1\n", read_file(HBS_CLIENT_FILE));
-    for (const char *path : {HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
-        EXPECT_FALSE(file_exists(path)) << path;
-}
-
-TEST_F(ClientFileReset, AnswersTheResultOfTheLastUnlink) {
-    write_file(HBS_WHITE_RULES, "x");
-    EXPECT_EQ(-1, hbs_nv_reset()) << "there was no file of trusted devices";
-    EXPECT_FALSE(file_exists(HBS_WHITE_RULES));
-}
-
-TEST_F(ClientFileLoad, ClearsWhatAPowerCutLeftBesideTheFiles) {
-    write_clients(full_line("02:aa:00:00:00:11"));
-    const std::string files[] = {HBS_CLIENT_FILE,
-                                 HBS_WHITE_RULES,
-                                 HBS_BLACK_RULES,
-                                 HBS_TRUSTED_INSTANCES,
-                                 "/nvram/8/dhcpd/udhcpd.192.168.0.1.static_leases",
-                                 "/nvram/8/dhcpd/udhcpd.192.168.1.1.host"};
-    for (const std::string &file : files)
-        write_file(file + ".hbs-new", "half a fi");
-    EXPECT_EQ(0, hbs_nv_load_clients());
-    for (const std::string &file : files)
-        EXPECT_FALSE(file_exists(file + ".hbs-new")) << file;
 }
 
 TEST_F(ClientFileLoad, OfHexThatHoldsAZero_EndsTheTextThereAndPadsTheField) {

@@ -26,7 +26,7 @@ TEST(Dhcpv6Notice, EveryKey_GoesToItsField) {
     EXPECT_STREQ(notice.oui, "001122");
     EXPECT_STREQ(notice.serial_number, "serial");
     EXPECT_STREQ(notice.product_class, "class");
-    EXPECT_EQ(notice.lease_time, 1800000000);
+    EXPECT_EQ(notice.lease_end, 1800000000);
 }
 
 TEST(Dhcpv6Notice, Types_AreTheNumbersThatAreLogged) {
@@ -45,7 +45,7 @@ TEST(Dhcpv6Notice, OtherEvent_LeavesTheTypeUnchanged) {
 TEST(Dhcpv6Notice, RepeatedKey_TheLastValueWins) {
     EXPECT_EQ(read({"event LEASE", "event RELEASE"}).type, HBS_NOTICE_RELEASE);
     EXPECT_STREQ(read({"fqdn first-name", "fqdn second"}).host, "second");
-    EXPECT_EQ(read({"lease_time 5", "lease_time 6"}).lease_time, 6);
+    EXPECT_EQ(read({"lease_time 5", "lease_time 6"}).lease_end, 6);
 }
 
 TEST(Dhcpv6Notice, UnknownKeys_AreIgnored) {
@@ -76,13 +76,13 @@ TEST(Dhcpv6Notice, AddressThatIsNone_LeavesTheFieldUnchanged) {
 }
 
 TEST(Dhcpv6Notice, LeaseTime_IsReadAsADecimalNumber) {
-    EXPECT_EQ(read({"lease_time 010"}).lease_time, 10);
-    EXPECT_EQ(read({"lease_time 60s"}).lease_time, 60);
-    EXPECT_EQ(read({"lease_time soon"}).lease_time, 0);
-    EXPECT_EQ(read({"lease_time -1"}).lease_time, -1);
-    EXPECT_EQ(read({"lease_time 4000000000"}).lease_time, INT32_MAX);
-    EXPECT_EQ(read({"lease_time 99999999999999999999"}).lease_time, INT32_MAX);
-    EXPECT_EQ(read({"lease_time -4000000000"}).lease_time, INT32_MIN);
+    EXPECT_EQ(read({"lease_time 010"}).lease_end, 10);
+    EXPECT_EQ(read({"lease_time 60s"}).lease_end, 60);
+    EXPECT_EQ(read({"lease_time soon"}).lease_end, 0);
+    EXPECT_EQ(read({"lease_time -1"}).lease_end, -1);
+    EXPECT_EQ(read({"lease_time 4000000000"}).lease_end, INT32_MAX);
+    EXPECT_EQ(read({"lease_time 99999999999999999999"}).lease_end, INT32_MAX);
+    EXPECT_EQ(read({"lease_time -4000000000"}).lease_end, INT32_MIN);
 }
 
 TEST(Dhcpv6Notice, Texts_AreCutToTheirFields) {

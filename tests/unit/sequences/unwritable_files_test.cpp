@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/paths.h"
+#include "files/user_settings.h"
 #include "support/management.h"
 
 namespace unwritable_files_test {

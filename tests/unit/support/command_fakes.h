@@ -13,26 +13,21 @@
 #include "events/dhcp_server.h"
 #include "events/dhcpv4_lease.h"
 #include "events/dhcpv6.h"
+#include "events/maintenance.h"
 #include "events/route_mode.h"
 #include "events/static_lease.h"
 #include "events/tr69_events.h"
 #include "events/trust.h"
 #include "events/wifi.h"
-#include "files/client_file.h"
-#include "files/rule_files.h"
-#include "gateway/lease_files.h"
 #include "store/clients.h"
-#include "store/dump.h"
 #include "store/publish.h"
-#include "store/rule_index.h"
 #include "support/trace.h"
 
 namespace fake {
 
-inline int result = 0;                  // of every handler that has a number as result
-inline hbs_client client{};             // the one client there is ...
-inline bool client_exists = true;       // ... if there is one
-inline const uint8_t *buffer = nullptr; // the datagram that TR-069 events 1 and 2 must be given
+inline int result = 0;            // of every handler that has a number as result
+inline hbs_client client{};       // the one client there is ...
+inline bool client_exists = true; // ... if there is one
 
 inline trace::list questions; // to the kernel; not part of the trace
 
@@ -41,7 +36,6 @@ inline void reset() {
     questions.clear();
     client = {};
     client_exists = true;
-    buffer = nullptr;
     (void)trace::take();
 }
 
@@ -104,9 +98,10 @@ hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *l) {
                                          l->product_class, l->lease_file, l->nwidx, l->adapter_type));
 }
 
-hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4], int32_t a, int32_t b) {
-    return fake::client_of(
-        trace::format("dhcpv4 release %s %s %d %d", fake::mac(mac).c_str(), fake::ipv4(ipv4).c_str(), a, b));
+hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4], int32_t dynamic,
+                                      int32_t seconds) {
+    return fake::client_of(trace::format("dhcpv4 release %s %s %d %d", fake::mac(mac).c_str(),
+                                         fake::ipv4(ipv4).c_str(), dynamic, seconds));
 }
 
 hbs_client *hbs_handle_dhcpv4_info(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx,
@@ -129,9 +124,9 @@ hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t *ll, const uint8_t *
     return fake::NEIGHBOUR;
 }
 
-hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l) {
+hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *l, const hbs_dhcpv6_neighbour *neighbour) {
     fake::neighbour_came =
-        l->neighbour.known && memcmp(l->neighbour.mac, fake::NEIGHBOUR.mac, sizeof l->neighbour.mac) == 0;
+        neighbour->known && memcmp(neighbour->mac, fake::NEIGHBOUR.mac, sizeof neighbour->mac) == 0;
     hbs_client *client = fake::client_of(trace::format("dhcpv6 lease %s %s %lld '%s' '%s' '%s' '%s' '%s'",
                                                        fake::ipv6(l->ll).c_str(), fake::ipv6(l->ipv6).c_str(),
                                                        static_cast<long long>(l->lease_end), l->host, l->oui,
@@ -197,45 +192,35 @@ int hbs_set_route_mode(uint8_t mode) {
     return fake::called(std::string("route mode ") + mode);
 }
 
-int hbs_nv_reset() {
-    return fake::called("reset");
+bool hbs_api_clr_rule(const hbs_filter_request *request) {
+    trace::add("clr rule " + fake::filter(request));
+    return fake::client_exists;
 }
-void hbs_db_dump() {
-    trace::add("dump");
+bool hbs_api_set_rule(const hbs_filter_request *request) {
+    trace::add(trace::format("set rule %s at %u", fake::filter(request).c_str(), request->rule_word));
+    return fake::client_exists;
 }
 
-int hbs_lease_subnet4_changed(uint32_t rndidx, uint32_t old_address, uint32_t new_address,
-                              uint32_t prefix_length) {
+int hbs_handle_reset_defaults() {
+    return fake::called("reset");
+}
+void hbs_handle_dump() {
+    trace::add("dump");
+}
+int hbs_handle_subnet_change(uint32_t rndidx, uint32_t old_address, uint32_t new_address,
+                             uint32_t prefix_length) {
     return fake::called(
         trace::format("subnet %u %08x %08x %u", rndidx, old_address, new_address, prefix_length));
 }
 
-int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule,
-                              bool *rules_left) {
-    *rules_left = false;
-    return fake::called(trace::format("clear rules %s %s %x %u %u", path, fake::mac(mac).c_str(),
-                                      rule->value[0], rule->value[1], rule->value[2]));
-}
-int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule) {
-    const uint32_t *v = rule->value;
-    return fake::called(trace::format("update rules %s %s %x %u %u %u %u %u", path, fake::mac(mac).c_str(),
-                                      v[0], v[1], v[2], v[3], v[4], v[5]));
-}
-void hbs_file_remove_rule_idx(uint8_t type, const uint8_t mac[6], uint32_t p1, uint32_t p2, uint32_t p3) {
-    trace::add(trace::format("remove rule index %d %s %x %u %u", type, fake::mac(mac).c_str(), p1, p2, p3));
-}
-void hbs_file_update_rule_tr69_tod(uint8_t type, const uint8_t mac[6], const uint32_t p[7],
-                                   uint32_t instance) {
-    trace::add(trace::format("update rule index %d %s %x %u %u %u %u %u %u at %u", type,
-                             fake::mac(mac).c_str(), p[0], p[1], p[2], p[3], p[4], p[5], p[6], instance));
-}
-
-int hbs_send_tr69_event(int code, const void *record) {
-    std::string what = "none";
-    if (record != nullptr && record == fake::buffer)
-        what = "buffer";
-    else if (record != nullptr)
-        what = "client " + fake::mac(static_cast<const hbs_client *>(record)->mac);
+int hbs_send_tr69_event(int code, const hbs_client *record) {
+    const std::string what = record == nullptr ? "none" : "client " + fake::mac(record->mac);
     trace::add(std::string("tr69 ") + code + " " + what);
     return record == nullptr ? -1 : 0;
+}
+void hbs_send_tr69_static_lease_set(const hbs_msg_set_static_lease *datagram) {
+    trace::add(std::string("tr69 1 datagram ") + datagram->code);
+}
+void hbs_send_tr69_static_lease_cleared(const hbs_msg_set_static_lease *datagram) {
+    trace::add(std::string("tr69 2 datagram ") + datagram->code);
 }

@@ -61,7 +61,6 @@ struct Outcome {
 
 inline Outcome dispatch(const Datagram &datagram, int32_t carried = CARRIED) {
     auto data = datagram.data;
-    fake::buffer = data.data();
     hbs_command command{};
     command.buffer = data.data();
     command.sender = TAG;

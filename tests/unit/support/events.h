@@ -27,6 +27,12 @@
 #include "support/gateway.h"
 #include "support/store_invariants.h"
 
+// The longest text that a field holds.
+template <size_t Size> void fill(char (&field)[Size]) {
+    std::fill_n(field, Size - 1, 'x');
+    field[Size - 1] = '\0';
+}
+
 using Mac = std::array<uint8_t, 6>;
 using Ipv4 = std::array<uint8_t, 4>;
 using Ipv6 = std::array<uint8_t, 16>;

@@ -5,7 +5,7 @@
 
 #include <wlan.h>
 
-#include "daemon/lease_notices.h"
+#include "events/lease_notices.h"
 #include "support/command_fakes.h"
 #include "support/gateway.h"
 
@@ -39,13 +39,13 @@ class LeaseNotices : public GatewayTest {
 
     trace::list dhcpv4(const std::string &text) {
         write_file(path, text);
-        hbs_watch_dhcpv4_notices(path.c_str());
+        (void)hbs_dhcpv4_notices_read(path.c_str(), hbs_handle_dhcpv4_notice);
         return trace::take();
     }
 
     trace::list dhcpv6(const std::string &text) {
         write_file(path, text);
-        hbs_watch_dhcpv6_notices(path.c_str());
+        (void)hbs_dhcpv6_notices_read(path.c_str(), hbs_handle_dhcpv6_notice);
         return trace::take();
     }
 
@@ -140,8 +140,8 @@ TEST_F(LeaseNotices, EmptyFile_IsNothingToDo) {
 }
 
 TEST_F(LeaseNotices, NoPath_IsNothingToDo) {
-    hbs_watch_dhcpv4_notices(nullptr);
-    hbs_watch_dhcpv6_notices(nullptr);
+    EXPECT_TRUE(hbs_dhcpv4_notices_read(nullptr, hbs_handle_dhcpv4_notice));
+    EXPECT_TRUE(hbs_dhcpv6_notices_read(nullptr, hbs_handle_dhcpv6_notice));
     EXPECT_TRUE(trace::take().empty());
 }
 
