@@ -4,8 +4,12 @@
 
 #include <sysuptime.h>
 
+namespace {
+
 // 32 bits: wider atomics would need a run-time library on 32-bit targets.
-static std::atomic<int32_t> advance{0};
+std::atomic<int32_t> advance{0};
+
+} // namespace
 
 time_t hbs_time() {
     return time(nullptr) + static_cast<time_t>(advance.load());

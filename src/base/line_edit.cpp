@@ -17,6 +17,7 @@
 #include "base/scope.h"
 
 namespace {
+
 constexpr const char *LEFTOVER_SUFFIX = ".hbs-new";
 constexpr mode_t PRIVATE_MODE = 0600;
 
@@ -44,9 +45,8 @@ struct fixed_edit {
     const char *replacement;
     size_t matches;
 };
-} // namespace
 
-static bool reserve(text_buffer *buffer, size_t more) {
+bool reserve(text_buffer *buffer, size_t more) {
     if (buffer->capacity - buffer->length >= more)
         return true;
     const size_t capacity = std::max(buffer->capacity * 2, buffer->length + more);
@@ -59,14 +59,14 @@ static bool reserve(text_buffer *buffer, size_t more) {
     return true;
 }
 
-static void add(text_buffer *buffer, const char *text, size_t length) {
+void add(text_buffer *buffer, const char *text, size_t length) {
     if (!reserve(buffer, length) || length == 0)
         return;
     memcpy(buffer->data + buffer->length, text, length);
     buffer->length += length;
 }
 
-static bool read_whole(FILE *stream, text_buffer *content) {
+bool read_whole(FILE *stream, text_buffer *content) {
     while (reserve(content, 4096)) {
         const size_t count = fread(content->data + content->length, 1, 4096, stream);
         content->length += count;
@@ -77,7 +77,7 @@ static bool read_whole(FILE *stream, text_buffer *content) {
     return false;
 }
 
-static bool leftover_name(const char *path, file_name *name) {
+bool leftover_name(const char *path, file_name *name) {
     const int length = snprintf(name->text, sizeof name->text, "%s%s", path, LEFTOVER_SUFFIX);
     const bool fits = length > 0 && static_cast<size_t>(length) < sizeof name->text;
     if (!fits)
@@ -85,7 +85,7 @@ static bool leftover_name(const char *path, file_name *name) {
     return fits;
 }
 
-static bool write_whole(int descriptor, const char *content, size_t length) {
+bool write_whole(int descriptor, const char *content, size_t length) {
     while (length > 0) {
         const ssize_t count = write(descriptor, content, length);
         if (count < 0 && errno == EINTR)
@@ -99,7 +99,7 @@ static bool write_whole(int descriptor, const char *content, size_t length) {
 }
 
 // Writes and syncs a new file with the mode and owner of the one that it is to replace.
-static bool write_file(const char *path, const struct stat *old, const char *content, size_t length) {
+bool write_file(const char *path, const struct stat *old, const char *content, size_t length) {
     const mode_t mode = old != nullptr ? old->st_mode & 07777 : PRIVATE_MODE;
     const int descriptor = hbs_plain_open(path, O_WRONLY | O_CREAT | O_EXCL, mode);
     if (descriptor == -1)
@@ -117,7 +117,7 @@ static bool write_file(const char *path, const struct stat *old, const char *con
 }
 
 // Without this the rename itself could be lost in a power cut; the old file would then still be there.
-static void sync_directory(const char *path) {
+void sync_directory(const char *path) {
     file_name directory;
     (void)snprintf(directory.text, sizeof directory.text, "%s", path);
     char *slash = strrchr(directory.text, '/');
@@ -132,7 +132,7 @@ static void sync_directory(const char *path) {
         (void)close(descriptor);
 }
 
-static int replace_file(const char *path, const struct stat *old, const char *content, size_t length) {
+int replace_file(const char *path, const struct stat *old, const char *content, size_t length) {
     file_name beside;
     bool done = leftover_name(path, &beside);
     if (done) {
@@ -149,8 +149,7 @@ static int replace_file(const char *path, const struct stat *old, const char *co
 }
 
 // Sends every line of `content` through the editor into `edited`. Returns whether anything changed.
-static bool edit_content(const text_buffer *content, hbs_line_editor edit, void *context,
-                         text_buffer *edited) {
+bool edit_content(const text_buffer *content, hbs_line_editor edit, void *context, text_buffer *edited) {
     bool changed = false;
     const char *end = content->data + content->length;
     for (const char *line = content->data; line != end;) {
@@ -177,7 +176,7 @@ static bool edit_content(const text_buffer *content, hbs_line_editor edit, void 
 }
 
 // Opens and locks the file, clears what an interrupted edit left beside it, and reads it.
-static FILE *open_for_edit(const char *path, struct stat *status, text_buffer *content) {
+FILE *open_for_edit(const char *path, struct stat *status, text_buffer *content) {
     FILE *stream = hbs_locked_open(path, "r", hbs_lock::exclusive);
     if (stream == nullptr)
         return nullptr;
@@ -189,6 +188,8 @@ static FILE *open_for_edit(const char *path, struct stat *status, text_buffer *c
     errno = reason;
     return nullptr;
 }
+
+} // namespace
 
 int hbs_lines_edit(const char *path, hbs_line_editor edit, void *context) {
     struct stat status;
@@ -231,8 +232,9 @@ int hbs_lines_append(const char *path, const char *line) {
     return replace_file(path, stream != nullptr ? &status : nullptr, content.data, content.length);
 }
 
-static hbs_line_action replace_equal(const char *line, size_t length, const char **replacement,
-                                     void *context) {
+namespace {
+
+hbs_line_action replace_equal(const char *line, size_t length, const char **replacement, void *context) {
     const auto *wanted = static_cast<const fixed_edit *>(context);
     *replacement = wanted->replacement;
     // A damaged line ends at a NUL in it, as it does for the look-up that found it.
@@ -241,19 +243,21 @@ static hbs_line_action replace_equal(const char *line, size_t length, const char
     return equal ? hbs_line_action::replace : hbs_line_action::keep;
 }
 
-static hbs_line_action drop_prefix(const char *line, size_t length, const char **, void *context) {
+hbs_line_action drop_prefix(const char *line, size_t length, const char **, void *context) {
     const auto *wanted = static_cast<const fixed_edit *>(context);
     const bool begins = length >= wanted->length && memcmp(line, wanted->text, wanted->length) == 0;
     return begins ? hbs_line_action::drop : hbs_line_action::keep;
 }
 
-static hbs_line_action drop_containing(const char *line, size_t length, const char **, void *context) {
+hbs_line_action drop_containing(const char *line, size_t length, const char **, void *context) {
     auto *wanted = static_cast<fixed_edit *>(context);
     if (memmem(line, length, wanted->text, wanted->length) == nullptr)
         return hbs_line_action::keep;
     ++wanted->matches;
     return hbs_line_action::drop;
 }
+
+} // namespace
 
 int hbs_lines_replace(const char *path, const char *old_line, const char *new_line) {
     fixed_edit wanted = {old_line, strlen(old_line), new_line, 0};
@@ -287,14 +291,16 @@ int hbs_file_replace(const char *path, const char *content, size_t length) {
     return replace_file(path, known ? &status : nullptr, content, length);
 }
 
+namespace {
+
 // Whether a file of that size ends in the middle of a line. False when it cannot be read.
-static bool is_torn(int descriptor, off_t size) {
+bool is_torn(int descriptor, off_t size) {
     char last = '\n';
     return size > 0 && pread(descriptor, &last, 1, size - 1) == 1 && last != '\n';
 }
 
 // Adds a line and syncs; what did not get there whole is taken back.
-static bool add_line(int descriptor, const char *line) {
+bool add_line(int descriptor, const char *line) {
     const off_t before = lseek(descriptor, 0, SEEK_END);
     text_buffer text;
     if (before > 0 && is_torn(descriptor, before))
@@ -312,6 +318,8 @@ static bool add_line(int descriptor, const char *line) {
     errno = reason;
     return false;
 }
+
+} // namespace
 
 int hbs_line_append_in_place(const char *path, const char *line, mode_t mode) {
     const bool is_new = access(path, F_OK) != 0;

@@ -14,6 +14,7 @@
 #include "base/plain_file.h"
 
 namespace {
+
 constexpr int64_t ALWAYS_GRANTED = 10; // milliseconds: an honest holder is done by then
 constexpr int64_t RECOVERY = 10;       // this many milliseconds give one of patience back
 constexpr long RETRY_NANOSECONDS = 2'000'000;
@@ -22,9 +23,8 @@ constexpr long RETRY_NANOSECONDS = 2'000'000;
 // milliseconds).
 thread_local int64_t waited;
 thread_local int64_t waited_at;
-} // namespace
 
-static int64_t patience_left(int64_t now) {
+int64_t patience_left(int64_t now) {
     const int64_t given_back = (now - waited_at) / RECOVERY;
     waited_at += given_back * RECOVERY;
     waited -= std::min(waited, given_back);
@@ -33,7 +33,7 @@ static int64_t patience_left(int64_t now) {
 
 // There is no flock with a deadline, and a signal to end one would need a thread to send it: it is tried
 // again.
-static int lock_before(int descriptor, hbs_lock lock, int64_t start, int64_t patience) {
+int lock_before(int descriptor, hbs_lock lock, int64_t start, int64_t patience) {
     const int operation = (lock == hbs_lock::shared ? LOCK_SH : LOCK_EX) | LOCK_NB;
     while (flock(descriptor, operation) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR)
@@ -49,15 +49,14 @@ static int lock_before(int descriptor, hbs_lock lock, int64_t start, int64_t pat
 }
 
 // Whether the open file is still the one that bears the name.
-static bool bears_name(int descriptor, const char *path) {
+bool bears_name(int descriptor, const char *path) {
     struct stat opened, named;
     return fstat(descriptor, &opened) == 0 && lstat(path, &named) == 0 && opened.st_dev == named.st_dev &&
            opened.st_ino == named.st_ino;
 }
 
 // Ends: each further round needs another process to have replaced the file while we waited.
-static int open_locked(const char *path, int flags, mode_t mode, hbs_lock lock, int64_t start,
-                       int64_t patience) {
+int open_locked(const char *path, int flags, mode_t mode, hbs_lock lock, int64_t start, int64_t patience) {
     for (;;) {
         const int descriptor = hbs_plain_open(path, flags, mode);
         if (descriptor == -1)
@@ -71,6 +70,8 @@ static int open_locked(const char *path, int flags, mode_t mode, hbs_lock lock, 
         (void)close(descriptor);
     }
 }
+
+} // namespace
 
 int hbs_locked_descriptor(const char *path, int flags, mode_t mode, hbs_lock lock) {
     const int64_t start = hbs_monotonic_milliseconds();

@@ -12,8 +12,10 @@ void hbs_close_keeping_errno(int descriptor) {
     errno = reason;
 }
 
+namespace {
+
 // Closes what is no plain file.
-static int only_plain(int descriptor) {
+int only_plain(int descriptor) {
     struct stat status {};
     if (descriptor == -1 || (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)))
         return descriptor;
@@ -25,12 +27,14 @@ static int only_plain(int descriptor) {
 // What is there is opened without O_CREAT: the kernel may refuse O_CREAT on another user's file in a sticky
 // directory (fs.protected_regular), and with O_EXCL a link that somebody puts there meanwhile is not
 // followed.
-static int open_or_make(const char *path, int flags, mode_t mode) {
+int open_or_make(const char *path, int flags, mode_t mode) {
     const int there = open(path, flags & ~(O_CREAT | O_EXCL));
     if (there != -1 || errno != ENOENT || (flags & O_CREAT) == 0)
         return there;
     return open(path, flags | O_EXCL, mode);
 }
+
+} // namespace
 
 int hbs_plain_open(const char *path, int flags, mode_t mode) {
     constexpr int ATTEMPTS =

@@ -17,8 +17,10 @@
 
 extern char **environ;
 
+namespace {
+
 // output -1: nowhere.
-static bool redirect(posix_spawn_file_actions_t *actions, int output) {
+bool redirect(posix_spawn_file_actions_t *actions, int output) {
     if (posix_spawn_file_actions_addopen(actions, 0, HBS_NOWHERE, O_RDONLY, 0) != 0 ||
         posix_spawn_file_actions_addopen(actions, 2, HBS_NOWHERE, O_WRONLY, 0) != 0)
         return false;
@@ -28,7 +30,7 @@ static bool redirect(posix_spawn_file_actions_t *actions, int output) {
 }
 
 // The program starts with no signal blocked and SIGPIPE as a program expects it, whatever this thread has.
-static bool clean_signals(posix_spawnattr_t *attributes) {
+bool clean_signals(posix_spawnattr_t *attributes) {
     sigset_t none, restored;
     (void)sigemptyset(&none);
     (void)sigemptyset(&restored);
@@ -39,7 +41,7 @@ static bool clean_signals(posix_spawnattr_t *attributes) {
 }
 
 // Starts the program; returns its pid, or -1.
-static pid_t start(const char *const argv[], int output) {
+pid_t start(const char *const argv[], int output) {
     posix_spawn_file_actions_t actions;
     if (posix_spawn_file_actions_init(&actions) != 0)
         return -1;
@@ -56,13 +58,13 @@ static pid_t start(const char *const argv[], int output) {
 }
 
 // What a child ends with that could not become the program, where posix_spawn itself cannot report that.
-static constexpr int COULD_NOT_RUN = 127;
+constexpr int COULD_NOT_RUN = 127;
 
-static int64_t milliseconds_until(int64_t deadline) {
+int64_t milliseconds_until(int64_t deadline) {
     return std::max<int64_t>(deadline - hbs_monotonic_milliseconds(), 0);
 }
 
-static pid_t look_at(pid_t pid, int *status, int options) {
+pid_t look_at(pid_t pid, int *status, int options) {
     pid_t ended;
     do
         ended = waitpid(pid, status, options);
@@ -72,7 +74,7 @@ static pid_t look_at(pid_t pid, int *status, int options) {
 
 // Exit status of a child that ends before the deadline; -1 when it had to be killed then, was killed, never
 // was the program or cannot be waited for.
-static int wait_for(pid_t pid, int64_t deadline) {
+int wait_for(pid_t pid, int64_t deadline) {
     constexpr timespec step = {0, 5'000'000}; // there is no wait for a child that takes a deadline
     int status = 0;
     pid_t ended = look_at(pid, &status, WNOHANG);
@@ -86,13 +88,17 @@ static int wait_for(pid_t pid, int64_t deadline) {
     return exited ? WEXITSTATUS(status) : -1;
 }
 
+} // namespace
+
 int hbs_program_run(const char *const argv[], int output) {
     const int64_t deadline = hbs_monotonic_milliseconds() + HBS_PROGRAM_MILLISECONDS;
     const pid_t pid = start(argv, output);
     return pid == -1 ? -1 : wait_for(pid, deadline);
 }
 
-static bool is_readable(int descriptor, int64_t deadline) {
+namespace {
+
+bool is_readable(int descriptor, int64_t deadline) {
     pollfd pipe = {descriptor, POLLIN, 0};
     int ready = -1;
     errno = EINTR;
@@ -101,7 +107,7 @@ static bool is_readable(int descriptor, int64_t deadline) {
     return ready == 1;
 }
 
-static ssize_t read_some(int descriptor, char *buffer, size_t size) {
+ssize_t read_some(int descriptor, char *buffer, size_t size) {
     ssize_t count;
     do
         count = read(descriptor, buffer, size);
@@ -110,7 +116,7 @@ static ssize_t read_some(int descriptor, char *buffer, size_t size) {
 }
 
 // Reads to the end of the pipe or to the deadline, so that the program never waits for a reader.
-static void collect(int descriptor, char *output, size_t room, int64_t deadline) {
+void collect(int descriptor, char *output, size_t room, int64_t deadline) {
     char part[512];
     size_t used = 0;
     while (is_readable(descriptor, deadline)) {
@@ -123,6 +129,8 @@ static void collect(int descriptor, char *output, size_t room, int64_t deadline)
     }
     output[used] = 0;
 }
+
+} // namespace
 
 int hbs_program_read(const char *const argv[], char *output, int size) {
     output[0] = 0;

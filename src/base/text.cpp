@@ -37,10 +37,14 @@ uint64_t hbs_mac_to_number(const uint8_t mac[6]) {
     return number;
 }
 
-static bool all_zero(const uint8_t *bytes, size_t count) {
+namespace {
+
+bool all_zero(const uint8_t *bytes, size_t count) {
     return std::all_of(
         bytes, bytes + count, [](uint8_t byte) { return byte == 0; });
 }
+
+} // namespace
 
 bool hbs_mac_is_zero(const uint8_t mac[6]) {
     return all_zero(mac, 6);

@@ -3,15 +3,17 @@
 #include <cstdio>
 #include <cstring>
 
-static constexpr const char *USAGE = "Usage: gw_hostbase [--help | --version]\n";
+namespace {
 
-static constexpr int STATUS_USAGE = 2;
+constexpr const char *USAGE = "Usage: gw_hostbase [--help | --version]\n";
 
-static int print(const char *text) {
+constexpr int STATUS_USAGE = 2;
+
+int print(const char *text) {
     return fputs(text, stdout) >= 0 && fflush(stdout) == 0 ? 0 : 1;
 }
 
-static int print_help() {
+int print_help() {
     if (print(USAGE) != 0)
         return 1;
     return print(
@@ -22,6 +24,8 @@ static int print_help() {
         "  --help     print this text and end\n"
         "  --version  print the version and end\n");
 }
+
+} // namespace
 
 int hbs_answer_arguments(int count, char *const words[]) {
     if (count <= 1)

@@ -15,8 +15,12 @@
 #include "daemon/reply.h"
 #include "daemon/sender_tag.h"
 
+namespace {
+
 // Never cleared: what a short datagram leaves unsaid is as its predecessor left it.
-static uint8_t buffer[HBS_MSG_MAX];
+uint8_t buffer[HBS_MSG_MAX];
+
+} // namespace
 
 int hbs_command_socket_open() {
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -13,9 +13,11 @@ using namespace hbs_steps;
 
 #define ROW(code) code, #code
 
+namespace {
+
 // Columns: code and name, needs ready, reply, before, announce, handle, after.
 // clang-format off
-static constexpr auto rows = std::to_array<hbs_command_row>({
+constexpr auto rows = std::to_array<hbs_command_row>({
     {ROW(HBS_CMD_SET_ROUTE_MODE), false, to, log_set_route_mode, nullptr, set_route_mode, nullptr},
     {ROW(HBS_CMD_SET_STATIC_LEASE), true, plain, nullptr, announce_set_static_lease, set_static_lease, send_static_lease_set},
     {ROW(HBS_CMD_CLR_STATIC_LEASE), true, to, send_static_lease_cleared, announce_clr_static_lease, clr_static_lease, nullptr},
@@ -42,11 +44,16 @@ static constexpr auto rows = std::to_array<hbs_command_row>({
     {ROW(HBS_CMD_SET_COMMENT_HOST), true, to, nullptr, nullptr, set_comment_host, nullptr},
     {ROW(HBS_EVENT_XWIFI_CHANGED), true, none, nullptr, announce_xwifi_changed, xwifi_changed, nullptr},
 });
+
+} // namespace
+
 // clang-format on
 
 #undef ROW
 
-static constexpr bool ascends(const hbs_command_row &a, const hbs_command_row &b) {
+namespace {
+
+constexpr bool ascends(const hbs_command_row &a, const hbs_command_row &b) {
     return a.code < b.code;
 }
 
@@ -55,6 +62,8 @@ static_assert(std::adjacent_find(rows.begin(), rows.end(),
                                  [](const hbs_command_row &a, const hbs_command_row &b) {
                                      return !ascends(a, b);
                                  }) == rows.end());
+
+} // namespace
 
 std::span<const hbs_command_row> hbs_command_rows() {
     return rows;

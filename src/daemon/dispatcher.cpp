@@ -3,13 +3,15 @@
 #include "base/log.h"
 #include "base/state.h"
 
-static void run(hbs_command_step step, hbs_command *command) {
+namespace {
+
+void run(hbs_command_step step, hbs_command *command) {
     if (step != nullptr)
         step(command);
 }
 
 // Codes 2 and 4 say "response %d", every other answered command "response to %d".
-static void log_reply(hbs_reply reply, const hbs_command *command) {
+void log_reply(hbs_reply reply, const hbs_command *command) {
     switch (reply) {
     case hbs_reply::none:
     case hbs_reply::unlogged:
@@ -26,6 +28,8 @@ static void log_reply(hbs_reply reply, const hbs_command *command) {
         return;
     }
 }
+
+} // namespace
 
 bool hbs_dispatch(hbs_command *command) {
     const hbs_command_row *row = hbs_command_find(command->buffer[0]);

@@ -17,15 +17,19 @@
 #include "events/wifi.h"
 #include "store/publish.h"
 
-static void keep_client(hbs_command *command, const hbs_client *client) {
+namespace {
+
+void keep_client(hbs_command *command, const hbs_client *client) {
     command->has_client = client != nullptr;
     if (client != nullptr)
         command->client = *client;
 }
 
-static const hbs_client *kept_client(const hbs_command *command) {
+const hbs_client *kept_client(const hbs_command *command) {
     return command->has_client ? &command->client : nullptr;
 }
+
+} // namespace
 
 // --- networks ----------------------------------------
 

@@ -18,30 +18,34 @@
 #include "base/scratch_file.h"
 #include "events/lease_notices.h"
 
+namespace {
+
 // Mode of a notification file that is made here, cut by the umask: a DHCP server may run as another user.
-static constexpr mode_t NOTICES_MODE = 0666;
+constexpr mode_t NOTICES_MODE = 0666;
 
 // Beside the table's events: the name may have come to mean another file, or none. A symbolic link is not
 // followed.
-static constexpr uint32_t NAME_EVENTS = IN_ATTRIB | IN_MOVE_SELF;
+constexpr uint32_t NAME_EVENTS = IN_ATTRIB | IN_MOVE_SELF;
 
-static bool read_dhcpv4_notices(const char *path) {
+bool read_dhcpv4_notices(const char *path) {
     return hbs_dhcpv4_notices_read(path, hbs_handle_dhcpv4_notice);
 }
 
-static bool read_dhcpv6_notices(const char *path) {
+bool read_dhcpv6_notices(const char *path) {
     return hbs_dhcpv6_notices_read(path, hbs_handle_dhcpv6_notice);
 }
 
-static hbs_watch_entry watch_table[] = {
+hbs_watch_entry watch_table[] = {
     {HBS_DHCPV4_NOTICES, -1, IN_CLOSE_WRITE, read_dhcpv4_notices},
     {HBS_DHCPV6_NOTICES, -1, IN_CLOSE_WRITE, read_dhcpv6_notices},
     {nullptr, -1, 0, nullptr},
 };
 
-static bool in_use(const hbs_watch_entry *entry) {
+bool in_use(const hbs_watch_entry *entry) {
     return entry->path != nullptr && entry->handler != nullptr;
 }
+
+} // namespace
 
 void hbs_file_watch_identify() {
     FILE *file = hbs_scratch_make(HBS_FILE_WATCH_PID);
@@ -53,7 +57,9 @@ void hbs_file_watch_identify() {
     (void)fclose(file);
 }
 
-static void empty_file(const char *path) {
+namespace {
+
+void empty_file(const char *path) {
     const int file = hbs_locked_descriptor(path, O_WRONLY | O_CREAT, NOTICES_MODE, hbs_lock::exclusive);
     if (file == -1 || ftruncate(file, 0) != 0)
         HBS_LOG(HBS_ERROR, "HOSTBASE: error creating/truncating file(%s) for inotify: %s", path,
@@ -64,18 +70,18 @@ static void empty_file(const char *path) {
         (void)close(file);
 }
 
-static void retry_later(hbs_watch_entry *entry) {
+void retry_later(hbs_watch_entry *entry) {
     entry->retry = true;
     entry->retry_at = hbs_monotonic_milliseconds() + HBS_WATCH_RETRY;
 }
 
-static void handle(hbs_watch_entry *entry) {
+void handle(hbs_watch_entry *entry) {
     if (!entry->handler(entry->path))
         retry_later(entry);
 }
 
 // Watches what bears the entry's name. Returns whether it is watched now.
-static bool add_watch(int descriptor, hbs_watch_entry *entry) {
+bool add_watch(int descriptor, hbs_watch_entry *entry) {
     entry->wd = inotify_add_watch(descriptor, entry->path, entry->mask | NAME_EVENTS | IN_DONT_FOLLOW);
     if (entry->wd == -1)
         retry_later(entry);
@@ -83,7 +89,7 @@ static bool add_watch(int descriptor, hbs_watch_entry *entry) {
 }
 
 // Watches an entry's file and deals with what it holds already. Returns whether it is watched now.
-static bool watch_file(int descriptor, hbs_watch_entry *entry) {
+bool watch_file(int descriptor, hbs_watch_entry *entry) {
     if (!add_watch(descriptor, entry)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: error adding inotify watch on %s with mask %x: %s", entry->path,
                 entry->mask, strerror(errno));
@@ -92,6 +98,8 @@ static bool watch_file(int descriptor, hbs_watch_entry *entry) {
     handle(entry);
     return true;
 }
+
+} // namespace
 
 int hbs_file_watch_open(hbs_watch_entry *table) {
     const int descriptor = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
@@ -112,22 +120,24 @@ int hbs_file_watch_open(hbs_watch_entry *table) {
     return descriptor;
 }
 
+namespace {
+
 // Not emptied: it may be new, and hold something.
-static void make_missing(const hbs_watch_entry *entry) {
+void make_missing(const hbs_watch_entry *entry) {
     const int file = hbs_plain_open(entry->path, O_WRONLY | O_CREAT, NOTICES_MODE);
     if (file != -1)
         (void)close(file);
 }
 
 // The kernel drops a watch together with the file that it was on.
-static void watch_again(int descriptor, hbs_watch_entry *entry) {
+void watch_again(int descriptor, hbs_watch_entry *entry) {
     HBS_LOG(HBS_INFO, "HOSTBASE: watched file %s was removed or replaced - watch it again", entry->path);
     make_missing(entry);
     (void)watch_file(descriptor, entry);
 }
 
 // A file that is open somewhere lives on without its name, and would be watched for nothing.
-static void check_name(int descriptor, hbs_watch_entry *entry) {
+void check_name(int descriptor, hbs_watch_entry *entry) {
     const int32_t old = entry->wd;
     if (inotify_add_watch(descriptor, entry->path, entry->mask | NAME_EVENTS | IN_DONT_FOLLOW) == old)
         return;
@@ -135,7 +145,7 @@ static void check_name(int descriptor, hbs_watch_entry *entry) {
     watch_again(descriptor, entry);
 }
 
-static void handle_event(int descriptor, hbs_watch_entry *entry, uint32_t mask) {
+void handle_event(int descriptor, hbs_watch_entry *entry, uint32_t mask) {
     if ((mask & IN_IGNORED) != 0)
         watch_again(descriptor, entry);
     else if ((mask & NAME_EVENTS) != 0)
@@ -144,7 +154,7 @@ static void handle_event(int descriptor, hbs_watch_entry *entry, uint32_t mask) 
         handle(entry);
 }
 
-static void dispatch_event(int descriptor, hbs_watch_entry *table, const inotify_event *event) {
+void dispatch_event(int descriptor, hbs_watch_entry *table, const inotify_event *event) {
     const bool overflow = (event->mask & IN_Q_OVERFLOW) != 0;
     if (overflow)
         HBS_LOG(HBS_ERROR, "HOSTBASE: inotify queue overflow - look at every watched file");
@@ -159,12 +169,12 @@ static void dispatch_event(int descriptor, hbs_watch_entry *table, const inotify
 }
 
 // Milliseconds until an entry's retry is due; 0 when it is.
-static int until_retry(const hbs_watch_entry *entry) {
+int until_retry(const hbs_watch_entry *entry) {
     return static_cast<int>(std::max<int64_t>(entry->retry_at - hbs_monotonic_milliseconds(), 0));
 }
 
 // How long to wait for an event, as poll takes it: -1 while no retry is pending.
-static int patience(const hbs_watch_entry *table) {
+int patience(const hbs_watch_entry *table) {
     int wait = -1;
     for (const hbs_watch_entry *entry = table; in_use(entry); entry++)
         if (entry->retry && (wait == -1 || until_retry(entry) < wait))
@@ -174,7 +184,7 @@ static int patience(const hbs_watch_entry *table) {
 
 // A file that is not watched may be there again, with its directory; that it still is not is not logged
 // again.
-static void retry(int descriptor, hbs_watch_entry *entry) {
+void retry(int descriptor, hbs_watch_entry *entry) {
     entry->retry = false;
     if (entry->wd == -1) {
         make_missing(entry);
@@ -185,11 +195,13 @@ static void retry(int descriptor, hbs_watch_entry *entry) {
     handle(entry);
 }
 
-static void do_retries(int descriptor, hbs_watch_entry *table) {
+void do_retries(int descriptor, hbs_watch_entry *table) {
     for (hbs_watch_entry *entry = table; in_use(entry); entry++)
         if (entry->retry && until_retry(entry) == 0)
             retry(descriptor, entry);
 }
+
+} // namespace
 
 void hbs_file_watch_read(int descriptor, hbs_watch_entry *table) {
     pollfd ready = {descriptor, POLLIN, 0};

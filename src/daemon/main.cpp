@@ -40,9 +40,11 @@
 #include "store/shm.h"
 #include "store/timer_sweep.h"
 
+namespace {
+
 // The end of the process by SIGTERM or by a fatal exception. Nothing is saved at the end, and exit() must
 // not be used here: it takes locks that the interrupted thread may hold.
-static void exit_handler(int) {
+void exit_handler(int) {
     _exit(1);
 }
 
@@ -54,25 +56,25 @@ struct worker {
 };
 
 // Joined in this order.
-static worker workers[] = {
+worker workers[] = {
     {nl_listen_thread, "nl_listen", {}, false},
     {un_listen_thread, "un_listen", {}, false},
     {file_watch_thread, "file_watch", {}, false},
 };
 
-static void register_probes() {
+void register_probes() {
     hbs_probe_register(HBS_PROBE_NETBIOS, hbs_probe_netbios);
     hbs_probe_register(HBS_PROBE_SEED, hbs_probe_seed);
     hbs_probe_register(HBS_PROBE_NEIGHBOUR, hbs_probe_neighbour);
 }
 
-static void open_databases() {
+void open_databases() {
     hbs_db_ready = 1;
     hbs_rnd_status = RNDDB_Read(0, 1);
     hbs_lsd_status = LSDDB_Read(0, 1);
 }
 
-static void load_clients() {
+void load_clients() {
     hbs_settings_tidy();
     if (hbs_nv_load_clients() != 0) {
         hbs_handle_dynamic_leases_from_file();
@@ -81,7 +83,7 @@ static void load_clients() {
     hbs_nv_load_rules();
 }
 
-static void start_threads() {
+void start_threads() {
     pthread_attr_t attributes;
     (void)pthread_attr_init(&attributes);
     for (worker &w : workers) {
@@ -92,7 +94,7 @@ static void start_threads() {
 }
 
 // Nobody waits for their end.
-static void start_probe_threads() {
+void start_probe_threads() {
     pthread_attr_t attributes;
     (void)pthread_attr_init(&attributes);
     (void)pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
@@ -104,21 +106,21 @@ static void start_probe_threads() {
 }
 
 // Meanwhile sees to timers that were lost. This thread has nothing else to do, and nothing takes it away.
-static void join_thread(pthread_t thread) {
+void join_thread(pthread_t thread) {
     while (pthread_tryjoin_np(thread, nullptr) == EBUSY) {
         (void)poll(nullptr, 0, HBS_TIMER_SWEEP_SECONDS * 1000);
         hbs_timer_sweep();
     }
 }
 
-static void join_threads() {
+void join_threads() {
     for (const worker &w : workers)
         if (w.runs)
             join_thread(w.thread);
 }
 
 // Says on standard error why not.
-static bool may_start() {
+bool may_start() {
     pid_t running = 0;
     switch (hbs_claim_daemon(&running)) {
     case hbs_claim::taken:
@@ -133,6 +135,8 @@ static bool may_start() {
     }
     return true;
 }
+
+} // namespace
 
 int main(int count, char *argv[]) {
     // Both before anything that another daemon, a reader or the log could notice.

@@ -14,16 +14,18 @@ bool hbs_is_wan_ifindex(int ifindex) {
     return NETIF_IsOutward(ifindex) != 0;
 }
 
+namespace {
+
 // Length of an address of a family, 0 for a family that is neither IPv4 nor IPv6.
-static size_t address_length(int family) {
+size_t address_length(int family) {
     if (family == AF_INET)
         return 4;
     return family == AF_INET6 ? 16 : 0;
 }
 
 // With a link-layer address every state has its line in the log.
-static void handle_with_lladdr(const ndmsg *header, const uint8_t *lladdr, const uint8_t *address,
-                               const char *text) {
+void handle_with_lladdr(const ndmsg *header, const uint8_t *lladdr, const uint8_t *address,
+                        const char *text) {
     const int family = header->ndm_family;
     switch (header->ndm_state) {
     case NUD_REACHABLE:
@@ -45,6 +47,8 @@ static void handle_with_lladdr(const ndmsg *header, const uint8_t *lladdr, const
         return;
     }
 }
+
+} // namespace
 
 bool hbs_neighbour_is_sound(const hbs_neighbour *entry) {
     if (hbs_is_wan_ifindex(entry->header.ndm_ifindex))

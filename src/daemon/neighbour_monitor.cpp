@@ -16,18 +16,20 @@
 #include "daemon/neighbour_message.h"
 #include "daemon/neighbour_tables.h"
 
+namespace {
+
 // Room for some thousands of notifications; the default holds 256.
-static constexpr int receive_buffer_size = 4 << 20;
+constexpr int RECEIVE_BUFFER_SIZE = 4 << 20;
 
-static constexpr size_t buffer_limit = 8192;
+constexpr size_t BUFFER_LIMIT = 8192;
 
-static constexpr int RETRY_MS = 1000;
+constexpr int RETRY_MS = 1000;
 
-static size_t buffer_size() {
-    return std::min(static_cast<size_t>(sysconf(_SC_PAGESIZE)), buffer_limit);
+size_t buffer_size() {
+    return std::min(static_cast<size_t>(sysconf(_SC_PAGESIZE)), BUFFER_LIMIT);
 }
 
-static void handle_neigh(hbs_netlink_bytes message, void *) {
+void handle_neigh(hbs_netlink_bytes message, void *) {
     hbs_handle_neigh_message(message.data, message.size);
 }
 
@@ -40,7 +42,7 @@ struct monitor {
 };
 
 // Notifications that the kernel could not queue on a socket, so far. Returns whether it counts them.
-static bool read_drops(int socket, uint32_t *drops) {
+bool read_drops(int socket, uint32_t *drops) {
     uint32_t information[SK_MEMINFO_VARS] = {};
     socklen_t length = sizeof(information);
     if (getsockopt(socket, SOL_SOCKET, SO_MEMINFO, information, &length) != 0 ||
@@ -51,8 +53,8 @@ static bool read_drops(int socket, uint32_t *drops) {
 }
 
 // Where the kernel counts drops, they are not reported as errors besides.
-static void prepare(const monitor *m) {
-    const int size = receive_buffer_size;
+void prepare(const monitor *m) {
+    const int size = RECEIVE_BUFFER_SIZE;
     if (setsockopt(m->socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof(size)) != 0)
         (void)setsockopt(m->socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof(size)); // as far as allowed
     uint32_t drops = 0;
@@ -64,14 +66,14 @@ static void prepare(const monitor *m) {
     (void)setsockopt(m->socket, SOL_NETLINK, NETLINK_NO_ENOBUFS, &on, sizeof(on));
 }
 
-static bool queue_is_empty(int socket) {
+bool queue_is_empty(int socket) {
     pollfd queue = {socket, POLLIN, 0};
     return poll(&queue, 1, 0) == 0;
 }
 
 // Reads both tables once the socket had to drop notifications. What is queued is older than the tables, so
 // it is handled first.
-static void make_up_for_drops(monitor *m) {
+void make_up_for_drops(monitor *m) {
     const int64_t now = hbs_monotonic_milliseconds();
     uint32_t drops = m->known_drops;
     (void)read_drops(m->socket, &drops);
@@ -94,7 +96,7 @@ static void make_up_for_drops(monitor *m) {
 }
 
 // Returns whether the thread goes on. Tables that could not be read are tried again when nothing comes.
-static bool handle_next(monitor *m, uint8_t *buffer, size_t size) {
+bool handle_next(monitor *m, uint8_t *buffer, size_t size) {
     ssize_t result = hbs_netlink_receive(m->socket, buffer, size, m->lost ? RETRY_MS : -1);
     if (result < 0 && (errno == ENOBUFS || errno == ETIMEDOUT)) {
         m->lost = true;
@@ -107,11 +109,13 @@ static bool handle_next(monitor *m, uint8_t *buffer, size_t size) {
     return result > 0;
 }
 
-static void listen(monitor *m) {
-    alignas(nlmsghdr) uint8_t buffer[buffer_limit];
+void listen(monitor *m) {
+    alignas(nlmsghdr) uint8_t buffer[BUFFER_LIMIT];
     while (handle_next(m, buffer, buffer_size()))
         make_up_for_drops(m);
 }
+
+} // namespace
 
 void *nl_listen_thread(void *) {
     const int socket = hbs_netlink_open();

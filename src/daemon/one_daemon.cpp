@@ -8,15 +8,17 @@
 
 #include "base/paths.h"
 
+namespace {
+
 // How often something that another user put in the file's place is cleared away.
-static constexpr int PATIENCE_WITH_OTHERS = 8;
+constexpr int PATIENCE_WITH_OTHERS = 8;
 
 // Nobody else can open such a file, so nobody else can hold its lock.
-static bool is_private_file(const struct stat *status) {
+bool is_private_file(const struct stat *status) {
     return S_ISREG(status->st_mode) && status->st_uid == geteuid() && (status->st_mode & 077) == 0;
 }
 
-static int open_existing() {
+int open_existing() {
     const int file = open(HBS_LOCK_FILE, O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     struct stat status {};
     if (file >= 0 && fstat(file, &status) == 0 && is_private_file(&status))
@@ -27,7 +29,7 @@ static int open_existing() {
 }
 
 // The directory is open to everybody: what lies there under this name and is not a file of ours alone goes.
-static int open_lock_file() {
+int open_lock_file() {
     for (int i = 0; i < PATIENCE_WITH_OTHERS; i++) {
         int file = open_existing();
         if (file >= 0)
@@ -44,7 +46,7 @@ static int open_lock_file() {
     return -1;
 }
 
-static struct flock whole_file() {
+struct flock whole_file() {
     struct flock lock {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
@@ -52,14 +54,14 @@ static struct flock whole_file() {
 }
 
 // The pid of the lock's holder, or -1 when it has let go since.
-static pid_t holder_of(int file) {
+pid_t holder_of(int file) {
     struct flock lock = whole_file();
     if (fcntl(file, F_GETLK, &lock) != 0 || lock.l_type == F_UNLCK)
         return -1;
     return lock.l_pid > 0 ? lock.l_pid : 0;
 }
 
-static hbs_claim claim(int file, pid_t *running) {
+hbs_claim claim(int file, pid_t *running) {
     constexpr int step_ms = 10;
     constexpr timespec step = {0, step_ms * 1000000L};
     struct flock lock = whole_file();
@@ -77,6 +79,8 @@ static hbs_claim claim(int file, pid_t *running) {
         (void)clock_nanosleep(CLOCK_MONOTONIC, 0, &step, nullptr);
     }
 }
+
+} // namespace
 
 hbs_claim hbs_claim_daemon(pid_t *running) {
     const int file = open_lock_file();

@@ -8,26 +8,26 @@
 #include <sys/time.h>
 
 namespace {
+
 // A sender that was waited for.
 struct slow_sender {
     sockaddr_storage address;
     socklen_t length; // 0 = free
     int waited_ms;
 };
-} // namespace
 
-static slow_sender slow_senders[16];
-static unsigned next_place;
-static int64_t recovered_at; // when nothing that was waited counts any more, monotonic milliseconds
+slow_sender slow_senders[16];
+unsigned next_place;
+int64_t recovered_at; // when nothing that was waited counts any more, monotonic milliseconds
 
-static int64_t monotonic_ms() {
+int64_t monotonic_ms() {
     timespec now{};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
 // The note of a sender; a new one takes the place of the oldest.
-static slow_sender *note_of(const sockaddr_storage *to, socklen_t length) {
+slow_sender *note_of(const sockaddr_storage *to, socklen_t length) {
     for (slow_sender &sender : slow_senders)
         if (sender.length == length && memcmp(&sender.address, to, length) == 0)
             return &sender;
@@ -39,12 +39,14 @@ static slow_sender *note_of(const sockaddr_storage *to, socklen_t length) {
 }
 
 // Each millisecond of waiting is forgotten after this many of not waiting.
-static constexpr int FORGET = HBS_REPLY_RECOVERY_MS / HBS_REPLY_PATIENCE_MS;
+constexpr int FORGET = HBS_REPLY_RECOVERY_MS / HBS_REPLY_PATIENCE_MS;
 
-static int patience_left(const slow_sender *sender, int64_t now) {
+int patience_left(const slow_sender *sender, int64_t now) {
     const int64_t counted = std::max<int64_t>(recovered_at - now, 0) / FORGET;
     return HBS_REPLY_PATIENCE_MS - std::max(sender->waited_ms, static_cast<int>(counted));
 }
+
+} // namespace
 
 void hbs_reply_prepare(int socket) {
     constexpr int room = 4 * 1024 * 1024; // bytes; each reply that lies unread takes under 1 KB of it

@@ -16,12 +16,16 @@
 #include "events/trust.h"
 #include "store/clients.h"
 
+namespace {
+
 // The address field that a family selects, or null for an unknown family.
-static const uint8_t *address_of(int family, const uint8_t *ipv4, const uint8_t *ipv6) {
+const uint8_t *address_of(int family, const uint8_t *ipv4, const uint8_t *ipv6) {
     if (family == HBS_FAMILY_IPV4)
         return ipv4;
     return family == HBS_FAMILY_IPV6 ? ipv6 : nullptr;
 }
+
+} // namespace
 
 // --- leases ----------------------------------------
 
@@ -75,11 +79,12 @@ void hbs_steps::set_internal_lease(hbs_command *command) {
         command->result = hbs_api_set_internal_lease(message.family, address, message.mac);
 }
 
+namespace {
+
 // --- trust ----------------------------------------
 
 // Sets or clears by the key that the selector names. Returns false for an unknown selector.
-static bool change_trust(hbs_command *command, const hbs_msg_trusted &message, bool enable,
-                         const char *comment) {
+bool change_trust(hbs_command *command, const hbs_msg_trusted &message, bool enable, const char *comment) {
     switch (message.selector) {
     case HBS_SELECT_MAC:
         command->result = hbs_api_trust_by_mac(message.action, enable, message.mac, comment);
@@ -94,6 +99,8 @@ static bool change_trust(hbs_command *command, const hbs_msg_trusted &message, b
         return false;
     }
 }
+
+} // namespace
 
 void hbs_steps::announce_set_trusted(hbs_command *command) {
     const hbs_msg_trusted &message = command->datagram.trusted;

@@ -15,21 +15,25 @@
 
 int32_t file_watch_block_count;
 
-static timer_t file_watcher_timer_id;
-static bool file_watcher_timer_exists;
+namespace {
+
+timer_t file_watcher_timer_id;
+bool file_watcher_timer_exists;
 
 // What a thread that waits in the kernel's datagram receive shows. Only these 19 bytes are compared.
-static constexpr char blocked_text[] = "__skb_recv_datagram";
-static constexpr size_t blocked_length = sizeof(blocked_text) - 1;
+constexpr char BLOCKED_TEXT[] = "__skb_recv_datagram";
+constexpr size_t BLOCKED_LENGTH = sizeof(BLOCKED_TEXT) - 1;
 
-static constexpr int patience = 3; // blocked ticks after which one more is still only counted
+constexpr int PATIENCE = 3; // blocked ticks after which one more is still only counted
 
-static void delete_timer() {
+void delete_timer() {
     if (file_watcher_timer_exists) {
         (void)timer_delete(file_watcher_timer_id);
         file_watcher_timer_exists = false;
     }
 }
+
+} // namespace
 
 void file_watcher_timer_set(const pthread_t *thread) {
     sigevent event{};
@@ -50,8 +54,10 @@ void file_watcher_timer_set(const pthread_t *thread) {
     }
 }
 
+namespace {
+
 // Path of the text that says where in the kernel the thread waits; left empty without a pid file.
-static void read_wchan_path(const char *pid_file, const char *process_root, char *path, size_t size) {
+void read_wchan_path(const char *pid_file, const char *process_root, char *path, size_t size) {
     FILE *file = hbs_plain_stream(pid_file, "r");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: %s Couldn't open file_watch_thread.pid", "file_watcher_timer_handle");
@@ -64,16 +70,16 @@ static void read_wchan_path(const char *pid_file, const char *process_root, char
     (void)fclose(file);
 }
 
-static void judge_wchan(const char *path) {
+void judge_wchan(const char *path) {
     char wchan[64] = "";
     FILE *file = fopen(path, "re");
     if (file == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: %s Couldn't open file_watch_thread wchan", "file_watcher_timer_handle");
     } else {
-        (void)(fread(wchan, 1, blocked_length, file) == blocked_length);
+        (void)(fread(wchan, 1, BLOCKED_LENGTH, file) == BLOCKED_LENGTH);
         (void)fclose(file);
     }
-    if (memcmp(wchan, blocked_text, blocked_length) != 0) {
+    if (memcmp(wchan, BLOCKED_TEXT, BLOCKED_LENGTH) != 0) {
         file_watch_block_count = 0;
         return;
     }
@@ -83,7 +89,7 @@ static void judge_wchan(const char *path) {
 }
 
 // Prints the two lease-event records on standard output, then ends every daemon of this name.
-static void end_daemon() {
+void end_daemon() {
     struct sysinfo info {};
     (void)sysinfo(&info);
     HBS_LOG(HBS_ALERT, "HOSTBASE: %s reboot gw_hostbase at uptime:%d", "file_watcher_timer_handle",
@@ -96,10 +102,12 @@ static void end_daemon() {
     }
 }
 
+} // namespace
+
 void hbs_watchdog_tick(const char *pid_file, const char *process_root) {
     char path[128] = "";
     read_wchan_path(pid_file, process_root, path, sizeof(path));
-    if (access(path, F_OK) != 0 || file_watch_block_count > patience) {
+    if (access(path, F_OK) != 0 || file_watch_block_count > PATIENCE) {
         end_daemon();
         return;
     }

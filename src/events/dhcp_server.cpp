@@ -19,26 +19,26 @@
 #include "store/publish.h"
 
 namespace {
+
 struct restart {
     int nwidx; // of the network whose server started
     // Last address that a static lease was found with, from the pool's end on. It outlives a look-up that
     // fails, so a remembered client without a static lease takes what the client before it took: kept.
     uint8_t address[4];
 };
-} // namespace
 
-static void prune_lease_files(const rnddb_params *entry) {
+void prune_lease_files(const rnddb_params *entry) {
     const int group = entry->rndidx - 1;
     hbs_lease_prune_host4(group, hbs_ipv4_to_number(entry->pool_start), hbs_ipv4_to_number(entry->pool_end));
     hbs_lease_prune_static4(group, hbs_ipv4_to_number(entry->ipv4), hbs_netmask_of(entry->prefix_length));
 }
 
-static void mark_changed(hbs_client *client) {
+void mark_changed(hbs_client *client) {
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_dhcp_server: set flags");
     hbs_set_flags(client, 0, HBS_CHANGED_ADDRESS);
 }
 
-static void drop_client(hbs_client *client) {
+void drop_client(hbs_client *client) {
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_dhcp_server: deleted");
     hbs_lease_timers_clear(client);
     hbs_nv_update_client(client);
@@ -46,7 +46,7 @@ static void drop_client(hbs_client *client) {
 }
 
 // May delete the client.
-static void revalidate(restart *event, hbs_client *client) {
+void revalidate(restart *event, hbs_client *client) {
     (void)hbs_check_static_ip(client);
     if (client->nwidx != event->nwidx) {
         mark_changed(client);
@@ -63,11 +63,11 @@ static void revalidate(restart *event, hbs_client *client) {
         return;
     }
     // The flush has taken every index entry out, so the address needs no setter.
-    std::memcpy(client->ipv4, event->address, sizeof(client->ipv4));
+    memcpy(client->ipv4, event->address, sizeof(client->ipv4));
     mark_changed(client);
 }
 
-static void revalidate_clients(restart *event) {
+void revalidate_clients(restart *event) {
     for (hbs_client *client = hbs_client_first(); client != nullptr;) {
         hbs_client *next = hbs_client_next(client);
         revalidate(event, client);
@@ -75,11 +75,13 @@ static void revalidate_clients(restart *event) {
     }
 }
 
-static void publish_clients() {
+void publish_clients() {
     // The next one is taken after the publication, which may reclaim (and so delete) a client.
     for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
         hbs_publish(client);
 }
+
+} // namespace
 
 void hbs_handle_dhcp_server(uint32_t group, uint32_t start) {
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_dhcp_server: group %d, start : %d", static_cast<int>(group),
@@ -94,7 +96,7 @@ void hbs_handle_dhcp_server(uint32_t group, uint32_t start) {
     rnddb_params entry;
     if (hbs_rnd_find(static_cast<int>(group), &entry) == 0) {
         prune_lease_files(&entry);
-        std::memcpy(event.address, entry.pool_end, sizeof(event.address));
+        memcpy(event.address, entry.pool_end, sizeof(event.address));
     }
     hbs_shm_flush();
     revalidate_clients(&event);

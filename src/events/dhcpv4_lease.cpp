@@ -25,6 +25,8 @@
 #include "store/publish.h"
 #include "store/published.h"
 
+namespace {
+
 // What a release clears. STIP4 stays: the static lease is still there.
 constexpr uint32_t FLAGS_OF_A_LEASE =
     HBS_FLAG_REACH | HBS_FLAG_REACH_2 | HBS_FLAG_DYNIP4 | HBS_FLAG_USRIP4 | HBS_FLAG_ONLINE;
@@ -32,15 +34,13 @@ constexpr uint32_t FLAGS_OF_A_LEASE =
 // The Wi-Fi side's mode in which stations are looked up through the manager's registration.
 constexpr uint8_t WIFI_RPC_REGISTERED = 5;
 
-namespace {
 struct place {
     int32_t nwidx;
     int32_t adapter_type;
 };
-} // namespace
 
 // Where a client is; what the event leaves open (-1) is worked out.
-static place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, int32_t adapter_type) {
+place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, int32_t adapter_type) {
     place result = {nwidx, adapter_type};
     if (result.adapter_type == -1)
         result.adapter_type = hbs_adapter_of(mac);
@@ -50,26 +50,26 @@ static place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t 
 }
 
 // The SSID number, from 1, that readers see; 0 = they do not see the client yet.
-static uint32_t published_ssid(const hbs_client *client) {
+uint32_t published_ssid(const hbs_client *client) {
     const hbs_client *published = hbs_published_by_mac(client->mac);
     return published == nullptr ? 0 : published->wifi_index + 1u;
 }
 
-static bool is_on_open_ssid(const hbs_client *client) {
+bool is_on_open_ssid(const hbs_client *client) {
     char modes[WLAN_TEXT_SIZE] = "";
     (void)wlan_rpcConnectClient();
     const uint32_t ssid = published_ssid(client);
-    return ssid != 0 && wlan_getWpaAuthenticationModes(ssid, modes) == 0 && std::strcmp(modes, "None") == 0;
+    return ssid != 0 && wlan_getWpaAuthenticationModes(ssid, modes) == 0 && strcmp(modes, "None") == 0;
 }
 
-static void count_join(hbs_client *client) {
+void count_join(hbs_client *client) {
     if (!hbs_flap_list_enabled())
         return;
     if (client->adapter_type != HBS_ADAPTER_WIFI || is_on_open_ssid(client))
         hbs_flap_check_lease(client);
 }
 
-static void set_identity(hbs_client *client, const hbs_dhcpv4_lease *lease) {
+void set_identity(hbs_client *client, const hbs_dhcpv4_lease *lease) {
     hbs_set_host(client, lease->host);
     hbs_set_device_name(client, lease->ifname);
     const int ifindex = hbs_ifname_to_ifindex(lease->ifname);
@@ -82,14 +82,14 @@ static void set_identity(hbs_client *client, const hbs_dhcpv4_lease *lease) {
     hbs_set_product_class(client, lease->product_class);
 }
 
-static void set_address_source(hbs_client *client, uint32_t source) {
+void set_address_source(hbs_client *client, uint32_t source) {
     if ((client->flags & HBS_FLAGS_IP4) == source)
         return;
     hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
     hbs_set_flags(client, 0, source);
 }
 
-static void set_lease(hbs_client *client, const hbs_dhcpv4_lease *lease) {
+void set_lease(hbs_client *client, const hbs_dhcpv4_lease *lease) {
     if (lease->dynamic || hbs_board_times_static_leases())
         hbs_lease_set(client, lease->seconds);
     set_address_source(client, lease->dynamic ? HBS_FLAG_DYNIP4 : HBS_FLAG_STIP4);
@@ -98,13 +98,13 @@ static void set_lease(hbs_client *client, const hbs_dhcpv4_lease *lease) {
     hbs_set_ipv4(client, lease->ipv4);
 }
 
-static void mark_online(hbs_client *client) {
+void mark_online(hbs_client *client) {
     if (client->flags & HBS_FLAG_TIMER_ONLINE)
         hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
     hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
 }
 
-static void take_registered_ssid(hbs_client *client) {
+void take_registered_ssid(hbs_client *client) {
     if (DB_GetByte(DB_ITEM_WIFI_RPC_MODE) != WIFI_RPC_REGISTERED)
         return;
     (void)wlan_registerQuarnRpc("192.168.254.254");
@@ -113,20 +113,20 @@ static void take_registered_ssid(hbs_client *client) {
         hbs_set_wifi_index(client, static_cast<uint8_t>(ssid));
 }
 
+} // namespace
+
 hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *lease) {
     if (!hbs_mac_is_lan_client(lease->mac))
         return nullptr;
     const place where = resolve_place(lease->mac, lease->ipv4, lease->nwidx, lease->adapter_type);
     if (where.nwidx < 0)
         return nullptr;
-    hbs_client *client = hbs_find_by_mac(lease->mac);
-    const bool is_new = client == nullptr;
-    if (is_new) {
-        client = hbs_add(lease->mac);
-        if (client == nullptr)
-            return nullptr;
+    bool is_new = false;
+    hbs_client *client = hbs_find_or_add(lease->mac, &is_new);
+    if (client == nullptr)
+        return nullptr;
+    if (is_new)
         hbs_set_start_time(client);
-    }
     hbs_lease_timer_stop(client, HBS_TIMER_DHCP_WAIT);
     hbs_lease_timer_stop(client, HBS_TIMER_LEASE);
     hbs_set_nwidx(client, static_cast<uint8_t>(where.nwidx));
@@ -150,7 +150,7 @@ hbs_client *hbs_handle_dhcpv4_release(const uint8_t mac[6], const uint8_t ipv4[4
     if (!hbs_mac_is_lan_client(mac) || seconds < 1 || dynamic < 0)
         return nullptr;
     hbs_client *client = hbs_find_by_mac(mac);
-    if (client == nullptr || std::memcmp(client->ipv4, ipv4, sizeof(client->ipv4)) != 0)
+    if (client == nullptr || memcmp(client->ipv4, ipv4, sizeof(client->ipv4)) != 0)
         return client;
     hbs_clear_flags(client, 0, FLAGS_OF_A_LEASE);
     hbs_publish(client);

@@ -6,26 +6,26 @@
 #include "base/clock.h"
 #include "base/log.h"
 
+namespace {
+
 // Seconds that hold while the gateway has no setting.
 constexpr uint32_t DEFAULT_DHCP_INTERVAL = 300;
 constexpr uint32_t DEFAULT_WLAN_INTERVAL = 120;
 constexpr uint32_t DEFAULT_REPORT_PERIOD = 86400;
 
-namespace {
 struct join_counters {
     uint32_t *last_join; // time() seconds, 0 = never
     uint32_t *joins;
     uint32_t *flaps;
     uint32_t *cleared; // what a join outside the interval sets to 0
 };
-} // namespace
 
-static uint32_t setting(int (*get)(uint32_t *), uint32_t fallback) {
+uint32_t setting(int (*get)(uint32_t *), uint32_t fallback) {
     uint32_t value = 0;
     return get(&value) == 0 ? value : fallback;
 }
 
-static void count_join(const join_counters *counters, uint32_t interval) {
+void count_join(const join_counters *counters, uint32_t interval) {
     // Read with the interval on every join, though the counting does not depend on it.
     (void)setting(GWDB_FLAPLISTCFG_REPORT_PERIOD_GET, DEFAULT_REPORT_PERIOD);
     const uint32_t now = static_cast<uint32_t>(hbs_time());
@@ -45,6 +45,8 @@ static void count_join(const join_counters *counters, uint32_t interval) {
     ++*counters->joins;
     *counters->last_join = now;
 }
+
+} // namespace
 
 bool hbs_flap_list_enabled() {
     uint32_t enabled = 0;

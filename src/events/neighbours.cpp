@@ -43,6 +43,19 @@ hbs_client *handle_ipv6(const uint8_t *mac, const uint8_t *address) {
     return client;
 }
 
+// The client that has the address (`holder`, may be null), else that of the MAC, else a new one.
+hbs_client *find_or_add(hbs_client *holder, const uint8_t *mac, bool *is_new) {
+    return holder != nullptr ? holder : hbs_find_or_add(mac, is_new);
+}
+
+// Without a MAC nothing new is known of the adapter.
+void place(hbs_client *client, int nwidx, const uint8_t *mac, uint8_t adapter, const char *handler) {
+    if (mac == nullptr)
+        HBS_LOG(HBS_INFO, "HOSTBASE: %s: Keep Hbs client oringnal adapter type\n", handler);
+    hbs_set_nwidx(client, static_cast<uint8_t>(nwidx));
+    hbs_set_adapter_type(client, mac == nullptr ? client->adapter_type : adapter);
+}
+
 // An address is known now: the client is on line, and its join is counted once.
 void go_online(hbs_client *client) {
     if ((client->flags & HBS_FLAG_ONLINE) != 0)
@@ -59,23 +72,14 @@ hbs_client *hbs_handle_ipv4_neighbor(const uint8_t *mac, const uint8_t ipv4[4], 
     int nwidx = hbs_address_to_nwidx(AF_INET, ipv4);
     if (nwidx < 0 && is_ipv4_link_local(ipv4))
         nwidx = hbs_ifindex_to_nwidx(static_cast<uint32_t>(ifindex));
-    uint8_t adapter = hbs_adapter_of(mac);
+    const uint8_t adapter = hbs_adapter_of(mac);
     if (adapter == HBS_ADAPTER_UNKNOWN || nwidx < 0)
         return nullptr;
-    hbs_client *client = hbs_find_by_ipv4(ipv4);
-    if (client == nullptr)
-        client = hbs_find_by_mac(mac);
-    const bool is_new = client == nullptr && mac != nullptr;
-    if (is_new)
-        client = hbs_add(mac);
+    bool is_new = false;
+    hbs_client *client = find_or_add(hbs_find_by_ipv4(ipv4), mac, &is_new);
     if (client == nullptr)
         return nullptr;
-    if (mac == nullptr) {
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_ipv4_neighbor: Keep Hbs client oringnal adapter type\n");
-        adapter = client->adapter_type;
-    }
-    hbs_set_nwidx(client, static_cast<uint8_t>(nwidx));
-    hbs_set_adapter_type(client, adapter);
+    place(client, nwidx, mac, adapter, "hbs_handle_ipv4_neighbor");
     hbs_set_ipv4(client, ipv4);
     if (is_new)
         hbs_take_wifi_index(client);
@@ -86,25 +90,16 @@ hbs_client *hbs_handle_ipv4_neighbor(const uint8_t *mac, const uint8_t ipv4[4], 
 // A new client is announced when it is added and again at the end: twice, which the agent relies on.
 hbs_client *hbs_handle_ipv6_ia_neighbor(const uint8_t *mac, const uint8_t ipv6[16]) {
     const int nwidx = hbs_address_to_nwidx(AF_INET6, ipv6);
-    uint8_t adapter = hbs_adapter_of(mac);
+    const uint8_t adapter = hbs_adapter_of(mac);
     if (adapter == HBS_ADAPTER_UNKNOWN || nwidx < 0)
         return nullptr;
-    hbs_client *client = hbs_find_by_ipv6(ipv6);
-    if (client == nullptr)
-        client = hbs_find_by_mac(mac);
-    const bool is_new = client == nullptr && mac != nullptr;
-    if (is_new) {
-        client = hbs_add(mac);
-        (void)hbs_send_tr69_client_event(HBS_TR69_IPV6_NEIGHBOUR, client);
-    }
+    bool is_new = false;
+    hbs_client *client = find_or_add(hbs_find_by_ipv6(ipv6), mac, &is_new);
     if (client == nullptr)
         return nullptr;
-    if (mac == nullptr) {
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_ipv6_ia_neighbor: Keep Hbs client oringnal adapter type\n");
-        adapter = client->adapter_type;
-    }
-    hbs_set_nwidx(client, static_cast<uint8_t>(nwidx));
-    hbs_set_adapter_type(client, adapter);
+    if (is_new)
+        (void)hbs_send_tr69_client_event(HBS_TR69_IPV6_NEIGHBOUR, client);
+    place(client, nwidx, mac, adapter, "hbs_handle_ipv6_ia_neighbor");
     hbs_set_ipv6(client, ipv6);
     if (is_new)
         hbs_take_wifi_index(client);

@@ -12,6 +12,7 @@
 #include "store/published.h"
 
 namespace {
+
 // What an event about a client record carries beside MAC, OUI, serial number and product class.
 enum body_fields : unsigned {
     FIELD_NETWORK = 1,
@@ -37,36 +38,35 @@ constexpr record_event record_events[] = {
     {HBS_TR69_LEASE_EXPIRED, FIELD_ADAPTER},
     {HBS_TR69_NEIGHBOUR_GONE, FIELD_ADAPTER},
 };
-} // namespace
 
-static void send_event(int code, const hbs_tr69_body *body) {
+void send_event(int code, const hbs_tr69_body *body) {
     hbs_tr69_payload payload{};
     payload.one = 1;
     payload.code = static_cast<uint8_t>(code);
     payload.body = *body;
     uint8_t bytes[TR69_EVENT_SIZE];
-    std::memcpy(bytes, &payload, sizeof(bytes));
+    memcpy(bytes, &payload, sizeof(bytes));
     (void)quarn_tr69SendEvent(bytes); // an agent that refuses an event gets the next one all the same
 }
 
-static void put_mac(hbs_tr69_body *body, const uint8_t mac[6]) {
+void put_mac(hbs_tr69_body *body, const uint8_t mac[6]) {
     hbs_copy_text(body->mac, sizeof(body->mac), hbs_mac_to_text_upper(mac).text);
 }
 
-static void put_ipv4(hbs_tr69_body *body, const uint8_t ipv4[4]) {
+void put_ipv4(hbs_tr69_body *body, const uint8_t ipv4[4]) {
     hbs_copy_text(body->ipv4, sizeof(body->ipv4), hbs_ipv4_to_text(ipv4).text);
 }
 
-static void put_ipv6(hbs_tr69_body *body, const uint8_t ipv6[16]) {
+void put_ipv6(hbs_tr69_body *body, const uint8_t ipv6[16]) {
     hbs_copy_text(body->ipv6, sizeof(body->ipv6), hbs_ipv6_to_text(ipv6).text);
 }
 
-static void put_ll(hbs_tr69_body *body, const uint8_t ll[16]) {
+void put_ll(hbs_tr69_body *body, const uint8_t ll[16]) {
     hbs_copy_text(body->ll, sizeof(body->ll), hbs_ipv6_to_text(ll).text);
 }
 
 // What readers see; a client that is not published yet leaves these fields zero.
-static void put_published(hbs_tr69_body *body, const uint8_t mac[6]) {
+void put_published(hbs_tr69_body *body, const uint8_t mac[6]) {
     const hbs_list_hold hold;
     const hbs_client *published = hbs_published_by_mac(mac);
     if (published == nullptr)
@@ -77,6 +77,8 @@ static void put_published(hbs_tr69_body *body, const uint8_t mac[6]) {
     hbs_copy_text(body->serial_number, sizeof(body->serial_number), published->serial_number);
     hbs_copy_text(body->product_class, sizeof(body->product_class), published->product_class);
 }
+
+} // namespace
 
 int hbs_send_tr69_client_event(int code, const hbs_client *client) {
     if (client == nullptr)
@@ -97,7 +99,9 @@ int hbs_send_tr69_client_event(int code, const hbs_client *client) {
     return 0;
 }
 
-static void fill_from_client(hbs_tr69_body *body, const hbs_client *client, unsigned fields) {
+namespace {
+
+void fill_from_client(hbs_tr69_body *body, const hbs_client *client, unsigned fields) {
     put_mac(body, client->mac);
     hbs_copy_text(body->oui, sizeof(body->oui), client->oui);
     hbs_copy_text(body->serial_number, sizeof(body->serial_number), client->serial_number);
@@ -117,6 +121,8 @@ static void fill_from_client(hbs_tr69_body *body, const hbs_client *client, unsi
     if (fields & FIELD_HOST)
         hbs_copy_text(body->host, sizeof(body->host), client->host);
 }
+
+} // namespace
 
 int hbs_send_tr69_event(int code, const hbs_client *record) {
     const auto *event = std::find_if(std::begin(record_events), std::end(record_events),

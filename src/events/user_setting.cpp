@@ -9,8 +9,8 @@
 hbs_client *hbs_find_or_add_named(const uint8_t mac[6]) {
     if (hbs_mac_is_zero(mac))
         return nullptr;
-    hbs_client *client = hbs_find_by_mac(mac);
-    return client != nullptr ? client : hbs_add(mac);
+    bool is_new = false;
+    return hbs_find_or_add(mac, &is_new);
 }
 
 void hbs_publish_setting(hbs_client *client) {

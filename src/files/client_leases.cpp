@@ -20,14 +20,16 @@
 #include "store/clients.h"
 #include "store/publish.h"
 
+namespace {
+
 // A client without a MAC has no lease, whatever placeholder lines the files hold.
-static bool has_static_lease(const hbs_client *client) {
+bool has_static_lease(const hbs_client *client) {
     return !hbs_mac_is_zero(client->mac) && hbs_check_lease_get_ipv4_static_lease(client->mac, nullptr) == 0;
 }
 
 // Takes a host name and an address from a dynamic lease. The setters take the entries of an old address
 // out of the indices.
-static int64_t apply_dynamic_lease(hbs_client *client) {
+int64_t apply_dynamic_lease(hbs_client *client) {
     char host[HBS_HOST_SIZE];
     uint8_t address[4];
     if (hbs_mac_is_zero(client->mac))
@@ -41,7 +43,7 @@ static int64_t apply_dynamic_lease(hbs_client *client) {
 }
 
 // Has NetBIOS asked for the name of a client that has an address. False when there is nothing to wait for.
-static bool ask_for_name(const hbs_client *client) {
+bool ask_for_name(const hbs_client *client) {
     if (hbs_ipv4_is_zero(client->ipv4))
         return false;
     hbs_probe probe{};
@@ -53,9 +55,11 @@ static bool ask_for_name(const hbs_client *client) {
     return hbs_probe_post(&probe);
 }
 
-static void end_without_lease(hbs_client *client) {
+void end_without_lease(hbs_client *client) {
     HBS_LOG(HBS_INFO, "HOSTBASE: no lease for %s", hbs_client_log_text(client).text);
 }
+
+} // namespace
 
 void hbs_check_lease(hbs_client *client) {
     const bool has_static = has_static_lease(client);
@@ -93,11 +97,15 @@ void hbs_probe_netbios(const hbs_probe *probe, bool in_time) {
     hbs_publish(client);
 }
 
-static void apply_static_address(hbs_client *client, const uint8_t address[4]) {
+namespace {
+
+void apply_static_address(hbs_client *client, const uint8_t address[4]) {
     hbs_set_ipv4(client, address);
     hbs_clear_flags(client, 0, HBS_FLAGS_IP4);
     hbs_set_flags(client, 0, HBS_FLAG_STIP4);
 }
+
+} // namespace
 
 int hbs_check_static_ip(hbs_client *client) {
     uint8_t address[4];
@@ -118,9 +126,11 @@ int hbs_check_find_static_ip(hbs_client *client) {
     return 1;
 }
 
+namespace {
+
 // A client from one line of a dynamic-lease file.
-static void add_leased_client(int group, const uint8_t mac[6], const uint8_t address[4],
-                              const hbs_lease_record *record) {
+void add_leased_client(int group, const uint8_t mac[6], const uint8_t address[4],
+                       const hbs_lease_record *record) {
     // Lines beyond the slots would fill the working copies with devices on line that nobody has seen.
     if (!hbs_slot_available()) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to alloc new client from shared memory");
@@ -143,7 +153,7 @@ static void add_leased_client(int group, const uint8_t mac[6], const uint8_t add
     hbs_publish(client);
 }
 
-static void handle_dynamic_lease(int group, const char *path, const hbs_lease_record *record) {
+void handle_dynamic_lease(int group, const char *path, const hbs_lease_record *record) {
     HBS_LOG(HBS_INFO, "HOSTBASE: handle dynamic lease from file %s : %s, %s, %s, %d, %s, %s, %s", path,
             record->mac, record->address, record->host, static_cast<int>(record->number), record->text[0],
             record->text[1], record->text[2]);
@@ -159,7 +169,7 @@ static void handle_dynamic_lease(int group, const char *path, const hbs_lease_re
     add_leased_client(group, mac, address, record);
 }
 
-static void handle_dynamic_leases_of_group(int group) {
+void handle_dynamic_leases_of_group(int group) {
     char path[HBS_LEASE_PATH_SIZE];
     if (hbs_lease_filename(group, HBS_LEASE_DYNAMIC, path) != 0)
         return;
@@ -175,6 +185,8 @@ static void handle_dynamic_leases_of_group(int group) {
         if (hbs_lease_record_parse(line, &record))
             handle_dynamic_lease(group, path, &record);
 }
+
+} // namespace
 
 void hbs_handle_dynamic_leases_from_file() {
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group)

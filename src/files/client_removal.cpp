@@ -10,7 +10,9 @@
 #include "store/clients.h"
 #include "store/publish.h"
 
-static void delete_file(const char name[HBS_LEASE_FILE_SIZE]) {
+namespace {
+
+void delete_file(const char name[HBS_LEASE_FILE_SIZE]) {
     const size_t length = strnlen(name, HBS_LEASE_FILE_SIZE);
     if (length == 0 || length == HBS_LEASE_FILE_SIZE || memchr(name, '/', length) != nullptr)
         return;
@@ -21,24 +23,30 @@ static void delete_file(const char name[HBS_LEASE_FILE_SIZE]) {
     (void)unlink(path);
 }
 
-static void delete_files(const hbs_client_remains *remains) {
+void delete_files(const hbs_client_remains *remains) {
     delete_file(remains->lease_file);
     delete_file(remains->lease_file6);
 }
+
+} // namespace
 
 void hbs_client_drop_files(const hbs_client_remains *remains) {
     hbs_lease_delete_client_static(remains->mac);
     delete_files(remains);
 }
 
+namespace {
+
 // With more working copies than slots, publishing one may delete another: the next client is taken
 // only afterwards.
-static void publish_all_anew() {
+void publish_all_anew() {
     for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client)) {
         hbs_set_flags(client, 0, HBS_CHANGED_ADDRESS);
         hbs_publish(client);
     }
 }
+
+} // namespace
 
 // The client counter stays as it is here, unlike in a reclaim.
 void hbs_remove_client(hbs_client *client) {

@@ -11,10 +11,12 @@
 #include "base/text.h"
 #include "files/notice_file.h"
 
-// A name is cut to this, its NUL included; a datagram's may be longer.
-static constexpr size_t LEASE_FILE_MAX = 256;
+namespace {
 
-static bool read_action(const char *token, hbs_notice_action *action) {
+// A name is cut to this, its NUL included; a datagram's may be longer.
+constexpr size_t LEASE_FILE_MAX = 256;
+
+bool read_action(const char *token, hbs_notice_action *action) {
     if (strcasecmp(token, "ADD") == 0) {
         *action = hbs_notice_action::add;
         return true;
@@ -23,13 +25,13 @@ static bool read_action(const char *token, hbs_notice_action *action) {
     return strcasecmp(token, "DEL") == 0;
 }
 
-static bool read_mac(const char *token, uint8_t mac[6]) {
+bool read_mac(const char *token, uint8_t mac[6]) {
     return hbs_text_to_mac(token, mac) == 6 && !hbs_mac_is_zero(mac);
 }
 
 // Decimal, 0x-hex or 0-octal, by strtoul as it is on a 32-bit system whatever the width of long is here: more
 // than 32 bits is an overflow, and a number with a minus sign is its two's complement.
-static bool read_seconds(const char *token, uint32_t *seconds) {
+bool read_seconds(const char *token, uint32_t *seconds) {
     char *end = nullptr;
     errno = 0;
     const unsigned long value = strtoul(token, &end, 0);
@@ -39,7 +41,7 @@ static bool read_seconds(const char *token, uint32_t *seconds) {
     return end != token && errno != ERANGE && amount <= UINT32_MAX;
 }
 
-static unsigned hex_digit(char c) {
+unsigned hex_digit(char c) {
     if (c >= '0' && c <= '9')
         return static_cast<unsigned>(c - '0');
     if (c >= 'a' && c <= 'f')
@@ -48,7 +50,7 @@ static unsigned hex_digit(char c) {
 }
 
 // Not hbs_hex_to_str: here a character that is no hex digit counts as 0, and no text is special.
-static void read_hex_text(const char *token, char *text, size_t size) {
+void read_hex_text(const char *token, char *text, size_t size) {
     const size_t count = std::min(strlen(token) / 2, size - 1);
     memset(text, 0, size);
     for (size_t i = 0; i < count; i++)
@@ -56,17 +58,17 @@ static void read_hex_text(const char *token, char *text, size_t size) {
 }
 
 // A token that may be missing; "null" (any case) means none.
-static void read_text(const char *token, char *text, size_t size) {
+void read_text(const char *token, char *text, size_t size) {
     const bool none = token == nullptr || strcasecmp(token, "null") == 0;
     hbs_copy_text(text, size, none ? "" : token);
 }
 
-static const char *next_token(char **rest) {
+const char *next_token(char **rest) {
     return strtok_r(nullptr, " \t", rest);
 }
 
 // Tokens 9 to 12, of a granted lease only. The optional ones end at the first missing one.
-static bool read_lease_tokens(char **rest, hbs_dhcpv4_notice *notice) {
+bool read_lease_tokens(char **rest, hbs_dhcpv4_notice *notice) {
     const char *file = next_token(rest);
     if (file == nullptr)
         return false;
@@ -76,6 +78,8 @@ static bool read_lease_tokens(char **rest, hbs_dhcpv4_notice *notice) {
     read_text(next_token(rest), notice->product_class, sizeof(notice->product_class));
     return true;
 }
+
+} // namespace
 
 bool hbs_dhcpv4_notice_parse(char *line, hbs_dhcpv4_notice *notice) {
     constexpr int required = 8;

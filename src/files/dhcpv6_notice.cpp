@@ -9,34 +9,36 @@
 #include "base/text.h"
 #include "files/notice_file.h"
 
+namespace {
+
 // Longer than any value that is kept; what is longer still is cut.
 using value_text = char[512];
 
-static constexpr const char *white_space = " \t\v\f\r\n";
+constexpr const char *WHITE_SPACE = " \t\v\f\r\n";
 
 // Takes the first word off the text; empty when there is none.
-static std::string_view take_word(const char **text) {
-    const char *start = *text + strspn(*text, white_space);
-    const size_t length = strcspn(start, white_space);
+std::string_view take_word(const char **text) {
+    const char *start = *text + strspn(*text, WHITE_SPACE);
+    const size_t length = strcspn(start, WHITE_SPACE);
     *text = start + length;
     return {start, length};
 }
 
-static void read_event(const char *value, hbs_dhcpv6_notice *notice) {
+void read_event(const char *value, hbs_dhcpv6_notice *notice) {
     if (strcmp(value, "LEASE") == 0)
         notice->type = HBS_NOTICE_LEASE;
     else if (strcmp(value, "RELEASE") == 0)
         notice->type = HBS_NOTICE_RELEASE;
 }
 
-static void read_address(const char *value, uint8_t address[16]) {
+void read_address(const char *value, uint8_t address[16]) {
     uint8_t bytes[16];
     if (inet_pton(AF_INET6, value, bytes) == 1)
         memcpy(address, bytes, sizeof(bytes));
 }
 
 // atoi, with its overflow as it is on a 32-bit system: the nearest number that fits.
-static int32_t read_seconds(const char *value) {
+int32_t read_seconds(const char *value) {
     const long seconds = strtol(value, nullptr, 10);
     return static_cast<int32_t>(std::clamp<long>(seconds, INT32_MIN, INT32_MAX));
 }
@@ -48,12 +50,16 @@ struct notice_key {
     value_reader read;
 };
 
+} // namespace
+
 #define TEXT_READER(field)                                                                                   \
     [](const char *value, hbs_dhcpv6_notice *notice) {                                                       \
         hbs_copy_text(notice->field, sizeof(notice->field), value);                                          \
     }
 
-static constexpr notice_key keys[] = {
+namespace {
+
+constexpr notice_key keys[] = {
     {"event", read_event},
     {"globAddr", [](const char *value, hbs_dhcpv6_notice *notice) { read_address(value, notice->ipv6); }},
     {"linkAddr", [](const char *value, hbs_dhcpv6_notice *notice) { read_address(value, notice->ll); }},
@@ -65,6 +71,8 @@ static constexpr notice_key keys[] = {
     {"lease_time",
      [](const char *value, hbs_dhcpv6_notice *notice) { notice->lease_end = read_seconds(value); }},
 };
+
+} // namespace
 
 #undef TEXT_READER
 

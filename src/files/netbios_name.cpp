@@ -13,9 +13,11 @@
 #include "base/text.h"
 #include "store/client_fields.h"
 
+namespace {
+
 // Name in an answer line of the device: address, name, MAC. Some programs put more words before the MAC,
 // which then is the last. Null when the line is another's, or the device told no name.
-static const char *netbios_name(char *line, const uint8_t mac[6]) {
+const char *netbios_name(char *line, const uint8_t mac[6]) {
     char *words = line;
     const char *name = nullptr;
     const char *third = "";
@@ -34,6 +36,8 @@ static const char *netbios_name(char *line, const uint8_t mac[6]) {
     const bool is_device = memcmp(told, mac, sizeof told) == 0;
     return is_device && count >= 3 && strcmp(name, "<unknown>") != 0 ? name : nullptr;
 }
+
+} // namespace
 
 bool hbs_netbios_ask(const uint8_t mac[6], const uint8_t ipv4[4], char *name, size_t size) {
     const hbs_addr_text address = hbs_ipv4_to_text(ipv4);

@@ -42,19 +42,21 @@ int hbs_file_copy(FILE *stream, const char *path) {
     return 0;
 }
 
+namespace {
+
 // Size of an open file in bytes, or -1.
-static int64_t size_of(int descriptor) {
+int64_t size_of(int descriptor) {
     struct stat status;
     return fstat(descriptor, &status) == 0 ? int64_t{status.st_size} : -1;
 }
 
-static bool is_plain_file(const char *path, struct stat *status) {
+bool is_plain_file(const char *path, struct stat *status) {
     return lstat(path, status) == 0 && S_ISREG(status->st_mode);
 }
 
 // hbs_file_copy is silent about a file that it could not write (a full disk), so the copy is measured.
 // Returns the copy, open for reading, or -1 (logged).
-static int open_copy(FILE *stream, const hbs_notice_source *source) {
+int open_copy(FILE *stream, const hbs_notice_source *source) {
     const bool copied = hbs_file_copy(stream, source->temporary) == 0 && ferror(stream) == 0;
     const int copy = copied ? hbs_plain_open(source->temporary, O_RDONLY, 0) : -1;
     if (copy != -1 && size_of(copy) == size_of(fileno(stream)))
@@ -69,14 +71,13 @@ static int open_copy(FILE *stream, const hbs_notice_source *source) {
     return -1;
 }
 
-static bool empty(FILE *stream, const char *path) {
+bool empty(FILE *stream, const char *path) {
     if (ftruncate(fileno(stream), 0) == 0)
         return true;
     HBS_LOG(HBS_ERROR, "HOSTBASE: error truncating notification file(%s): %s", path, strerror(errno));
     return false;
 }
 
-namespace {
 // Collects the bytes of a line.
 struct line_collector {
     hbs_notice_reader reader;
@@ -85,16 +86,15 @@ struct line_collector {
     size_t word; // length of the word that the line ends with now
     char text[HBS_NOTICE_LINE_MAX + 1];
 };
-} // namespace
 
-static void end_line(line_collector *line) {
+void end_line(line_collector *line) {
     line->text[line->length] = '\0';
     if (line->length > 0)
         line->reader(line->text, line->context);
     line->length = line->word = 0;
 }
 
-static void add_byte(line_collector *line, char byte) {
+void add_byte(line_collector *line, char byte) {
     if (byte == '\n' || byte == '\0') {
         end_line(line);
         return;
@@ -104,7 +104,7 @@ static void add_byte(line_collector *line, char byte) {
         line->text[line->length++] = byte;
 }
 
-static void read_lines(int copy, hbs_notice_reader reader, void *context) {
+void read_lines(int copy, hbs_notice_reader reader, void *context) {
     static line_collector line;
     static char piece[4096];
     line.reader = reader;
@@ -119,7 +119,7 @@ static void read_lines(int copy, hbs_notice_reader reader, void *context) {
 
 // Returns the copy that holds what the file held, or -1 when there is none. Closes the file: the server may
 // write.
-static int take_copy(FILE *stream, const char *path, const hbs_notice_source *source, bool *again) {
+int take_copy(FILE *stream, const char *path, const hbs_notice_source *source, bool *again) {
     hbs_at_exit close_stream([stream] { (void)fclose(stream); });
     const int64_t size = size_of(fileno(stream));
     int copy = -1;
@@ -132,6 +132,8 @@ static int take_copy(FILE *stream, const char *path, const hbs_notice_source *so
     *again = !done_with || !empty(stream, path);
     return copy;
 }
+
+} // namespace
 
 hbs_notice_taken hbs_notice_take(const char *path, const hbs_notice_source *source, hbs_notice_reader reader,
                                  void *context) {

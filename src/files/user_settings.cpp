@@ -8,7 +8,8 @@
 #include "gateway/static_leases.h"
 
 void hbs_settings_tidy() {
-    constexpr const char *paths[] = {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES};
+    constexpr const char *paths[] = {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES,
+                                     HBS_TRUSTED_INSTANCES};
     for (const char *path : paths) {
         hbs_file_clear_leftover(path);
         hbs_file_make_private(path);

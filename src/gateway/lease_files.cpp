@@ -15,8 +15,10 @@
 #include "gateway/networks.h"
 #include "gateway/userconf.h"
 
+namespace {
+
 // A file name of each kind: what stands before and after the LAN address.
-static constexpr struct {
+constexpr struct {
     const char *before;
     const char *after;
 } FILE_KINDS[] = {
@@ -26,12 +28,14 @@ static constexpr struct {
 };
 
 // Instances of the user configuration's objects: this + group.
-static constexpr int USERCONF_FIRST_INSTANCE = 200;
+constexpr int USERCONF_FIRST_INSTANCE = 200;
 
-static void build_name(int kind, const char *address, char path[HBS_LEASE_PATH_SIZE]) {
+void build_name(int kind, const char *address, char path[HBS_LEASE_PATH_SIZE]) {
     (void)snprintf(path, HBS_LEASE_PATH_SIZE, "%s%s%s", FILE_KINDS[kind].before, address,
                    FILE_KINDS[kind].after);
 }
+
+} // namespace
 
 int hbs_lease_filename(int group, int kind, char path[HBS_LEASE_PATH_SIZE]) {
     uint8_t address[4];
@@ -64,21 +68,25 @@ bool hbs_lease_address(const char *text, uint8_t address[4]) {
     return inet_pton(AF_INET, text, address) == 1;
 }
 
-static bool is_mac(const char *text, const uint8_t mac[6]) {
+namespace {
+
+bool is_mac(const char *text, const uint8_t mac[6]) {
     uint8_t read[6];
     return hbs_text_to_mac(text, read) == 6 && memcmp(read, mac, sizeof read) == 0;
 }
 
-static bool is_address(const char *text, const uint8_t address[4]) {
+bool is_address(const char *text, const uint8_t address[4]) {
     uint8_t read[4];
     return hbs_lease_address(text, read) && memcmp(read, address, sizeof read) == 0;
 }
 
-static bool matches(const hbs_lease_search *search, const char *mac_text, const char *address_text) {
+bool matches(const hbs_lease_search *search, const char *mac_text, const char *address_text) {
     const bool mac = search->mac == nullptr || is_mac(mac_text, search->mac);
     const bool address = search->address == nullptr || is_address(address_text, search->address);
     return search->either ? mac || address : mac && address;
 }
+
+} // namespace
 
 bool hbs_static_line_find(FILE *stream, const hbs_lease_search *search, hbs_static_line *found) {
     char line[HBS_LEASE_LINE_SIZE];
@@ -96,8 +104,10 @@ bool hbs_lease_record_find(FILE *stream, const hbs_lease_search *search, hbs_lea
     return false;
 }
 
+namespace {
+
 // First line of the MAC with a usable address.
-static bool static_address_of(FILE *stream, const uint8_t mac[6], uint8_t *address) {
+bool static_address_of(FILE *stream, const uint8_t mac[6], uint8_t *address) {
     const hbs_lease_search search = {mac, nullptr, false};
     hbs_static_line lease;
     uint8_t read[4];
@@ -110,6 +120,8 @@ static bool static_address_of(FILE *stream, const uint8_t mac[6], uint8_t *addre
     }
     return false;
 }
+
+} // namespace
 
 int hbs_check_lease_get_ipv4_static_lease(const uint8_t mac[6], uint8_t *address) {
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group) {
@@ -148,8 +160,10 @@ int hbs_check_lease_get_ipv4_static_lease_from_mac(const uint8_t mac[6], uint8_t
     return -1;
 }
 
+namespace {
+
 // Lease seconds of the MAC in one group's file, or -1.
-static int64_t dynamic_lease_in_group(int group, const uint8_t mac[6], char host[64], uint8_t address[4]) {
+int64_t dynamic_lease_in_group(int group, const uint8_t mac[6], char host[64], uint8_t address[4]) {
     char path[HBS_LEASE_PATH_SIZE];
     if (hbs_lease_filename(group, HBS_LEASE_DYNAMIC, path) != 0)
         return -1;
@@ -169,6 +183,8 @@ static int64_t dynamic_lease_in_group(int group, const uint8_t mac[6], char host
     }
     return -1;
 }
+
+} // namespace
 
 int64_t hbs_check_lease_get_ipv4_dynamic_lease(const uint8_t mac[6], char host[64], uint8_t address[4]) {
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group) {

@@ -17,9 +17,11 @@
 #include "base/text.h"
 #include "gateway/lease_files.h"
 
+namespace {
+
 // Kept: of each complete 1024-byte block only the first byte is copied, and a last partial block not at
 // all, so that a prune in effect empties the lease file and the server's clients ask anew.
-static bool copy_blocks(FILE *from, FILE *to) {
+bool copy_blocks(FILE *from, FILE *to) {
     char block[1024];
     for (size_t count; (count = fread(block, sizeof block, 1, from)) == 1;)
         if (fwrite(block, count, 1, to) != 1)
@@ -27,7 +29,7 @@ static bool copy_blocks(FILE *from, FILE *to) {
     return ferror(from) == 0 && fflush(to) == 0;
 }
 
-static bool in_range(const hbs_static_line *line, uint32_t start, uint32_t end) {
+bool in_range(const hbs_static_line *line, uint32_t start, uint32_t end) {
     uint8_t address[4];
     if (!hbs_lease_address(line->address, address))
         return false;
@@ -36,7 +38,7 @@ static bool in_range(const hbs_static_line *line, uint32_t start, uint32_t end) 
 }
 
 // Writes the lines of the copy that lie in the range to the lease file. Returns whether that worked.
-static bool write_back(FILE *copy, FILE *leases, uint32_t start, uint32_t end) {
+bool write_back(FILE *copy, FILE *leases, uint32_t start, uint32_t end) {
     char line[HBS_LEASE_LINE_SIZE];
     hbs_static_line words; // MAC and address lead the line, as in a static-lease file
     bool written = true;
@@ -50,6 +52,8 @@ static bool write_back(FILE *copy, FILE *leases, uint32_t start, uint32_t end) {
     }
     return fflush(leases) == 0 && written;
 }
+
+} // namespace
 
 // The server keeps its lease file open, so it is rewritten in place and not replaced.
 void hbs_lease_prune_host4(int group, uint32_t start, uint32_t end) {
@@ -77,8 +81,10 @@ void hbs_lease_prune_host4(int group, uint32_t start, uint32_t end) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: can't write %s (error %d)", path, errno);
 }
 
+namespace {
+
 // Whether an address is one of a subnet's hosts other than the gateway.
-static bool is_lan_host(const hbs_static_line *line, uint32_t lan_address, uint32_t netmask) {
+bool is_lan_host(const hbs_static_line *line, uint32_t lan_address, uint32_t netmask) {
     uint8_t address[4];
     if (!hbs_lease_address(line->address, address))
         return false;
@@ -87,13 +93,13 @@ static bool is_lan_host(const hbs_static_line *line, uint32_t lan_address, uint3
            number != (lan_address & netmask) && number != (lan_address | ~netmask);
 }
 
-static bool is_placeholder(const hbs_static_line *line) {
+bool is_placeholder(const hbs_static_line *line) {
     return strcmp(line->mac, "00:00:00:00:00:00") == 0 || strcmp(line->address, "0.0.0.0") == 0;
 }
 
 // Whether a line stays in the static-lease file. Both messages name the dynamic prune, and a placeholder
 // stays although it is logged as discarded; both are kept.
-static bool static_line_stays(const char *line, uint32_t lan_address, uint32_t netmask) {
+bool static_line_stays(const char *line, uint32_t lan_address, uint32_t netmask) {
     hbs_static_line lease;
     const bool parsed = hbs_static_line_parse(line, &lease);
     if (parsed && is_lan_host(&lease, lan_address, netmask)) {
@@ -104,7 +110,7 @@ static bool static_line_stays(const char *line, uint32_t lan_address, uint32_t n
     return parsed && is_placeholder(&lease);
 }
 
-static bool copy_static_lines(FILE *leases, uint32_t lan_address, uint32_t netmask) {
+bool copy_static_lines(FILE *leases, uint32_t lan_address, uint32_t netmask) {
     FILE *copy = hbs_scratch_open(HBS_STATIC_LEASES_COPY);
     if (copy == nullptr)
         return false;
@@ -115,6 +121,8 @@ static bool copy_static_lines(FILE *leases, uint32_t lan_address, uint32_t netma
             written = fprintf(copy, "%s\n", line) > 0 && written;
     return fclose(copy) == 0 && written && ferror(leases) == 0;
 }
+
+} // namespace
 
 void hbs_lease_prune_static4(int group, uint32_t address, uint32_t netmask) {
     char path[HBS_LEASE_PATH_SIZE];

@@ -17,6 +17,7 @@
 #include "gateway/lease_files.h"
 
 namespace {
+
 constexpr mode_t STATIC_FILE_MODE = 0755;
 constexpr size_t FIELDS_SIZE = 6 * HBS_LEASE_LINE_SIZE + 32; // six words and two numbers of a record
 
@@ -31,10 +32,9 @@ struct index_edit {
     char lease[128]; // "MAC address"
     char edited[128 + HBS_LEASE_LINE_SIZE];
 };
-} // namespace
 
 // A blank or a newline in a host name would end its field or its line, and with it the record's shape.
-static record_word word_of(const char *text) {
+record_word word_of(const char *text) {
     record_word word{};
     hbs_copy_text(word.text, sizeof word.text, text[0] != 0 ? text : "null");
     for (char *c = word.text; *c != 0; ++c)
@@ -43,7 +43,7 @@ static record_word word_of(const char *text) {
     return word;
 }
 
-static int write_host_record(int group, const hbs_static_lease *lease) {
+int write_host_record(int group, const hbs_static_lease *lease) {
     char path[HBS_LEASE_PATH_SIZE];
     if (hbs_lease_filename(group, HBS_LEASE_HOST, path) != 0)
         return -1;
@@ -57,6 +57,8 @@ static int write_host_record(int group, const hbs_static_lease *lease) {
         return -1;
     return COMMONUTILS_file_write(path, record) == 0 ? 0 : -1;
 }
+
+} // namespace
 
 int hbs_lease_add_ipv4_static(int group, const hbs_static_lease *lease) {
     char path[HBS_LEASE_PATH_SIZE];
@@ -75,8 +77,10 @@ int hbs_lease_add_ipv4_static(int group, const hbs_static_lease *lease) {
     return write_host_record(group, lease);
 }
 
+namespace {
+
 // First lease that matches, as the text that its line holds. Returns whether there is one.
-static bool find_static_line(const char *path, const hbs_lease_search *search, char text[FIELDS_SIZE]) {
+bool find_static_line(const char *path, const hbs_lease_search *search, char text[FIELDS_SIZE]) {
     FILE *stream = hbs_locked_open(path, "r", hbs_lock::exclusive);
     if (stream == nullptr)
         return false;
@@ -89,7 +93,7 @@ static bool find_static_line(const char *path, const hbs_lease_search *search, c
 }
 
 // First record that matches, as the text that its line holds. Returns whether there is one.
-static bool find_host_record(const char *path, const hbs_lease_search *search, char text[FIELDS_SIZE]) {
+bool find_host_record(const char *path, const hbs_lease_search *search, char text[FIELDS_SIZE]) {
     FILE *stream = hbs_locked_open(path, "r", hbs_lock::exclusive);
     if (stream == nullptr)
         return false;
@@ -105,13 +109,13 @@ static bool find_host_record(const char *path, const hbs_lease_search *search, c
 using line_finder = bool (*)(const char *path, const hbs_lease_search *search, char text[FIELDS_SIZE]);
 
 // The two files that hold static leases, and how their lines are looked for.
-static constexpr struct {
+constexpr struct {
     hbs_lease_kind kind;
     line_finder find;
 } EDITED_FILES[] = {{HBS_LEASE_STATIC, find_static_line}, {HBS_LEASE_HOST, find_host_record}};
 
 // Returns whether a line is gone now.
-static bool delete_first(const char *path, line_finder find, const hbs_lease_search *search) {
+bool delete_first(const char *path, line_finder find, const hbs_lease_search *search) {
     char text[FIELDS_SIZE];
     if (!find(path, search, text))
         return false;
@@ -122,7 +126,7 @@ static bool delete_first(const char *path, line_finder find, const hbs_lease_sea
     return hbs_lines_delete_containing(path, text, &deleted) == 0 && deleted > 0;
 }
 
-static void delete_in_all_groups(const hbs_lease_search *search, bool every) {
+void delete_in_all_groups(const hbs_lease_search *search, bool every) {
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group) {
         for (const auto &file : EDITED_FILES) {
             char path[HBS_LEASE_PATH_SIZE];
@@ -132,6 +136,8 @@ static void delete_in_all_groups(const hbs_lease_search *search, bool every) {
         }
     }
 }
+
+} // namespace
 
 void hbs_lease_clear_leftovers() {
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group) {
@@ -143,19 +149,23 @@ void hbs_lease_clear_leftovers() {
     }
 }
 
-static void delete_by_mac(const char *mac_text, bool every) {
+namespace {
+
+void delete_by_mac(const char *mac_text, bool every) {
     uint8_t mac[6];
     const hbs_lease_search search = {mac, nullptr, false};
     if (hbs_text_to_mac(mac_text, mac) == 6)
         delete_in_all_groups(&search, every);
 }
 
-static void delete_by_address(const char *address_text, bool every) {
+void delete_by_address(const char *address_text, bool every) {
     uint8_t address[4];
     const hbs_lease_search search = {nullptr, address, false};
     if (hbs_lease_address(address_text, address))
         delete_in_all_groups(&search, every);
 }
+
+} // namespace
 
 int hbs_lease_delete_ipv4_static(const char *mac_text) {
     delete_by_mac(mac_text, false);
@@ -175,11 +185,12 @@ void hbs_lease_delete_all_ipv4_static_by_ip(const char *address_text) {
     delete_by_address(address_text, true);
 }
 
+namespace {
+
 // What 's/.* .* N/MAC ADDRESS N/g' does to a line: everything up to the last blank that N follows, with
 // another blank somewhere before it, becomes the lease; what comes after the number stays. So a line whose
 // index only begins with N is rewritten too, which is kept.
-static hbs_line_action rewrite_index(const char *line, size_t length, const char **replacement,
-                                     void *context) {
+hbs_line_action rewrite_index(const char *line, size_t length, const char **replacement, void *context) {
     auto *edit = static_cast<index_edit *>(context);
     const size_t digits = strlen(edit->index);
     const char *first_blank = static_cast<const char *>(memchr(line, ' ', length));
@@ -199,7 +210,7 @@ static hbs_line_action rewrite_index(const char *line, size_t length, const char
 }
 
 // Returns -1 when there is no such file. What becomes of the line is not asked for.
-static int update_static_line(int group, const hbs_static_lease *lease) {
+int update_static_line(int group, const hbs_static_lease *lease) {
     char path[HBS_LEASE_PATH_SIZE];
     if (hbs_lease_filename(group, HBS_LEASE_STATIC, path) != 0)
         return -1;
@@ -214,7 +225,7 @@ static int update_static_line(int group, const hbs_static_lease *lease) {
     return 0;
 }
 
-static void delete_updated_host(int group, const hbs_static_lease *lease) {
+void delete_updated_host(int group, const hbs_static_lease *lease) {
     uint8_t mac[6];
     uint8_t address[4];
     char path[HBS_LEASE_PATH_SIZE];
@@ -226,6 +237,8 @@ static void delete_updated_host(int group, const hbs_static_lease *lease) {
     (void)hbs_lines_delete_containing(path, text, nullptr);
 }
 
+} // namespace
+
 int hbs_lease_update_ipv4_static(int group, const hbs_static_lease *lease) {
     if (update_static_line(group, lease) != 0)
         return -1;
@@ -233,8 +246,10 @@ int hbs_lease_update_ipv4_static(int group, const hbs_static_lease *lease) {
     return write_host_record(group, lease);
 }
 
+namespace {
+
 // Looks the pair up in one group's file; returns whether it is there.
-static bool find_pair(int group, const hbs_lease_search *search, hbs_static_line *lease) {
+bool find_pair(int group, const hbs_lease_search *search, hbs_static_line *lease) {
     char path[HBS_LEASE_PATH_SIZE];
     if (hbs_lease_filename(group, HBS_LEASE_STATIC, path) != 0)
         return false;
@@ -244,6 +259,8 @@ static bool find_pair(int group, const hbs_lease_search *search, hbs_static_line
     hbs_at_exit unlock([&] { (void)fclose(stream); });
     return hbs_static_line_find(stream, search, lease);
 }
+
+} // namespace
 
 int hbs_lease_get_static_index(int group, const char *mac_text, const char *address_text, uint32_t *index,
                                bool *found) {

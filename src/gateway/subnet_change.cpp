@@ -22,6 +22,7 @@
 #include "gateway/userconf.h"
 
 namespace {
+
 constexpr size_t LINE_SIZE = 64;
 constexpr uint32_t USERCONF_INSTANCE = 199; // + rndidx
 
@@ -33,10 +34,9 @@ struct subnet_move {
     uint32_t start; // host parts of the DHCP range
     uint32_t end;
 };
-} // namespace
 
 // Host part of an address of the network's router entry; 0 when it has none.
-static uint32_t host_part_of(uint32_t rndidx, const char *key, uint32_t netmask) {
+uint32_t host_part_of(uint32_t rndidx, const char *key, uint32_t netmask) {
     uint8_t address[4];
     if (RNDDB_inet4AddrGetWithKeyAndIndex(key, static_cast<int>(rndidx), address) != 0)
         return 0;
@@ -44,7 +44,7 @@ static uint32_t host_part_of(uint32_t rndidx, const char *key, uint32_t netmask)
 }
 
 // Whether the user configuration names either end of the network's DHCP range.
-static bool userconf_has_range(uint32_t rndidx) {
+bool userconf_has_range(uint32_t rndidx) {
     if (rndidx < 1 || rndidx > HBS_LEASE_GROUPS) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: (%s)unknow nwidx:%u", "hbs_check_userconfig_get_dhcp_range", rndidx);
         return false;
@@ -57,8 +57,7 @@ static bool userconf_has_range(uint32_t rndidx) {
 
 // Writes one lease to the moved file, unless its host part lies outside the DHCP range and only those
 // inside may move. False when it cannot be written.
-static bool move_line(const hbs_static_line *lease, const subnet_move *move, bool any_host_part,
-                      FILE *moved) {
+bool move_line(const hbs_static_line *lease, const subnet_move *move, bool any_host_part, FILE *moved) {
     uint8_t address[4];
     if (!hbs_lease_address(lease->address, address))
         return true;
@@ -76,7 +75,7 @@ static bool move_line(const hbs_static_line *lease, const subnet_move *move, boo
 }
 
 // Fills HBS_MOVED_LEASES from the old file.
-static bool write_moved_leases(FILE *old_leases, const subnet_move *move) {
+bool write_moved_leases(FILE *old_leases, const subnet_move *move) {
     FILE *moved = hbs_scratch_open(HBS_MOVED_LEASES);
     if (moved == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_lease_subnet4_changed: can't create new static lease file");
@@ -93,7 +92,7 @@ static bool write_moved_leases(FILE *old_leases, const subnet_move *move) {
 }
 
 // Puts the moved leases into the file of the new address, beside what is there.
-static bool store_moved_leases(const char *old_path, const char *new_path) {
+bool store_moved_leases(const char *old_path, const char *new_path) {
     HBS_LOG(HBS_INFO, "HOSTBASE: new lease filename %s\n", new_path);
     if (strcmp(old_path, new_path) == 0) // the old leases make way, and are locked already
         return COMMONUTILS_file_copy(HBS_MOVED_LEASES, new_path) == 0;
@@ -112,7 +111,7 @@ static bool store_moved_leases(const char *old_path, const char *new_path) {
 }
 
 // From the old file to the new one. The old file goes last, so that a power cut loses no lease.
-static int move_leases(const char *old_path, const char *new_path, const subnet_move *move) {
+int move_leases(const char *old_path, const char *new_path, const subnet_move *move) {
     FILE *old_leases = hbs_locked_open(old_path, "r", hbs_lock::exclusive);
     if (old_leases == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_lease_subnet4_changed: no old static lease file");
@@ -128,6 +127,8 @@ static int move_leases(const char *old_path, const char *new_path, const subnet_
         (void)unlink(old_path);
     return 0;
 }
+
+} // namespace
 
 int hbs_lease_subnet4_changed(uint32_t rndidx, uint32_t old_address, uint32_t new_address,
                               uint32_t prefix_length) {

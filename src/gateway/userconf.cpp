@@ -11,10 +11,12 @@
 #include "base/scope.h"
 #include "base/text.h"
 
-static constexpr size_t LINE_SIZE = 512;
+namespace {
+
+constexpr size_t LINE_SIZE = 512;
 
 // Cuts the value out of a line: what stands between its first "=" and its first ";".
-static bool copy_value(const char *line, char *value, size_t size) {
+bool copy_value(const char *line, char *value, size_t size) {
     const char *equals = strchr(line, '=');
     const char *end = strchr(line, ';');
     if (equals == nullptr || end == nullptr || end < equals)
@@ -24,6 +26,8 @@ static bool copy_value(const char *line, char *value, size_t size) {
     value[length] = 0;
     return true;
 }
+
+} // namespace
 
 int hbs_getPersistentUserSettings(const char *key, const char *file, char *value, size_t size) {
     FILE *stream = hbs_plain_stream(file, "r");

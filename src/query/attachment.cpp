@@ -8,20 +8,22 @@
 #include <hbs_db.h>
 #include <hostbase_query.h>
 
-// One is in use; the others are there for threads that still read a segment that was removed.
-static hbs_query_attachment attachments[4];
-static hbs_query_attachment *current;
-static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-static pthread_once_t fork_once = PTHREAD_ONCE_INIT;
+namespace {
 
-static void close_attachment(hbs_query_attachment *attachment) {
+// One is in use; the others are there for threads that still read a segment that was removed.
+hbs_query_attachment attachments[4];
+hbs_query_attachment *current;
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+pthread_once_t fork_once = PTHREAD_ONCE_INIT;
+
+void close_attachment(hbs_query_attachment *attachment) {
     (void)shmdt(attachment->base);
     (void)sem_close(attachment->semaphore);
     attachment->base = nullptr;
     attachment->retired = false;
 }
 
-static void retire(hbs_query_attachment *attachment) {
+void retire(hbs_query_attachment *attachment) {
     attachment->retired = true;
     if (attachment == current)
         current = nullptr;
@@ -29,16 +31,16 @@ static void retire(hbs_query_attachment *attachment) {
         close_attachment(attachment);
 }
 
-static void before_fork() {
+void before_fork() {
     (void)pthread_mutex_lock(&lock);
 }
 
-static void after_fork_in_parent() {
+void after_fork_in_parent() {
     (void)pthread_mutex_unlock(&lock);
 }
 
 // The child has only the thread that forked, which is in no call: nobody uses anything.
-static void after_fork_in_child() {
+void after_fork_in_child() {
     for (hbs_query_attachment &attachment : attachments) {
         attachment.users = 0;
         if (attachment.retired)
@@ -47,11 +49,11 @@ static void after_fork_in_child() {
     (void)pthread_mutex_unlock(&lock);
 }
 
-static void register_fork_handlers() {
+void register_fork_handlers() {
     (void)pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
 }
 
-static int result_of_errno() {
+int result_of_errno() {
     switch (errno) {
     case EACCES:
     case EPERM:
@@ -65,7 +67,7 @@ static int result_of_errno() {
 }
 
 // Asking for the full size makes the kernel refuse a segment that is too small to be read safely.
-static int find_segment(int *shm_id) {
+int find_segment(int *shm_id) {
     key_t key = ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID);
     if (key == -1)
         return result_of_errno();
@@ -73,7 +75,7 @@ static int find_segment(int *shm_id) {
     return *shm_id == -1 ? result_of_errno() : int{HOSTBASE_OK};
 }
 
-static int open_attachment(hbs_query_attachment *attachment, int shm_id) {
+int open_attachment(hbs_query_attachment *attachment, int shm_id) {
     sem_t *semaphore = sem_open(HBS_SEMAPHORE_NAME, 0);
     if (semaphore == SEM_FAILED)
         return result_of_errno();
@@ -92,14 +94,14 @@ static int open_attachment(hbs_query_attachment *attachment, int shm_id) {
     return HOSTBASE_OK;
 }
 
-static hbs_query_attachment *free_element() {
+hbs_query_attachment *free_element() {
     for (hbs_query_attachment &attachment : attachments)
         if (attachment.base == nullptr)
             return &attachment;
     return nullptr;
 }
 
-static int make_current(int shm_id) {
+int make_current(int shm_id) {
     if (current != nullptr && current->shm_id == shm_id)
         return HOSTBASE_OK;
     if (current != nullptr)
@@ -112,6 +114,8 @@ static int make_current(int shm_id) {
         current = fresh;
     return result;
 }
+
+} // namespace
 
 int hbs_query_acquire(hbs_query_attachment **attachment) {
     int shm_id = -1;

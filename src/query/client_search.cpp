@@ -7,6 +7,8 @@
 #include "query/look.h"
 #include "query/walk.h"
 
+namespace {
+
 struct search {
     hbs_query_key key;
     const uint8_t *bytes;
@@ -17,7 +19,7 @@ struct finding {
     hbs_client client; // all zero when not found
 };
 
-static size_t key_size(hbs_query_key key) {
+size_t key_size(hbs_query_key key) {
     switch (key) {
     case HBS_QUERY_BY_MAC:
         return sizeof(hbs_client::mac);
@@ -29,11 +31,11 @@ static size_t key_size(hbs_query_key key) {
     return 0;
 }
 
-static bool has_field(const uint8_t *record, size_t offset, const search *wanted) {
+bool has_field(const uint8_t *record, size_t offset, const search *wanted) {
     return memcmp(record + offset, wanted->bytes, key_size(wanted->key)) == 0;
 }
 
-static bool matches(const uint8_t *record, const search *wanted) {
+bool matches(const uint8_t *record, const search *wanted) {
     switch (wanted->key) {
     case HBS_QUERY_BY_MAC:
         return has_field(record, offsetof(hbs_client, mac), wanted);
@@ -46,7 +48,7 @@ static bool matches(const uint8_t *record, const search *wanted) {
     return false;
 }
 
-static bool copy_match(const uint8_t *base, const void *what, void *into) {
+bool copy_match(const uint8_t *base, const void *what, void *into) {
     const hbs_pool_layout *list = &hbs_layout_of(hbs_pool::clients);
     finding *result = static_cast<finding *>(into);
     uint32_t offset = hbs_query_word(base + list->head);
@@ -68,12 +70,14 @@ static bool copy_match(const uint8_t *base, const void *what, void *into) {
     return false;
 }
 
-static bool is_all_zero(const uint8_t *bytes, size_t size) {
+bool is_all_zero(const uint8_t *bytes, size_t size) {
     for (size_t i = 0; i < size; i++)
         if (bytes[i] != 0)
             return false;
     return true;
 }
+
+} // namespace
 
 int hbs_query_find(hbs_query_key key, const uint8_t *bytes, hbs_client *client) {
     finding findings[2] = {};

@@ -28,14 +28,16 @@ const char *hostbase_strerror(int result) {
     return "unknown error";
 }
 
-static int find(hbs_query_key key, const uint8_t *bytes, hbs_client *client) {
+namespace {
+
+int find(hbs_query_key key, const uint8_t *bytes, hbs_client *client) {
     if (bytes == nullptr || client == nullptr)
         return HOSTBASE_BAD_ARGUMENT;
     return hbs_query_find(key, bytes, client);
 }
 
 // Texts end inside their field whatever the record holds.
-static int get_text(const uint8_t *mac, size_t offset, char *text, size_t size) {
+int get_text(const uint8_t *mac, size_t offset, char *text, size_t size) {
     hbs_client client;
     int result = text == nullptr ? int{HOSTBASE_BAD_ARGUMENT} : find(HBS_QUERY_BY_MAC, mac, &client);
     if (result == HOSTBASE_OK) {
@@ -45,13 +47,15 @@ static int get_text(const uint8_t *mac, size_t offset, char *text, size_t size) 
     return result;
 }
 
-static int get_number(const uint8_t *mac, uint8_t hbs_client::*field, uint32_t add, uint32_t *number) {
+int get_number(const uint8_t *mac, uint8_t hbs_client::*field, uint32_t add, uint32_t *number) {
     hbs_client client;
     int result = number == nullptr ? int{HOSTBASE_BAD_ARGUMENT} : find(HBS_QUERY_BY_MAC, mac, &client);
     if (result == HOSTBASE_OK)
         *number = client.*field + add;
     return result;
 }
+
+} // namespace
 
 int hostbase_get_adapter_type(const uint8_t mac[6], uint32_t *adapter_type) {
     return get_number(mac, &hbs_client::adapter_type, 0, adapter_type);
@@ -89,11 +93,15 @@ int hostbase_find_by_ipv6(const uint8_t ipv6[16], hbs_client *client) {
     return find(HBS_QUERY_BY_IPV6, ipv6, client);
 }
 
-static int get_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
+namespace {
+
+int get_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
     if (count == nullptr || (elements == nullptr && capacity != 0))
         return HOSTBASE_BAD_ARGUMENT;
     return hbs_query_copy_list(pool, elements, capacity, count);
 }
+
+} // namespace
 
 int hostbase_get_clients(hbs_client *clients, size_t capacity, size_t *count) {
     return get_list(hbs_pool::clients, clients, capacity, count);

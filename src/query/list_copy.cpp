@@ -8,33 +8,37 @@
 #include "base/scope.h"
 #include "query/look.h"
 
-// A copied list: the head's next word, then the pool.
-static constexpr size_t pool_at = sizeof(uint32_t);
+namespace {
 
-static size_t pool_size(const hbs_pool_layout *list) {
+// A copied list: the head's next word, then the pool.
+constexpr size_t POOL_AT = sizeof(uint32_t);
+
+size_t pool_size(const hbs_pool_layout *list) {
     return size_t{list->size} * list->capacity;
 }
 
-static bool copy_pool(const uint8_t *base, const void *what, void *into) {
+bool copy_pool(const uint8_t *base, const void *what, void *into) {
     const hbs_pool_layout *list = static_cast<const hbs_pool_layout *>(what);
     uint8_t *copy = static_cast<uint8_t *>(into);
-    memcpy(copy, base + list->head, pool_at);
-    memcpy(copy + pool_at, base + list->first, pool_size(list));
+    memcpy(copy, base + list->head, POOL_AT);
+    memcpy(copy + POOL_AT, base + list->first, pool_size(list));
     return true;
 }
 
-static int collect(const void *copy, const hbs_pool_layout *list, void *elements, size_t capacity) {
+int collect(const void *copy, const hbs_pool_layout *list, void *elements, size_t capacity) {
     const uint8_t *bytes = static_cast<const uint8_t *>(copy);
-    return hbs_query_collect(list, bytes + pool_at, hbs_query_word(bytes), elements, capacity);
+    return hbs_query_collect(list, bytes + POOL_AT, hbs_query_word(bytes), elements, capacity);
 }
 
-static bool is_sound_list(const void *copy, const void *what) {
+bool is_sound_list(const void *copy, const void *what) {
     return collect(copy, static_cast<const hbs_pool_layout *>(what), nullptr, 0) >= 0;
 }
 
+} // namespace
+
 int hbs_query_copy_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
     const hbs_pool_layout *list = &hbs_layout_of(pool);
-    const size_t size = pool_at + pool_size(list);
+    const size_t size = POOL_AT + pool_size(list);
     uint8_t *copies = static_cast<uint8_t *>(calloc(2, size));
     hbs_at_exit release([&] { free(copies); });
     if (copies == nullptr)
@@ -49,18 +53,22 @@ int hbs_query_copy_list(hbs_pool pool, void *elements, size_t capacity, size_t *
     return result;
 }
 
-static bool copy_segment(const uint8_t *base, const void *, void *into) {
+namespace {
+
+bool copy_segment(const uint8_t *base, const void *, void *into) {
     memcpy(into, base, HBS_SHM_SIZE);
     return true;
 }
 
-static bool is_sound_segment(const void *copy, const void *) {
+bool is_sound_segment(const void *copy, const void *) {
     const uint8_t *base = static_cast<const uint8_t *>(copy);
     for (const hbs_pool_layout &list : hbs_pool_layouts)
         if (hbs_query_collect(&list, base + list.first, hbs_query_word(base + list.head), nullptr, 0) < 0)
             return false;
     return true;
 }
+
+} // namespace
 
 int hbs_query_copy_all(hbs_db *db) {
     uint8_t *copies = static_cast<uint8_t *>(calloc(2, HBS_SHM_SIZE));

@@ -13,15 +13,19 @@ bool hbs_query_is_element(const hbs_pool_layout *list, uint32_t offset) {
     return into % list->size == 0 && into / list->size < list->capacity;
 }
 
+namespace {
+
 // A published client holds its own offset; an index entry holds at least one and no more key words
 // than its kind has room for.
-static bool is_consistent(const hbs_pool_layout *list, const uint8_t *element, uint32_t offset) {
+bool is_consistent(const hbs_pool_layout *list, const uint8_t *element, uint32_t offset) {
     uint32_t word = hbs_query_word(element + offsetof(hbs_index_entry, count));
     static_assert(offsetof(hbs_index_entry, count) == offsetof(hbs_client, dbpos));
     if (list->key_words == 0)
         return word == offset;
     return word >= 1 && word <= list->key_words;
 }
+
+} // namespace
 
 int hbs_query_collect(const hbs_pool_layout *list, const uint8_t *pool, uint32_t first, void *elements,
                       size_t capacity) {

@@ -9,3 +9,9 @@ hbs_client *hbs_add(const uint8_t *mac) {
         client = hbs_client_take(mac);
     return client;
 }
+
+hbs_client *hbs_find_or_add(const uint8_t *mac, bool *is_new) {
+    hbs_client *client = hbs_find_by_mac(mac);
+    *is_new = client == nullptr && mac != nullptr;
+    return *is_new ? hbs_add(mac) : client;
+}

@@ -8,6 +8,8 @@
 
 #include "base/text.h"
 
+namespace {
+
 // A line that grows piece by piece; what does not fit is cut, and the text stays terminated.
 struct text_line {
     char *buffer;
@@ -15,11 +17,13 @@ struct text_line {
     size_t used;
 };
 
-static text_line start_line(char *buffer, size_t size) {
+text_line start_line(char *buffer, size_t size) {
     if (size > 0)
         buffer[0] = '\0';
     return {buffer, size, 0};
 }
+
+} // namespace
 
 __attribute__((format(printf, 2, 3))) static void append(text_line *line, const char *format, ...) {
     if (line->used + 1 >= line->size)
@@ -33,18 +37,20 @@ __attribute__((format(printf, 2, 3))) static void append(text_line *line, const 
         line->used += std::min(static_cast<size_t>(length), room - 1);
 }
 
+namespace {
+
 struct label {
     uint32_t bit;
     const char *text;
 };
 
-static constexpr label flag_labels[] = {
+constexpr label flag_labels[] = {
     {HBS_FLAG_ASSOC, "ASSOC|"}, {HBS_FLAG_REACH, "REACH|"},   {HBS_FLAG_DYNIP4, "DYNIP4|"},
     {HBS_FLAG_STIP4, "STIP4|"}, {HBS_FLAG_USRIP4, "USRIP4|"}, {HBS_FLAG_DYNIP6, "DYNIP6|"},
     {HBS_FLAG_STIP6, "STIP6|"}, {HBS_FLAG_USRIP6, "USRIP6|"}, {HBS_FLAG_ONLINE, "ONLINE|"},
 };
 
-static constexpr label trust_labels[] = {
+constexpr label trust_labels[] = {
     {HBS_TRUST_SITE, "T-SITE|"},
     {HBS_TRUST_SERV, "T-SERV|"},
     {HBS_TRUST_WHITE, "WHITE|"},
@@ -52,15 +58,15 @@ static constexpr label trust_labels[] = {
 };
 
 // By adapter code; codes without a text, and those past the table, are unknown.
-static constexpr const char *adapter_texts[] = {
+constexpr const char *adapter_texts[] = {
     nullptr, "on Ethernet: ", "on USB: ", "on Moca: ", nullptr, "on WiFi: "};
 
-static const char *adapter_text(uint8_t code) {
+const char *adapter_text(uint8_t code) {
     const char *text = code < std::size(adapter_texts) ? adapter_texts[code] : nullptr;
     return text != nullptr ? text : "on unknown if: ";
 }
 
-static void append_addresses(text_line *line, const hbs_client *client) {
+void append_addresses(text_line *line, const hbs_client *client) {
     if (hbs_ipv4_is_zero(client->ipv4))
         append(line, "no IPv4 - ");
     else
@@ -75,7 +81,7 @@ static void append_addresses(text_line *line, const hbs_client *client) {
         append(line, "(LL %s) - ", hbs_ipv6_to_text(client->ll).text);
 }
 
-static void append_client(text_line *line, const hbs_client *client) {
+void append_client(text_line *line, const hbs_client *client) {
     append(line, "[%02x:%02x:%02x:%02x:%02x:%02x] ", client->mac[0], client->mac[1], client->mac[2],
            client->mac[3], client->mac[4], client->mac[5]);
     append(line, "%s", adapter_text(client->adapter_type));
@@ -91,6 +97,8 @@ static void append_client(text_line *line, const hbs_client *client) {
         if ((client->trust & trust.bit) != 0)
             append(line, "%s", trust.text);
 }
+
+} // namespace
 
 char *hbs_client_to_str(const hbs_client *client, char *buffer, size_t size) {
     text_line line = start_line(buffer, size);
@@ -110,8 +118,10 @@ hbs_client_text hbs_client_log_text(const hbs_client *client) {
     return result;
 }
 
+namespace {
+
 // Words from number `hex_from` on in hexadecimal.
-static void append_words(text_line *line, const uint32_t *words, uint32_t count, uint32_t hex_from) {
+void append_words(text_line *line, const uint32_t *words, uint32_t count, uint32_t hex_from) {
     for (uint32_t i = 0; i < count; i++)
         if (i < hex_from)
             append(line, "%d ", static_cast<int>(words[i]));
@@ -119,9 +129,11 @@ static void append_words(text_line *line, const uint32_t *words, uint32_t count,
             append(line, "%x ", words[i]);
 }
 
-static uint32_t bounded_count(uint32_t count, size_t room) {
+uint32_t bounded_count(uint32_t count, size_t room) {
     return std::min(count, static_cast<uint32_t>(room));
 }
+
+} // namespace
 
 char *hbs_ip_entry_to_str(const hbs_ip_entry *entry, char *buffer, size_t size) {
     text_line line = start_line(buffer, size);

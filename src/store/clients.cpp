@@ -164,8 +164,10 @@ hbs_client *hbs_find_by_mac(const uint8_t *mac) {
     return nullptr;
 }
 
+namespace {
+
 // The two messages number differently on purpose: the first counts the clients with an address only.
-static hbs_client *find_mac_client_by_ipv4(const uint8_t *ipv4) {
+hbs_client *find_mac_client_by_ipv4(const uint8_t *ipv4) {
     int position = 0;
     for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client)) {
         if (hbs_ipv4_is_zero(client->ipv4)) {
@@ -180,6 +182,8 @@ static hbs_client *find_mac_client_by_ipv4(const uint8_t *ipv4) {
     }
     return nullptr;
 }
+
+} // namespace
 
 hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4) {
     if (ipv4 == nullptr)

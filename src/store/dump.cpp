@@ -13,7 +13,7 @@
 #include "store/rule_index.h"
 #include "store/segment.h"
 
-constexpr size_t line_size = 512;
+constexpr size_t LINE_SIZE = 512;
 
 // Elements of a shared list for a range-based loop.
 template <typename Entry> struct listed {
@@ -29,8 +29,10 @@ template <typename Entry> struct listed {
     iterator end() const { return {pool, nullptr}; }
 };
 
-static void dump_clients() {
-    char line[line_size];
+namespace {
+
+void dump_clients() {
+    char line[LINE_SIZE];
     int count = 0;
     for (const hbs_client &client : listed<hbs_client>{hbs_pool::clients}) {
         count++;
@@ -41,8 +43,8 @@ static void dump_clients() {
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
 
-static void dump_ip_index() {
-    char line[line_size];
+void dump_ip_index() {
+    char line[LINE_SIZE];
     int count = 0;
     for (const hbs_ip_entry &entry : listed<hbs_ip_entry>{hbs_pool::ip}) {
         count++;
@@ -52,8 +54,8 @@ static void dump_ip_index() {
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
 
-static void dump_if_index() {
-    char line[line_size];
+void dump_if_index() {
+    char line[LINE_SIZE];
     int count = 0;
     for (const hbs_if_entry &entry : listed<hbs_if_entry>{hbs_pool::interface}) {
         count++;
@@ -64,14 +66,14 @@ static void dump_if_index() {
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
 
-static int count_clients_of(int network) {
+int count_clients_of(int network) {
     int count = 0;
     for (const hbs_if_entry &entry : listed<hbs_if_entry>{hbs_pool::interface})
         count += entry.key[0] == hbs_network_key(network) ? 1 : 0;
     return count;
 }
 
-static void dump_networks() {
+void dump_networks() {
     for (int network = 0; network < HBS_NETWORKS; network++) {
         hbs_instance_map map = hbs_rnd_map(network);
         HBS_LOG(HBS_INFO, "HOSTBASE: RND # %02d client count: %d  map: %08x %08x %08x %08x", network + 1,
@@ -80,8 +82,8 @@ static void dump_networks() {
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
 
-static void dump_pri_index() {
-    char line[line_size];
+void dump_pri_index() {
+    char line[LINE_SIZE];
     int count = 0;
     for (const hbs_pri_entry &entry : listed<hbs_pri_entry>{hbs_pool::primary}) {
         count++;
@@ -96,8 +98,8 @@ static void dump_pri_index() {
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
 
-static void dump_dhcp_option_index() {
-    char line[line_size];
+void dump_dhcp_option_index() {
+    char line[LINE_SIZE];
     int count = 0;
     for (const hbs_ip_entry &entry : listed<hbs_ip_entry>{hbs_pool::dhcp}) {
         count++;
@@ -108,8 +110,8 @@ static void dump_dhcp_option_index() {
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
 
-static void dump_rule_index() {
-    char line[line_size];
+void dump_rule_index() {
+    char line[LINE_SIZE];
     int count = 0;
     for (const hbs_rule_entry &entry : listed<hbs_rule_entry>{hbs_pool::rule}) {
         count++;
@@ -120,6 +122,8 @@ static void dump_rule_index() {
             static_cast<int>(hbs_rule_count()));
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");
 }
+
+} // namespace
 
 void hbs_db_dump() {
     const hbs_shm_hold hold;

@@ -8,7 +8,9 @@
 #include "store/segment.h"
 #include "store/slots.h"
 
-static void update_ip_index(const hbs_client *client) {
+namespace {
+
+void update_ip_index(const hbs_client *client) {
     hbs_ip_entry entry;
     if (!hbs_ipv4_is_zero(client->ipv4)) {
         hbs_file_client_to_ip_index(client->nwidx, HBS_IP_KIND_IPV4, client, &entry);
@@ -26,7 +28,7 @@ static void update_ip_index(const hbs_client *client) {
     }
 }
 
-static void update_dhcp_option_index(const hbs_client *client) {
+void update_dhcp_option_index(const hbs_client *client) {
     hbs_ip_entry entry;
     if (!hbs_ipv4_is_zero(client->ipv4) && (client->flags & HBS_FLAG_DYNIP4) != 0) {
         hbs_file_dhcp_option_client_to_ip_idx(client->nwidx, HBS_IP_KIND_IPV4, client, &entry);
@@ -39,6 +41,8 @@ static void update_dhcp_option_index(const hbs_client *client) {
         hbs_file_dhcp_option_insert_ip_idx(&entry);
     }
 }
+
+} // namespace
 
 void hbs_index_update(const hbs_client *client) {
     if (hbs_reference_of(client) == HBS_DBPOS_NONE)

@@ -7,9 +7,13 @@
 #include "store/pools.h"
 #include "store/slots.h"
 
-static hbs_instance_map rnd_maps[HBS_NETWORKS];
-static hbs_instance_map primary_map;
-static uint32_t primary_count;
+namespace {
+
+hbs_instance_map rnd_maps[HBS_NETWORKS];
+hbs_instance_map primary_map;
+uint32_t primary_count;
+
+} // namespace
 
 hbs_instance_map hbs_rnd_map(int network) {
     return rnd_maps[hbs_fold_network(network)];
@@ -23,30 +27,32 @@ uint32_t hbs_pri_count() {
     return primary_count;
 }
 
-static hbs_if_entry *first_if() {
+namespace {
+
+hbs_if_entry *first_if() {
     return static_cast<hbs_if_entry *>(hbs_list_first(hbs_pool::interface));
 }
 
-static hbs_if_entry *if_after(const hbs_if_entry *entry) {
+hbs_if_entry *if_after(const hbs_if_entry *entry) {
     return static_cast<hbs_if_entry *>(hbs_list_next(hbs_pool::interface, entry));
 }
 
-static hbs_pri_entry *first_pri() {
+hbs_pri_entry *first_pri() {
     return static_cast<hbs_pri_entry *>(hbs_list_first(hbs_pool::primary));
 }
 
-static hbs_pri_entry *pri_after(const hbs_pri_entry *entry) {
+hbs_pri_entry *pri_after(const hbs_pri_entry *entry) {
     return static_cast<hbs_pri_entry *>(hbs_list_next(hbs_pool::primary, entry));
 }
 
-static hbs_if_entry *find_if(uint32_t reference) {
+hbs_if_entry *find_if(uint32_t reference) {
     hbs_if_entry *entry = first_if();
     while (entry != nullptr && entry->dbpos != reference)
         entry = if_after(entry);
     return entry;
 }
 
-static hbs_pri_entry *find_pri(uint32_t reference) {
+hbs_pri_entry *find_pri(uint32_t reference) {
     hbs_pri_entry *entry = first_pri();
     while (entry != nullptr && entry->dbpos != reference)
         entry = pri_after(entry);
@@ -54,17 +60,19 @@ static hbs_pri_entry *find_pri(uint32_t reference) {
 }
 
 // All interface keys have two words.
-static int compare_if(const hbs_if_entry *a, const hbs_if_entry *b) {
+int compare_if(const hbs_if_entry *a, const hbs_if_entry *b) {
     return hbs_oid_compare(a->key, 2, b->key, 2);
 }
 
 // The first entry whose key is equal or larger; null = the tail.
-static hbs_if_entry *find_if_place(const hbs_if_entry *wanted) {
+hbs_if_entry *find_if_place(const hbs_if_entry *wanted) {
     hbs_if_entry *entry = first_if();
     while (entry != nullptr && compare_if(entry, wanted) < 0)
         entry = if_after(entry);
     return entry;
 }
+
+} // namespace
 
 void hbs_file_update_if_idx(const hbs_client *client) {
     uint32_t reference = hbs_reference_of(client);
@@ -100,9 +108,13 @@ void hbs_file_update_if_idx(const hbs_client *client) {
     HBS_LOG(HBS_INFO, "HOSTBASE: insert new if index %s", hbs_if_entry_text(entry).text);
 }
 
-static bool is_of_network_0(const hbs_client *client) {
+namespace {
+
+bool is_of_network_0(const hbs_client *client) {
     return client->nwidx == 0 || client->nwidx == 8;
 }
+
+} // namespace
 
 void hbs_file_update_pri_idx(const hbs_client *client) {
     uint32_t reference = hbs_reference_of(client);
@@ -141,13 +153,17 @@ void hbs_file_remove_if_entry(const hbs_slot *slot) {
     hbs_pool_give(hbs_pool::interface, entry);
 }
 
+namespace {
+
 // A full map gives the same instance to several primary entries: it is in use until the last one goes.
-static void release_pri_instance(uint32_t instance) {
+void release_pri_instance(uint32_t instance) {
     for (const hbs_pri_entry *entry = first_pri(); entry != nullptr; entry = pri_after(entry))
         if (entry->key[0] == instance)
             return;
     hbs_instance_release(&primary_map, instance);
 }
+
+} // namespace
 
 void hbs_file_remove_pri_idx(const hbs_slot *slot) {
     uint32_t reference = hbs_slot_reference(slot);

@@ -20,18 +20,22 @@ int hbs_oid_compare(const uint32_t *a, uint32_t a_count, const uint32_t *b, uint
     return 0;
 }
 
+namespace {
+
 // Appends the octets of an address to a key, one word each, and `pad` words of 0 behind them.
-static void add_octets(hbs_ip_entry *entry, const uint8_t *address, uint32_t octets, uint32_t pad) {
+void add_octets(hbs_ip_entry *entry, const uint8_t *address, uint32_t octets, uint32_t pad) {
     for (uint32_t i = 0; i < octets; i++)
         entry->key[entry->count + i] = address[i];
     entry->count += octets + pad;
 }
 
-static void start_entry(hbs_ip_entry *entry, int nwidx, const hbs_client *client) {
+void start_entry(hbs_ip_entry *entry, int nwidx, const hbs_client *client) {
     *entry = {};
     entry->key[0] = hbs_network_key(nwidx);
     entry->dbpos = client->dbpos;
 }
+
+} // namespace
 
 void hbs_file_client_to_ip_index(int nwidx, int kind, const hbs_client *client, hbs_ip_entry *entry) {
     HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_file_client_to_ip_index: clnt dbpos is %d",
@@ -66,38 +70,40 @@ void hbs_file_dhcp_option_client_to_ip_idx(int nwidx, int kind, const hbs_client
         add_octets(entry, client->ll, sizeof client->ll, 1);
 }
 
-static hbs_ip_entry *first_entry(hbs_pool pool) {
+namespace {
+
+hbs_ip_entry *first_entry(hbs_pool pool) {
     return static_cast<hbs_ip_entry *>(hbs_list_first(pool));
 }
 
-static hbs_ip_entry *entry_after(hbs_pool pool, const hbs_ip_entry *entry) {
+hbs_ip_entry *entry_after(hbs_pool pool, const hbs_ip_entry *entry) {
     return static_cast<hbs_ip_entry *>(hbs_list_next(pool, entry));
 }
 
-static bool may_be_inserted(const hbs_ip_entry *entry) {
+bool may_be_inserted(const hbs_ip_entry *entry) {
     return entry != nullptr && entry->count > 0 && entry->count <= std::size(entry->key) &&
            hbs_reference_is_published(entry->dbpos);
 }
 
-static int compare_keys(const hbs_ip_entry *a, const hbs_ip_entry *b) {
+int compare_keys(const hbs_ip_entry *a, const hbs_ip_entry *b) {
     return hbs_oid_compare(a->key, std::min(a->count, uint32_t{HBS_IP_KEY_WORDS}), b->key,
                            std::min(b->count, uint32_t{HBS_IP_KEY_WORDS}));
 }
 
 // The first entry whose key is equal or larger; null = the new entry goes to the tail.
-static hbs_ip_entry *find_place(hbs_pool pool, const hbs_ip_entry *wanted) {
+hbs_ip_entry *find_place(hbs_pool pool, const hbs_ip_entry *wanted) {
     hbs_ip_entry *entry = first_entry(pool);
     while (entry != nullptr && compare_keys(entry, wanted) < 0)
         entry = entry_after(pool, entry);
     return entry;
 }
 
-static bool is_at_place(const hbs_ip_entry *place, const hbs_ip_entry *wanted) {
+bool is_at_place(const hbs_ip_entry *place, const hbs_ip_entry *wanted) {
     return place != nullptr && compare_keys(place, wanted) == 0;
 }
 
 // Copies an entry into an element and links it. Returns the element, or null when the pool is empty.
-static const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry, hbs_ip_entry *before) {
+const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry, hbs_ip_entry *before) {
     auto *element = static_cast<hbs_ip_entry *>(hbs_pool_take(pool));
     if (element == nullptr)
         return nullptr;
@@ -107,6 +113,8 @@ static const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry,
     hbs_list_link(pool, element, before);
     return element;
 }
+
+} // namespace
 
 void hostbase_insert_ipidx(const hbs_ip_entry *entry) {
     if (!may_be_inserted(entry))
@@ -140,10 +148,14 @@ void hbs_file_dhcp_option_insert_ip_idx(const hbs_ip_entry *entry) {
         HBS_LOG(HBS_INFO, "HOSTBASE: insert new dhcp ip index %s", hbs_dhcp_entry_text(stored).text);
 }
 
-static void free_entry(hbs_pool pool, hbs_ip_entry *entry) {
+namespace {
+
+void free_entry(hbs_pool pool, hbs_ip_entry *entry) {
     hbs_list_unlink(pool, entry);
     hbs_pool_give(pool, entry);
 }
+
+} // namespace
 
 void hbs_file_remove_ip_idx(const hbs_slot *slot) {
     uint32_t reference = hbs_slot_reference(slot);
@@ -175,9 +187,11 @@ void hbs_file_remove_dhcp_option_ip_idx(const hbs_slot *slot) {
     }
 }
 
+namespace {
+
 // Frees the entry with the key of `wanted`, and those of the client `reference` that differ from it in
 // their network only.
-static void remove_by_address(hbs_pool pool, const hbs_ip_entry *wanted, uint32_t reference) {
+void remove_by_address(hbs_pool pool, const hbs_ip_entry *wanted, uint32_t reference) {
     hbs_ip_entry *after = nullptr;
     for (hbs_ip_entry *entry = first_entry(pool); entry != nullptr; entry = after) {
         after = entry_after(pool, entry);
@@ -189,6 +203,8 @@ static void remove_by_address(hbs_pool pool, const hbs_ip_entry *wanted, uint32_
             free_entry(pool, entry);
     }
 }
+
+} // namespace
 
 void hbs_file_remove_ipv6_entry(const hbs_client *client) {
     if (client == nullptr)

@@ -15,6 +15,8 @@ constexpr node FREE_HEAD = MAX_ELEMENTS + 1;
 
 enum class place : uint8_t { nowhere, free, shared };
 
+namespace {
+
 struct pool_state {
     node count; // elements carved
     node free_count;
@@ -23,55 +25,55 @@ struct pool_state {
     place at[MAX_ELEMENTS];
 };
 
-static pool_state states[HBS_POOLS];
+pool_state states[HBS_POOLS];
 
-static pool_state &state_of(hbs_pool pool) {
+pool_state &state_of(hbs_pool pool) {
     return states[static_cast<int>(pool)];
 }
 
-static uint8_t *base() {
+uint8_t *base() {
     return reinterpret_cast<uint8_t *>(hbs_segment());
 }
 
-static uint32_t node_offset(hbs_pool pool, node n) {
+uint32_t node_offset(hbs_pool pool, node n) {
     const hbs_pool_layout &layout = hbs_layout_of(pool);
     return n == SHARED_HEAD ? layout.head : layout.first + n * layout.size;
 }
 
-static void put_word(uint32_t offset, uint32_t value) {
+void put_word(uint32_t offset, uint32_t value) {
     memcpy(base() + offset, &value, sizeof value);
 }
 
 // Every element and every head begins with its next and prev words.
-static void put_links(uint32_t offset, uint32_t next, uint32_t prev) {
+void put_links(uint32_t offset, uint32_t next, uint32_t prev) {
     put_word(offset, next);
     put_word(offset + 4, prev);
 }
 
-static void publish_links(hbs_pool pool, node n) {
+void publish_links(hbs_pool pool, node n) {
     const pool_state &state = state_of(pool);
     put_links(node_offset(pool, n), node_offset(pool, state.next[n]), node_offset(pool, state.prev[n]));
 }
 
-static void ring_insert(pool_state &state, node n, node before) {
+void ring_insert(pool_state &state, node n, node before) {
     state.next[n] = before;
     state.prev[n] = state.prev[before];
     state.next[state.prev[n]] = n;
     state.prev[before] = n;
 }
 
-static void ring_remove(pool_state &state, node n) {
+void ring_remove(pool_state &state, node n) {
     state.next[state.prev[n]] = state.next[n];
     state.prev[state.next[n]] = state.prev[n];
 }
 
-static void clear_reference(hbs_pool pool, node n) {
+void clear_reference(hbs_pool pool, node n) {
     const hbs_pool_layout &layout = hbs_layout_of(pool);
     if (layout.reference != 0)
         put_word(node_offset(pool, n) + layout.reference, 0);
 }
 
-static void append_free(hbs_pool pool, node n) {
+void append_free(hbs_pool pool, node n) {
     pool_state &state = state_of(pool);
     ring_insert(state, n, FREE_HEAD);
     state.at[n] = place::free;
@@ -81,14 +83,14 @@ static void append_free(hbs_pool pool, node n) {
 
 // Each pool lies at its fixed place, so a segment that is too short loses the last elements and the
 // pools behind them, and readers still find what is there where they expect it.
-static node elements_that_fit(const hbs_pool_layout &layout) {
+node elements_that_fit(const hbs_pool_layout &layout) {
     uint32_t size = hbs_segment_size();
     if (size <= layout.first)
         return 0;
     return static_cast<node>(std::min(layout.capacity, (size - layout.first) / layout.size));
 }
 
-static void carve(hbs_pool pool) {
+void carve(hbs_pool pool) {
     pool_state &state = state_of(pool);
     state.count = elements_that_fit(hbs_layout_of(pool));
     state.free_count = 0;
@@ -100,6 +102,8 @@ static void carve(hbs_pool pool) {
     }
     publish_links(pool, SHARED_HEAD);
 }
+
+} // namespace
 
 void hbs_pools_carve() {
     if (hbs_segment() == nullptr)
@@ -114,13 +118,17 @@ uint32_t hbs_pool_offset(const void *element) {
     return static_cast<uint32_t>(static_cast<const uint8_t *>(element) - base());
 }
 
-static int number_of_offset(hbs_pool pool, uint32_t offset) {
+namespace {
+
+int number_of_offset(hbs_pool pool, uint32_t offset) {
     const hbs_pool_layout &layout = hbs_layout_of(pool);
     if (offset < layout.first || (offset - layout.first) % layout.size != 0)
         return -1;
     uint32_t number = (offset - layout.first) / layout.size;
     return number < state_of(pool).count ? static_cast<int>(number) : -1;
 }
+
+} // namespace
 
 void *hbs_pool_element(hbs_pool pool, uint32_t offset) {
     if (hbs_segment() == nullptr || number_of_offset(pool, offset) < 0)
@@ -137,14 +145,18 @@ int hbs_pool_number(hbs_pool pool, const void *element) {
     return number_of_offset(pool, static_cast<uint32_t>(address - start));
 }
 
+namespace {
+
 // Whether the element is one of the pool's and at that place; its node goes into *n.
-static bool is_at(hbs_pool pool, const void *element, place where, node *n) {
+bool is_at(hbs_pool pool, const void *element, place where, node *n) {
     int number = hbs_pool_number(pool, element);
     if (number < 0)
         return false;
     *n = static_cast<node>(number);
     return state_of(pool).at[number] == where;
 }
+
+} // namespace
 
 // An element off the free list holds no poison values in its links: it is zeroed at once, and linked
 // before any reader may look.
@@ -209,9 +221,13 @@ void hbs_list_unlink(hbs_pool pool, void *element) {
     put_links(node_offset(pool, n), 0, 0);
 }
 
-static void *element_or_end(hbs_pool pool, node n) {
+namespace {
+
+void *element_or_end(hbs_pool pool, node n) {
     return n == SHARED_HEAD ? nullptr : base() + node_offset(pool, n);
 }
+
+} // namespace
 
 void *hbs_list_first(hbs_pool pool) {
     return hbs_segment() == nullptr ? nullptr : element_or_end(pool, state_of(pool).next[SHARED_HEAD]);

@@ -9,54 +9,62 @@
 #include "store/pools.h"
 #include "store/segment.h"
 
-constexpr uint32_t rule_key = 200; // first key word of every rule entry
-constexpr int parameters = 7;
+namespace {
 
-static uint32_t rule_count;
+constexpr uint32_t RULE_KEY = 200; // first key word of every rule entry
+constexpr int PARAMETERS = 7;
+
+uint32_t rule_count;
+
+} // namespace
 
 uint32_t hbs_rule_count() {
     return rule_count;
 }
 
-static hbs_rule_entry *first_rule() {
+namespace {
+
+hbs_rule_entry *first_rule() {
     return static_cast<hbs_rule_entry *>(hbs_list_first(hbs_pool::rule));
 }
 
-static hbs_rule_entry *rule_after(const hbs_rule_entry *entry) {
+hbs_rule_entry *rule_after(const hbs_rule_entry *entry) {
     return static_cast<hbs_rule_entry *>(hbs_list_next(hbs_pool::rule, entry));
 }
 
-static bool is_of_device(const hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6]) {
+bool is_of_device(const hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6]) {
     return entry->type == type && memcmp(entry->mac, mac, sizeof entry->mac) == 0;
 }
 
-static bool is_rule(const hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[3]) {
+bool is_rule(const hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[3]) {
     return is_of_device(entry, type, mac) && std::equal(p, p + 3, entry->p);
 }
 
-static hbs_rule_entry *find_rule(uint8_t type, const uint8_t mac[6], const uint32_t p[7]) {
+hbs_rule_entry *find_rule(uint8_t type, const uint8_t mac[6], const uint32_t p[7]) {
     hbs_rule_entry *entry = first_rule();
     while (entry != nullptr && !is_rule(entry, type, mac, p))
         entry = rule_after(entry);
     return entry;
 }
 
-static hbs_rule_entry *find_instance(uint32_t instance) {
+hbs_rule_entry *find_instance(uint32_t instance) {
     hbs_rule_entry *entry = first_rule();
     while (entry != nullptr && entry->key[1] != instance)
         entry = rule_after(entry);
     return entry;
 }
 
-static void fill_entry(hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[7],
-                       uint32_t instance) {
+void fill_entry(hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[7],
+                uint32_t instance) {
     entry->count = 2;
-    entry->key[0] = rule_key;
+    entry->key[0] = RULE_KEY;
     entry->key[1] = instance;
     memcpy(entry->mac, mac, sizeof entry->mac);
     entry->type = type;
-    std::copy_n(p, parameters, entry->p);
+    std::copy_n(p, PARAMETERS, entry->p);
 }
+
+} // namespace
 
 void hbs_file_update_rule_idx(uint8_t type, const uint8_t mac[6], const uint32_t p[7]) {
     const hbs_shm_hold hold;
@@ -83,11 +91,15 @@ void hbs_file_update_rule_idx(uint8_t type, const uint8_t mac[6], const uint32_t
         rule_count = instance;
 }
 
-static void lower_instances_above(uint32_t instance) {
+namespace {
+
+void lower_instances_above(uint32_t instance) {
     for (hbs_rule_entry *entry = first_rule(); entry != nullptr; entry = rule_after(entry))
         if (entry->key[1] > instance)
             entry->key[1]--;
 }
+
+} // namespace
 
 void hbs_file_remove_rule_idx(uint8_t type, const uint8_t mac[6], uint32_t p1, uint32_t p2, uint32_t p3) {
     const hbs_shm_hold hold;
@@ -111,9 +123,11 @@ void hbs_file_remove_rule_idx(uint8_t type, const uint8_t mac[6], uint32_t p1, u
         lower_instances_above(last_freed);
 }
 
+namespace {
+
 // Puts a taken element in the place of the entry with its instance, which is given back, or appends it.
-static void put_rule(hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[7],
-                     uint32_t instance) {
+void put_rule(hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[7],
+              uint32_t instance) {
     fill_entry(entry, type, mac, p, instance);
     hbs_rule_entry *old = find_instance(instance);
     hbs_list_link(hbs_pool::rule, entry, old);
@@ -124,6 +138,8 @@ static void put_rule(hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], 
     hbs_list_unlink(hbs_pool::rule, old);
     hbs_pool_give(hbs_pool::rule, old);
 }
+
+} // namespace
 
 void hbs_file_update_rule_tr69_tod(uint8_t type, const uint8_t mac[6], const uint32_t p[7],
                                    uint32_t instance) {
@@ -162,7 +178,7 @@ void hbs_file_update_rule_tr69_idx(uint8_t type, const uint8_t mac[6], const uin
     if (found != nullptr) {
         HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_update_rule_tr69_idx : index found exists (%s)",
                 hbs_rule_entry_text(found).text);
-        if (std::equal(p + 4, p + parameters, found->p + 4))
+        if (std::equal(p + 4, p + PARAMETERS, found->p + 4))
             return;
     }
     auto *entry = static_cast<hbs_rule_entry *>(hbs_pool_take(hbs_pool::rule));

@@ -14,11 +14,15 @@
 #include "base/paths.h"
 #include "base/sem_deadline.h"
 
-static hbs_db image;
-static uint8_t *shared;
-static uint32_t segment_size;
-static sem_t *semaphore = SEM_FAILED;
-static int admitted = 1; // holders at a time, as the last start left the semaphore
+namespace {
+
+hbs_db image;
+uint8_t *shared;
+uint32_t segment_size;
+sem_t *semaphore = SEM_FAILED;
+int admitted = 1; // holders at a time, as the last start left the semaphore
+
+} // namespace
 
 hbs_db *hbs_segment() {
     return shared == nullptr ? nullptr : &image;
@@ -37,8 +41,10 @@ void hbs_segment_attach(void *base, uint32_t size) {
     segment_size = size;
 }
 
+namespace {
+
 // All that differs, whoever made it differ; the reserved word in front is not the daemon's.
-static void publish_image() {
+void publish_image() {
     constexpr uint32_t piece = 256; // bytes
     const uint8_t *own = reinterpret_cast<const uint8_t *>(&image);
     for (uint32_t at = offsetof(hbs_db, clients); at < segment_size; at += piece) {
@@ -47,6 +53,8 @@ static void publish_image() {
             memcpy(shared + at, own + at, size);
     }
 }
+
+} // namespace
 
 void hbs_sem_init() {
     // The mode is cut by the umask, and readers run as other users.
@@ -77,15 +85,19 @@ void hbs_sem_wait() {
             HBS_SEM_PATIENCE_MS);
 }
 
+namespace {
+
 // A holder that was slow but alive posts after it was taken over from, and one too many is free from then on.
 // Only what is free is taken away, so whoever is inside keeps its place.
-static void take_excess_away() {
+void take_excess_away() {
     constexpr int most = 1000; // each time, whatever other processes post
     int free = 0;
     (void)sem_getvalue(semaphore, &free);
     const int excess = std::min(free - (admitted - 1), most);
     for (int i = 0; i < excess && sem_trywait(semaphore) == 0; i++) {}
 }
+
+} // namespace
 
 void hbs_sem_post() {
     publish_image();

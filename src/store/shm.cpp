@@ -18,7 +18,9 @@
 #include "store/rule_index.h"
 #include "store/slots.h"
 
-static bool create_key_file() {
+namespace {
+
+bool create_key_file() {
     int file = hbs_plain_open(HBS_SHM_KEY_FILE, O_WRONLY | O_CREAT | O_TRUNC, 0644);
     if (file < 0)
         return false;
@@ -26,7 +28,7 @@ static bool create_key_file() {
     return true;
 }
 
-static int create_or_get_segment(key_t key) {
+int create_or_get_segment(key_t key) {
     int id = shmget(key, HBS_SHM_SIZE, IPC_CREAT | IPC_EXCL | HBS_SEGMENT_MODE);
     if (id >= 0)
         return id;
@@ -42,7 +44,7 @@ static int create_or_get_segment(key_t key) {
 
 // How much of the segment may be used: what was left under this key may be shorter than the database.
 // 0 when it has not even room for the list heads, or its size cannot be learnt.
-static uint32_t usable_size(int id) {
+uint32_t usable_size(int id) {
     shmid_ds status{};
     if (shmctl(id, IPC_STAT, &status) != 0)
         return 0;
@@ -54,7 +56,7 @@ static uint32_t usable_size(int id) {
 
 // Only null is told as a failure. The error value (void *)-1 goes to the log like an address, but nothing
 // can be carved there: the database then stays unattached.
-static void attach_segment(int id, uint32_t size) {
+void attach_segment(int id, uint32_t size) {
     void *base = shmat(id, nullptr, 0);
     if (base == nullptr) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Failed to attach shared memory segment to current process - %s",
@@ -66,7 +68,7 @@ static void attach_segment(int id, uint32_t size) {
         hbs_segment_attach(base, size);
 }
 
-static void open_segment() {
+void open_segment() {
     if (!create_key_file()) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: Cannot create gwhostbase shared memory key file - %s", strerror(errno));
         return;
@@ -87,6 +89,8 @@ static void open_segment() {
     }
     attach_segment(id, size);
 }
+
+} // namespace
 
 // Nothing waits for the semaphore here: a new one is at 0, and only the post at the end opens it. Each
 // later start of the daemon posts an existing one once more.

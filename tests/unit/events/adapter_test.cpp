@@ -4,15 +4,8 @@
 
 namespace adapter_test {
 
-class AdapterType : public ClientsTest {
+class AdapterType : public OneClientTest {
   protected:
-    void SetUp() override {
-        ClientsTest::SetUp();
-        client_ = add_client(1);
-        client_->flags = 0;
-        clear_log();
-    }
-    hbs_client *client_ = nullptr;
     const std::string mac_ = "02:aa:00:00:00:01";
 };
 

@@ -23,6 +23,15 @@ class ManagementFilter : public ManagementTest {
         return hbs_api_clr_mac_filter(&request);
     }
 
+    static hbs_filter_request filter_with_texts() {
+        hbs_filter_request request = filter(HBS_LIST_BLACK, LAPTOP, {1, 2, 3, 4, 5, 6});
+        request.comment = "com";
+        request.description = "des";
+        request.keyword_list = "key";
+        request.domain_list = "dom";
+        return request;
+    }
+
     static std::vector<uint32_t> parameters(const hbs_rule_entry &entry) { return {entry.p, entry.p + 7}; }
 };
 
@@ -88,11 +97,7 @@ TEST_F(ManagementFilterSet, OfAnUnknownMac_AddsTheClientTheRuleAndTheIndexEntry)
 }
 
 TEST_F(ManagementFilterSet, TakesEachTextThatIsGivenAndNamesIt) {
-    hbs_filter_request request = filter(HBS_LIST_BLACK, LAPTOP, {1, 2, 3, 4, 5, 6});
-    request.comment = "com";
-    request.description = "des";
-    request.keyword_list = "key";
-    request.domain_list = "dom";
+    hbs_filter_request request = filter_with_texts();
     request.filter_word = 0xfffffffe;
     EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
     const Persisted expected{.mac = LAPTOP,
@@ -112,11 +117,7 @@ TEST_F(ManagementFilterSet, TakesEachTextThatIsGivenAndNamesIt) {
 
 // They come with every request, so that an empty one empties what is stored. A comment may be left out.
 TEST_F(ManagementFilterSet, EmptyTextsReplaceAndAreNamed_AnEmptyCommentIsNone) {
-    hbs_filter_request request = filter(HBS_LIST_BLACK, LAPTOP, {1, 2, 3, 4, 5, 6});
-    request.comment = "com";
-    request.description = "des";
-    request.keyword_list = "key";
-    request.domain_list = "dom";
+    hbs_filter_request request = filter_with_texts();
     request.filter_word = 9;
     EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
 
@@ -209,11 +210,7 @@ TEST_F(ManagementFilterClear, OfTheLastRule_TakesTheClientOffTheWhiteList) {
 }
 
 TEST_F(ManagementFilterClear, OfTheLastRule_TakesTheClientOffTheBlackListAndEmptiesItsTexts) {
-    hbs_filter_request request = filter(HBS_LIST_BLACK, LAPTOP, {1, 2, 3, 4, 5, 6});
-    request.comment = "com";
-    request.description = "des";
-    request.keyword_list = "key";
-    request.domain_list = "dom";
+    hbs_filter_request request = filter_with_texts();
     request.filter_word = 9;
     EXPECT_EQ(0, hbs_api_set_mac_filter(&request));
     EXPECT_EQ(0, clear(HBS_LIST_BLACK, LAPTOP, {1, 2, 3}));

@@ -139,12 +139,7 @@ TEST_F(Dhcpv6, AddressInNoNetwork_ChangesNothing) {
 }
 
 TEST_F(Dhcpv6, NoMemory_EndsWithNone) {
-    for (unsigned i = 0; i < HBS_MAX_WORKING; ++i) {
-        const uint8_t mac[6] = {0x02, 0xcc, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
-        hbs_client *client = hbs_add(mac);
-        ASSERT_NE(nullptr, client);
-        client->flags = HBS_FLAG_ONLINE; // so that it does not make room
-    }
+    crowd_in();
     EXPECT_EQ(nullptr, handle());
     EXPECT_EQ(0u, clients_seen());
 }

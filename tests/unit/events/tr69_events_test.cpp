@@ -173,16 +173,20 @@ TEST_F(Tr69Events, StaticLeaseClearedOfAnAddressThatNobodyHoldsIsSentEmpty) {
 
 // --- client records ---
 
+Event lease_event(const std::string &host) {
+    return {.code = 101,
+            .mac = UPPER,
+            .number = 1,
+            .adapter = 1,
+            .ipv4 = "192.168.1.20",
+            .host = host,
+            .flag = 1};
+}
+
 TEST_F(Tr69Events, Dhcpv4LeaseIsFullyDescribed) {
     give_ipv6();
     EXPECT_EQ(0, hbs_send_tr69_event(101, client_));
-    expect_sent({.code = 101,
-                 .mac = UPPER,
-                 .number = 1,
-                 .adapter = 1,
-                 .ipv4 = "192.168.1.20",
-                 .host = "laptop",
-                 .flag = 1});
+    expect_sent(lease_event("laptop"));
 }
 
 TEST_F(Tr69Events, Dhcpv6LeaseCarriesBothIpv6Addresses) {
@@ -216,13 +220,7 @@ TEST_F(Tr69Events, ExpiredLeaseCarriesTheAdapterToo) {
 TEST_F(Tr69Events, RecordIsReadAsItStandsNotAsItIsPublished) {
     hbs_copy_text(client_->host, sizeof(client_->host), "unpublished");
     EXPECT_EQ(0, hbs_send_tr69_event(101, client_));
-    expect_sent({.code = 101,
-                 .mac = UPPER,
-                 .number = 1,
-                 .adapter = 1,
-                 .ipv4 = "192.168.1.20",
-                 .host = "unpublished",
-                 .flag = 1});
+    expect_sent(lease_event("unpublished"));
 }
 
 TEST_F(Tr69Events, UnknownCodeIsRefusedAndNothingIsSent) {

@@ -24,7 +24,7 @@
 #include "store/clients.h"
 #include "store/publish.h"
 #include "store/shm.h"
-#include "support/gateway.h"
+#include "support/netbios.h"
 #include "support/probes.h"
 
 namespace client_leases_test {
@@ -40,10 +40,10 @@ constexpr uint32_t STATE =
 
 void ignore(hbs_client *) {}
 
-class ClientLeases : public GatewayTest {
+class ClientLeases : public NetbiosTest {
   protected:
     void SetUp() override {
-        GatewayTest::SetUp();
+        NetbiosTest::SetUp();
         setenv("TZ", "UTC0", 1);
         hbs_list_mutex_init();
         hbs_rnd_status = -1;
@@ -52,21 +52,8 @@ class ClientLeases : public GatewayTest {
         hbs_lease_timers_register(ignore, ignore, ignore);
         hostbase_set_internal_mac_range();
         open_probes();
-        // Stands before the real program in PATH.
-        set_answer("");
-        setenv("PATH", (directory() + "/bin:/usr/bin:/bin").c_str(), 1);
         clear_log();
     }
-
-    // A NetBIOS look-up that notes its arguments and gives this answer at once.
-    void set_answer(const std::string &text) {
-        write_file(directory() + "/answer", text);
-        const std::string program = directory() + "/bin/nbtscan";
-        write_file(program, "#!/bin/sh\necho \"$# $*\" >> " + directory() + "/asked\ncat " + directory() +
-                                "/answer\n");
-        chmod(program.c_str(), 0755);
-    }
-    std::vector<std::string> asked() const { return read_lines(directory() + "/asked"); }
 
     // Whether a lease was found or not: to the end of the check.
     static void check(hbs_client *client) {

@@ -11,32 +11,20 @@
 #include "store/client_fields.h"
 #include "store/clients.h"
 #include "store/shm.h"
-#include "support/gateway.h"
+#include "support/netbios.h"
 
 namespace netbios_name_test {
 
 const std::string ANSWERS = "/var/tmp/nbtlist";
 
-class NetbiosName : public GatewayTest {
+class NetbiosName : public NetbiosTest {
   protected:
     void SetUp() override {
-        GatewayTest::SetUp();
+        NetbiosTest::SetUp();
         hbs_list_mutex_init();
         hbs_clients_init();
         hbs_shm_init();
-        set_answer("");
-        setenv("PATH", (directory() + "/bin:/usr/bin:/bin").c_str(), 1); // before the real program
     }
-
-    // A look-up program that notes its arguments and gives this answer at once.
-    void set_answer(const std::string &text) {
-        write_file(directory() + "/answer", text);
-        const std::string program = directory() + "/bin/nbtscan";
-        write_file(program, "#!/bin/sh\necho \"$# $*\" >> " + directory() + "/asked\ncat " + directory() +
-                                "/answer\n");
-        chmod(program.c_str(), 0755);
-    }
-    std::vector<std::string> asked() const { return read_lines(directory() + "/asked"); }
 
     static void ask(hbs_client *client) {
         char name[HBS_NETBIOS_LINE_SIZE];

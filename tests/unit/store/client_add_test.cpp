@@ -9,6 +9,16 @@ namespace client_add_test {
 
 class WorkingPool : public PublishTest {
   protected:
+    // All other working copies are in use and on line; those that have a slot are published.
+    static void crowd_in_beside_one() {
+        for (unsigned n = 1; n < HBS_MAX_WORKING; ++n) {
+            hbs_client *client = add_client(n);
+            client->flags = HBS_FLAG_ONLINE;
+            if (n < HBS_MAX_CLIENTS)
+                hbs_publish(client);
+        }
+    }
+
     static constexpr unsigned FIRST_UNPUBLISHED = HBS_MAX_CLIENTS + 1;
 
     // 96 published clients on line, and the rest of the pool unpublished with these flags.
@@ -70,12 +80,7 @@ TEST_F(WorkingPool, APublishedNomacClientThatIsTakenEndsWhole) {
     hbs_set_ipv4(nomac, ipv4_number(200).data());
     nomac->online_time = 1;
     hbs_publish(nomac);
-    for (unsigned n = 1; n < HBS_MAX_WORKING; ++n) {
-        hbs_client *client = add_client(n);
-        client->flags = HBS_FLAG_ONLINE;
-        if (n < HBS_MAX_CLIENTS)
-            hbs_publish(client);
-    }
+    crowd_in_beside_one();
     ASSERT_NE(nullptr, add_client(600));
     EXPECT_TRUE(nomac_clients().empty());
 }
@@ -103,12 +108,7 @@ TEST_F(WorkingPool, APublishedRecordThatNobodyCanFindGoesLast) {
     hbs_client *nobody = hbs_add(nullptr);
     nobody->flags = HBS_FLAG_ONLINE | HBS_FLAG_STIP6;
     hbs_publish(nobody);
-    for (unsigned n = 1; n < HBS_MAX_WORKING; ++n) {
-        hbs_client *client = add_client(n);
-        client->flags = HBS_FLAG_ONLINE;
-        if (n < HBS_MAX_CLIENTS)
-            hbs_publish(client);
-    }
+    crowd_in_beside_one();
     ASSERT_NE(nullptr, add_client(600));
     EXPECT_TRUE(nomac_clients().empty());
     EXPECT_EQ(static_cast<size_t>(HBS_MAX_CLIENTS) - 1, published_clients().size());

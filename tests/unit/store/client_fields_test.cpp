@@ -34,16 +34,7 @@ void PrintTo(const TextCase &row, std::ostream *out) {
     *out << row.name;
 }
 
-class FieldsTest : public ClientsTest {
-  protected:
-    void SetUp() override {
-        ClientsTest::SetUp();
-        client_ = add_client(1);
-        client_->flags = 0;
-        clear_log();
-    }
-    hbs_client *client_ = nullptr;
-};
+using FieldsTest = OneClientTest;
 
 class TextField : public FieldsTest, public testing::WithParamInterface<TextCase> {
   protected:

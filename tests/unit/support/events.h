@@ -61,6 +61,16 @@ inline std::string text_of(const uint8_t (&ipv4)[4]) {
 
 class EventTest : public GatewayTest {
   protected:
+    // Every working copy is in use, by clients that do not make room.
+    static void crowd_in() {
+        for (unsigned i = 0; i < HBS_MAX_WORKING; ++i) {
+            const uint8_t mac[6] = {0x02, 0xcc, 0, 0, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+            hbs_client *client = hbs_add(mac);
+            ASSERT_NE(nullptr, client);
+            client->flags = HBS_FLAG_ONLINE;
+        }
+    }
+
     void SetUp() override {
         GatewayTest::SetUp();
         if (HasFatalFailure())

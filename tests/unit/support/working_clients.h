@@ -190,6 +190,18 @@ class ClientsTest : public GatewayTest {
     }
 };
 
+// One client, its flags and the log empty.
+class OneClientTest : public ClientsTest {
+  protected:
+    void SetUp() override {
+        ClientsTest::SetUp();
+        client_ = add_client(1);
+        client_->flags = 0;
+        clear_log();
+    }
+    hbs_client *client_ = nullptr;
+};
+
 // A client pool that can be filled.
 class PublishTest : public ClientsTest {
   protected:
