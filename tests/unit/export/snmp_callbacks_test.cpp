@@ -7,6 +7,7 @@
 #include "export/rwlock.h"
 #include "export/snmp_callbacks.h"
 #include "support/printed.h"
+#include "support/waiting_call.h"
 
 namespace snmp_callbacks_test {
 
@@ -130,9 +131,9 @@ TEST_F(SnmpCallbacks, DumpWaitsForTheListLock) {
     snmpa_alloc note = {&snmp_allocs, &snmp_allocs, nullptr, 1, "a.c", 1};
     const Printed printed(directory() + "/printed");
     pthread_mutex_lock(&listlock);
-    std::thread dumper(USER_free_dump);
+    WaitingCall dumper(USER_free_dump);
     EXPECT_TRUE(wait_until([&] { return printed.text() == "USER_free_dump - enter\n"; }));
-    sleep_milliseconds(50);
+    EXPECT_TRUE(dumper.is_waiting());
     EXPECT_EQ("USER_free_dump - enter\n", printed.text());
     snmp_allocs.next = snmp_allocs.prev = &note;
     pthread_mutex_unlock(&listlock);

@@ -11,6 +11,7 @@
 #include "gateway/networks.h"
 #include "gateway/userconf.h"
 #include "support/gateway.h"
+#include "support/waiting_call.h"
 
 namespace lease_files_test {
 
@@ -163,13 +164,8 @@ TEST_F(LeaseFiles, StaticLeaseLookUpSharesTheFileButWaitsForAnEditor) {
     ASSERT_EQ(0, flock(other, LOCK_SH));
     EXPECT_EQ((Address{192, 168, 0, 5}), static_address());
     ASSERT_EQ(0, flock(other, LOCK_EX));
-    bool done = false;
-    std::thread reader([&] {
-        (void)hbs_check_lease_get_ipv4_static_lease(MAC, nullptr);
-        done = true;
-    });
-    sleep_milliseconds(100);
-    EXPECT_FALSE(done);
+    WaitingCall reader([] { (void)hbs_check_lease_get_ipv4_static_lease(MAC, nullptr); });
+    EXPECT_TRUE(reader.is_waiting());
     close(other);
     reader.join();
 }
@@ -200,13 +196,8 @@ TEST_F(LeaseFiles, UserConfigurationLookUpTakesTheFileForItself) {
     write_file(STATIC_1, "02:aa:00:00:00:11 192.168.0.5\n");
     const int other = open(STATIC_1.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(0, flock(other, LOCK_SH));
-    bool done = false;
-    std::thread reader([&] {
-        (void)hbs_check_lease_get_ipv4_static_lease_from_mac(MAC, nullptr);
-        done = true;
-    });
-    sleep_milliseconds(100);
-    EXPECT_FALSE(done);
+    WaitingCall reader([] { (void)hbs_check_lease_get_ipv4_static_lease_from_mac(MAC, nullptr); });
+    EXPECT_TRUE(reader.is_waiting());
     close(other);
     reader.join();
 }

@@ -7,6 +7,7 @@
 
 #include "gateway/lease_prune.h"
 #include "support/gateway.h"
+#include "support/waiting_call.h"
 
 namespace lease_prune_test {
 
@@ -93,8 +94,8 @@ TEST_F(LeasePrune, DynamicWaitsForTheServer) {
     write_file(DYNAMIC_1, dynamic_line(50));
     const int server = open(DYNAMIC_1.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(0, flock(server, LOCK_EX));
-    std::thread pruner([] { hbs_lease_prune_host4(0, FIRST, LAST); });
-    sleep_milliseconds(100);
+    WaitingCall pruner([] { hbs_lease_prune_host4(0, FIRST, LAST); });
+    EXPECT_TRUE(pruner.is_waiting());
     EXPECT_EQ(dynamic_line(50), read_file(DYNAMIC_1));
     close(server);
     pruner.join();
@@ -186,8 +187,8 @@ TEST_F(LeasePrune, StaticWaitsForTheServer) {
     write_file(STATIC_1, "02:aa:00:00:00:11 192.168.1.5\n");
     const int server = open(STATIC_1.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(0, flock(server, LOCK_SH));
-    std::thread pruner([] { hbs_lease_prune_static4(0, LAN, MASK); });
-    sleep_milliseconds(100);
+    WaitingCall pruner([] { hbs_lease_prune_static4(0, LAN, MASK); });
+    EXPECT_TRUE(pruner.is_waiting());
     EXPECT_EQ("02:aa:00:00:00:11 192.168.1.5\n", read_file(STATIC_1));
     close(server);
     pruner.join();

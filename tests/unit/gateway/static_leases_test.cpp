@@ -8,6 +8,7 @@
 
 #include "gateway/static_leases.h"
 #include "support/gateway.h"
+#include "support/waiting_call.h"
 
 namespace static_leases_test {
 
@@ -200,8 +201,8 @@ TEST_F(StaticLeases, DeleteWaitsForTheServer) {
     write_file(STATIC_1, "02:aa:00:00:00:11 192.168.0.5\n");
     const int server = open(STATIC_1.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(0, flock(server, LOCK_SH));
-    std::thread editor([] { (void)hbs_lease_delete_ipv4_static("02:aa:00:00:00:11"); });
-    sleep_milliseconds(100);
+    WaitingCall editor([] { (void)hbs_lease_delete_ipv4_static("02:aa:00:00:00:11"); });
+    EXPECT_TRUE(editor.is_waiting());
     EXPECT_EQ("02:aa:00:00:00:11 192.168.0.5\n", read_file(STATIC_1));
     close(server);
     editor.join();

@@ -10,6 +10,7 @@
 #include "gateway/subnet_change.h"
 #include "gateway/userconf.h"
 #include "support/gateway.h"
+#include "support/waiting_call.h"
 
 namespace subnet_change_test {
 
@@ -200,8 +201,8 @@ TEST_F(SubnetChange, WaitsForTheServer) {
     write_file(OLD, "02:aa:00:00:00:11 192.168.0.50\n");
     const int server = open(OLD.c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(0, flock(server, LOCK_SH));
-    std::thread mover([&] { (void)change(); });
-    sleep_milliseconds(100);
+    WaitingCall mover([&] { (void)change(); });
+    EXPECT_TRUE(mover.is_waiting());
     EXPECT_TRUE(file_exists(OLD));
     close(server);
     mover.join();
