@@ -94,6 +94,8 @@ void end_daemon() {
     (void)sysinfo(&info);
     HBS_LOG(HBS_ALERT, "HOSTBASE: %s reboot gw_hostbase at uptime:%d", "file_watcher_timer_handle",
             static_cast<int>(info.uptime));
+    // The first two only print what the DHCP server told last, and the last ends this very
+    // process, whose controller starts it anew. Kept as people who read the console know it.
     static constexpr const char *commands[] = {"cat " HBS_LEASE_RECORD, "cat " HBS_DHCPV4_NOTICES_COPY,
                                                "killall gw_hostbase"};
     for (const char *command : commands) {

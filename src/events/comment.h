@@ -1,4 +1,5 @@
-// What users call a device. Callers hold hbs_list_mutex. Results: 0, or -1 when refused.
+// What users call a device. Callers hold hbs_list_mutex. Results: 0, also when
+// nothing could be kept in files (logged), or -1 when refused.
 #pragma once
 
 #include <cstdint>

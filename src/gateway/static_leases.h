@@ -22,7 +22,8 @@ int hbs_lease_add_ipv4_static(int group, const hbs_static_lease *lease);
 // static-lease file must exist; a line that cannot be rewritten is passed over. 0, or -1.
 int hbs_lease_update_ipv4_static(int group, const hbs_static_lease *lease);
 
-// Deletes each file's first line of the MAC (of the address): static and host files of all groups. 0.
+// Deletes each file's first line of the MAC (of the address): static and host files of all groups. Always 0,
+// also when a file could not be written (logged): who asks has nothing else to do.
 int hbs_lease_delete_ipv4_static(const char *mac_text);
 int hbs_lease_delete_ipv4_static_by_ip(const char *address_text);
 
