@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "events/neighbours.h"
+#include "events/presence.h"
 
 bool hbs_is_wan_ifindex(int ifindex) {
     return NETIF_IsOutward(ifindex) != 0;
@@ -71,6 +72,13 @@ void hbs_tell_neighbour(const ndmsg *header, const uint8_t *lladdr, const uint8_
     }
 }
 
+// An entry of a bridge's forwarding table that a frame made, not a person or the bridge itself.
+static bool is_learned(const hbs_neighbour *entry) {
+    constexpr unsigned made = NUD_PERMANENT | NUD_NOARP;
+    return entry->header.ndm_family == AF_BRIDGE && (entry->header.ndm_state & made) == 0 &&
+           entry->attributes[NDA_LLADDR].size == 6;
+}
+
 void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
     nlmsghdr head;
     if (length < sizeof(head))
@@ -88,7 +96,10 @@ void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
         return;
     }
     hbs_neighbour entry;
-    if (hbs_netlink_neighbour({message, std::min<size_t>(head.nlmsg_len, length)}, &entry) &&
-        hbs_neighbour_is_sound(&entry))
+    if (!hbs_netlink_neighbour({message, std::min<size_t>(head.nlmsg_len, length)}, &entry))
+        return;
+    if (head.nlmsg_type == RTM_NEWNEIGH && is_learned(&entry))
+        hbs_presence_heard(entry.attributes[NDA_LLADDR].data);
+    if (hbs_neighbour_is_sound(&entry))
         hbs_tell_neighbour(&entry.header, entry.attributes[NDA_LLADDR].data, entry.attributes[NDA_DST].data);
 }

@@ -11,6 +11,7 @@
 #include "events/flap_list.h"
 #include "events/neighbour_news.h"
 #include "events/neighbour_seed.h"
+#include "events/presence.h"
 #include "events/tr69_events.h"
 #include "events/wifi_index.h"
 #include "files/leasev6.h"
@@ -155,15 +156,17 @@ hbs_client *hbs_handle_neigh_reachable(const uint8_t *mac, int ifindex, int fami
     if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)
         hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
     hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_REACH_2);
-    if ((client->flags & HBS_FLAGS_ADDR) != 0)
+    const bool has_address = (client->flags & HBS_FLAGS_ADDR) != 0;
+    if (has_address || hbs_presence_reached())
         go_online(client);
-    else
+    if (!has_address)
         hbs_lease_timer_start(client, HBS_TIMER_DHCP_WAIT, DHCP_WAIT_SECONDS);
     hbs_publish(client);
     return client;
 }
 
-// ONLINE and REACH stay: a client goes off line only through its online timer or a disassociation.
+// ONLINE and REACH stay: a client goes off line only through its online timer or a disassociation, unless the
+// platform has presence go by traffic.
 hbs_client *hbs_handle_neigh_gone(const uint8_t *mac, int ifindex, int family, const uint8_t *address) {
     const hbs_list_hold hold;
     if (hbs_db_ready == 0)
@@ -173,6 +176,7 @@ hbs_client *hbs_handle_neigh_gone(const uint8_t *mac, int ifindex, int family, c
     if (client == nullptr)
         return nullptr;
     client->lease_start_uptime = 0;
+    hbs_presence_unanswered(client);
     hbs_publish(client);
     HBS_LOG(HBS_INFO, "HOSTBASE: Got ARP GONE event for %s", hbs_client_log_text(client).text);
     (void)hbs_send_tr69_client_event(HBS_TR69_NEIGHBOUR_GONE, client);

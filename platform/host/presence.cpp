@@ -1,0 +1,19 @@
+// Presence by traffic, as the file of values says: off without it.
+#include <presence.h>
+
+#include "host_values.h"
+
+int PRESENCE_ByTraffic(void) {
+    host_values_hold hold;
+    uint32_t on = 0;
+    return common_text_to_u32(host_value("presence.by_traffic"), &on) && on == 1 ? 1 : 0;
+}
+
+// A device that no switch has learned.
+int PRESENCE_IsSilent(const uint8_t mac[6]) {
+    host_values_hold hold;
+    return mac != nullptr && host_value_of_mac("switch.mac.", mac) == nullptr &&
+                   host_value_of_mac("l2switch.mac.", mac) == nullptr
+               ? 1
+               : 0;
+}

@@ -1,0 +1,26 @@
+/* Whether traffic alone says who is present. */
+#ifndef HBS_PLATFORM_PRESENCE_H
+#define HBS_PLATFORM_PRESENCE_H
+
+#include <stdint.h>
+
+#pragma GCC visibility push(default) /* whatever the library is compiled with */
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Whether a device that answers or sends is on line and one that neither answers nor sends is not. Returns 1
+ * or 0; 0 leaves presence to leases, associations, links and timers. The same for the life of the process. */
+int PRESENCE_ByTraffic(void);
+
+/* Whether it is sure that no frame of a device has been heard of late. mac [in] 6 bytes. Returns 1 or 0; 0
+ * when that cannot be told. */
+int PRESENCE_IsSilent(const uint8_t mac[6]);
+
+#ifdef __cplusplus
+}
+#endif
+
+#pragma GCC visibility pop
+#endif

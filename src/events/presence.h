@@ -1,0 +1,17 @@
+// Presence by traffic, where the platform says so: a device that answers or sends is on line, one that does
+// neither is not. On a gateway these do nothing. Callers hold hbs_list_mutex.
+#pragma once
+
+#include <cstdint>
+
+#include <hbs_db.h>
+
+// Its neighbour entry has become reachable. Returns whether that alone makes it on line.
+bool hbs_presence_reached();
+
+// A question for its address had no answer: it is off line when it sends nothing either. A Wi-Fi station that
+// is associated sleeps, and stays.
+void hbs_presence_unanswered(hbs_client *client);
+
+// A bridge has just learned where the device is. Takes hbs_list_mutex itself.
+void hbs_presence_heard(const uint8_t mac[6]);

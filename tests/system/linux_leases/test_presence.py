@@ -1,0 +1,50 @@
+"""Who answers or sends is on line, who does neither is not; a silent device that nobody asks stays."""
+
+from router import mac_of, online, wait_for
+
+# The devices are behind a switch of their own, so that the router's port keeps its link when one goes.
+BEHIND_A_SWITCH = """
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.ip("link add switch type bridge forward_delay 0 mcast_snooping 0", "link set switch up",
+          "link add up0 type veth peer name up1", "link set up0 master lan0 up", "link set up1 master switch up")
+router.device("a", 17, "switch", "192.168.10.17/24")
+router.device("b", 18, "switch", "192.168.10.18/24")
+"""
+
+
+def test_it_comes_by_an_answer_and_goes_when_it_gives_none(router):
+    router.lan(BEHIND_A_SWITCH)
+    router.start_daemon()
+    router.talk("192.168.10.17", "192.168.10.18")
+    both = {mac_of(17), mac_of(18)}
+    wait_for("both are on line by their answers", lambda: online(router.clients()) == both)
+    # It vanishes while the router has something for it; the table forgets it within some seconds.
+    router.run("ip", "link", "set", "lan0", "type", "bridge", "ageing_time", "300")
+    router.lan('router.inside("a", "link set eth0 down")\nrouter.inside("b", "link set eth0 arp off")')
+    wait_for("it is off line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(18)}, 60)
+    assert f"neither answer nor traffic of [{mac_of(17)}]" in router.log()
+    # It is heard again before anybody asks for it.
+    router.lan('router.inside("a", "link set eth0 up", "address flush dev eth0", "address add 192.168.10.17/24 dev eth0")')
+    router.run("nsenter", "--net=/run/netns/a", "--", "busybox", "ping", "-c1", "-W1", "192.168.10.1", check=False)
+    wait_for("it is back", lambda: online(router.clients()) == both)
+
+
+def test_one_that_is_still_heard_stays(router):
+    router.lan(BEHIND_A_SWITCH)
+    router.start_daemon()
+    router.talk("192.168.10.17")
+    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    # Its address does not answer any more, but the device itself is there.
+    router.lan('router.inside("a", "address flush dev eth0")')
+    router.talk("192.168.10.17")
+    wait_for("nobody answered", lambda: router.log().count("Got ARP GONE event"))
+    assert online(router.clients()) == {mac_of(17)}
+
+
+def test_switched_off_by_the_settings(router):
+    router.settings("log.level = debug", "presence = no")
+    router.lan(BEHIND_A_SWITCH)
+    router.start_daemon()
+    router.talk("192.168.10.17")
+    wait_for("it is there", lambda: router.client(17))
+    assert not router.client(17)["online"]
