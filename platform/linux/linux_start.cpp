@@ -12,6 +12,7 @@ namespace {
 constexpr const char *group_name = "hostbase";
 constexpr mode_t group_only = 0007;
 
+// The DHCP server, another user, reads a file in the persistent one.
 // Senders of commands put their own sockets into "tmp", so the group may write there, and what is made there
 // is the group's.
 constexpr struct {
@@ -23,7 +24,7 @@ constexpr struct {
     {HBS_RUNTIME_DIR "/lib", 0750},
     {HBS_RUNTIME_DIR "/lib/misc", 0750},
     {HBS_RUNTIME_DIR "/lib/dibbler", 0750},
-    {HBS_PERSISTENT_DIR, 0750},
+    {HBS_PERSISTENT_DIR, 0751},
     {HBS_PERSISTENT_DIR "/dhcpd", 0750},
 };
 

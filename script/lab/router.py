@@ -3,8 +3,12 @@
 All functions run inside the box.
 """
 
+import os
+import signal
 import subprocess
+import time
 
+from lab import lan
 from lab.lan import ip
 
 SETTINGS = "/etc/gw_hostbase/linux.conf"
@@ -65,3 +69,46 @@ def fast_neighbours(name):
                            ("ucast_solicit", 1)):
             with open(f"/proc/sys/net/{family}/neigh/{name}/{key}", "w", encoding="ascii") as setting:
                 setting.write(str(value))
+
+
+# --- DHCP: the server that people have on such routers, and a client as in small devices
+
+def start_dnsmasq(hook, *ranges, static=f"{STATE}/dhcp-hosts"):
+    """ranges: as dnsmasq's option takes them. Ready when it returns."""
+    os.makedirs(lan.STATE, exist_ok=True)
+    os.makedirs("/run/dnsmasq", exist_ok=True)
+    open(static, "a", encoding="ascii").close()
+    lan.start_in_background("dnsmasq", [
+        "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--no-resolv", "--no-hosts", "--no-ping",
+        "--dhcp-authoritative", "--user=root", "--pid-file=/run/dnsmasq/dnsmasq.pid", "--log-dhcp", "--log-facility=-",
+        f"--dhcp-leasefile={lan.LEASE_FILE}", f"--dhcp-script={hook}", "--script-on-renewal",
+        f"--dhcp-hostsfile={static}", *(f"--dhcp-range={each}" for each in ranges)])
+    lan.wait_until("dnsmasq serves", lan.dhcp_server_bound, 5.0)
+
+
+def stop_dnsmasq(number=signal.SIGTERM):
+    pid = lan.pid_of("dnsmasq")
+    os.kill(pid, number)
+    if number == signal.SIGTERM:
+        lan.wait_until("dnsmasq ends", lambda: lan.pid_of("dnsmasq") is None, 5.0)
+
+
+def lease_runs_out_in(seconds):
+    """Have the server find in its file that all leases end soon; it must not run."""
+    with open(lan.LEASE_FILE, encoding="ascii") as file:
+        lines = [line.split(" ", 1) for line in file]
+    with open(lan.LEASE_FILE, "w", encoding="ascii") as file:
+        file.writelines(f"{int(time.time()) + seconds} {rest}" if when.isdigit() else f"{when} {rest}"
+                        for when, rest in lines)
+
+
+def start_client(name, host_name=None):
+    """A DHCP client in a device; it gives its address back when it is told to end."""
+    os.makedirs(lan.STATE, exist_ok=True)
+    lan.start_in_background(name, [
+        "nsenter", f"--net=/run/netns/{name}", "--", "udhcpc", "-f", "-R", "-i", "eth0", "-t", "10", "-T", "1", "-A",
+        "1", "-s", f"{lan.HERE}/dhcp-client-event", "-x", f"hostname:{host_name or name}"])
+
+
+def signal_client(name, number):
+    os.kill(lan.pid_of(name), number)

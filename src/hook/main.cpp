@@ -1,0 +1,44 @@
+// hbs-lease-event: what dnsmasq (dhcp-script) and Kea (run_script) run for each lease. It tells the daemon by
+// one datagram and ends. A server waits for nothing: when the daemon does not take the datagram at once it is
+// lost, and the server's next word of the lease makes up for it.
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <hbs_msg.h>
+
+#include "hook/lease_note.h"
+#include "hook/link_local.h"
+
+static const char *variable(const char *name) {
+    return getenv(name);
+}
+
+static void send_note(hbs_lease_note *note, void *context) {
+    static constexpr uint8_t none[16] = {};
+    const bool v6 = note->kind == hbs_note_kind::lease_v6 || note->kind == hbs_note_kind::release_v6;
+    if (v6 && note->has_mac && memcmp(note->ll, none, sizeof none) == 0)
+        (void)hbs_link_local_of(note->mac, note->ll);
+    uint8_t datagram[HBS_MSG_MAX];
+    const size_t length = hbs_note_datagram(note, time(nullptr), datagram, sizeof datagram);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    static_assert(sizeof HBS_SOCKET_PATH <= sizeof address.sun_path);
+    memcpy(address.sun_path, HBS_SOCKET_PATH, sizeof HBS_SOCKET_PATH);
+    const int fd = *static_cast<const int *>(context);
+    if (length > 0)
+        (void)sendto(fd, datagram, length, MSG_DONTWAIT | MSG_NOSIGNAL,
+                     reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+int main(int count, char *argv[]) {
+    int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return 0;
+    hbs_notes_read(count, argv, variable, send_note, &fd);
+    (void)close(fd);
+    return 0;
+}

@@ -1,0 +1,154 @@
+"""dnsmasq and its clients, real on both sides: leases come to the daemon by hbs-lease-event, static ones go back."""
+
+import time
+
+import pytest
+from router import LINUX_BIN, STATE, mac_of, online, wait_for
+
+HOOK = f"{LINUX_BIN}/hbs-lease-event"
+TWO_LANS = """
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.bridge("lan1", 2, "192.168.20.1/24")
+router.device("a", 17, "lan0")
+router.device("b", 18, "lan1")
+"""
+SERVE = f'router.start_dnsmasq("{HOOK}", "192.168.10.100,192.168.10.150,1h", "192.168.20.100,192.168.20.150,1h")\n'
+
+
+@pytest.fixture(name="house")
+def two_devices_with_leases(router):
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    router.lan(SERVE + 'router.start_client("a")\nrouter.start_client("b")')
+    wait_for("both are on line", lambda: online(router.clients()) == {mac_of(17), mac_of(18)})
+    return router
+
+
+def leases_told(router):
+    return router.log().count("HOSTBASE: Got DHCPV4 LEASE event")
+
+
+def test_lease_renewal_and_release(house):
+    first, second = house.client(17), house.client(18)
+    assert (first["host"], first["network"], first["adapter"], first["switch_port"]) == ("a", 0, "ethernet", 1)
+    assert (second["host"], second["network"], second["switch_port"]) == ("b", 1, 2)
+    assert "DYNIP4" in first["flags"] and first["ipv4"].startswith("192.168.10.1") and first["lease_end"]
+
+    told = leases_told(house)
+    house.lan('router.signal_client("a", signal.SIGUSR1)'.replace("signal.SIG", "router.signal.SIG"))
+    wait_for("the renewal is told", lambda: leases_told(house) > told)
+
+    house.lan('router.signal_client("a", router.signal.SIGTERM)')
+    wait_for("who gave its address back is off line", lambda: online(house.clients()) == {mac_of(18)})
+
+
+def test_expiry(house):
+    house.lan('router.signal_client("a", router.signal.SIGKILL)\nrouter.signal_client("b", router.signal.SIGKILL)\n'
+              'router.stop_dnsmasq()\nrouter.lease_runs_out_in(2)\nrouter.inside("a", "link set eth0 down")\n'
+              'router.inside("b", "link set eth0 down")\n' + SERVE)
+    wait_for("both leases ended", lambda: not online(house.clients()))
+
+
+def test_restart_of_the_daemon_and_of_dnsmasq(house):
+    before = {mac: (client["ipv4"], client["host"], client["network"]) for mac, client in house.clients().items()}
+    house.stop_daemon()
+    house.start_daemon()
+    house.lan("router.stop_dnsmasq(router.signal.SIGHUP)")  # as the unit does it after the start
+
+    def now():
+        return {mac: (client["ipv4"], client["host"], client["network"]) for mac, client in house.clients().items()
+                if client["online"]}
+
+    wait_for("the leases are back", lambda: now() == before)
+    told = leases_told(house)
+    house.lan("router.stop_dnsmasq()\n" + SERVE)
+    wait_for("dnsmasq told them again", lambda: leases_told(house) >= told + 2)
+    assert now() == before
+
+
+def test_static_lease_set_obtained_and_cleared(house):
+    house.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
+    hosts = f"{STATE}/dhcp-hosts"
+    wait_for("dnsmasq's file has it", lambda: house.read(hosts) == f"{mac_of(17)},set:hbs-static,192.168.10.77\n")
+
+    def renewed_to(address):
+        house.lan('router.signal_client("a", router.signal.SIGUSR2)\nrouter.time.sleep(0.2)\n'
+                  'router.signal_client("a", router.signal.SIGUSR1)')
+        time.sleep(0.5)
+        return address(house.client(17)["ipv4"])
+
+    wait_for("the device has it", lambda: renewed_to(lambda ipv4: ipv4 == "192.168.10.77"))
+    wait_for("as a static one", lambda: "STIP4" in house.client(17)["flags"])
+    house.hbsctl("static-lease", "clear", "192.168.10.77")
+    wait_for("it is out of dnsmasq's file", lambda: house.read(hosts) == "")
+
+
+HOSTILE = ["$(touch /root/caught)", "a b\nc", "\"';|&", "\\x00\\", "x" * 300, "%s%n", "\udcff\udcfe", "-rf", ""]
+
+
+def test_hostile_host_names_do_nothing(router):
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    for number, name in enumerate(HOSTILE, 100):
+        router.run(HOOK, "add", mac_of(number), f"192.168.10.{number}", name)
+    wait_for("all are clients", lambda: len(router.clients()) == len(HOSTILE))
+    for number, name in enumerate(HOSTILE, 100):
+        client = router.client(number)
+        assert client["ipv4"] == f"192.168.10.{number}" and len(client["host"]) < 64 * 4
+    assert not router.exists("/root/caught")
+    assert router.client(100)["host"].startswith("$(touch")
+
+
+@pytest.mark.parametrize("words", [
+    [], ["add"], ["add", "x"], ["arp-add", mac_of(1), "192.168.10.9"], ["tftp", "1", "2", "3"], ["init"],
+    ["add", "06-aa:bb:cc:dd:ee:ff:00", "192.168.10.9"], ["add", mac_of(1), "no address"], ["lease4_offer"],
+    ["leases4_committed"], ["lease4_renew"], ["del", "not a mac", "192.168.10.9"]])
+def test_unknown_actions_are_nothing(router, words):
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    assert router.run(HOOK, *words).stdout == ""
+    router.run(HOOK, "add", mac_of(99), "192.168.10.99")
+    wait_for("what comes after it is taken", lambda: router.client(99))
+    assert set(router.clients()) == {mac_of(99)}
+
+
+def test_a_server_never_waits(router):
+    """No daemon, a daemon that is stopped: the hook ends at once, with success."""
+    router.lan(TWO_LANS)
+    router.run(HOOK, "add", mac_of(99), "192.168.10.99", timeout=5)
+    router.start_daemon()
+    router.run("pkill", "-STOP", "-x", "gw_hostbase")
+    began = time.monotonic()
+    for _ in range(60):
+        router.run(HOOK, "add", mac_of(99), "192.168.10.99", timeout=5)
+    assert time.monotonic() - began < 10
+    router.run("pkill", "-CONT", "-x", "gw_hostbase")
+    wait_for("it took what fitted", lambda: router.client(99))
+
+
+def test_kea(router):
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    lease = {"LEASES4_SIZE": "1", "LEASES4_AT0_ADDRESS": "192.168.10.50", "LEASES4_AT0_HWADDR": mac_of(17),
+             "LEASES4_AT0_HOSTNAME": "kea-a", "LEASES4_AT0_VALID_LIFETIME": "600", "DELETED_LEASES4_SIZE": "0"}
+    router.run("env", *(f"{key}={value}" for key, value in lease.items()), HOOK, "leases4_committed")
+    client = wait_for("it is on line", lambda: router.client(17))
+    assert (client["online"], client["ipv4"], client["host"]) == (True, "192.168.10.50", "kea-a")
+    gone = {"LEASE4_ADDRESS": "192.168.10.50", "LEASE4_HWADDR": mac_of(17)}
+    router.run("env", *(f"{key}={value}" for key, value in gone.items()), HOOK, "lease4_expire")
+    wait_for("it is off line", lambda: not router.client(17)["online"])
+
+
+def test_dhcpv6_with_the_link_local_address_of_the_neighbour_table(router):
+    router.lan(TWO_LANS + 'router.ip("address add fd00:10::1/64 dev lan0 nodad")\n')
+    router.start_daemon()
+    link_local = "fe80::aa:ff:fe00:11"
+    router.run("ip", "-6", "neigh", "replace", link_local, "lladdr", mac_of(17), "dev", "lan0", "nud", "reachable")
+    router.run("bridge", "fdb", "replace", mac_of(17), "dev", "p-a", "master", "dynamic")
+    for words in (["DNSMASQ_IAID=1", f"DNSMASQ_MAC={mac_of(17)}"], ["DNSMASQ_IAID=1"]):
+        router.run("env", *words, "DNSMASQ_TIME_REMAINING=600", HOOK, "add", f"00:03:00:01:{mac_of(17)}",
+                   "fd00:10::77", "six")
+    client = wait_for("the client has its address", lambda: router.client(17) and router.client(17)["ipv6"] and
+                      router.client(17))
+    assert (client["ipv6"], client["ll"], client["host"]) == ("fd00:10::77", link_local, "six")
+    assert len(router.clients()) == 1
