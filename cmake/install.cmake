@@ -24,10 +24,18 @@ install(TARGETS gw_hostbase RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONE
 if(HBS_SHARED_PLATFORM)
     install(TARGETS hbs_platform LIBRARY DESTINATION ${private_libraries} COMPONENT daemon)
 endif()
-install(FILES packaging/gw_hostbase.service DESTINATION lib/systemd/system COMPONENT daemon)
+install(TARGETS hbs-lease-event RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT daemon)
+if(HBS_PLATFORM_DIR STREQUAL "${PROJECT_SOURCE_DIR}/platform/linux")
+    install(FILES packaging/linux/gw_hostbase.service DESTINATION lib/systemd/system COMPONENT daemon)
+    install(FILES packaging/linux/gw_hostbase.sysusers RENAME gw_hostbase.conf DESTINATION lib/sysusers.d
+            COMPONENT daemon)
+    install(FILES docs/linux.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT daemon)
+else()
+    install(FILES packaging/gw_hostbase.service DESTINATION lib/systemd/system COMPONENT daemon)
+    install(FILES platform/host/gateway.conf.example docs/platform.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
+            COMPONENT daemon)
+endif()
 install(FILES ${PROJECT_BINARY_DIR}/packaging/gw_hostbase.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
-install(FILES platform/host/gateway.conf.example docs/platform.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
-        COMPONENT daemon)
 
 set(public_headers include/hbs_db.h include/hbs_msg.h include/hostbase_query.h)
 install(TARGETS hbs_query_shared EXPORT hbs_query

@@ -8,6 +8,7 @@
 #include "common_signals.h"
 #include "linux_conf.h"
 #include "linux_datagram.h"
+#include "linux_hostapd.h"
 #include "linux_static.h"
 
 int PCD_api_register_exception_handlers(const char *name, void (*handler)(int signal_number)) {
@@ -19,6 +20,7 @@ int PCD_api_register_exception_handlers(const char *name, void (*handler)(int si
 
 int PCD_api_send_process_ready(void) {
     linux_static_start();
+    linux_hostapd_start();
     const char *path = getenv("NOTIFY_SOCKET");
     if (path == nullptr || *path == '\0')
         return 0;

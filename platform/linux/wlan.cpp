@@ -1,34 +1,48 @@
-// Access points: none are asked yet.
+// Access points and their stations, from what hostapd said last.
+#include <cstdio>
+#include <cstring>
+
 #include <wlan.h>
 
+#include "linux_wifi.h"
+
 int wlan_rpcConnectClient(void) {
-    return -1;
+    return 0;
 }
 
-int wlan_registerQuarnRpc(const char *) {
-    return -1;
+// Nobody keeps addresses of listeners here: stations come by datagrams of the platform's own.
+int wlan_registerQuarnRpc(const char *address) {
+    return address != nullptr ? 0 : -1;
 }
 
-int wlan_getAssocDevicesNum(uint32_t, uint32_t *) {
-    return -1;
+int wlan_getAssocDevicesNum(uint32_t ssid, uint32_t *count) {
+    return count != nullptr && linux_wifi_count(ssid, count) ? 0 : -1;
 }
 
-int wlan_getAssocDevice(uint32_t, uint32_t, wlan_assoc_device *) {
-    return -1;
+int wlan_getAssocDevice(uint32_t ssid, uint32_t index, wlan_assoc_device *device) {
+    linux_station station;
+    if (device == nullptr || !linux_wifi_station(ssid, index, &station))
+        return -1;
+    const uint8_t *mac = station.mac;
+    *device = {};
+    (void)snprintf(device->mac, sizeof device->mac, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
+                   mac[3], mac[4], mac[5]);
+    memcpy(device->figure, station.figure, sizeof device->figure);
+    return 0;
 }
 
-int wlan_getWpsResultStatus(uint32_t, char *) {
-    return -1;
+int wlan_getWpsResultStatus(uint32_t ssid, char text[WLAN_TEXT_SIZE]) {
+    return text != nullptr && linux_wifi_wps_result(ssid, text) ? 0 : -1;
 }
 
-int wlan_setWpsCancel(uint32_t) {
-    return -1;
+int wlan_setWpsCancel(uint32_t ssid) {
+    return linux_wifi_cancel(ssid) ? 0 : -1;
 }
 
-int wlan_getWpaAuthenticationModes(uint32_t, char *) {
-    return -1;
+int wlan_getWpaAuthenticationModes(uint32_t ssid, char text[WLAN_TEXT_SIZE]) {
+    return text != nullptr && linux_wifi_authentication(ssid, text) ? 0 : -1;
 }
 
-int WifiGetSSID(const uint8_t *, uint32_t *) {
-    return -1;
+int WifiGetSSID(const uint8_t mac[6], uint32_t *ssid) {
+    return mac != nullptr && ssid != nullptr && linux_wifi_ssid_of(mac, ssid) ? 0 : -1;
 }

@@ -79,7 +79,8 @@ def start_dnsmasq(hook, *ranges, static=f"{STATE}/dhcp-hosts"):
     os.makedirs("/run/dnsmasq", exist_ok=True)
     open(static, "a", encoding="ascii").close()
     lan.start_in_background("dnsmasq", [
-        "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--no-resolv", "--no-hosts", "--no-ping",
+        "dnsmasq", "--keep-in-foreground", "--conf-file=/dev/null", "--port=0", "--no-resolv", "--no-hosts",
+        "--no-ping",
         "--dhcp-authoritative", "--user=root", "--pid-file=/run/dnsmasq/dnsmasq.pid", "--log-dhcp", "--log-facility=-",
         f"--dhcp-leasefile={lan.LEASE_FILE}", f"--dhcp-script={hook}", "--script-on-renewal",
         f"--dhcp-hostsfile={static}", *(f"--dhcp-range={each}" for each in ranges)])
@@ -112,3 +113,41 @@ def start_client(name, host_name=None):
 
 def signal_client(name, number):
     os.kill(lan.pid_of(name), number)
+
+
+# --- access points: hostapd on wires, with a real control socket, and stations that log in
+
+EAP_USERS = '"user" MD5 "secret"\n'
+STATION = 'network={\n key_mgmt=IEEE8021X\n eap=MD5\n identity="user"\n password="secret"\n eapol_flags=0\n}\n'
+
+
+def start_hostapd(*ports):
+    """One network for each port of a bridge, all of one process."""
+    os.makedirs(lan.STATE, exist_ok=True)
+    write("/run/lan/eap_users", EAP_USERS)
+    for port in ports:
+        write(f"/run/lan/{port}.conf", f"interface={port}\ndriver=wired\nctrl_interface=/run/hostapd\nieee8021x=1\n"
+              "eap_server=1\neap_user_file=/run/lan/eap_users\nuse_pae_group_addr=1\neap_reauth_period=0\n")
+    lan.start_in_background("hostapd", ["hostapd", *(f"/run/lan/{port}.conf" for port in ports)])
+    lan.wait_until("hostapd serves", lambda: all(os.path.exists(f"/run/hostapd/{port}") for port in ports), 10.0)
+
+
+def stop_hostapd(number=signal.SIGTERM):
+    os.kill(lan.pid_of("hostapd"), number)
+    lan.wait_until("hostapd ends", lambda: lan.pid_of("hostapd") is None, 10.0)
+
+
+def start_station(name):
+    """The device logs in at the access point at the other end of its cable."""
+    write("/run/lan/station.conf", STATION)
+    lan.start_in_background(f"station-{name}", ["nsenter", f"--net=/run/netns/{name}", "--", "wpa_supplicant", "-D",
+                                                "wired", "-i", "eth0", "-c", "/run/lan/station.conf"])
+
+
+def stop_station(name):
+    os.kill(lan.pid_of(f"station-{name}"), signal.SIGKILL)
+
+
+def write(path, text):
+    with open(path, "w", encoding="ascii") as file:
+        file.write(text)

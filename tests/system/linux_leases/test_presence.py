@@ -24,7 +24,8 @@ def test_it_comes_by_an_answer_and_goes_when_it_gives_none(router):
     wait_for("it is off line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(18)}, 60)
     assert f"neither answer nor traffic of [{mac_of(17)}]" in router.log()
     # It is heard again before anybody asks for it.
-    router.lan('router.inside("a", "link set eth0 up", "address flush dev eth0", "address add 192.168.10.17/24 dev eth0")')
+    router.lan('router.inside("a", "link set eth0 up", "address flush dev eth0",\n'
+               '              "address add 192.168.10.17/24 dev eth0")')
     router.run("nsenter", "--net=/run/netns/a", "--", "busybox", "ping", "-c1", "-W1", "192.168.10.1", check=False)
     wait_for("it is back", lambda: online(router.clients()) == both)
 

@@ -1,0 +1,52 @@
+// What hostapd's replies say.
+#include <cstdlib>
+#include <cstring>
+
+#include "common_text.h"
+#include "linux_hostapd.h"
+
+namespace {
+
+uint32_t number_of(const char *reply, const char *name) {
+    char value[24];
+    linux_hostapd_value(reply, name, value, sizeof value);
+    return static_cast<uint32_t>(strtol(value, nullptr, 10));
+}
+
+} // namespace
+
+void linux_hostapd_value(const char *reply, const char *name, char *value, size_t size) {
+    value[0] = '\0';
+    const size_t length = strlen(name);
+    for (const char *line = reply; line != nullptr; line = strchr(line, '\n')) {
+        line += *line == '\n';
+        if (strncmp(line, name, length) != 0 || (line[length] != '=' && line[length] != ':'))
+            continue;
+        const char *start = line + length + 1;
+        start += *start == ' ';
+        const size_t found = strcspn(start, "\n");
+        if (found >= size)
+            return;
+        memcpy(value, start, found);
+        value[found] = '\0';
+        return;
+    }
+}
+
+bool linux_hostapd_station(const char *reply, linux_station *station) {
+    char text[WLAN_MAC_TEXT_SIZE];
+    const size_t length = strcspn(reply, "\n");
+    *station = {};
+    if (length + 1 != sizeof text)
+        return false;
+    memcpy(text, reply, length);
+    text[length] = '\0';
+    if (!common_text_to_mac(text, station->mac))
+        return false;
+    station->figure[LINUX_SIGNAL] = number_of(reply, "signal");
+    station->figure[LINUX_TRANSMIT_RATE] = number_of(reply, "tx_rate_info");
+    station->figure[LINUX_RECEIVE_RATE] = number_of(reply, "rx_rate_info");
+    station->figure[LINUX_CONNECTED_TIME] = number_of(reply, "connected_time");
+    station->figure[LINUX_INACTIVE_TIME] = number_of(reply, "inactive_msec");
+    return true;
+}

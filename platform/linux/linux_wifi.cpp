@@ -1,0 +1,240 @@
+#include "linux_wifi.h"
+
+#include <cstring>
+#include <pthread.h>
+
+#include "common_text.h"
+
+namespace {
+
+struct network {
+    char device[IFNAMSIZ]; // empty = no such number
+    char authentication[WLAN_TEXT_SIZE];
+    char wps_result[WLAN_TEXT_SIZE];
+    bool cancel;
+};
+
+// Sets of networks: bit 0 is number 1.
+struct place {
+    linux_station station;
+    bool used;
+    uint32_t on;     // where it is, by what the access points say
+    uint32_t listed; // named by a list that is being read
+    unsigned last;   // where it joined last
+    unsigned told;   // what the daemon knows, 0 = on none
+};
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+network networks[LINUX_SSIDS];
+place places[LINUX_STATIONS];
+
+struct hold {
+    hold() { (void)pthread_mutex_lock(&lock); }
+    ~hold() { (void)pthread_mutex_unlock(&lock); }
+    hold(const hold &) = delete;
+    hold &operator=(const hold &) = delete;
+};
+
+uint32_t bit_of(unsigned ssid) {
+    return 1u << (ssid - 1);
+}
+
+network *network_of(unsigned ssid) {
+    const bool there = ssid >= 1 && ssid <= LINUX_SSIDS && networks[ssid - 1].device[0] != '\0';
+    return there ? &networks[ssid - 1] : nullptr;
+}
+
+place *find(const uint8_t mac[6]) {
+    for (place &each : places)
+        if (each.used && memcmp(each.station.mac, mac, sizeof each.station.mac) == 0)
+            return &each;
+    return nullptr;
+}
+
+place *find_or_add(const uint8_t mac[6]) {
+    place *found = find(mac);
+    for (place &each : places) {
+        if (found != nullptr || each.used)
+            continue;
+        each = {};
+        each.used = true;
+        memcpy(each.station.mac, mac, sizeof each.station.mac);
+        found = &each;
+    }
+    return found;
+}
+
+// Where it joined last counts while it is there: the word of its leaving the network before comes late.
+unsigned now_on(const place *each) {
+    if (each->last != 0 && (each->on & bit_of(each->last)) != 0)
+        return each->last;
+    for (unsigned ssid = 1; ssid <= LINUX_SSIDS; ssid++)
+        if ((each->on & bit_of(ssid)) != 0)
+            return ssid;
+    return 0;
+}
+
+void drop_if_nothing_left(place *each) {
+    if (each->on == 0 && each->told == 0)
+        each->used = false;
+}
+
+} // namespace
+
+void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, bool has_figures) {
+    const hold held;
+    place *each = network_of(ssid) != nullptr ? find_or_add(station->mac) : nullptr;
+    if (each == nullptr)
+        return;
+    each->on |= bit_of(ssid);
+    each->listed |= bit_of(ssid);
+    if (joined)
+        each->last = ssid;
+    if (has_figures)
+        each->station = *station;
+}
+
+void linux_wifi_gone(unsigned ssid, const uint8_t mac[6]) {
+    const hold held;
+    place *each = network_of(ssid) != nullptr ? find(mac) : nullptr;
+    if (each == nullptr)
+        return;
+    each->on &= ~bit_of(ssid);
+    drop_if_nothing_left(each);
+}
+
+void linux_wifi_list_begin(unsigned ssid) {
+    const hold held;
+    for (place &each : places)
+        each.listed &= ~bit_of(ssid);
+}
+
+void linux_wifi_list_end(unsigned ssid) {
+    const hold held;
+    for (place &each : places) {
+        if (!each.used)
+            continue;
+        each.on &= each.listed | ~bit_of(ssid);
+        drop_if_nothing_left(&each);
+    }
+}
+
+void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps_result) {
+    const hold held;
+    network *found = network_of(ssid);
+    if (found == nullptr)
+        return;
+    (void)common_copy_whole(found->authentication, WLAN_TEXT_SIZE, authentication);
+    (void)common_copy_whole(found->wps_result, WLAN_TEXT_SIZE, wps_result);
+}
+
+unsigned linux_wifi_number(const char *device, unsigned fixed) {
+    const hold held;
+    unsigned number = 0;
+    for (unsigned ssid = 1; ssid <= LINUX_SSIDS && number == 0; ssid++)
+        if (strcmp(networks[ssid - 1].device, device) == 0)
+            number = ssid;
+    if (number == 0 && fixed >= 1 && fixed <= LINUX_SSIDS && networks[fixed - 1].device[0] == '\0')
+        number = fixed;
+    for (unsigned ssid = 1; ssid <= LINUX_SSIDS && number == 0; ssid++)
+        if (networks[ssid - 1].device[0] == '\0')
+            number = ssid;
+    if (number != 0)
+        (void)common_copy_whole(networks[number - 1].device, IFNAMSIZ, device);
+    return number;
+}
+
+int linux_wifi_next_news(uint8_t mac[6], unsigned *ssid) {
+    const hold held;
+    for (const place &each : places) {
+        const unsigned now = now_on(&each);
+        if (!each.used || now == each.told)
+            continue;
+        memcpy(mac, each.station.mac, sizeof each.station.mac);
+        *ssid = now != 0 ? now : each.told;
+        return now != 0 ? 1 : -1;
+    }
+    return 0;
+}
+
+void linux_wifi_told(const uint8_t mac[6], unsigned ssid) {
+    const hold held;
+    place *each = find(mac);
+    if (each == nullptr)
+        return;
+    each->told = ssid;
+    drop_if_nothing_left(each);
+}
+
+unsigned linux_wifi_next_cancel() {
+    const hold held;
+    for (unsigned ssid = 1; ssid <= LINUX_SSIDS; ssid++) {
+        if (!networks[ssid - 1].cancel)
+            continue;
+        networks[ssid - 1].cancel = false;
+        return ssid;
+    }
+    return 0;
+}
+
+bool linux_wifi_count(unsigned ssid, uint32_t *count) {
+    const hold held;
+    if (network_of(ssid) == nullptr)
+        return false;
+    uint32_t found = 0;
+    for (const place &each : places)
+        found += each.used && now_on(&each) == ssid;
+    *count = found;
+    return true;
+}
+
+bool linux_wifi_station(unsigned ssid, uint32_t index, linux_station *station) {
+    const hold held;
+    for (const place &each : places) {
+        if (!each.used || now_on(&each) != ssid || index-- > 0)
+            continue;
+        *station = each.station;
+        return true;
+    }
+    return false;
+}
+
+bool linux_wifi_ssid_of(const uint8_t mac[6], uint32_t *ssid) {
+    const hold held;
+    const place *each = find(mac);
+    const unsigned now = each != nullptr ? now_on(each) : 0;
+    if (now != 0)
+        *ssid = now;
+    return now != 0;
+}
+
+bool linux_wifi_authentication(unsigned ssid, char text[WLAN_TEXT_SIZE]) {
+    const hold held;
+    const network *found = network_of(ssid);
+    if (found == nullptr || found->authentication[0] == '\0')
+        return false;
+    return common_copy_whole(text, WLAN_TEXT_SIZE, found->authentication);
+}
+
+bool linux_wifi_wps_result(unsigned ssid, char text[WLAN_TEXT_SIZE]) {
+    const hold held;
+    const network *found = network_of(ssid);
+    if (found == nullptr || found->wps_result[0] == '\0')
+        return false;
+    return common_copy_whole(text, WLAN_TEXT_SIZE, found->wps_result);
+}
+
+bool linux_wifi_cancel(unsigned ssid) {
+    const hold held;
+    network *found = network_of(ssid);
+    if (found == nullptr)
+        return false;
+    found->cancel = true;
+    return true;
+}
+
+bool linux_wifi_device(unsigned ssid, char device[IFNAMSIZ]) {
+    const hold held;
+    const network *found = network_of(ssid);
+    return found != nullptr && common_copy_whole(device, IFNAMSIZ, found->device);
+}

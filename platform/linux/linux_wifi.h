@@ -1,0 +1,60 @@
+// The stations of this machine's access points, as calls under the daemon's lock may ask for them at any
+// time. Network numbers ("ssid") are from 1.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <net/if.h>
+
+#include <wlan.h>
+
+constexpr unsigned LINUX_SSIDS = 16;
+constexpr size_t LINUX_STATIONS = 128;
+
+// Link figures of a station, in the order in which the driver would list them.
+enum linux_figure : size_t {
+    LINUX_SIGNAL,         // dBm, a negative number as its two's complement
+    LINUX_TRANSMIT_RATE,  // 100 kbit/s
+    LINUX_RECEIVE_RATE,   // 100 kbit/s
+    LINUX_CONNECTED_TIME, // seconds
+    LINUX_INACTIVE_TIME   // milliseconds, when it was asked
+};
+
+struct linux_station {
+    uint8_t mac[6];
+    uint32_t figure[WLAN_LINK_FIGURES];
+};
+
+// --- what the access points say: the thread that asks them ---
+
+// A station is there: it joined (`joined`), or it is listed. figures null = not known now.
+void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, bool has_figures);
+void linux_wifi_gone(unsigned ssid, const uint8_t mac[6]);
+
+// What the last list of a network did not name is gone: begin, every station of the list, end.
+void linux_wifi_list_begin(unsigned ssid);
+void linux_wifi_list_end(unsigned ssid);
+
+void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps_result);
+
+// Number of a device's network, given at the first call; 0 when there are too many. fixed: by the settings,
+// or 0.
+unsigned linux_wifi_number(const char *device, unsigned fixed);
+
+// What the daemon has to be told next. Returns 1 for "joined ssid", -1 for "left ssid", 0 for nothing. It is
+// told of a station's move by the new network alone.
+int linux_wifi_next_news(uint8_t mac[6], unsigned *ssid);
+void linux_wifi_told(const uint8_t mac[6], unsigned ssid); // 0 = that it left
+
+// A network whose push-button session is to be cancelled, 0 = none.
+unsigned linux_wifi_next_cancel();
+
+// --- what the daemon asks ---
+
+bool linux_wifi_count(unsigned ssid, uint32_t *count);
+bool linux_wifi_station(unsigned ssid, uint32_t index, linux_station *station);
+bool linux_wifi_ssid_of(const uint8_t mac[6], uint32_t *ssid);
+bool linux_wifi_authentication(unsigned ssid, char text[WLAN_TEXT_SIZE]);
+bool linux_wifi_wps_result(unsigned ssid, char text[WLAN_TEXT_SIZE]);
+bool linux_wifi_cancel(unsigned ssid);
+bool linux_wifi_device(unsigned ssid, char device[IFNAMSIZ]);

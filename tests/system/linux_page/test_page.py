@@ -1,0 +1,40 @@
+"""docs/linux.md: its commands, typed as they stand, on a router with dnsmasq and clients that have their leases."""
+
+import os
+import re
+
+from gateway import CHECKOUT
+from router import mac_of, wait_for
+
+with open(os.path.join(CHECKOUT, "docs", "linux.md"), encoding="utf-8") as page:
+    TEXT = page.read()
+COMMANDS = re.findall(r"^    (.*)$", TEXT.split("## From a Debian router")[1].split("\n## ")[0], re.MULTILINE)
+
+
+def test_five_commands_to_the_real_clients(router):
+    assert len(COMMANDS) == 5 and COMMANDS[-1] == "hbsctl list"
+    router.run("rm", "-f", "/etc/gw_hostbase/linux.conf")
+    router.lan("""
+router.bridge("br-lan", 1, "192.168.10.1/24")
+router.device("laptop", 17, "br-lan")
+router.device("phone", 18, "br-lan")
+""")
+    # /usr is read-only in the box; what is installed lies in memory.
+    router.run("mount", "-t", "tmpfs", "tmpfs", "/usr/local")
+    router.run("sh", "-c", "test -L /etc/dnsmasq.d && rm /etc/dnsmasq.d; mkdir -p /etc/dnsmasq.d /run/dnsmasq")
+    router.write("/etc/dnsmasq.d/lan.conf", "port=0\nuser=root\nno-ping\ndhcp-authoritative\nno-resolv\nno-hosts\n"
+                 "dhcp-range=192.168.10.100,192.168.10.150,1h\n")
+    router.run("dnsmasq", "--conf-dir=/etc/dnsmasq.d", "--pid-file=/run/dnsmasq/dnsmasq.pid")
+    router.lan('router.start_client("laptop")\nrouter.start_client("phone")\n'
+               'router.lan.wait_until("both have leases", lambda: len(router.lan.leases()) == 2, 20)')
+    for command in COMMANDS[:4]:
+        router.run("sh", "-c", f"cd {CHECKOUT} && {command}")
+    listed = wait_for("both are listed on line", lambda: on_line(router))
+    assert re.search(rf"{mac_of(17)} +online +0 +192\.168\.10\.1\d\d +laptop +ethernet 1", listed), listed
+    assert re.search(rf"{mac_of(18)} +online +0 +192\.168\.10\.1\d\d +phone +ethernet 2", listed), listed
+
+
+def on_line(router):
+    # As it is installed, not as it was built.
+    done = router.run("env", "PATH=/usr/local/bin:/usr/bin:/bin", "sh", "-c", COMMANDS[4], check=False)
+    return done.stdout if "2 on line" in done.stdout else None

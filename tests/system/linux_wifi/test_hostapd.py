@@ -1,0 +1,108 @@
+"""Access points: stations as hostapd tells of them, roaming, restarts, and one that answers nonsense."""
+
+import time
+
+import pytest
+from router import mac_of, online, wait_for
+
+# Two access points on ports of one bridge; "b" is the same station at the other one.
+TWO_ACCESS_POINTS = """
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.device("a", 17, "lan0", "192.168.10.17/24")
+router.device("b", 17, "lan0", "192.168.10.17/24")
+router.inside("b", "link set eth0 down")
+router.start_hostapd("p-a", "p-b")
+"""
+
+
+@pytest.fixture(name="house")
+def two_access_points(router):
+    router.settings("log.level = debug", "wifi = p-*")
+    router.lan(TWO_ACCESS_POINTS)
+    return router
+
+
+def station(router):
+    client = router.client(17)
+    return client and (client["adapter"], client["associated"], client["online"], client["ssid"])
+
+
+def test_association_and_leaving(house):
+    house.start_daemon()
+    house.lan('router.start_station("a")')
+    wait_for("it is associated", lambda: station(house) == ("wifi", True, True, 1))
+    figures = house.client(17)["wifi_link_info"]
+    assert len(figures) == 5
+    house.run("hostapd_cli", "-i", "p-a", "deauthenticate", mac_of(17))
+    house.lan('router.stop_station("a")')
+    wait_for("it has left", lambda: house.log().count("Got DISASSOCIATED event") >= 1)
+    wait_for("it is off line", lambda: not online(house.clients()))
+
+
+def test_stations_at_the_start(house):
+    house.lan('router.start_station("a")')
+    wait_for("it logged in", lambda: mac_of(17) in house.run("hostapd_cli", "-i", "p-a", "list_sta").stdout)
+    wait_for("and is through", lambda: "AUTHENTICATED" in house.read("/run/lan/hostapd.log").upper())
+    house.start_daemon()
+    wait_for("it is there", lambda: station(house) == ("wifi", True, True, 1))
+
+
+def test_roaming_with_a_late_disconnect(house):
+    house.start_daemon()
+    house.lan('router.start_station("a")')
+    wait_for("it is at the first one", lambda: station(house) == ("wifi", True, True, 1))
+    house.lan('router.stop_station("a")\n'
+              'router.inside("b", "link set eth0 up")\nrouter.start_station("b")')
+    wait_for("it is at the second one", lambda: station(house) == ("wifi", True, True, 2))
+    # The first one notices only now.
+    house.run("hostapd_cli", "-i", "p-a", "deauthenticate", mac_of(17))
+    wait_for("it is gone there", lambda: mac_of(17) not in house.run("hostapd_cli", "-i", "p-a", "list_sta").stdout)
+    time.sleep(2.5)  # longer than the platform takes to tell
+    assert station(house) == ("wifi", True, True, 2)
+    assert "Got DISASSOCIATED event" not in house.log()
+
+
+def test_hostapd_is_restarted(house):
+    house.start_daemon()
+    house.lan('router.start_station("a")')
+    wait_for("it is associated", lambda: station(house) == ("wifi", True, True, 1))
+    house.lan('router.stop_station("a")\nrouter.stop_hostapd()\nrouter.start_hostapd("p-a", "p-b")')
+    wait_for("who did not come again is gone", lambda: station(house) == ("wifi", False, False, 1), 30)
+    house.lan('router.start_station("a")')
+    wait_for("it is back", lambda: station(house) == ("wifi", True, True, 1))
+
+
+GARBAGE = """
+import socket, os
+os.makedirs("/run/hostapd", exist_ok=True)
+server = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+server.bind("/run/hostapd/odd0")
+print("bound", flush=True)
+while True:
+    said, sender = server.recvfrom(4096)
+    print(said.decode(), flush=True)
+    if sys.argv[1] == "nothing":
+        continue
+    answer = b"OK" if said == b"ATTACH" else b"\\x00\\xff" * 2000 if sys.argv[1] == "bytes" else b"02:aa\\nsignal=x"
+    server.sendto(b"<3>AP-STA-CONNECTED nobody", sender)
+    server.sendto(b"<", sender)
+    server.sendto(answer, sender)
+"""
+
+
+@pytest.mark.parametrize("kind", ["nothing", "bytes", "texts"])
+def test_an_access_point_that_makes_no_sense(router, kind):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
+    with open(router.path("/root/odd"), "wb") as output:
+        odd = router.start_python(GARBAGE, kind, stdout=output)
+    wait_for("it is there", lambda: "bound" in router.read("/root/odd"))
+    router.start_daemon()
+    wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
+    if kind != "bytes":
+        wait_for("the log has it", lambda: "hostapd of odd0: " in router.log())
+    began = time.monotonic()
+    router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17")
+    wait_for("the daemon goes on", lambda: online(router.clients()) == {mac_of(17)})
+    assert time.monotonic() - began < 2
+    odd.kill()
+    odd.wait()

@@ -1,0 +1,161 @@
+// Stations of this machine's access points: what is told of them, and what hostapd's replies say.
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "linux_hostapd.h"
+#include "linux_wifi.h"
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace wifi_test {
+
+linux_station station_of(uint8_t number) {
+    linux_station station = {};
+    station.mac[5] = number;
+    return station;
+}
+
+struct LinuxWifi : testing::Test {
+    unsigned first = linux_wifi_number("wlan0", 0);
+    unsigned second = linux_wifi_number("wlan1", 0);
+    linux_station a = station_of(1);
+
+    // What the daemon would be told now.
+    static std::vector<int> news() {
+        std::vector<int> told;
+        uint8_t mac[6];
+        unsigned ssid = 0;
+        while (const int direction = linux_wifi_next_news(mac, &ssid)) {
+            told.push_back(direction * static_cast<int>(ssid));
+            linux_wifi_told(mac, direction > 0 ? ssid : 0);
+        }
+        return told;
+    }
+};
+
+TEST_F(LinuxWifi, ComesAndGoes) {
+    linux_wifi_here(first, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(1));
+    EXPECT_THAT(news(), IsEmpty());
+    linux_wifi_gone(first, a.mac);
+    EXPECT_THAT(news(), ElementsAre(-1));
+    EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, AStationThatRoamedIsNotReportedGone) {
+    linux_wifi_here(first, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(1));
+    linux_wifi_here(second, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(2));
+    linux_wifi_gone(first, a.mac);
+    EXPECT_THAT(news(), IsEmpty());
+    uint32_t ssid = 0;
+    EXPECT_TRUE(linux_wifi_ssid_of(a.mac, &ssid));
+    EXPECT_EQ(2u, ssid);
+    linux_wifi_gone(second, a.mac);
+    EXPECT_THAT(news(), ElementsAre(-2));
+    EXPECT_FALSE(linux_wifi_ssid_of(a.mac, &ssid));
+}
+
+TEST_F(LinuxWifi, OneThatCameAndLeftBeforeAnythingWasToldIsNoNews) {
+    linux_wifi_here(first, &a, true, false);
+    linux_wifi_gone(first, a.mac);
+    EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, WhoIsNotListedAnyMoreIsGone) {
+    linux_station b = station_of(2);
+    linux_wifi_here(first, &a, true, false);
+    linux_wifi_here(first, &b, true, false);
+    (void)news();
+    linux_wifi_list_begin(first);
+    linux_wifi_here(first, &b, false, true);
+    uint32_t count = 0;
+    EXPECT_TRUE(linux_wifi_count(first, &count));
+    EXPECT_EQ(2u, count) << "the list is not at its end";
+    linux_wifi_list_end(first);
+    EXPECT_THAT(news(), ElementsAre(-1));
+    EXPECT_TRUE(linux_wifi_count(first, &count));
+    EXPECT_EQ(1u, count);
+}
+
+TEST_F(LinuxWifi, MoreStationsThanPlacesAreLeftOut) {
+    for (unsigned i = 0; i < LINUX_STATIONS + 20; i++) {
+        linux_station each = station_of(static_cast<uint8_t>(i));
+        each.mac[4] = static_cast<uint8_t>(i >> 8);
+        each.mac[3] = 1;
+        linux_wifi_here(first, &each, true, false);
+    }
+    EXPECT_EQ(LINUX_STATIONS, news().size());
+}
+
+TEST_F(LinuxWifi, NumbersOfDevices) {
+    EXPECT_EQ(1u, first);
+    EXPECT_EQ(2u, second);
+    EXPECT_EQ(1u, linux_wifi_number("wlan0", 0));
+    for (unsigned i = 2; i < LINUX_SSIDS; i++)
+        EXPECT_EQ(i + 1, linux_wifi_number(("more" + std::to_string(i)).c_str(), 0));
+    EXPECT_EQ(0u, linux_wifi_number("one-too-many", 0));
+    uint32_t count = 0;
+    EXPECT_FALSE(linux_wifi_count(0, &count));
+    EXPECT_FALSE(linux_wifi_count(17, &count));
+    linux_wifi_here(0, &a, true, false);
+    linux_wifi_gone(99, a.mac);
+    EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, TextsAndSessions) {
+    char text[WLAN_TEXT_SIZE];
+    EXPECT_FALSE(linux_wifi_authentication(first, text));
+    linux_wifi_texts(first, "WPA-PSK SAE", "Success");
+    ASSERT_TRUE(linux_wifi_authentication(first, text));
+    EXPECT_STREQ("WPA-PSK SAE", text);
+    ASSERT_TRUE(linux_wifi_wps_result(first, text));
+    EXPECT_STREQ("Success", text);
+    EXPECT_EQ(0u, linux_wifi_next_cancel());
+    EXPECT_TRUE(linux_wifi_cancel(second));
+    EXPECT_FALSE(linux_wifi_cancel(9));
+    EXPECT_EQ(2u, linux_wifi_next_cancel());
+    EXPECT_EQ(0u, linux_wifi_next_cancel());
+}
+
+TEST(LinuxHostapd, AStationsReply) {
+    linux_station station;
+    ASSERT_TRUE(
+        linux_hostapd_station("02:00:00:00:00:07\nflags=[AUTH]\nrx_rate_info=60 mcs 1\ntx_rate_info=540\n"
+                              "signal=-43\nconnected_time=12\ninactive_msec=256\n",
+                              &station));
+    EXPECT_EQ(7, station.mac[5]);
+    EXPECT_EQ(static_cast<uint32_t>(-43), station.figure[LINUX_SIGNAL]);
+    EXPECT_EQ(540u, station.figure[LINUX_TRANSMIT_RATE]);
+    EXPECT_EQ(60u, station.figure[LINUX_RECEIVE_RATE]);
+    EXPECT_EQ(12u, station.figure[LINUX_CONNECTED_TIME]);
+    EXPECT_EQ(256u, station.figure[LINUX_INACTIVE_TIME]);
+}
+
+TEST(LinuxHostapd, Garbage) {
+    linux_station station;
+    for (const char *reply : {"", "\n", "FAIL\n", "02:00:00:00:00\n", "02:00:00:00:00:0g\nsignal=1",
+                              "02:00:00:00:00:07:08\n", "\xff\xff\n"})
+        EXPECT_FALSE(linux_hostapd_station(reply, &station)) << reply;
+    ASSERT_TRUE(linux_hostapd_station("02:00:00:00:00:07", &station));
+    EXPECT_EQ(0u, station.figure[LINUX_SIGNAL]);
+}
+
+TEST(LinuxHostapd, Values) {
+    char value[8];
+    linux_hostapd_value("a=1\nab=2\nLast WPS result: None\nlong=12345678901", "ab", value, sizeof value);
+    EXPECT_STREQ("2", value);
+    linux_hostapd_value("Last WPS result: None\n", "Last WPS result", value, sizeof value);
+    EXPECT_STREQ("None", value);
+    for (const char *missing : {"b", "long", "=", ""}) {
+        linux_hostapd_value("ab=2\nlong=12345678901", missing, value, sizeof value);
+        EXPECT_STREQ("", value) << missing;
+    }
+}
+
+} // namespace wifi_test
