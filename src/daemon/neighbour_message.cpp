@@ -72,12 +72,16 @@ void hbs_tell_neighbour(const ndmsg *header, const uint8_t *lladdr, const uint8_
     }
 }
 
+namespace {
+
 // An entry of a bridge's forwarding table that a frame made, not a person or the bridge itself.
-static bool is_learned(const hbs_neighbour *entry) {
-    constexpr unsigned made = NUD_PERMANENT | NUD_NOARP;
-    return entry->header.ndm_family == AF_BRIDGE && (entry->header.ndm_state & made) == 0 &&
+bool is_learned(const hbs_neighbour *entry) {
+    constexpr unsigned MADE = NUD_PERMANENT | NUD_NOARP;
+    return entry->header.ndm_family == AF_BRIDGE && (entry->header.ndm_state & MADE) == 0 &&
            entry->attributes[NDA_LLADDR].size == 6;
 }
+
+} // namespace
 
 void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
     nlmsghdr head;
