@@ -8,6 +8,7 @@
 #include "tools/client_table.h"
 #include "tools/command_client.h"
 #include "tools/database.h"
+#include "tools/explain.h"
 #include "tools/index_table.h"
 #include "tools/json_view.h"
 #include "tools/list_view.h"
@@ -79,16 +80,20 @@ void warn_when_daemon_is_gone(session &run) {
     }
 }
 
+static void add_key(CLI::App *command, std::string &key) {
+    command->add_option("client", key, "Its MAC, one of its addresses, or its name")
+        ->type_name("CLIENT")
+        ->required();
+}
+
 void add_view_commands(CLI::App *app, session &run) {
     add_list(app, run);
     add_command<std::string>(
-        app, "show", "Show everything about a client",
-        [](CLI::App *command, std::string &key) {
-            command->add_option("client", key, "Its MAC, one of its addresses, or its name")
-                ->type_name("CLIENT")
-                ->required();
-        },
+        app, "show", "Show everything about a client", add_key,
         [&run](const std::string &key) { show(run, key); });
+    add_command<std::string>(
+        app, "explain", "Say why a client counts as on line or off line, and all that is known of it",
+        add_key, [&run](const std::string &key) { explain(run, key); });
     add_command<watch_options>(
         app, "watch", "Show all clients live (+ new, * changed, - gone)",
         [](CLI::App *command, watch_options &options) {

@@ -1,0 +1,195 @@
+#include "tools/explain.h"
+
+#include <algorithm>
+#include <ctime>
+#include <ostream>
+
+#include "tools/audit_sources.h"
+#include "tools/client_key.h"
+#include "tools/client_table.h"
+#include "tools/database.h"
+#include "tools/explain_sources.h"
+#include "tools/view_commands.h"
+
+namespace {
+
+constexpr const char *silent_minutes = "ten minutes";
+
+bool has_flag(const hbs_client &client, uint32_t flag) {
+    return (client.flags & flag) != 0;
+}
+
+bool is_in_state(const explanation &known, const char *state) {
+    return std::any_of(
+        known.neighbours.begin(), known.neighbours.end(),
+        [state](const neighbour_entry &entry) { return entry.state == state; });
+}
+
+std::string time_ago(unsigned seconds) {
+    if (seconds < 120)
+        return std::to_string(seconds) + " s ago";
+    if (seconds < 7200)
+        return std::to_string(seconds / 60) + " min ago";
+    return std::to_string(seconds / 3600) + " h ago";
+}
+
+// Of a record whose clock is this machine's.
+std::string presence_since(const explanation &known) {
+    return time_ago(known.now - known.client.online_time);
+}
+
+std::string on_line_verdict(const explanation &known) {
+    const hbs_client &client = known.client;
+    if (has_flag(client, HBS_FLAG_ASSOC))
+        return "On line, because it is associated to Wi-Fi network " + std::to_string(client.wifi_index + 1) +
+               ".";
+    if (has_flag(client, HBS_FLAG_TIMER_ONLINE))
+        return std::string("On line, because it fell silent less than ") + silent_minutes +
+               " ago and nothing has said since that it left.";
+    if (is_in_state(known, "reachable"))
+        return "On line, because it answers: the kernel's neighbour entry is reachable.";
+    if (has_flag(client, HBS_FLAGS_IP4 | HBS_FLAGS_IP6) && !date_text(client.lease_end).empty())
+        return "On line, because it has a lease until " + date_text(client.lease_end) +
+               " and nothing has said that it left.";
+    return "On line, because it was heard of and nothing has said since that it left.";
+}
+
+std::string off_line_verdict(const explanation &known) {
+    const hbs_client &client = known.client;
+    for (const forwarding_entry &entry : known.forwarding)
+        if (!entry.carrier)
+            return "Off line, because its port " + entry.port + " has no link.";
+    if (is_in_state(known, "failed") && known.forwarding.empty())
+        return "Off line, because it gives no answer and no bridge has heard of it lately.";
+    if (!has_flag(client, HBS_FLAGS_ADDR))
+        return "Off line, because it has neither a lease nor an address that is known to be its own.";
+    if (known.kernel_asked && known.neighbours.empty() && known.forwarding.empty())
+        return "Off line, because the kernel knows nothing of it: neither a neighbour nor a bridge's entry.";
+    return "Off line, because its link, its lease, its association or its answers ended and none has come "
+           "since.";
+}
+
+std::string neighbour_text(const neighbour_entry &entry) {
+    return entry.address + " on " + entry.interface + ": " + entry.state + ", changed " + time_ago(entry.age);
+}
+
+std::string forwarding_text(const forwarding_entry &entry) {
+    return entry.port + " of " + entry.bridge +
+           (entry.vlan != 0 ? " in VLAN " + std::to_string(entry.vlan) : "") + ", heard " +
+           time_ago(entry.age) + (entry.carrier ? ", the port has link" : ", the port has no link");
+}
+
+std::string timers_text(const hbs_client &client) {
+    std::vector<std::string> timers;
+    if (has_flag(client, HBS_FLAG_TIMER_LEASE))
+        timers.push_back("lease");
+    if (has_flag(client, HBS_FLAG_TIMER_ONLINE))
+        timers.push_back("silence");
+    if (has_flag(client, HBS_FLAG_TIMER_DHCPWAIT))
+        timers.push_back("waiting for a lease");
+    return joined(timers, ", ");
+}
+
+std::string lease_text(const sighting &lease) {
+    return lease.address + " in " + lease.place;
+}
+
+bool is_lease_of(const sighting &lease, const hbs_client &client) {
+    return (!lease.mac.empty() && lease.mac == mac_text(client.mac)) ||
+           lease.address == ipv4_text(client.ipv4) || lease.address == ipv6_text(client.ipv6);
+}
+
+explanation gather_all(const hbs_client &client) {
+    explanation known;
+    known.client = client;
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    known.now = static_cast<uint32_t>(now.tv_sec);
+    ask_kernel(known);
+    for (const sighting &lease : dhcp_leases())
+        if (is_lease_of(lease, client))
+            known.leases.push_back(lease);
+    return known;
+}
+
+void add_line(text_table &table, const std::string &name, const std::string &value) {
+    if (!value.empty())
+        table.rows.push_back({{name}, {value}});
+}
+
+} // namespace
+
+std::string verdict(const explanation &known) {
+    return has_flag(known.client, HBS_FLAG_ONLINE) ? on_line_verdict(known) : off_line_verdict(known);
+}
+
+std::vector<std::string> what_would_change_it(const explanation &known) {
+    const hbs_client &client = known.client;
+    if (!has_flag(client, HBS_FLAG_ONLINE))
+        return {"A lease, an association, or an answer to the kernel's question brings it on line."};
+    std::vector<std::string> events;
+    if (client.switch_port != 0)
+        events.push_back("Port " + std::to_string(client.switch_port) + " loses its link: off line at once.");
+    if (has_flag(client, HBS_FLAG_ASSOC))
+        events.push_back("It leaves its Wi-Fi network: off line at once.");
+    if (has_flag(client, HBS_FLAG_TIMER_ONLINE))
+        events.push_back("Its silence lasts: off line when the timer ends.");
+    if (!date_text(client.lease_end).empty())
+        events.push_back("Its lease ends at " + date_text(client.lease_end) +
+                         ", or it gives the lease back.");
+    return events;
+}
+
+text_table explanation_table(const explanation &known) {
+    text_table table = client_details(known.client);
+    for (const neighbour_entry &entry : known.neighbours)
+        add_line(table, "neighbour", neighbour_text(entry));
+    for (const forwarding_entry &entry : known.forwarding)
+        add_line(table, "port", forwarding_text(entry));
+    for (const sighting &lease : known.leases)
+        add_line(table, "lease file", lease_text(lease));
+    add_line(table, "timers", timers_text(known.client));
+    add_line(table, "presence since", presence_since(known));
+    for (const std::string &event : what_would_change_it(known))
+        add_line(table, "next", event);
+    return table;
+}
+
+json explanation_json(const explanation &known) {
+    json neighbours = json::array();
+    for (const neighbour_entry &entry : known.neighbours)
+        neighbours.push_back({{"address", entry.address},
+                              {"state", entry.state},
+                              {"interface", entry.interface},
+                              {"age", entry.age}});
+    json forwarding = json::array();
+    for (const forwarding_entry &entry : known.forwarding)
+        forwarding.push_back({{"port", entry.port},
+                              {"bridge", entry.bridge},
+                              {"vlan", entry.vlan},
+                              {"age", entry.age},
+                              {"carrier", entry.carrier}});
+    json leases = json::array();
+    for (const sighting &lease : known.leases)
+        leases.push_back({{"address", lease.address}, {"file", lease.place}});
+    return {{"client", client_json(known.client)},
+            {"kernel_asked", known.kernel_asked},
+            {"neighbours", neighbours},
+            {"forwarding", forwarding},
+            {"leases", leases},
+            {"timers", timers_text(known.client)},
+            {"presence_seconds", known.now - known.client.online_time},
+            {"next", what_would_change_it(known)},
+            {"verdict", verdict(known)}};
+}
+
+void explain(session &run, const std::string &key) {
+    const explanation known = gather_all(one_client(read_database(), key));
+    if (run.json) {
+        run.out << json_text(explanation_json(known)) << '\n';
+    } else {
+        print_table(run, explanation_table(known));
+        run.out << '\n' << verdict(known) << '\n';
+    }
+    warn_when_daemon_is_gone(run);
+}

@@ -1,0 +1,47 @@
+// Everything that is known of one device, and why it counts as on line or off line.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/audit.h"
+#include "tools/json_view.h"
+#include "tools/session.h"
+
+// What the kernel says of a device now. Ages in seconds.
+struct neighbour_entry {
+    std::string address;
+    std::string state; // "reachable", "stale", ...
+    std::string interface;
+    unsigned age = 0; // since the last change
+};
+
+struct forwarding_entry {
+    std::string port;
+    std::string bridge;
+    unsigned vlan = 0; // 0 = none
+    unsigned age = 0;  // since the last frame
+    bool carrier = false;
+};
+
+struct explanation {
+    hbs_client client = {};
+    std::vector<neighbour_entry> neighbours;
+    std::vector<forwarding_entry> forwarding;
+    std::vector<sighting> leases;
+    uint32_t now = 0;         // CLOCK_MONOTONIC seconds
+    bool kernel_asked = true; // false: nothing is known of the kernel's tables
+};
+
+// One sentence: why the device counts as it does.
+std::string verdict(const explanation &known);
+
+// What would change that next, a sentence each.
+std::vector<std::string> what_would_change_it(const explanation &known);
+
+text_table explanation_table(const explanation &known);
+json explanation_json(const explanation &known);
+
+// The command.
+void explain(session &run, const std::string &key);

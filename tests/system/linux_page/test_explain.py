@@ -1,0 +1,27 @@
+"""hbsctl explain on a real router: what the kernel says now, and why a device counts as it does."""
+
+import json
+
+from router import mac_of, online, wait_for
+
+
+def explained(router):
+    return json.loads(router.hbsctl("explain", mac_of(17), "--json").stdout)
+
+
+def test_a_device_comes_and_loses_its_cable(router):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
+    router.start_daemon()
+    router.talk("192.168.10.17")
+    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    found = explained(router)
+    assert found["verdict"] == "On line, because it answers: the kernel's neighbour entry is reachable."
+    assert [(entry["address"], entry["interface"]) for entry in found["neighbours"]] == [("192.168.10.17", "lan0")]
+    assert [(entry["port"], entry["bridge"], entry["carrier"]) for entry in found["forwarding"]] == [
+        ("p-a", "lan0", True)]
+    assert found["next"][0] == "Port 1 loses its link: off line at once."
+    router.lan('router.inside("a", "link set eth0 down")')
+    wait_for("it is off line", lambda: not online(router.clients()))
+    text = router.hbsctl("explain", "192.168.10.17").stdout
+    assert text.splitlines()[-1].startswith("Off line, because")
+    assert explained(router)["forwarding"] == []

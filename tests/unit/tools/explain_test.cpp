@@ -1,0 +1,120 @@
+// Why a device counts as on line or off line, from what is known of it.
+#include <cstring>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <linux/neighbour.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+#include "tools/explain.h"
+#include "tools/explain_sources.h"
+
+using testing::HasSubstr;
+
+namespace explain_test {
+
+explanation with_flags(uint32_t flags) {
+    explanation known;
+    known.client.flags = flags;
+    known.client.mac[5] = 0x11;
+    known.now = 100;
+    known.client.online_time = 40;
+    return known;
+}
+
+TEST(Explain, OnLineForEachReason) {
+    explanation known = with_flags(HBS_FLAG_ONLINE | HBS_FLAG_ASSOC);
+    known.client.wifi_index = 2;
+    EXPECT_THAT(verdict(known), HasSubstr("On line, because it is associated to Wi-Fi network 3"));
+    EXPECT_THAT(verdict(with_flags(HBS_FLAG_ONLINE | HBS_FLAG_TIMER_ONLINE)), HasSubstr("fell silent"));
+    known = with_flags(HBS_FLAG_ONLINE);
+    known.neighbours = {{"192.168.0.5", "reachable", "br0", 3}};
+    EXPECT_THAT(verdict(known), HasSubstr("it answers"));
+    known = with_flags(HBS_FLAG_ONLINE | HBS_FLAG_DYNIP4);
+    const uint8_t end[8] = {2026 >> 8, 2026 & 255, 11, 21, 1, 2, 3, 0};
+    memcpy(known.client.lease_end, end, sizeof end);
+    EXPECT_THAT(verdict(known), HasSubstr("a lease until 2026-11-21 01:02:03"));
+    EXPECT_THAT(verdict(with_flags(HBS_FLAG_ONLINE)), HasSubstr("was heard of"));
+}
+
+TEST(Explain, OffLineForEachReason) {
+    explanation known = with_flags(HBS_FLAG_DYNIP4);
+    known.forwarding = {{"eth1", "br0", 0, 5, false}};
+    EXPECT_THAT(verdict(known), HasSubstr("its port eth1 has no link"));
+    known.forwarding.clear();
+    EXPECT_THAT(verdict(known), HasSubstr("knows nothing of it"));
+    known.neighbours = {{"192.168.0.5", "failed", "br0", 3}};
+    EXPECT_THAT(verdict(known), HasSubstr("gives no answer"));
+    EXPECT_THAT(verdict(with_flags(0)), HasSubstr("neither a lease nor an address"));
+    known.neighbours = {{"192.168.0.5", "stale", "br0", 3}};
+    EXPECT_THAT(verdict(known), HasSubstr("none has come since"));
+    known.neighbours.clear();
+    known.kernel_asked = false;
+    EXPECT_THAT(verdict(known), HasSubstr("none has come since")) << "what was not asked says nothing";
+}
+
+TEST(Explain, WhatWouldChangeIt) {
+    explanation known = with_flags(HBS_FLAG_ONLINE | HBS_FLAG_TIMER_ONLINE);
+    known.client.switch_port = 6;
+    EXPECT_THAT(what_would_change_it(known),
+                testing::ElementsAre(HasSubstr("Port 6 loses its link"), HasSubstr("silence")));
+    EXPECT_THAT(what_would_change_it(with_flags(0)), testing::ElementsAre(HasSubstr("brings it on line")));
+}
+
+TEST(Explain, JsonHasEverything) {
+    explanation known = with_flags(HBS_FLAG_ONLINE);
+    known.neighbours = {{"192.168.0.5", "stale", "br0", 3}};
+    known.forwarding = {{"eth1", "br0", 7, 5, true}};
+    const json document = explanation_json(known);
+    EXPECT_EQ("stale", document["neighbours"][0]["state"]);
+    EXPECT_EQ(7, document["forwarding"][0]["vlan"]);
+    EXPECT_EQ(60, document["presence_seconds"]);
+    EXPECT_EQ(verdict(known), document["verdict"]);
+}
+
+struct entry_bytes {
+    nlmsghdr head;
+    ndmsg body;
+    struct {
+        rtattr head;
+        uint8_t bytes[8];
+    } address, mac, master;
+};
+
+entry_bytes entry_of(uint8_t family, uint16_t state) {
+    entry_bytes bytes = {};
+    bytes.head.nlmsg_len = sizeof bytes;
+    bytes.head.nlmsg_type = RTM_NEWNEIGH;
+    bytes.body.ndm_family = family;
+    bytes.body.ndm_state = state;
+    bytes.body.ndm_ifindex = 1;
+    bytes.address.head = {RTA_LENGTH(8), 99};
+    if (family == AF_INET) {
+        bytes.address.head.rta_type = NDA_DST;
+        bytes.address.head.rta_len = RTA_LENGTH(4);
+    }
+    bytes.mac.head = {RTA_LENGTH(6), NDA_LLADDR};
+    bytes.mac.bytes[5] = 0x11;
+    bytes.master.head = {RTA_LENGTH(4), NDA_MASTER};
+    bytes.master.bytes[0] = bytes.master.bytes[3] = 1;
+    return bytes;
+}
+
+hbs_netlink_bytes bytes_of(const entry_bytes &entry, size_t size = sizeof(entry_bytes)) {
+    return {reinterpret_cast<const uint8_t *>(&entry), size};
+}
+
+TEST(Explain, KernelEntriesOfTheDeviceAndNoOther) {
+    const explanation known = with_flags(0);
+    hbs_client other = known.client;
+    other.mac[0] = 2;
+    const entry_bytes bridge = entry_of(AF_BRIDGE, NUD_REACHABLE);
+    EXPECT_TRUE(forwarding_of(bytes_of(bridge), known.client));
+    EXPECT_FALSE(forwarding_of(bytes_of(bridge), other));
+    EXPECT_FALSE(forwarding_of(bytes_of(bridge, sizeof(nlmsghdr) + 3), known.client));
+    EXPECT_FALSE(neighbour_of(bytes_of(bridge), known.client));
+    const entry_bytes failed = entry_of(AF_INET, NUD_FAILED);
+    ASSERT_FALSE(forwarding_of(bytes_of(failed), known.client));
+}
+
+} // namespace explain_test
