@@ -12,6 +12,7 @@
 #include <sys/socket.h>
 
 #include "base/paths.h"
+#include "tools/lan_networks.h"
 #include "tools/words.h"
 
 namespace {
@@ -78,7 +79,8 @@ std::optional<sighting> neighbour_sighting(const hbs_neighbour &entry, const std
     const hbs_netlink_bytes lladdr = entry.attributes[NDA_LLADDR];
     const std::optional<ip_address> address = destination_of(entry);
     const uint16_t state = entry.header.ndm_state;
-    const bool outside = std::find(std::begin(outward), std::end(outward), interface) != std::end(outward);
+    const bool outside = std::find(std::begin(outward), std::end(outward), interface) != std::end(outward) ||
+                         is_known_to_be_no_lan(interface);
     if (outside || state == NUD_NONE || (state & gone_states) != 0 || lladdr.data == nullptr ||
         lladdr.size != HBS_MAC_SIZE || !address || is_multicast(*address))
         return {};

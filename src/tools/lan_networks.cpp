@@ -3,13 +3,29 @@
 #include <bit>
 #include <charconv>
 #include <cstring>
+#include <fstream>
 #include <ifaddrs.h>
 #include <netinet/in.h>
+
+#include <hbs_db.h>
 
 namespace {
 
 constexpr std::string_view lan_prefix = "l2sd0.";
 constexpr unsigned first_vlan = 2; // of network 0
+
+// "NUMBER NAME" lines, numbers from 1: where a router's bridges have names of their own, the platform keeps
+// them.
+constexpr const char *kept_numbers = HBS_PERSISTENT_DIR "/networks";
+
+std::optional<unsigned> kept_network(const std::string &name) {
+    std::ifstream file(kept_numbers);
+    unsigned number = 0;
+    for (std::string kept; file >> number >> kept;)
+        if (kept == name && number > 0)
+            return number - 1;
+    return std::nullopt;
+}
 
 ipv4_bytes bytes_of(const sockaddr *address) {
     sockaddr_in inet = {};
@@ -32,10 +48,14 @@ std::optional<unsigned> network_of_interface(const std::string &name) {
     unsigned vlan = 0;
     const char *end = name.data() + name.size();
     if (!name.starts_with(lan_prefix))
-        return std::nullopt;
+        return kept_network(name);
     const auto [stop, error] = std::from_chars(name.data() + lan_prefix.size(), end, vlan);
     return error == std::errc() && stop == end && vlan >= first_vlan ? std::optional(vlan - first_vlan)
                                                                      : std::nullopt;
+}
+
+bool is_known_to_be_no_lan(const std::string &name) {
+    return std::ifstream(kept_numbers).good() && !network_of_interface(name);
 }
 
 std::vector<lan_network> lan_networks() {

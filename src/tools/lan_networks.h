@@ -13,12 +13,15 @@ struct lan_network {
     ipv4_bytes mask;
 };
 
-// From the kernel's interfaces: network n is on l2sd0.(n+2). Empty where there are none, so that nothing
-// is known about addresses.
+// From the kernel's interfaces: network n is on l2sd0.(n+2), or on the bridge that a router's platform keeps
+// it for. Empty where there are none, so that nothing is known about addresses.
 std::vector<lan_network> lan_networks();
 
 // The number of the network of an interface name; none when it is no LAN interface.
 std::optional<unsigned> network_of_interface(const std::string &name);
+
+// Whether a router's LAN interfaces are known by name and this is none of them.
+bool is_known_to_be_no_lan(const std::string &name);
 
 bool is_in(const lan_network &network, const ipv4_bytes &address);
 ipv4_bytes first_address(const lan_network &network); // names the network itself

@@ -25,3 +25,20 @@ def test_a_device_comes_and_loses_its_cable(router):
     text = router.hbsctl("explain", "192.168.10.17").stdout
     assert text.splitlines()[-1].startswith("Off line, because")
     assert explained(router)["forwarding"] == []
+
+
+def test_what_hbsctl_knows_of_the_networks(router):
+    """It refuses the router's own address, and neighbours on the outward side are no differences."""
+    router.lan("""
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.bridge("wanbr", 2, "10.0.0.2/24")
+router.device("a", 17, "lan0", "192.168.10.17/24")
+router.device("w", 18, "wanbr", "10.0.0.1/24")
+router.ip("route add default via 10.0.0.1")
+""")
+    router.start_daemon()
+    router.talk("192.168.10.17", "10.0.0.1")
+    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    refused = router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.1", check=False)
+    assert refused.returncode == 1 and "192.168.10.1 is the gateway's own address" in refused.stderr
+    assert router.hbsctl("audit").stdout == "no differences\n"
