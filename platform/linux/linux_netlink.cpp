@@ -12,12 +12,6 @@ namespace {
 
 constexpr size_t datagram_size = 32768; // the kernel fills no further
 
-int64_t now_ms() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
 bool send_request(int socket, nlmsghdr *request) {
     sockaddr_nl kernel = {};
     kernel.nl_family = AF_NETLINK;
@@ -29,8 +23,14 @@ bool send_request(int socket, nlmsghdr *request) {
 
 } // namespace
 
+int64_t linux_now_ms() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
 bool linux_ask(nlmsghdr *request, int patience_ms, hbs_netlink_visit visit, void *context) {
-    const int64_t end = now_ms() + patience_ms;
+    const int64_t end = linux_now_ms() + patience_ms;
     const int socket = hbs_netlink_open();
     if (socket < 0)
         return false;
@@ -40,7 +40,7 @@ bool linux_ask(nlmsghdr *request, int patience_ms, hbs_netlink_visit visit, void
     alignas(nlmsghdr) uint8_t buffer[datagram_size];
     int result = 1;
     while (result > 0) {
-        const int64_t left = end - now_ms();
+        const int64_t left = end - linux_now_ms();
         const ssize_t length =
             hbs_netlink_receive(socket, buffer, sizeof buffer, left > 0 ? static_cast<int>(left) : 0);
         result = length < 0 ? -1 : hbs_netlink_walk({buffer, static_cast<size_t>(length)}, visit, context);

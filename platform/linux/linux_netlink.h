@@ -3,8 +3,11 @@
 
 #include "base/netlink.h"
 
-// Nothing that is asked under the daemon's lock is waited for longer.
-constexpr int LINUX_PATIENCE_MS = 50;
+// Nothing that is asked under the daemon's lock is waited for longer than 50 ms; one event may need two
+// searches.
+constexpr int LINUX_PATIENCE_MS = 20;
+
+int64_t linux_now_ms(); // CLOCK_MONOTONIC
 
 // Sends a request (its header filled but for the acknowledgement flag and the sequence) and visits the data
 // messages of the answer. Returns whether the answer came to its end within patience_ms; errno says why not.

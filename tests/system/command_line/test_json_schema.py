@@ -14,7 +14,8 @@ HOSTILE = b"a\x1b[2J\xe2\x80\xae\xff\x7f"
 
 # Words, and the kind of what they print.
 OUTPUTS = [
-    ("list", "clients"), ("list -o json --online", "clients"), ("show laptop", "clients"), ("explain laptop", "explanation"),
+    ("list", "clients"), ("list -o json --online", "clients"), ("show laptop", "clients"),
+    ("explain laptop", "explanation"),
     ("watch --count 2 --interval 0.1", "clients"), ("indices", "indices"), ("rules", "rules"),
     ("audit", "differences"), ("status", "status"), ("events --since 1h --count 2 --interval 0.1", "change"),
     ("wait laptop", "waited"), ("trust set service laptop", "outcome"), ("trust set service laptop", "outcome"),
