@@ -18,6 +18,8 @@
 #include "tools/lease_commands.h"
 #include "tools/list_commands.h"
 #include "tools/printable.h"
+#include "tools/report_command.h"
+#include "tools/serve_command.h"
 #include "tools/status_view.h"
 #include "tools/trust_commands.h"
 #include "tools/view_commands.h"
@@ -105,6 +107,10 @@ void build(CLI::App &app, session &run) {
     add_view_commands(&app, run);
     add_status(&app, run);
     add_follow_commands(&app, run);
+    add_report(&app, run);
+#ifdef HBSCTL_SERVE
+    add_serve(&app, run);
+#endif
     add_gateway_commands(&app, run);
     add_lease_commands(&app, run);
     add_trust_commands(&app, run);

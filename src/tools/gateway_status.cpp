@@ -87,8 +87,8 @@ gateway_status status_of(const database &db) {
     return status;
 }
 
-gateway_status read_status(const session &run) {
-    gateway_status status = status_of(read_database());
+gateway_status read_status(const session &run, const database &db) {
+    gateway_status status = status_of(db);
     status.running = daemon_is_there(run.socket_path);
     if (!status.running)
         return status;

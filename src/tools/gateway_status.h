@@ -32,8 +32,8 @@ struct gateway_status {
     std::optional<hbs_client> next_displaced; // by the client that finds the pool full
 };
 
-// Throws database_error.
-gateway_status read_status(const session &run);
+// All of it: asks the kernel and the daemon, too.
+gateway_status read_status(const session &run, const database &db);
 
 // The part of it that the database tells.
 gateway_status status_of(const database &db);

@@ -4,8 +4,7 @@
 
 #include "tools/client_key.h"
 #include "tools/client_table.h"
-#include "tools/gateway_status.h"
-#include "tools/json_view.h"
+#include "tools/metrics_view.h"
 #include "tools/time_text.h"
 #include "tools/view_commands.h"
 
@@ -59,6 +58,22 @@ json count_json(const head_count &heads) {
     return {{"clients", heads.clients}, {"online", heads.online}};
 }
 
+void show_status(session &run) {
+    const gateway_status status = read_status(run, read_database());
+    if (run.json)
+        run.out << json_text(status_json(status)) << '\n';
+    else
+        print_table(run, status_table(status));
+    warn_when_daemon_is_gone(run);
+}
+
+void show_metrics(session &run) {
+    write_metrics(run.out, read_status(run, read_database()));
+    warn_when_daemon_is_gone(run);
+}
+
+} // namespace
+
 json status_json(const gateway_status &status) {
     json networks = json::array(), pools = json::object();
     for (const auto &[network, heads] : status.networks)
@@ -75,60 +90,6 @@ json status_json(const gateway_status &status) {
             {"pools", pools},
             {"next_displaced", status.next_displaced ? json(key_of(*status.next_displaced)) : json(nullptr)}};
 }
-
-void show_status(session &run) {
-    const gateway_status status = read_status(run);
-    if (run.json)
-        run.out << json_text(status_json(status)) << '\n';
-    else
-        print_table(run, status_table(status));
-    warn_when_daemon_is_gone(run);
-}
-
-void print_gauge(session &run, const char *name, const char *help) {
-    run.out << "# TYPE " << name << " gauge\n# HELP " << name << ' ' << help << '\n';
-}
-
-template <typename Groups>
-void print_heads(session &run, const char *name, const char *label, const Groups &groups, const char *help) {
-    print_gauge(run, name, help);
-    for (const auto &[group, heads] : groups) {
-        run.out << name << '{' << label << "=\"" << group << "\",state=\"online\"} " << heads.online << '\n'
-                << name << '{' << label << "=\"" << group << "\",state=\"offline\"} "
-                << heads.clients - heads.online << '\n';
-    }
-}
-
-void print_pools(session &run, const gateway_status &status) {
-    print_gauge(run, "hostbase_pool_used", "Elements of a pool of the database that are in use.");
-    for (const pool_use &pool : status.pools)
-        run.out << "hostbase_pool_used{pool=\"" << pool.name << "\"} " << pool.used << '\n';
-    print_gauge(run, "hostbase_pool_size", "Elements that a pool of the database has.");
-    for (const pool_use &pool : status.pools)
-        run.out << "hostbase_pool_size{pool=\"" << pool.name << "\"} " << pool.size << '\n';
-}
-
-void show_metrics(session &run) {
-    const gateway_status status = read_status(run);
-    print_gauge(run, "hostbase_up", "Whether the daemon runs.");
-    run.out << "hostbase_up " << status.running << '\n';
-    if (status.routed) {
-        print_gauge(run, "hostbase_routed", "Whether the gateway routes, not bridges.");
-        run.out << "hostbase_routed " << *status.routed << '\n';
-    }
-    if (status.uptime) {
-        print_gauge(run, "hostbase_uptime_seconds", "How long the daemon has been running.");
-        run.out << "hostbase_uptime_seconds " << static_cast<long>(*status.uptime) << '\n';
-    }
-    print_heads(run, "hostbase_network_clients", "network", status.networks,
-                "Clients of a LAN network, from 0.");
-    print_heads(run, "hostbase_adapter_clients", "adapter", status.adapters, "Clients on a kind of adapter.");
-    print_pools(run, status);
-    run.out << "# EOF\n";
-    warn_when_daemon_is_gone(run);
-}
-
-} // namespace
 
 void add_status(CLI::App *app, session &run) {
     app->add_subcommand("status", "Show how the daemon and its database are")->callback([&run] {

@@ -1,0 +1,51 @@
+// What the live page tells: one thread looks, any number of others take what it saw.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "tools/gateway_status.h"
+#include "tools/session.h"
+
+struct live_texts {
+    uint64_t version = 0; // another one with each news
+    std::string page;     // as page_json makes it, on one line
+    std::string clients;  // as `list --json` prints them
+    std::string metrics;
+};
+
+class live_source {
+  public:
+    explicit live_source(const session &run) : run_(run) {}
+
+    // Looks at the database. Always called by the same thread, which talks to the daemon and heeds signals
+    // meanwhile. Throws database_error.
+    void look();
+
+    // What was seen last: at once when it is another version than `known`, otherwise when there is another
+    // one, when the time is over, or at the end.
+    live_texts newest(uint64_t known = 0, std::chrono::milliseconds patience = {});
+
+    // From now on nobody waits.
+    void end();
+    bool has_ended();
+
+  private:
+    using clock = std::chrono::steady_clock;
+    gateway_status status_now(const database &db);
+
+    // Of the thread that looks:
+    const session &run_;
+    gateway_status answered_; // when the daemon was asked for its mode last
+    clock::time_point asked_;
+    std::string shown_; // all that is shown, but for what changes by itself
+
+    // Of all threads:
+    std::mutex mutex_;
+    std::condition_variable news_;
+    live_texts texts_;
+    bool ended_ = false;
+};

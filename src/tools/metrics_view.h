@@ -1,0 +1,8 @@
+// The status as numbers in the OpenMetrics text format.
+#pragma once
+
+#include <iosfwd>
+
+#include "tools/gateway_status.h"
+
+void write_metrics(std::ostream &out, const gateway_status &status);

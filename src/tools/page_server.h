@@ -1,0 +1,26 @@
+// Serves the live page, and what it shows as JSON and as metrics, over HTTP. Nothing can be changed through
+// it.
+#pragma once
+
+#include <memory>
+
+#include "tools/listen_address.h"
+#include "tools/live_source.h"
+
+class page_server {
+  public:
+    // Takes the address. Throws run_error.
+    page_server(const listen_address &where, live_source &source);
+
+    // Ends all connections.
+    ~page_server();
+    page_server(const page_server &) = delete;
+    page_server &operator=(const page_server &) = delete;
+
+    // Where it is, with the port that was found when none was given.
+    const listen_address &address() const;
+
+  private:
+    struct parts;
+    std::unique_ptr<parts> parts_;
+};
