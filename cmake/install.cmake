@@ -14,6 +14,18 @@ hbs_compressed(${PROJECT_BINARY_DIR}/packaging/changelog)
 foreach(page gw_hostbase.8 hbsctl.1 hostbase_query.3)
     hbs_compressed(${PROJECT_SOURCE_DIR}/packaging/${page})
 endforeach()
+# The layouts are documents already, whose tables a test holds against the headers.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+function(hbs_page_of document name what)
+    set(page ${PROJECT_BINARY_DIR}/packaging/${name}.7)
+    set(maker ${PROJECT_SOURCE_DIR}/packaging/manual_page)
+    add_custom_command(OUTPUT ${page} DEPENDS ${document} ${maker} VERBATIM
+                       COMMAND ${Python3_EXECUTABLE} -ISB ${maker} ${name} 7 ${what} < ${document} > ${page})
+    hbs_compressed(${page})
+    set(compressed ${compressed} PARENT_SCOPE)
+endfunction()
+hbs_page_of(${PROJECT_SOURCE_DIR}/docs/segment.md hbs_db "the client database of gw_hostbase in shared memory")
+hbs_page_of(${PROJECT_SOURCE_DIR}/docs/protocol.md hbs_msg "the datagrams of gw_hostbase's command socket")
 add_custom_target(hbs_compressed ALL DEPENDS ${compressed})
 
 # The platform library is the daemon's alone: it lies beside no public one.
@@ -42,6 +54,8 @@ install(TARGETS hbs_query_shared EXPORT hbs_query
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT query NAMELINK_COMPONENT query-dev)
 install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT query-dev)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/hostbase_query.3.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT query-dev)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/hbs_db.7.gz ${PROJECT_BINARY_DIR}/packaging/hbs_msg.7.gz
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT query-dev)
 file(RELATIVE_PATH from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" from_pkgconfig ${from_pkgconfig})
 configure_file(packaging/hbs_query.pc.in packaging/hbs_query.pc @ONLY)

@@ -9,6 +9,7 @@
 
 #include <hbs_msg.h>
 
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "daemon/dispatcher.h"
@@ -57,6 +58,7 @@ void hbs_command_socket_serve(hbs_command_server *server) {
     command.buffer = buffer;
     command.sender = tag.text;
     command.result = server->reply_result;
+    hbs_count(HBS_COUNT_DATAGRAMS);
     if (hbs_dispatch(&command))
         hbs_reply_send(server->socket, command.result, &sender, length);
     server->reply_result = command.result;

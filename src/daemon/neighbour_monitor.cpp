@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "base/clock.h"
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/netlink.h"
 #include "base/scope.h"
@@ -90,6 +91,7 @@ void make_up_for_drops(monitor *m) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: nl_listen_thread: cannot read the neighbour tables");
         return;
     }
+    hbs_count(HBS_COUNT_LOST, drops - m->known_drops);
     m->lost = false;
     m->known_drops = drops;
     m->in_step_ms = now;

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/counters.h"
 #include "base/paths.h"
 
 namespace {
@@ -87,7 +88,9 @@ hbs_claim hbs_claim_daemon(pid_t *running) {
     if (file < 0)
         return hbs_claim::impossible;
     const hbs_claim result = claim(file, running);
-    if (result != hbs_claim::own) { // closed, it would give the lock up
+    if (result == hbs_claim::own) {
+        (void)hbs_counters_share(file); // without room the daemon does all the same
+    } else {                            // closed, it would give the lock up
         const int reason = errno;
         (void)close(file);
         errno = reason;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/counters.h"
 #include "base/state.h"
 #include "base/text.h"
 #include "events/tr69_payload.h"
@@ -46,6 +47,7 @@ void send_event(int code, const hbs_tr69_body *body) {
     payload.body = *body;
     uint8_t bytes[TR69_EVENT_SIZE];
     memcpy(bytes, &payload, sizeof(bytes));
+    hbs_count(HBS_COUNT_AGENT_EVENTS);
     (void)quarn_tr69SendEvent(bytes); // an agent that refuses an event gets the next one all the same
 }
 

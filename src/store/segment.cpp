@@ -10,6 +10,7 @@
 #include <semaphore.h>
 #include <sys/stat.h>
 
+#include "base/counters.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/sem_deadline.h"
@@ -77,10 +78,14 @@ void hbs_sem_admit() {
 void hbs_sem_wait() {
     if (semaphore == SEM_FAILED)
         return;
+    if (sem_trywait(semaphore) == 0)
+        return;
+    hbs_count(HBS_COUNT_WAITS);
     const timespec deadline = hbs_monotonic_in(HBS_SEM_PATIENCE_MS);
     if (hbs_sem_wait_until(semaphore, &deadline) || errno != ETIMEDOUT)
         return;
     // The post that ends this hold makes up for the one that the lost holder never made.
+    hbs_count(HBS_COUNT_TAKEOVERS);
     HBS_LOG(HBS_ERROR, "HOSTBASE: database semaphore not released within %d ms, taken over",
             HBS_SEM_PATIENCE_MS);
 }

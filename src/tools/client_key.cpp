@@ -90,6 +90,16 @@ mac_bytes device_meant(const std::string &key) {
     return mac ? *mac : device_of(read_database(), key);
 }
 
+ipv6_bytes link_local_meant(const std::string &key) {
+    const auto address = parse_ip(key);
+    if (address && address->family == HBS_FAMILY_IPV6)
+        return address->ipv6;
+    const auto ll = parse_ip(ipv6_text(one_client(read_database(), key).ll));
+    if (!ll)
+        throw run_error(exit_negative, "the client '" + key + "' has no link-local address");
+    return ll->ipv6;
+}
+
 std::string key_of(const hbs_client &client) {
     const std::string mac = mac_text(client.mac);
     const std::string ipv4 = ipv4_text(client.ipv4);

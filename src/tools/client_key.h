@@ -21,6 +21,9 @@ mac_bytes device_of(const database &db, const std::string &key);
 // The same, which reads the database only when it has to.
 mac_bytes device_meant(const std::string &key);
 
+// An IPv6 address as it stands; otherwise the link-local one of the one client.
+ipv6_bytes link_local_meant(const std::string &key);
+
 // How a client is named in messages and looked up again: by its MAC, or by an address.
 std::string key_of(const hbs_client &client);
 

@@ -20,6 +20,7 @@
 #include "tools/printable.h"
 #include "tools/report_command.h"
 #include "tools/serve_command.h"
+#include "tools/settings_commands.h"
 #include "tools/status_view.h"
 #include "tools/trust_commands.h"
 #include "tools/view_commands.h"
@@ -115,6 +116,7 @@ void build(CLI::App &app, session &run) {
     add_lease_commands(&app, run);
     add_trust_commands(&app, run);
     add_list_commands(&app, run);
+    add_settings_commands(&app, run);
     add_event_commands(&app, run);
     app.footer(footer); // last, or every subcommand would show it too
 }

@@ -20,6 +20,7 @@ struct dhcpv4_arguments {
 };
 
 struct dhcpv6_arguments {
+    std::string client; // or its link-local address
     dhcpv6_lease lease;
     uint32_t seconds = 0;
 };
@@ -41,7 +42,8 @@ struct subnet_arguments {
 };
 
 struct release6_arguments {
-    ipv6_bytes ll = {}, ipv6 = {};
+    std::string client;
+    ipv6_bytes ipv6 = {};
 };
 
 const word_choices adapter_choices = {{"ethernet", HBS_ADAPTER_ETHERNET},
@@ -130,7 +132,8 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
     add_command<dhcpv6_arguments>(
         event, "dhcpv6-lease", "A device got an IPv6 lease (a static one, when no end is given)",
         [](CLI::App *command, dhcpv6_arguments &arguments) {
-            add_ipv6(command, "link-local", arguments.lease.ll, "Link-local address of the device");
+            add_client(command, arguments.client, "client",
+                       "Its link-local address, or a client that has one");
             add_ipv6(command, "address", arguments.lease.ipv6, "The address that it got");
             CLI::Option *end = command->add_option("--lease-end", arguments.lease.lease_end,
                                                    "When the lease ends, in seconds since 1970");
@@ -139,6 +142,7 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
             add_identity(command, arguments.lease);
         },
         [&run](dhcpv6_arguments &arguments) {
+            arguments.lease.ll = link_local_meant(arguments.client);
             if (arguments.seconds != 0)
                 arguments.lease.lease_end = static_cast<uint32_t>(time(nullptr)) + arguments.seconds;
             tell_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease),
@@ -147,12 +151,14 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
     add_command<release6_arguments>(
         event, "dhcpv6-release", "A device gave its IPv6 lease back",
         [](CLI::App *command, release6_arguments &arguments) {
-            add_ipv6(command, "link-local", arguments.ll, "Link-local address of the device");
+            add_client(command, arguments.client, "client",
+                       "Its link-local address, or a client that has one");
             add_ipv6(command, "address", arguments.ipv6, "The address that it gave back");
         },
         [&run](const release6_arguments &arguments) {
+            const ipv6_bytes ll = link_local_meant(arguments.client);
             tell_event(run, "dhcpv6-release", HBS_EVENT_DHCPV6_RELEASE,
-                       event_dhcpv6_release(arguments.ll, arguments.ipv6), to_link_local(arguments.ll));
+                       event_dhcpv6_release(ll, arguments.ipv6), to_link_local(ll));
         });
 }
 

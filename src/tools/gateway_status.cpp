@@ -6,6 +6,7 @@
 #include <sstream>
 #include <unistd.h>
 
+#include "base/counters.h"
 #include "base/paths.h"
 #include "tools/client_key.h"
 #include "tools/command_client.h"
@@ -28,8 +29,21 @@ pid_t lock_holder() {
     return asked && lock.l_type != F_UNLCK ? lock.l_pid : 0;
 }
 
-// Seconds since the process began: the 22nd word of its stat line, counted behind the name in parentheses,
-// is its start in clock ticks since the system's.
+struct count_name {
+    hbs_counter counter;
+    const char *name, *help;
+};
+
+constexpr count_name count_names[] = {
+    {HBS_COUNT_DATAGRAMS, "datagrams", "Datagrams taken from the command socket."},
+    {HBS_COUNT_AGENT_EVENTS, "agent_events", "Events told to the TR-069 agent."},
+    {HBS_COUNT_LOST, "lost_neighbour_events",
+     "Neighbour events lost in overruns; the tables were read instead."},
+    {HBS_COUNT_WAITS, "waits", "Times that the daemon found a reader in the database."},
+    {HBS_COUNT_TAKEOVERS, "takeovers", "Times that a reader did not leave it."}};
+
+// Seconds since the process began: the 22nd word of its stat line, daemon_count behind the name in
+// parentheses, is its start in clock ticks since the system's.
 std::optional<double> uptime_of(pid_t pid) {
     std::ifstream stat_file(HBS_PROCESSES "/" + std::to_string(pid) + "/stat"),
         uptime_file(HBS_PROCESSES "/uptime");
@@ -54,6 +68,18 @@ void count(head_count &counter, const hbs_client &client) {
 }
 
 } // namespace
+
+std::vector<daemon_count> read_counts() {
+    hbs_counts counts = {};
+    std::vector<daemon_count> all;
+    const int fd = open(HBS_LOCK_FILE, O_RDONLY | O_CLOEXEC);
+    if (fd != -1 && pread(fd, &counts, sizeof counts, 0) == sizeof counts)
+        for (const count_name &one : count_names)
+            all.push_back({one.name, one.help, counts.count[one.counter]});
+    if (fd != -1)
+        close(fd);
+    return all;
+}
 
 std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients) {
     const hbs_client *next = nullptr;
@@ -93,6 +119,7 @@ gateway_status read_status(const session &run, const database &db) {
     if (!status.running)
         return status;
     status.pid = lock_holder();
+    status.counts = read_counts();
     status.uptime = status.pid > 0 ? uptime_of(status.pid) : std::nullopt;
     try {
         status.routed = is_routed(run.socket_path, run.answer_seconds);

@@ -20,6 +20,13 @@ struct pool_use {
     size_t used, size;
 };
 
+// What the daemon has daemon_count since it began, see base/counters.h.
+struct daemon_count {
+    const char *name;
+    const char *help;
+    uint32_t value;
+};
+
 struct gateway_status {
     bool running = false;
     pid_t pid = 0;                // 0: not known
@@ -29,11 +36,15 @@ struct gateway_status {
     std::map<unsigned, head_count> networks;
     std::map<std::string, head_count> adapters;
     std::vector<pool_use> pools;
+    std::vector<daemon_count> counts;         // empty: this user may not see them
     std::optional<hbs_client> next_displaced; // by the client that finds the pool full
 };
 
 // All of it: asks the kernel and the daemon, too.
 gateway_status read_status(const session &run, const database &db);
+
+// Empty when this user may not read them.
+std::vector<daemon_count> read_counts();
 
 // The part of it that the database tells.
 gateway_status status_of(const database &db);

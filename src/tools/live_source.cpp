@@ -33,6 +33,7 @@ gateway_status live_source::status_now(const database &db) {
     gateway_status status = status_of(db);
     status.running = running;
     status.pid = answered_.pid;
+    status.counts = running ? read_counts() : answered_.counts;
     status.routed = answered_.routed;
     return status;
 }

@@ -28,6 +28,12 @@ void print_pools(std::ostream &out, const gateway_status &status) {
         out << "hostbase_pool_size{pool=\"" << pool.name << "\"} " << pool.size << '\n';
 }
 
+void print_counts(std::ostream &out, const gateway_status &status) {
+    for (const daemon_count &one : status.counts)
+        out << "# TYPE hostbase_" << one.name << " counter\n# HELP hostbase_" << one.name << ' ' << one.help
+            << "\nhostbase_" << one.name << "_total " << one.value << '\n';
+}
+
 } // namespace
 
 void write_metrics(std::ostream &out, const gateway_status &status) {
@@ -45,5 +51,6 @@ void write_metrics(std::ostream &out, const gateway_status &status) {
                 "Clients of a LAN network, from 0.");
     print_heads(out, "hostbase_adapter_clients", "adapter", status.adapters, "Clients on a kind of adapter.");
     print_pools(out, status);
+    print_counts(out, status);
     out << "# EOF\n";
 }

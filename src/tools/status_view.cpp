@@ -1,5 +1,6 @@
 #include "tools/status_view.h"
 
+#include <algorithm>
 #include <ostream>
 
 #include "tools/client_key.h"
@@ -35,6 +36,11 @@ std::string displaced_text(const gateway_status &status) {
     return key_of(*status.next_displaced) + (name.empty() ? "" : " (" + name + ")");
 }
 
+std::string spaced(std::string name) {
+    std::replace(name.begin(), name.end(), '_', ' ');
+    return name;
+}
+
 text_table status_table(const gateway_status &status) {
     text_table table = {{{"WHAT"}, {"HOW", 20}}, {}};
     const auto add = [&](const std::string &what, const std::string &how) {
@@ -50,6 +56,8 @@ text_table status_table(const gateway_status &status) {
     for (const pool_use &pool : status.pools)
         add(std::string("room for ") + pool.name,
             std::to_string(pool.used) + " of " + std::to_string(pool.size) + " in use");
+    for (const daemon_count &one : status.counts)
+        add(spaced(one.name), std::to_string(one.value));
     add("displaced next", displaced_text(status));
     return table;
 }
@@ -75,11 +83,13 @@ void show_metrics(session &run) {
 } // namespace
 
 json status_json(const gateway_status &status) {
-    json networks = json::array(), pools = json::object();
+    json networks = json::array(), pools = json::object(), counts = json::object();
     for (const auto &[network, heads] : status.networks)
         networks.push_back({{"network", network}, {"clients", heads.clients}, {"online", heads.online}});
     for (const pool_use &pool : status.pools)
         pools[pool.name] = {{"used", pool.used}, {"size", pool.size}};
+    for (const daemon_count &one : status.counts)
+        counts[one.name] = one.value;
     return {{"running", status.running},
             {"pid", status.pid > 0 ? json(status.pid) : json(nullptr)},
             {"uptime_seconds", status.uptime ? json(*status.uptime) : json(nullptr)},
@@ -88,6 +98,7 @@ json status_json(const gateway_status &status) {
             {"table", count_json(status.all)},
             {"networks", networks},
             {"pools", pools},
+            {"counts", status.counts.empty() ? json(nullptr) : counts},
             {"next_displaced", status.next_displaced ? json(key_of(*status.next_displaced)) : json(nullptr)}};
 }
 

@@ -21,7 +21,8 @@ OUTPUTS = [
     ("wait laptop", "waited"), ("trust set service laptop", "outcome"), ("trust set service laptop", "outcome"),
     (f"static-lease set {NEW} 192.168.0.60 --comment desk", "outcome"), (f"static-lease clear {NEW}", "outcome"),
     ("mac-filter set white laptop --rule 7f,1,2", "outcome"), ("comment laptop door", "outcome"),
-    ("dump", "answer"), ("report --html /tmp/lan.html", "report"), ("event dhcpv4-info laptop 192.168.0.131", "event"), ("show nobody", "failure"),
+    ("dump", "answer"), ("report --html /tmp/lan.html", "report"), ("export", "settings"),
+    ("event dhcpv4-info laptop 192.168.0.131", "event"), ("show nobody", "failure"),
     ("static-lease set laptop 192.168.0.1", "failure"), ("nosuch", "failure"), ("list --sort nosuch", "failure"),
 ]
 

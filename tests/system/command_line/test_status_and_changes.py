@@ -4,6 +4,7 @@ import json
 import subprocess
 
 import pytest
+from gateway import wait_for
 
 LAPTOP = "02:aa:00:00:00:11"
 
@@ -25,6 +26,17 @@ def test_status_tells_the_daemon_and_its_mode(house):
     assert told["networks"] == [{"network": n, "clients": 1, "online": 1} for n in (0, 1)]
     assert told["pools"]["clients"] == {"used": 2, "size": 96}
     assert f"running, pid {pid}" in house.hbsctl("status").stdout
+
+
+def test_status_tells_what_the_daemon_counted(house):
+    def counts():
+        return json.loads(house.hbsctl("status", "--json").stdout)["counts"]
+    before = counts()
+    assert before["agent_events"] > 0 and before["takeovers"] == 0
+    house.hbsctl("event", "wifi-info", "02:aa:00:00:00:77")
+    # Asking for the mode takes two.
+    wait_for("it is counted", lambda: (counts()["datagrams"] - before["datagrams"]) % 2 == 1)
+    assert f"hostbase_agent_events_total {counts()['agent_events']}" in lines_of(house.hbsctl("metrics"))
 
 
 def test_lists_show_what_is_wanted(house):

@@ -16,6 +16,7 @@ FILES = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/libhbs_
          "lib/cmake/hbs_query/hbs_query-config.cmake", "lib/systemd/system/gw_hostbase.service",
          "include/hostbase_query.h", "include/hbs_db.h", "include/hbs_msg.h", "share/man/man1/hbsctl.1.gz",
          "share/bash-completion/completions/hbsctl", "share/zsh/vendor-completions/_hbsctl",
+         "share/man/man7/hbs_db.7.gz", "share/man/man7/hbs_msg.7.gz",
          "share/man/man3/hostbase_query.3.gz", "share/man/man8/gw_hostbase.8.gz")
 PROGRAMS = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/gw_hostbase/libhbs_platform.so")
 PACKAGES = {"gw-hostbase-host", "hbsctl", "libhbs-query1", "libhbs-query-dev"}

@@ -212,7 +212,7 @@ TEST(Usage, OfTheWrongKindEndsWithTwoAndSendsNothing) {
                                       {"event", "dhcpv4-lease", "0:0:0:0:0:0", "192.168.0.1"},
                                       {"static-lease", "set", mac, "192.168.0"},
                                       {"event", "dhcpv4-lease", mac, "fd00::1"},
-                                      {"event", "dhcpv6-lease", "192.168.0.1", "fd00::1"},
+                                      {"event", "dhcpv6-lease", "", "fd00::1"},
                                       {"event"},
                                       {"mac-filter", "set", "grey", mac},
                                       {"mac-filter", "set", "white", mac, "--rule", "1,2"},

@@ -53,6 +53,10 @@ class Status : public QuerySegment {
     json status() { return json::parse(ctl({"status", "--json"}, daemon.path).out); }
 };
 
+TEST_F(Status, TellsNoCountsThatCannotBeRead) {
+    EXPECT_TRUE(status()["counts"].is_null());
+}
+
 TEST_F(Status, CountsClientsByNetworkAndRoom) {
     (void)add(1, 0, HBS_FLAG_ONLINE);
     (void)add(2, 1, 0);

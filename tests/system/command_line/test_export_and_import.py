@@ -1,0 +1,91 @@
+"""What the user set goes out as JSON and comes back in, on a gateway that knows nothing any more."""
+
+import json
+import os
+
+import pytest
+from gateway import Box, lease_datagram, wait_for
+
+LAPTOP, PHONE, NEW, OWN = "02:aa:00:00:00:31", "02:aa:00:00:00:32", "02:aa:00:00:00:3f", "02:aa:00:00:00:3e"
+SETTINGS = [
+    f"trust set site {LAPTOP} --comment hall", f"trust set service {LAPTOP}", f"comment {LAPTOP} desk --host mine",
+    f"mac-filter set white {LAPTOP} --rule 7f,1,2", f"mac-filter set white {LAPTOP} --rule a,2,3,4,5,6",
+    f"mac-filter set black {PHONE} --filter-word 5 --description child --keywords games --domains example.org",
+    f"static-lease set {NEW} 192.168.0.60 --comment door", f"internal-lease set {OWN} 192.168.0.61",
+]
+
+
+@pytest.fixture(name="house")
+def one_house():
+    box = Box()
+    try:
+        box.make_lan()
+        start(box)
+        yield box
+    finally:
+        box.close()
+
+
+def start(box):
+    box.start_daemon()
+    box.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"),
+                  lease_datagram(PHONE, "192.168.0.132", host=b"phone"))
+    wait_for("both are there", lambda: {LAPTOP, PHONE} <= set(box.clients()))
+
+
+def test_what_was_exported_is_imported_again(house):
+    for words in SETTINGS:
+        house.hbsctl(*words.split())
+    house.hbsctl("export", "/tmp/settings.json")
+    exported = json.loads(house.read("/tmp/settings.json"))
+    devices = {device["mac"]: device for device in exported["devices"]}
+    assert set(devices) == {LAPTOP, PHONE, NEW, OWN}
+    assert devices[LAPTOP] == {"mac": LAPTOP, "trust": ["site", "service"], "comment": "desk", "host": "mine",
+                               "lists": ["white"], "rules": [{"list": "white", "rule": "7f,1,2,0,0,0"},
+                                                             {"list": "white", "rule": "a,2,3,4,5,6"}]}
+    assert devices[OWN] == {"mac": OWN, "internal_lease": "192.168.0.61"}
+    assert devices[NEW]["static_lease"] == "192.168.0.60"
+    house.hbsctl("reset-defaults", "--yes")
+    house.daemon.kill()
+    for name in os.listdir(house.path("/nvram/8/dhcpd")):
+        os.unlink(house.path(f"/nvram/8/dhcpd/{name}"))
+    start(house)
+    assert json.loads(house.hbsctl("export").stdout)["devices"] == []
+    done = house.hbsctl("import", "/tmp/settings.json")
+    assert (done.stderr, f"static lease 192.168.0.60 for {NEW}: set\n" in done.stdout) == ("", True)
+    assert json.loads(house.hbsctl("export").stdout) == exported
+    again = house.hbsctl("import", "/tmp/settings.json", check=False)
+    assert (again.returncode, again.stderr) == (1, "hbsctl: import: nothing changed\n")
+
+
+@pytest.mark.parametrize("device, reason", [
+    ({"mac": "nobody"}, "'nobody' is no MAC"), ({}, 'a device has no "mac"'),
+    ({"mac": NEW, "colour": "red"}, "'colour' is nothing that can be set"),
+    ({"mac": NEW, "static_lease": "x"}, "'x' is no IP address"),
+    ({"mac": NEW, "trust": ["all"]}, "'all' is neither site nor service"),
+    ({"mac": NEW, "rules": [{"list": "white", "rule": "1"}]}, "'1' is not a rule"),
+    ({"mac": NEW, "rules": 5}, "these are no exported settings"),
+    ({"mac": NEW, "comment": "x" * 300, "trust": ["site"]}, "the comment is too long"),
+])
+def test_what_is_no_export_is_refused_before_anything_is_sent(house, device, reason):
+    document = {"hbsctl_settings": 1, "devices": [{"mac": LAPTOP, "trust": ["site"]}, device]}
+    house.write("/tmp/settings.json", json.dumps(document))
+    done = house.hbsctl("import", "/tmp/settings.json", check=False)
+    assert (done.returncode, reason in done.stderr) == (2, True), done.stderr
+    assert house.clients()[LAPTOP]["trust"] == []
+
+
+def test_what_cannot_be_meant_is_not_sent_either(house):
+    for text, status in (("no JSON", 2), ('{"hbsctl_settings": 2, "devices": []}', 2), ("[]", 2),
+                         (json.dumps({"hbsctl_settings": 1, "devices": [
+                             {"mac": LAPTOP, "trust": ["site"]}, {"mac": NEW, "static_lease": "192.168.0.1"}]}), 1)):
+        house.write("/tmp/settings.json", text)
+        assert house.hbsctl("import", "/tmp/settings.json", check=False).returncode == status
+    assert house.clients()[LAPTOP]["trust"] == []
+
+
+def test_in_bridge_mode_there_is_nothing_to_export(house):
+    house.hbsctl("mode", "bridge", "--yes")
+    done = house.hbsctl("export", check=False)
+    assert (done.returncode, done.stdout) == (1, "")
+    assert "bridge mode" in done.stderr
