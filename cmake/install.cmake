@@ -37,7 +37,14 @@ if(HBS_SHARED_PLATFORM)
     install(TARGETS hbs_platform LIBRARY DESTINATION ${private_libraries} COMPONENT daemon)
 endif()
 install(TARGETS hbs-lease-event RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT daemon)
+# The plain name is for a daemon that looks at the machine itself; another platform is named.
+cmake_path(GET HBS_PLATFORM_DIR FILENAME platform)
+set(daemon_package gw-hostbase-${platform})
+set(other_daemon gw-hostbase)
 if(HBS_PLATFORM_DIR STREQUAL "${PROJECT_SOURCE_DIR}/platform/linux")
+    set(daemon_package gw-hostbase)
+    set(other_daemon gw-hostbase-host)
+    set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/postinst)
     install(FILES packaging/linux/gw_hostbase.service DESTINATION lib/systemd/system COMPONENT daemon)
     install(FILES packaging/linux/gw_hostbase.sysusers RENAME gw_hostbase.conf DESTINATION lib/sysusers.d
             COMPONENT daemon)
@@ -56,6 +63,8 @@ install(FILES ${public_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONEN
 install(FILES ${PROJECT_BINARY_DIR}/packaging/hostbase_query.3.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT query-dev)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/hbs_db.7.gz ${PROJECT_BINARY_DIR}/packaging/hbs_msg.7.gz
         DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT query-dev)
+install(FILES examples/reader.c examples/reader.py DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libhbs-query-dev/examples
+        COMPONENT query-dev)
 file(RELATIVE_PATH from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" from_pkgconfig ${from_pkgconfig})
 configure_file(packaging/hbs_query.pc.in packaging/hbs_query.pc @ONLY)
@@ -91,7 +100,7 @@ endif()
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "The gw_hostbase maintainers <maintainers@users.noreply.c-seed-90faaf7a.example>")
 # What each package must bring along; no part of an installation by hand.
-foreach(part daemon=gw-hostbase-host query=libhbs-query1 query-dev=libhbs-query-dev tools=hbsctl)
+foreach(part daemon=${daemon_package} query=libhbs-query1 query-dev=libhbs-query-dev tools=hbsctl)
     string(REPLACE "=" ";" names ${part})
     list(GET names 0 component)
     list(GET names 1 package)
@@ -107,13 +116,21 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
+# Only one daemon can be on a machine, and what reads its database is built for the same places.
+set(CPACK_DEBIAN_DAEMON_PACKAGE_CONFLICTS ${other_daemon})
+set(CPACK_DEBIAN_QUERY_PACKAGE_CONFLICTS ${other_daemon})
+set(CPACK_DEBIAN_TOOLS_PACKAGE_CONFLICTS ${other_daemon})
 set(CPACK_DEBIAN_QUERY_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_DEPENDS "libhbs-query1 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
-set(CPACK_COMPONENT_DAEMON_DESCRIPTION "database of a gateway's LAN clients, simulated gateway
+set(CPACK_COMPONENT_DAEMON_DESCRIPTION "database of a gateway's LAN clients
+gw_hostbase keeps a record for every device on the LAN, in shared memory.")
+if(platform STREQUAL "host")
+    set(CPACK_COMPONENT_DAEMON_DESCRIPTION "database of a gateway's LAN clients, simulated gateway
 gw_hostbase keeps a record for every device on the LAN, in shared memory.
 This build runs on the host platform, which stands in for a gateway.")
+endif()
 set(CPACK_COMPONENT_QUERY_DESCRIPTION "reader library of the LAN client database
 Programs read the client database of gw_hostbase through it.")
 set(CPACK_COMPONENT_QUERY-DEV_DESCRIPTION "headers for readers of the LAN client database

@@ -27,8 +27,10 @@ def main(parser, inside, preset="default", targets=()):
             sys.stderr.write(f"{parser.prog}: {error}\n")
             return 1
     if "HBS_BUILD" not in os.environ:
-        subprocess.run([CHECKOUT + "/script/bootstrap"], stdout=sys.stderr, check=True)
         more = [word for target in targets for word in ("--target", target)]
-        subprocess.run([CHECKOUT + "/script/build", "--programs", *more, preset], check=True)
+        for words in (["script/bootstrap"], ["script/build", "--programs", *more, preset]):
+            done = subprocess.run([f"{CHECKOUT}/{words[0]}", *words[1:]], stdout=sys.stderr, check=False)
+            if done.returncode != 0:
+                return done.returncode  # it has said why
     words = ["script/box", "--no-daemon", "--", os.path.realpath(sys.argv[0]), *sys.argv[1:]]
     os.execve(CHECKOUT + "/script/box", words, {"HBS_BUILD": preset, **os.environ})

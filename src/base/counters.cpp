@@ -4,8 +4,12 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-static hbs_counts own_counts;
-static hbs_counts *counts = &own_counts;
+namespace {
+
+hbs_counts own_counts;
+hbs_counts *counts = &own_counts;
+
+} // namespace
 
 void hbs_count(hbs_counter what, uint32_t times) {
     hbs_counts *now = __atomic_load_n(&counts, __ATOMIC_ACQUIRE);

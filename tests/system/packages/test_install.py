@@ -88,6 +88,19 @@ def test_cmake_finds_the_library(tree):
         run("cmake", "--build", f"{directory}/build")
 
 
+@pytest.mark.parametrize("platform, package, other", [("host", "gw-hostbase-host", "gw-hostbase"),
+                                                      ("linux", "gw-hostbase", "gw-hostbase-host")])
+def test_each_platform_has_a_package_of_its_own(platform, package, other):
+    with tempfile.TemporaryDirectory() as directory:
+        run("cmake", "-S", CHECKOUT, "-B", directory, "-G", "Ninja", "-DHBS_TESTS=OFF",
+            f"-DHBS_PLATFORM_DIR={CHECKOUT}/platform/{platform}")
+        with open(f"{directory}/CPackConfig.cmake", encoding="utf-8") as file:
+            text = file.read()
+    assert f'set(CPACK_DEBIAN_DAEMON_PACKAGE_NAME "{package}")' in text
+    for part in ("DAEMON", "QUERY", "TOOLS"):
+        assert f'set(CPACK_DEBIAN_{part}_PACKAGE_CONFLICTS "{other}")' in text
+
+
 def test_the_packages_install_and_go_again():
     with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build"), prefix="packages.") as directory:
         run("cpack", "-G", "DEB", "--config", f"{BUILD}/CPackConfig.cmake", "-B", directory)
