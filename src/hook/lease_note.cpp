@@ -110,6 +110,7 @@ struct kea_call {
 const char *kea_value(const kea_call *call, const char *prefix, const char *name) {
     char key[64];
     (void)snprintf(key, sizeof key, "%s%s", prefix, name);
+    // cppcheck-suppress returnDanglingLifetime ; the value is the environment's
     return call->get(key);
 }
 
