@@ -15,7 +15,6 @@
 #include "events/maintenance.h"
 #include "events/tr69_events.h"
 #include "events/wifi.h"
-#include "store/publish.h"
 
 namespace {
 
@@ -95,7 +94,7 @@ void hbs_steps::announce_xwifi_changed(hbs_command *) {
 }
 
 void hbs_steps::xwifi_changed(hbs_command *) {
-    hbs_shm_mark_hotspot();
+    hbs_handle_xwifi_changed();
 }
 
 // --- leases ----------------------------------------

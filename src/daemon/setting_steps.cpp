@@ -14,7 +14,6 @@
 #include "events/static_lease.h"
 #include "events/tr69_events.h"
 #include "events/trust.h"
-#include "store/clients.h"
 
 namespace {
 
@@ -212,11 +211,7 @@ void hbs_steps::dump(hbs_command *command) {
 
 void hbs_steps::set_comment_host(hbs_command *command) {
     const hbs_msg_comment_host &message = command->datagram.comment_host;
-    hbs_client *client = nullptr;
-    if (message.family == HBS_FAMILY_IPV4)
-        client = hbs_find_by_ipv4(message.ipv4);
-    else if (message.family == HBS_FAMILY_IPV6)
-        client = hbs_find_by_ipv6(message.ipv6);
-    if (client != nullptr)
-        command->result = hbs_api_set_comment_host(client, message.comment, message.host);
+    const uint8_t *address = address_of(message.family, message.ipv4, message.ipv6);
+    if (address != nullptr && hbs_handle_comment_host(message.family, address, message.comment, message.host))
+        command->result = 0;
 }

@@ -7,3 +7,6 @@
 #include <hbs_db.h>
 
 int hbs_api_set_comment_host(hbs_client *client, const char *comment, const char *host);
+
+// The same for the client of an address (family AF_INET or AF_INET6). Returns whether there is one.
+bool hbs_handle_comment_host(int family, const uint8_t *address, const char *comment, const char *host);

@@ -15,6 +15,7 @@ struct hbs_filter_request {
     uint32_t filter_word;
     uint32_t rule_word; // of the rule commands
 };
+// -1 for a type that is no list, but the device is known by then and has the texts: kept.
 int hbs_api_set_mac_filter(const hbs_filter_request *request);
 int hbs_api_clr_mac_filter(const hbs_filter_request *request); // type, mac and values 1-3 only
 

@@ -22,7 +22,6 @@
 #include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/merge.h"
-#include "store/pools.h"
 #include "store/publish.h"
 
 namespace {
@@ -129,7 +128,7 @@ void take_from_others(const hbs_client *client, const uint8_t ll[16]) {
         if (other == client || !is_same_ll(other, ll))
             continue;
         hbs_set_ll(other, none);
-        if (hbs_slot_of(other) != nullptr) // publishing afresh could reclaim the slot of `client`
+        if (hbs_is_published(other)) // publishing afresh could reclaim the slot of `client`
             hbs_publish(other);
     }
 }

@@ -14,6 +14,7 @@
 #include "store/client_fields.h"
 #include "store/clients.h"
 #include "store/index.h"
+#include "store/ip_index.h"
 #include "store/publish.h"
 
 namespace {
@@ -162,7 +163,7 @@ int hbs_api_set_static_lease(const hbs_static_lease_request *request) {
                                         1,
                                         {defaults.oui, defaults.serial_number, defaults.product_class},
                                         0};
-        write_static_lease(client->nwidx & 7, &lease);
+        write_static_lease(static_cast<int>(hbs_fold_network(client->nwidx)), &lease);
         hbs_set_ipv4(client, request->address);
     }
     hbs_set_commanded_lease(client, true);

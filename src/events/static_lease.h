@@ -1,5 +1,5 @@
-// The addresses that users fix. Callers hold hbs_list_mutex. Results: 0, also when
-// nothing could be kept in files (logged), or -1 when refused.
+// The addresses that users fix. Callers hold hbs_list_mutex. Setting and
+// clearing wait for the DHCP server's locks on its files, seconds at the worst (HBS_LOCK_PATIENCE).
 #pragma once
 
 #include <cstdint>
@@ -13,6 +13,9 @@ struct hbs_static_lease_request {
     const char *comment;
     const char *host;
 };
+// 0, also when nothing could be kept in files (logged), or -1 when refused.
 int hbs_api_set_static_lease(const hbs_static_lease_request *request);
+
+// Always 0, whatever was found: who asks has nothing else to do.
 int hbs_api_clr_static_lease(int family, const uint8_t *address);
 int hbs_api_set_internal_lease(int family, const uint8_t *address, const uint8_t mac[6]);

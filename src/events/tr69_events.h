@@ -22,11 +22,11 @@ enum hbs_tr69_code : int {
 // Codes 106-108, with what readers see of the client. 0, or -1 for no client.
 int hbs_send_tr69_client_event(int code, const hbs_client *client);
 
-// Codes 101-105, with what the record holds. 0, or -1 for no record or another code.
+// Codes 101-105 and 108, with what the record holds. 0, or -1 for no record or another code.
 int hbs_send_tr69_event(int code, const hbs_client *record);
 
-// Codes 1 and 2, with the datagram that set or cleared the lease. The second reads the datagram that clears
-// with the layout of the one that sets: the address stands at the same place, the number is what the sender
-// has left in two bytes of no meaning. Kept, as the agent knows it so.
+// Codes 1 and 2, with the datagram that set or cleared the lease, its texts ended (hbs_datagram_read). The
+// second reads the datagram that clears with the layout of the one that sets: the address stands at the same
+// place, the number is what the sender has left in two bytes of no meaning. Kept, as the agent knows it so.
 void hbs_send_tr69_static_lease_set(const hbs_msg_set_static_lease *datagram);
 void hbs_send_tr69_static_lease_cleared(const hbs_msg_set_static_lease *datagram);

@@ -31,15 +31,19 @@ constexpr uint32_t MAX_SSID = 16;
 constexpr uint32_t FIRST_RADIO_SSID = 1;
 constexpr uint32_t SECOND_RADIO_SSID = 9;
 
+// A client that moves to another SSID leaves the indices until it is published again.
+void leave_old_bssid(hbs_client *client, uint32_t ssid) {
+    if (client->wifi_index == ssid - 1)
+        return;
+    HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_wifi_association: old client, new bssid");
+    hbs_file_remove_if_idx_locked(client);
+    hbs_set_flags(client, 0, HBS_CHANGED_BSSID);
+}
+
 // The check of the SSID number applies only to new clients.
-hbs_client *find_or_add(const uint8_t mac[6], uint32_t ssid) {
-    hbs_client *client = hbs_find_by_mac(mac);
-    if (client != nullptr) {
-        if (client->wifi_index != ssid - 1) {
-            HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_wifi_association: old client, new bssid");
-            hbs_file_remove_if_idx_locked(client);
-            hbs_set_flags(client, 0, HBS_CHANGED_BSSID);
-        }
+hbs_client *find_or_add_station(const uint8_t mac[6], uint32_t ssid) {
+    if (hbs_client *client = hbs_find_by_mac(mac); client != nullptr) {
+        leave_old_bssid(client, ssid);
         return client;
     }
     if (ssid < 1 || ssid > MAX_SSID) {
@@ -129,7 +133,7 @@ hbs_client *hbs_handle_wifi_association(const uint8_t mac[6], uint32_t ssid) {
         return nullptr;
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_handle_wifi_association: find mac %02x:%02x:%02x:%02x:%02x:%02x", mac[0],
             mac[1], mac[2], mac[3], mac[4], mac[5]);
-    hbs_client *client = find_or_add(mac, ssid);
+    hbs_client *client = find_or_add_station(mac, ssid);
     if (client == nullptr)
         return nullptr;
     hbs_set_adapter_type(client, HBS_ADAPTER_WIFI);
@@ -177,4 +181,8 @@ void hbs_update_wifi_assoc_info(const uint8_t mac[6]) {
     if (found)
         store_figures(client, station.figure);
     hbs_shm_commit(client);
+}
+
+void hbs_handle_xwifi_changed() {
+    hbs_shm_mark_hotspot();
 }

@@ -17,3 +17,6 @@ void hbs_update_wifi_assoc_info(const uint8_t mac[6]);
 
 // Link figures of a client's station on an SSID into the client. 0, or the driver's error.
 int hbs_read_wifi_assoc_info(hbs_client *client, uint32_t ssid);
+
+// Which interfaces are hotspots has changed: published clients that are on one by now are marked.
+void hbs_handle_xwifi_changed();

@@ -15,8 +15,6 @@
 #include "base/text.h"
 #include "files/client_leases.h"
 #include "files/client_line.h"
-#include "files/rule_files.h"
-#include "files/trusted_devices.h"
 #include "gateway/own_macs.h"
 #include "store/client_add.h"
 #include "store/client_fields.h"

@@ -63,6 +63,7 @@ int hbs_lease_filename(int group, int kind, char path[HBS_LEASE_PATH_SIZE]);
 // Kind-0 name for a LAN address (host order) into path.
 void hbs_static_lease_filename(uint32_t address, char path[HBS_LEASE_PATH_SIZE]);
 
+// Each look-up waits for the locks of others on the files, seconds at the worst (HBS_LOCK_PATIENCE).
 // Static lease of a MAC in all eight files. address [out, may be null] 4 bytes. 0 found, -1 not.
 int hbs_check_lease_get_ipv4_static_lease(const uint8_t mac[6], uint8_t *address);
 

@@ -23,9 +23,7 @@ text_line start_line(char *buffer, size_t size) {
     return {buffer, size, 0};
 }
 
-} // namespace
-
-__attribute__((format(printf, 2, 3))) static void append(text_line *line, const char *format, ...) {
+__attribute__((format(printf, 2, 3))) void append(text_line *line, const char *format, ...) {
     if (line->used + 1 >= line->size)
         return;
     size_t room = line->size - line->used;
@@ -36,8 +34,6 @@ __attribute__((format(printf, 2, 3))) static void append(text_line *line, const 
     if (length > 0)
         line->used += std::min(static_cast<size_t>(length), room - 1);
 }
-
-namespace {
 
 struct label {
     uint32_t bit;

@@ -45,10 +45,11 @@ void hbs_client_release(hbs_client *client);
 void hbs_set_commanded_lease(hbs_client *client, bool has);
 bool hbs_has_commanded_lease(const hbs_client *client);
 
-// A new client's id is the counter, raised by one. The end of a client by hbs_delete_client lowers it, so
-// that an id that is in use can be given again: kept, timers are told apart by their arming as well.
+// A new client's id is the counter, raised by one (past 0). The end of a client that loses its place
+// lowers it (client_end.h), so that an id that is in use can be given again: kept, timers are told apart by
+// their arming as well.
 void hbs_client_counter_decrement();
-uint32_t hbs_client_counter();
+uint32_t hbs_client_counter(); // for whoever looks for a fault
 
 // OR bits in / clear bits: the only way to change a flags word. A change mark is set unless the old
 // trust equals t and the old flags equal s (change marks aside): the old words are compared with the

@@ -12,6 +12,9 @@
 #include "store/pools.h"
 #include "store/rule_index.h"
 #include "store/segment.h"
+#include "store/slots.h"
+
+namespace {
 
 constexpr size_t LINE_SIZE = 512;
 
@@ -29,15 +32,13 @@ template <typename Entry> struct listed {
     iterator end() const { return {pool, nullptr}; }
 };
 
-namespace {
-
 void dump_clients() {
     char line[LINE_SIZE];
     int count = 0;
-    for (const hbs_client &client : listed<hbs_client>{hbs_pool::clients}) {
+    for (const hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot)) {
         count++;
         HBS_LOG(HBS_INFO, "HOSTBASE: CLIENT # %04d is %s", count,
-                hbs_client_to_str(&client, line, sizeof line));
+                hbs_client_to_str(&slot->record, line, sizeof line));
     }
     HBS_LOG(HBS_INFO, "HOSTBASE: ****** Total %d clients ******", count);
     HBS_LOG(HBS_INFO, "HOSTBASE: \n");

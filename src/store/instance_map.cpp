@@ -3,7 +3,15 @@
 
 #include <bit>
 
+namespace {
+
 constexpr uint32_t WORD_BITS = 32;
+
+bool is_instance(uint32_t instance) {
+    return instance >= 1 && instance <= HBS_INSTANCES;
+}
+
+} // namespace
 
 uint32_t hbs_instance_free(const hbs_instance_map *map) {
     for (uint32_t i = 0; i < HBS_INSTANCES / WORD_BITS; i++) {
@@ -13,14 +21,6 @@ uint32_t hbs_instance_free(const hbs_instance_map *map) {
     }
     return HBS_INSTANCE_WHEN_FULL;
 }
-
-namespace {
-
-bool is_instance(uint32_t instance) {
-    return instance >= 1 && instance <= HBS_INSTANCES;
-}
-
-} // namespace
 
 void hbs_instance_use(hbs_instance_map *map, uint32_t instance) {
     if (is_instance(instance))

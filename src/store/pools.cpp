@@ -7,6 +7,8 @@
 
 #include "store/segment.h"
 
+namespace {
+
 // A ring's nodes are the elements by number, and one node for each of the two heads.
 using node = uint16_t;
 constexpr node MAX_ELEMENTS = HBS_MAX_IP_ENTRIES;
@@ -14,8 +16,6 @@ constexpr node SHARED_HEAD = MAX_ELEMENTS;
 constexpr node FREE_HEAD = MAX_ELEMENTS + 1;
 
 enum class place : uint8_t { nowhere, free, shared };
-
-namespace {
 
 struct pool_state {
     node count; // elements carved

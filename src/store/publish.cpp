@@ -44,6 +44,10 @@ void hbs_publish(hbs_client *client) {
     publish_or_say_so(client, true);
 }
 
+bool hbs_is_published(const hbs_client *client) {
+    return hbs_slot_of(client) != nullptr;
+}
+
 void hbs_publish_again(hbs_client *client) {
     const hbs_shm_hold hold;
     if (hbs_slot_refresh(client))

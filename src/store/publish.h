@@ -15,6 +15,9 @@ void hbs_shm_commit(hbs_client *client);
 // entries. The one way to publish a client that was changed.
 void hbs_publish(hbs_client *client);
 
+// Whether readers see the client. Needs hbs_list_mutex only.
+bool hbs_is_published(const hbs_client *client);
+
 // The same for a client that is published; another one stays unpublished. Locks.
 void hbs_publish_again(hbs_client *client);
 

@@ -1,6 +1,7 @@
 // The published copies of clients: whose a slot is, and clients written into their slots. A slot and a
 // working copy hold the same record; a type of its own keeps one from being taken for the other. Internal to
-// the store; callers hold the semaphore.
+// the store. Callers hold hbs_list_mutex, and what writes a slot or a list is called with the semaphore held:
+// whose a slot is, and which are on the list, is kept in process memory.
 #pragma once
 
 #include <cstdint>

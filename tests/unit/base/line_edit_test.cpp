@@ -14,6 +14,7 @@
 
 #include "base/line_edit.h"
 #include "support/gateway.h"
+#include "support/waiting_call.h"
 
 namespace line_edit_test {
 
@@ -233,8 +234,8 @@ TEST_F(LineEdit, WaitsForAReaderThatHoldsTheFile) {
     put("a\n");
     const int reader = open(path(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(0, flock(reader, LOCK_SH));
-    std::thread editor([&] { EXPECT_EQ(0, hbs_lines_replace(path(), "a", "b")); });
-    sleep_milliseconds(100);
+    WaitingCall editor([&] { EXPECT_EQ(0, hbs_lines_replace(path(), "a", "b")); });
+    EXPECT_TRUE(editor.is_waiting());
     EXPECT_EQ("a\n", content());
     close(reader);
     editor.join();

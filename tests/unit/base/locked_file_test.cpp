@@ -10,6 +10,7 @@
 
 #include "base/locked_file.h"
 #include "support/gateway.h"
+#include "support/waiting_call.h"
 
 namespace locked_file_test {
 
@@ -66,7 +67,7 @@ template <typename Action> std::string content_after_waiting(const std::string &
     const int holder = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     EXPECT_EQ(0, flock(holder, LOCK_EX));
     std::string content = "(null)";
-    std::thread waiter([&] {
+    WaitingCall waiter([&] {
         FILE *stream = hbs_locked_open(path.c_str(), "r", hbs_lock::exclusive);
         if (stream == nullptr)
             return;
@@ -75,7 +76,7 @@ template <typename Action> std::string content_after_waiting(const std::string &
         content = line;
         fclose(stream);
     });
-    sleep_milliseconds(100);
+    EXPECT_TRUE(waiter.is_waiting());
     action();
     close(holder);
     waiter.join();

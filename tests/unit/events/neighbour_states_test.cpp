@@ -6,6 +6,7 @@
 #include "base/paths.h"
 #include "files/leasev6.h"
 #include "support/presence.h"
+#include "support/waiting_call.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -69,8 +70,8 @@ TEST_P(EveryState, NoClient_ChangesNothingMore) {
 
 TEST_P(EveryState, WaitsForTheListLock) {
     ASSERT_EQ(0, pthread_mutex_lock(&hbs_list_mutex));
-    std::thread event([handler = GetParam()] { (void)ipv4(handler, MAC_A, "192.168.0.20"); });
-    sleep_milliseconds(50);
+    WaitingCall event([handler = GetParam()] { (void)ipv4(handler, MAC_A, "192.168.0.20"); });
+    EXPECT_TRUE(event.is_waiting());
     EXPECT_EQ(0u, working_clients());
     ASSERT_EQ(0, pthread_mutex_unlock(&hbs_list_mutex));
     event.join();

@@ -5,7 +5,6 @@
 
 #include <hbs_msg.h>
 
-#include "daemon/command_message.h"
 #include "events/tr69_events.h"
 #include "events/tr69_payload.h"
 #include "store/segment.h"
@@ -88,9 +87,11 @@ std::array<uint8_t, HBS_MSG_MAX> clear_lease_command(const std::string &ipv4) {
     return bytes;
 }
 
-// As the command thread reads it.
 hbs_msg_set_static_lease read_datagram(const std::array<uint8_t, HBS_MSG_MAX> &bytes) {
-    return hbs_datagram_read(bytes.data()).set_static_lease;
+    hbs_msg_set_static_lease datagram;
+    std::memcpy(&datagram, bytes.data(), sizeof datagram);
+    datagram.host[sizeof datagram.host - 1] = '\0'; // as the command thread hands it on
+    return datagram;
 }
 
 // --- layout ---

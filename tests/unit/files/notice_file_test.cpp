@@ -15,6 +15,7 @@
 #include "files/notice_file.h"
 #include "support/gateway.h"
 #include "support/trace.h"
+#include "support/waiting_call.h"
 
 // Stood in for, so that a file that cannot be emptied can be had. Else by another name: a static program
 // cannot ask for the next one.
@@ -246,8 +247,8 @@ TEST_F(NoticeFile, Take_WaitsForTheServersLock) {
     const int server = open(path.c_str(), O_WRONLY | O_APPEND);
     ASSERT_EQ(flock(server, LOCK_EX), 0);
     std::string text;
-    std::thread taker([&] { text = take(); });
-    sleep_milliseconds(100);
+    WaitingCall taker([&] { text = take(); });
+    EXPECT_TRUE(taker.is_waiting());
     EXPECT_EQ(read_file(path), "first\n");
     ASSERT_EQ(write(server, "second\n", 7), 7);
     ASSERT_EQ(close(server), 0);

@@ -8,6 +8,7 @@
 #include "store/dump.h"
 #include "store/rule_index.h"
 #include "support/store.h"
+#include "support/waiting_call.h"
 
 namespace dump_test {
 
@@ -133,8 +134,8 @@ TEST_F(Dump, HoldsTheSemaphoreOnceForItsRun) {
     ASSERT_NE(SEM_FAILED, semaphore);
     int value = -1;
     ASSERT_EQ(0, sem_trywait(semaphore));
-    std::thread dumper([] { hbs_db_dump(); });
-    sleep_milliseconds(200);
+    WaitingCall dumper([] { hbs_db_dump(); });
+    EXPECT_TRUE(dumper.is_waiting());
     EXPECT_TRUE(log_lines().empty()) << "nothing is printed before the semaphore is free";
     (void)sem_post(semaphore);
     dumper.join();

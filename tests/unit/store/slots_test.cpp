@@ -47,4 +47,12 @@ TEST_F(Slots, AfterTheSlotWasGivenBack_TheOwnerIsForgotten) {
     EXPECT_EQ(nullptr, hbs_slot_owner(nullptr));
 }
 
+TEST_F(Slots, AfterTheSegmentWasOpenedAgain_NobodyOwnsASlot) {
+    hbs_client *client = publish(make());
+    const hbs_slot *slot = hbs_slot_of(client);
+    hbs_shm_init();
+    EXPECT_EQ(nullptr, hbs_slot_owner(slot));
+    EXPECT_EQ(nullptr, hbs_slot_of(client)) << "its dbpos is stale";
+}
+
 } // namespace slots_test

@@ -19,8 +19,6 @@
 #include "events/tr69_events.h"
 #include "events/trust.h"
 #include "events/wifi.h"
-#include "store/clients.h"
-#include "store/publish.h"
 #include "support/trace.h"
 
 namespace fake {
@@ -75,16 +73,6 @@ inline hbs_client *client_of(const std::string &text) {
 
 inline std::string operator+(const std::string &text, long long number) {
     return text + std::to_string(number);
-}
-
-hbs_client *hbs_find_by_mac(const uint8_t *mac) {
-    return fake::client_of("find " + fake::mac(mac));
-}
-hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4) {
-    return fake::client_of("find " + fake::ipv4(ipv4));
-}
-hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6) {
-    return fake::client_of("find " + fake::ipv6(ipv6));
 }
 
 void hbs_handle_dhcp_server(uint32_t group, uint32_t start) {
@@ -151,8 +139,8 @@ hbs_client *hbs_handle_wifi_disassociation(const uint8_t mac[6]) {
 void hbs_update_wifi_assoc_info(const uint8_t mac[6]) {
     trace::add("wifi info " + fake::mac(mac));
 }
-void hbs_shm_mark_hotspot() {
-    trace::add("mark hotspot");
+void hbs_handle_xwifi_changed() {
+    trace::add("xwifi changed");
 }
 
 int hbs_api_trust_by_mac(int kind, bool enable, const uint8_t mac[6], const char *comment) {
@@ -178,8 +166,9 @@ int hbs_api_clr_static_lease(int family, const uint8_t *address) {
 int hbs_api_set_internal_lease(int family, const uint8_t *address, const uint8_t mac[6]) {
     return fake::called("set internal lease " + fake::address(family, address) + " " + fake::mac(mac));
 }
-int hbs_api_set_comment_host(hbs_client *client, const char *comment, const char *host) {
-    return fake::called(trace::format("comment host %d '%s' '%s'", client == &fake::client, comment, host));
+bool hbs_handle_comment_host(int family, const uint8_t *address, const char *comment, const char *host) {
+    trace::add("comment host " + fake::address(family, address) + " '" + comment + "' '" + host + "'");
+    return fake::client_exists;
 }
 int hbs_api_set_mac_filter(const hbs_filter_request *request) {
     const int result = fake::called("set filter " + fake::filter(request));
