@@ -4,6 +4,7 @@
     running      the box with the daemon up and ready
     living_lan   the box with the daemon up, two LAN networks, a DHCP server, and all hosts joined
     laptop_and_tv   the same with two of them on line, one in each network; shared by a file's tests
+    router       a Linux router: a box with nothing running, for the daemon of preset linux
 """
 
 import os
@@ -11,6 +12,7 @@ import os
 import pytest
 
 from gateway import BIN, Box, daemon, wait_for
+from router import Router
 
 
 def pytest_sessionstart():
@@ -34,6 +36,15 @@ def pytest_runtest_makereport(item, call):
 def gateway():
     box = Box()
     yield box
+    box.close()
+
+
+@pytest.fixture(name="router")
+def one_router():
+    """The end of the daemon's log is shown with a failure."""
+    box = Router()
+    yield box
+    print("\n".join(box.log().splitlines()[-60:]))
     box.close()
 
 
