@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr unsigned most_leases = 64;             // of one call
-constexpr const char *static_tag = "hbs-static"; // what the daemon's own lines for dnsmasq set
+constexpr unsigned MOST_LEASES = 64;             // of one call
+constexpr const char *STATIC_TAG = "hbs-static"; // what the daemon's own lines for dnsmasq set
 
 bool read_mac(const char *text, uint8_t mac[6]) {
     if (text == nullptr)
@@ -89,7 +89,7 @@ void read_dnsmasq(int count, const char *const argv[], hbs_environment get, hbs_
                        : read_mac(get("DNSMASQ_MAC"), note.mac) || mac_of_duid(argv[2], note.mac);
     if (family == AF_INET && !note.has_mac)
         return;
-    note.dynamic = !has_word(get("DNSMASQ_TAGS"), static_tag);
+    note.dynamic = !has_word(get("DNSMASQ_TAGS"), STATIC_TAG);
     note.endless = !read_seconds(get("DNSMASQ_TIME_REMAINING"), &note.seconds);
     note.host = count > 4 ? argv[4] : nullptr;
     note.ifname = get("DNSMASQ_INTERFACE");
@@ -141,7 +141,7 @@ void read_kea_list(const kea_call *call, const char *list, bool leased) {
     uint32_t count = 0;
     if (!read_seconds(kea_value(call, list, "_SIZE"), &count))
         return;
-    for (uint32_t i = 0; i < count && i < most_leases; i++) {
+    for (uint32_t i = 0; i < count && i < MOST_LEASES; i++) {
         char prefix[40];
         (void)snprintf(prefix, sizeof prefix, "%s_AT%u", list, i);
         read_kea_lease(call, prefix, leased);

@@ -13,11 +13,13 @@
 #include "hook/lease_note.h"
 #include "hook/link_local.h"
 
-static const char *variable(const char *name) {
+namespace {
+
+const char *variable(const char *name) {
     return getenv(name);
 }
 
-static void send_note(hbs_lease_note *note, void *context) {
+void send_note(hbs_lease_note *note, void *context) {
     static constexpr uint8_t none[16] = {};
     const bool v6 = note->kind == hbs_note_kind::lease_v6 || note->kind == hbs_note_kind::release_v6;
     if (v6 && note->has_mac && memcmp(note->ll, none, sizeof none) == 0)
@@ -33,6 +35,8 @@ static void send_note(hbs_lease_note *note, void *context) {
         (void)sendto(fd, datagram, length, MSG_DONTWAIT | MSG_NOSIGNAL,
                      reinterpret_cast<const sockaddr *>(&address), sizeof address);
 }
+
+} // namespace
 
 int main(int count, char *argv[]) {
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
