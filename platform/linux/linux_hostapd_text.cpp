@@ -8,7 +8,7 @@
 namespace {
 
 uint32_t number_of(const char *reply, const char *name) {
-    char value[24];
+    char value[128]; // a rate stands before words of its kind
     linux_hostapd_value(reply, name, value, sizeof value);
     return static_cast<uint32_t>(strtol(value, nullptr, 10));
 }

@@ -1,5 +1,5 @@
 // Presence by traffic, where the platform says so: a device that answers or sends is on line, one that does
-// neither is not. On a gateway these do nothing. Callers hold hbs_list_mutex.
+// neither is not. On a gateway these do nothing. Callers hold hbs_list_mutex, except where it says so.
 #pragma once
 
 #include <cstdint>

@@ -42,7 +42,7 @@ constexpr count_name count_names[] = {
     {HBS_COUNT_WAITS, "waits", "Times that the daemon found a reader in the database."},
     {HBS_COUNT_TAKEOVERS, "takeovers", "Times that a reader did not leave it."}};
 
-// Seconds since the process began: the 22nd word of its stat line, daemon_count behind the name in
+// Seconds since the process began: the 22nd word of its stat line, counted behind the name in
 // parentheses, is its start in clock ticks since the system's.
 std::optional<double> uptime_of(pid_t pid) {
     std::ifstream stat_file(HBS_PROCESSES "/" + std::to_string(pid) + "/stat"),

@@ -20,7 +20,7 @@ struct pool_use {
     size_t used, size;
 };
 
-// What the daemon has daemon_count since it began, see base/counters.h.
+// What the daemon has counted since it began, see base/counters.h.
 struct daemon_count {
     const char *name;
     const char *help;

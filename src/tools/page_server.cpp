@@ -113,6 +113,8 @@ struct page_server::parts {
         server.set_read_timeout(request_seconds);
         server.set_write_timeout(request_seconds);
         server.set_payload_max_length(0);
+        // One request a connection: what follows a refused one, its body for one, is never taken for another.
+        server.set_keep_alive_max_count(1);
         server.set_default_headers({{"X-Content-Type-Options", "nosniff"},
                                     {"Cache-Control", "no-store"},
                                     {"Referrer-Policy", "no-referrer"},

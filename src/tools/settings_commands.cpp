@@ -174,11 +174,14 @@ void import_settings(session &run, const std::string &path) {
     const look before = look_first(run);
     heed(run, "import", to_missing_clients(before));
     std::vector<step> steps;
-    for (const device_settings &device : devices)
+    for (const device_settings &device : devices) {
+        // Its texts are sent last, to the address that the device has by then: here only their lengths count.
+        (void)request_comment_host(ip_address{}, device.comment, device.host.value_or(""));
         for (const step &one : steps_of(before, device)) {
             heed(run, "import: " + text_of(device), one.why_not);
             steps.push_back(one);
         }
+    }
     send_steps(run, steps);
     const look between = look_first(run);
     for (const device_settings &device : devices)

@@ -127,6 +127,13 @@ mac_bytes parse_device(const std::string &text) {
     return *mac;
 }
 
+// Nothing is rounded or folded on the way.
+uint32_t word_of(const json &value) {
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX)
+        throw request_error(value.dump() + " is no number from 0 to 4294967295");
+    return value.get<uint32_t>();
+}
+
 using taker = void (*)(device_settings &device, const json &value);
 
 const std::map<std::string, taker> &takers() {
@@ -156,7 +163,8 @@ const std::map<std::string, taker> &takers() {
         {"description", [](device_settings &device, const json &value) { device.description = value; }},
         {"keywords", [](device_settings &device, const json &value) { device.keywords = value; }},
         {"domains", [](device_settings &device, const json &value) { device.domains = value; }},
-        {"filter_word", [](device_settings &device, const json &value) { device.filter_word = value; }}};
+        {"filter_word",
+         [](device_settings &device, const json &value) { device.filter_word = word_of(value); }}};
     return all;
 }
 
@@ -205,7 +213,8 @@ json settings_json(const std::vector<device_settings> &devices) {
 std::vector<device_settings> parse_settings(const std::string &text) {
     try {
         const json document = json::parse(text);
-        if (!document.is_object() || document.value(format_key, 0) != format_version)
+        if (!document.is_object() || !document.contains(format_key) ||
+            document.at(format_key) != format_version)
             throw request_error("these are no settings of version " + std::to_string(format_version) +
                                 " that hbsctl exported");
         std::vector<device_settings> devices;

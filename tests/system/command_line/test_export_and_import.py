@@ -66,6 +66,11 @@ def test_what_was_exported_is_imported_again(house):
     ({"mac": NEW, "rules": [{"list": "white", "rule": "1"}]}, "'1' is not a rule"),
     ({"mac": NEW, "rules": 5}, "these are no exported settings"),
     ({"mac": NEW, "comment": "x" * 300, "trust": ["site"]}, "the comment is too long"),
+    ({"mac": NEW, "comment": "x" * 300}, "the comment is too long"),
+    ({"mac": NEW, "host": "x" * 100}, "the host name is too long"),
+    ({"mac": NEW, "filter_word": -1}, "-1 is no number"),
+    ({"mac": NEW, "filter_word": 4294967296}, "4294967296 is no number"),
+    ({"mac": NEW, "filter_word": 1.5}, "1.5 is no number"),
 ])
 def test_what_is_no_export_is_refused_before_anything_is_sent(house, device, reason):
     document = {"hbsctl_settings": 1, "devices": [{"mac": LAPTOP, "trust": ["site"]}, device]}
@@ -76,7 +81,8 @@ def test_what_is_no_export_is_refused_before_anything_is_sent(house, device, rea
 
 
 def test_what_cannot_be_meant_is_not_sent_either(house):
-    for text, status in (("no JSON", 2), ('{"hbsctl_settings": 2, "devices": []}', 2), ("[]", 2),
+    for text, status in (("no JSON", 2), ('{"hbsctl_settings": 2, "devices": []}', 2),
+                         ('{"hbsctl_settings": 1.9, "devices": []}', 2), ("[]", 2),
                          (json.dumps({"hbsctl_settings": 1, "devices": [
                              {"mac": LAPTOP, "trust": ["site"]}, {"mac": NEW, "static_lease": "192.168.0.1"}]}), 1)):
         house.write("/tmp/settings.json", text)

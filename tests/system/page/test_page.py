@@ -166,6 +166,23 @@ def test_a_strangers_name_is_refused(house, served, host):
         assert "laptop" not in body
 
 
+ASK_TWICE = r"""
+import socket
+inner = "GET /clients.json HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"
+outer = f"POST / HTTP/1.1\r\nHost: evil.example\r\nContent-Length: {len(inner)}\r\n\r\n"
+with socket.create_connection(("127.0.0.1", int(sys.argv[1])), 10) as connection:
+    connection.sendall((outer + inner).encode())
+    while piece := connection.recv(65536):
+        print(piece.decode(), end="")
+"""
+
+
+def test_what_stands_in_the_body_of_a_refused_request_is_no_request(house, served):
+    answer = house.python(ASK_TWICE, served.rstrip("/").rsplit(":", 1)[1])
+    assert answer.count("HTTP/1.1 ") == 1
+    assert "403" in answer.splitlines()[0] and "laptop" not in answer
+
+
 @pytest.mark.parametrize("host", ["localhost", "127.0.0.1", "[::1]:8080"])
 def test_its_own_names_are_not(house, served, host):
     assert ask(house, served, "/clients.json", host=host)[0] == 200

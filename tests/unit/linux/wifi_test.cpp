@@ -125,13 +125,13 @@ TEST_F(LinuxWifi, TextsAndSessions) {
 
 TEST(LinuxHostapd, AStationsReply) {
     linux_station station;
-    ASSERT_TRUE(
-        linux_hostapd_station("02:00:00:00:00:07\nflags=[AUTH]\nrx_rate_info=60 mcs 1\ntx_rate_info=540\n"
-                              "signal=-43\nconnected_time=12\ninactive_msec=256\n",
-                              &station));
+    ASSERT_TRUE(linux_hostapd_station("02:00:00:00:00:07\nflags=[AUTH]\nrx_rate_info=60 mcs 1\n"
+                                      "tx_rate_info=4333 vhtmcs 9 vhtnss 1 shortGI\n"
+                                      "signal=-43\nconnected_time=12\ninactive_msec=256\n",
+                                      &station));
     EXPECT_EQ(7, station.mac[5]);
     EXPECT_EQ(static_cast<uint32_t>(-43), station.figure[LINUX_SIGNAL]);
-    EXPECT_EQ(540u, station.figure[LINUX_TRANSMIT_RATE]);
+    EXPECT_EQ(4333u, station.figure[LINUX_TRANSMIT_RATE]);
     EXPECT_EQ(60u, station.figure[LINUX_RECEIVE_RATE]);
     EXPECT_EQ(12u, station.figure[LINUX_CONNECTED_TIME]);
     EXPECT_EQ(256u, station.figure[LINUX_INACTIVE_TIME]);
