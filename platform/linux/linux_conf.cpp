@@ -144,7 +144,8 @@ bool take(const char *key, const char *value, linux_conf *conf) {
     const struct {
         const char *key;
         linux_number *number;
-    } numbers[] = {{"flaplist.enable", &conf->flap_enable},
+    } numbers[] = {{"wifi.settle", &conf->wifi_settle},
+                   {"flaplist.enable", &conf->flap_enable},
                    {"flaplist.dhcp_interval", &conf->flap_dhcp_interval},
                    {"flaplist.wlan_interval", &conf->flap_wlan_interval},
                    {"flaplist.report_period", &conf->flap_report_period}};

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <dirent.h>
 #include <poll.h>
 #include <pthread.h>
@@ -19,6 +18,7 @@
 #include "common_text.h"
 #include "linux_conf.h"
 #include "linux_log.h"
+#include "linux_netlink.h"
 
 namespace {
 
@@ -26,6 +26,7 @@ constexpr int patience_ms = 500; // for one answer; the daemon's lock is not hel
 constexpr int tick_ms = 1000;
 constexpr int list_every = 10;          // ticks: figures are so fresh, and so late is a word that was lost
 constexpr int gone_after = 10;          // ticks without its socket, and an access point is no more
+constexpr uint32_t default_settle = 5;  // seconds; a login with a slow server takes two or three
 constexpr unsigned most_stations = 256; // of one list that has no end
 constexpr size_t reply_size = 4096;
 
@@ -64,6 +65,12 @@ void detach(access_point *point) {
         (void)unlink(own.sun_path);
 }
 
+// When the daemon is told of a station that leaves now.
+int64_t tell_at_ms() {
+    const linux_number *settle = &linux_settings()->wifi_settle;
+    return linux_now_ms() + int64_t{settle->given ? settle->value : default_settle} * 1000;
+}
+
 void complain(access_point *point, const char *what) {
     if (!point->complained)
         linux_log(3, "hostapd of %s: %s", point->name, what);
@@ -85,10 +92,11 @@ void take_event(access_point *point, const char *text) {
         !common_text_to_mac(mac_text, station.mac))
         return;
     point->list_now = point->list_now || joined;
+    linux_log(15, "hostapd of %s: %s %s", point->name, mac_text, joined ? "joined" : "left");
     if (joined)
         linux_wifi_here(point->ssid, &station, true, false);
     else
-        linux_wifi_gone(point->ssid, station.mac);
+        linux_wifi_gone(point->ssid, station.mac, tell_at_ms());
 }
 
 // One datagram into text. Returns its length, -1 when none comes in time or the access point is gone.
@@ -102,19 +110,13 @@ ssize_t receive(access_point *point, char text[reply_size], int timeout_ms) {
     return length;
 }
 
-int64_t now_ms() {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
-}
-
 // Sends a command and waits for its answer; events that come meanwhile are taken. Who does not answer in time
 // is detached, and attached again later.
 bool ask(access_point *point, const char *command, char reply[reply_size]) {
-    const int64_t end = now_ms() + patience_ms;
+    const int64_t end = linux_now_ms() + patience_ms;
     bool sent = point->fd >= 0 && send(point->fd, command, strlen(command), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
     while (sent) {
-        const int64_t left = end - now_ms();
+        const int64_t left = end - linux_now_ms();
         if (left < 0 || receive(point, reply, static_cast<int>(left)) < 0)
             break;
         if (reply[0] != '<')
@@ -168,7 +170,7 @@ void list_stations(access_point *point) {
         linux_wifi_here(point->ssid, &station, false, true);
         (void)snprintf(command, sizeof command, "STA-NEXT %.17s", reply);
     }
-    linux_wifi_list_end(point->ssid);
+    linux_wifi_list_end(point->ssid, tell_at_ms());
 }
 
 void read_texts(access_point *point) {
@@ -240,7 +242,7 @@ void forget_missing(access_point *point) {
         return;
     detach(point);
     linux_wifi_list_begin(point->ssid);
-    linux_wifi_list_end(point->ssid);
+    linux_wifi_list_end(point->ssid, tell_at_ms());
 }
 
 bool tell(int direction, const uint8_t mac[6], unsigned ssid, int fd) {
@@ -261,7 +263,8 @@ void tell_news(int fd) {
     uint8_t mac[6];
     unsigned ssid = 0;
     int direction = 0;
-    while ((direction = linux_wifi_next_news(mac, &ssid)) != 0 && tell(direction, mac, ssid, fd))
+    while ((direction = linux_wifi_next_news(linux_now_ms(), mac, &ssid)) != 0 &&
+           tell(direction, mac, ssid, fd))
         linux_wifi_told(mac, direction > 0 ? ssid : 0);
 }
 
@@ -314,8 +317,8 @@ void *run(void *) {
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     int64_t next = 0;
     for (;;) {
-        if (now_ms() >= next) {
-            next = now_ms() + tick_ms;
+        if (linux_now_ms() >= next) {
+            next = linux_now_ms() + tick_ms;
             look_after_all();
         }
         cancel_sessions();

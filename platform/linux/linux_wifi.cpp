@@ -18,10 +18,12 @@ struct network {
 struct place {
     linux_station station;
     bool used;
-    uint32_t on;     // where it is, by what the access points say
-    uint32_t listed; // named by a list that is being read
-    unsigned last;   // where it joined last
-    unsigned told;   // what the daemon knows, 0 = on none
+    bool settled;       // it was on none for so long
+    uint32_t on;        // where it is, by what the access points say
+    uint32_t listed;    // named by a list that is being read
+    unsigned last;      // where it joined last
+    unsigned told;      // what the daemon knows, 0 = on none
+    int64_t tell_at_ms; // while it is on none: when that is told
 };
 
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -74,6 +76,18 @@ unsigned now_on(const place *each) {
     return 0;
 }
 
+// As the daemon is to see it.
+unsigned seen_on(const place *each) {
+    const unsigned now = now_on(each);
+    return now == 0 && !each->settled ? each->told : now;
+}
+
+void leave(place *each, uint32_t networks_left, int64_t tell_at_ms) {
+    if (each->on != 0 && (each->on & ~networks_left) == 0)
+        each->tell_at_ms = tell_at_ms;
+    each->on &= ~networks_left;
+}
+
 void drop_if_nothing_left(place *each) {
     if (each->on == 0 && each->told == 0)
         each->used = false;
@@ -88,18 +102,19 @@ void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, b
         return;
     each->on |= bit_of(ssid);
     each->listed |= bit_of(ssid);
+    each->settled = false;
     if (joined)
         each->last = ssid;
     if (has_figures)
         each->station = *station;
 }
 
-void linux_wifi_gone(unsigned ssid, const uint8_t mac[6]) {
+void linux_wifi_gone(unsigned ssid, const uint8_t mac[6], int64_t tell_at_ms) {
     const hold held;
     place *each = network_of(ssid) != nullptr ? find(mac) : nullptr;
     if (each == nullptr)
         return;
-    each->on &= ~bit_of(ssid);
+    leave(each, bit_of(ssid), tell_at_ms);
     drop_if_nothing_left(each);
 }
 
@@ -109,12 +124,12 @@ void linux_wifi_list_begin(unsigned ssid) {
         each.listed &= ~bit_of(ssid);
 }
 
-void linux_wifi_list_end(unsigned ssid) {
+void linux_wifi_list_end(unsigned ssid, int64_t tell_at_ms) {
     const hold held;
     for (place &each : places) {
         if (!each.used)
             continue;
-        each.on &= each.listed | ~bit_of(ssid);
+        leave(&each, bit_of(ssid) & ~each.listed, tell_at_ms);
         drop_if_nothing_left(&each);
     }
 }
@@ -144,11 +159,12 @@ unsigned linux_wifi_number(const char *device, unsigned fixed) {
     return number;
 }
 
-int linux_wifi_next_news(uint8_t mac[6], unsigned *ssid) {
+int linux_wifi_next_news(int64_t now_ms, uint8_t mac[6], unsigned *ssid) {
     const hold held;
-    for (const place &each : places) {
+    for (place &each : places) {
         const unsigned now = now_on(&each);
-        if (!each.used || now == each.told)
+        each.settled = now == 0 && now_ms >= each.tell_at_ms;
+        if (!each.used || seen_on(&each) == each.told)
             continue;
         memcpy(mac, each.station.mac, sizeof each.station.mac);
         *ssid = now != 0 ? now : each.told;
@@ -183,7 +199,7 @@ bool linux_wifi_count(unsigned ssid, uint32_t *count) {
         return false;
     uint32_t found = 0;
     for (const place &each : places)
-        found += each.used && now_on(&each) == ssid;
+        found += each.used && seen_on(&each) == ssid;
     *count = found;
     return true;
 }
@@ -191,7 +207,7 @@ bool linux_wifi_count(unsigned ssid, uint32_t *count) {
 bool linux_wifi_station(unsigned ssid, uint32_t index, linux_station *station) {
     const hold held;
     for (const place &each : places) {
-        if (!each.used || now_on(&each) != ssid || index-- > 0)
+        if (!each.used || seen_on(&each) != ssid || index-- > 0)
             continue;
         *station = each.station;
         return true;
@@ -202,7 +218,7 @@ bool linux_wifi_station(unsigned ssid, uint32_t index, linux_station *station) {
 bool linux_wifi_ssid_of(const uint8_t mac[6], uint32_t *ssid) {
     const hold held;
     const place *each = find(mac);
-    const unsigned now = each != nullptr ? now_on(each) : 0;
+    const unsigned now = each != nullptr ? seen_on(each) : 0;
     if (now != 0)
         *ssid = now;
     return now != 0;

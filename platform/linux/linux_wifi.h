@@ -1,5 +1,5 @@
 // The stations of this machine's access points, as calls under the daemon's lock may ask for them at any
-// time. Network numbers ("ssid") are from 1.
+// time. Network numbers ("ssid") are from 1; moments ("_ms") are of CLOCK_MONOTONIC.
 #pragma once
 
 #include <cstddef>
@@ -29,11 +29,14 @@ struct linux_station {
 
 // A station is there: it joined (`joined`), or it is listed. figures null = not known now.
 void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, bool has_figures);
-void linux_wifi_gone(unsigned ssid, const uint8_t mac[6]);
+
+// A station has left. When it is on no other network by tell_at_ms, the daemon is told that it is gone; until
+// then it counts as where the daemon knows it: who roams may be on none while it logs in at the next one.
+void linux_wifi_gone(unsigned ssid, const uint8_t mac[6], int64_t tell_at_ms);
 
 // What the last list of a network did not name is gone: begin, every station of the list, end.
 void linux_wifi_list_begin(unsigned ssid);
-void linux_wifi_list_end(unsigned ssid);
+void linux_wifi_list_end(unsigned ssid, int64_t tell_at_ms);
 
 void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps_result);
 
@@ -43,7 +46,7 @@ unsigned linux_wifi_number(const char *device, unsigned fixed);
 
 // What the daemon has to be told next. Returns 1 for "joined ssid", -1 for "left ssid", 0 for nothing. It is
 // told of a station's move by the new network alone.
-int linux_wifi_next_news(uint8_t mac[6], unsigned *ssid);
+int linux_wifi_next_news(int64_t now_ms, uint8_t mac[6], unsigned *ssid);
 void linux_wifi_told(const uint8_t mac[6], unsigned ssid); // 0 = that it left
 
 // A network whose push-button session is to be cancelled, 0 = none.

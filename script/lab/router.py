@@ -6,6 +6,7 @@ All functions run inside the box.
 import os
 import signal
 import subprocess
+import sys
 import time
 
 from lab import lan
@@ -119,22 +120,35 @@ def signal_client(name, number):
 
 EAP_USERS = '"user" MD5 "secret"\n'
 STATION = 'network={\n key_mgmt=IEEE8021X\n eap=MD5\n identity="user"\n password="secret"\n eapol_flags=0\n}\n'
+# What a station sends first, to the access points' group address.
+KNOCK = """
+import socket
+link = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+link.bind(("eth0", 0x888e))
+head = bytes.fromhex("0180c2000003") + link.getsockname()[4] + bytes.fromhex("888e")
+link.send(head + bytes.fromhex("01010000") + bytes(42))
+"""
 
 
-def start_hostapd(*ports):
+def start_hostapd(*ports, process="hostapd"):
     """One network for each port of a bridge, all of one process."""
     os.makedirs(lan.STATE, exist_ok=True)
     write("/run/lan/eap_users", EAP_USERS)
     for port in ports:
         write(f"/run/lan/{port}.conf", f"interface={port}\ndriver=wired\nctrl_interface=/run/hostapd\nieee8021x=1\n"
               "eap_server=1\neap_user_file=/run/lan/eap_users\nuse_pae_group_addr=1\neap_reauth_period=0\n")
-    lan.start_in_background("hostapd", ["hostapd", *(f"/run/lan/{port}.conf" for port in ports)])
+    lan.start_in_background(process, ["hostapd", *(f"/run/lan/{port}.conf" for port in ports)])
     lan.wait_until("hostapd serves", lambda: all(os.path.exists(f"/run/hostapd/{port}") for port in ports), 10.0)
 
 
 def stop_hostapd(number=signal.SIGTERM):
     os.kill(lan.pid_of("hostapd"), number)
     lan.wait_until("hostapd ends", lambda: lan.pid_of("hostapd") is None, 10.0)
+
+
+def knock(name):
+    """The device associates at the access point at the other end of its cable, and does not log in."""
+    subprocess.run(["nsenter", f"--net=/run/netns/{name}", "--", sys.executable, "-c", KNOCK], check=True)
 
 
 def start_station(name):

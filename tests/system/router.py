@@ -1,6 +1,7 @@
 """A Linux router in a box, as the system tests see it from outside. Its daemon is that of the build "linux"."""
 
 import os
+import signal
 import subprocess
 
 from gateway import CHECKOUT, Box, child_of, wait_for
@@ -58,6 +59,14 @@ class Router(Box):
         status = self._process.wait(20)
         os.unlink(self.path(f"{RUNTIME}/tmp/file_watch_thread.pid"))
         return status
+
+    def pause(self):
+        os.kill(child_of(self._process.pid), signal.SIGSTOP)
+
+    def resume(self):
+        """The program that entered the box stopped with the daemon."""
+        os.kill(child_of(self._process.pid), signal.SIGCONT)
+        self._process.send_signal(signal.SIGCONT)
 
     def talk(self, *addresses):
         """Have the router ask for the addresses; true, so that it can stand in a condition before what it brings."""

@@ -1,7 +1,5 @@
 """Access points: stations as hostapd tells of them, roaming, restarts, and one that answers nonsense."""
 
-import time
-
 import pytest
 from router import mac_of, online, wait_for
 
@@ -47,19 +45,56 @@ def test_stations_at_the_start(house):
     wait_for("it is there", lambda: station(house) == ("wifi", True, True, 1))
 
 
-def test_roaming_with_a_late_disconnect(house):
+def left(router, port):
+    """Whether the platform took the word of that access point that the station has left."""
+    return f"hostapd of {port}: {mac_of(17)} left" in router.log()
+
+
+def leavings_told(router):
+    return router.log().count("Got DISASSOCIATED event")
+
+
+def test_roaming_with_a_slow_login(house):
+    """One hostapd drops the station at the old access point before it is through at the new one."""
+    house.settings("log.level = debug", "wifi = p-*", "wifi.settle = 3600")
     house.start_daemon()
     house.lan('router.start_station("a")')
     wait_for("it is at the first one", lambda: station(house) == ("wifi", True, True, 1))
     house.lan('router.stop_station("a")\n'
-              'router.inside("b", "link set eth0 up")\nrouter.start_station("b")')
+              'router.inside("b", "link set eth0 up")\nrouter.knock("b")')
+    wait_for("it is at none", lambda: left(house, "p-a"))
+    house.lan('router.start_station("b")')
     wait_for("it is at the second one", lambda: station(house) == ("wifi", True, True, 2))
+    assert leavings_told(house) == 0
+
+
+def test_roaming_with_a_late_disconnect(router):
+    """Two hostapd do not know of each other: the old one notices late."""
+    router.settings("log.level = debug", "wifi = p-*", "wifi.settle = 0")
+    router.lan("""
+router.bridge("lan0", 1, "192.168.10.1/24")
+for name, number in (("a", 17), ("b", 17), ("c", 18)):
+    router.device(name, number, "lan0")
+router.inside("b", "link set eth0 down")
+router.start_hostapd("p-a")
+router.start_hostapd("p-b", "p-c", process="hostapd-2")
+router.start_station("a")
+router.start_station("c")
+""")
+    router.start_daemon()
+    wait_for("one is at each", lambda: station(router) == ("wifi", True, True, 1) and router.client(18) and
+             router.client(18)["associated"])
+    router.lan('router.stop_station("a")\n'
+               'router.inside("b", "link set eth0 up")\nrouter.start_station("b")')
+    wait_for("it is at the second one", lambda: station(router) == ("wifi", True, True, 2))
     # The first one notices only now.
-    house.run("hostapd_cli", "-i", "p-a", "deauthenticate", mac_of(17))
-    wait_for("it is gone there", lambda: mac_of(17) not in house.run("hostapd_cli", "-i", "p-a", "list_sta").stdout)
-    time.sleep(2.5)  # longer than the platform takes to tell
-    assert station(house) == ("wifi", True, True, 2)
-    assert "Got DISASSOCIATED event" not in house.log()
+    router.run("hostapd_cli", "-i", "p-a", "deauthenticate", mac_of(17))
+    wait_for("it is gone there", lambda: left(router, "p-a"))
+    # What is told after it says that nothing is told of it.
+    router.run("hostapd_cli", "-i", "p-c", "deauthenticate", mac_of(18))
+    wait_for("the other has left", lambda: leavings_told(router) >= 1)
+    assert "Got DISASSOCIATED event for " + f"[{mac_of(17)}]" not in router.log()
+    assert station(router) == ("wifi", True, True, 2)
 
 
 def test_hostapd_is_restarted(house):
@@ -67,7 +102,7 @@ def test_hostapd_is_restarted(house):
     house.lan('router.start_station("a")')
     wait_for("it is associated", lambda: station(house) == ("wifi", True, True, 1))
     house.lan('router.stop_station("a")\nrouter.stop_hostapd()\nrouter.start_hostapd("p-a", "p-b")')
-    wait_for("who did not come again is gone", lambda: station(house) == ("wifi", False, False, 1), 30)
+    wait_for("who did not come again is gone", lambda: station(house) == ("wifi", False, False, 1), 60)
     house.lan('router.start_station("a")')
     wait_for("it is back", lambda: station(house) == ("wifi", True, True, 1))
 
@@ -100,9 +135,7 @@ def test_an_access_point_that_makes_no_sense(router, kind):
     wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
     if kind != "bytes":
         wait_for("the log has it", lambda: "hostapd of odd0: " in router.log())
-    began = time.monotonic()
     router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17")
     wait_for("the daemon goes on", lambda: online(router.clients()) == {mac_of(17)})
-    assert time.monotonic() - began < 2
     odd.kill()
     odd.wait()

@@ -23,13 +23,14 @@ struct LinuxWifi : testing::Test {
     unsigned first = linux_wifi_number("wlan0", 0);
     unsigned second = linux_wifi_number("wlan1", 0);
     linux_station a = station_of(1);
+    int64_t now_ms = 1000;
 
     // What the daemon would be told now.
-    static std::vector<int> news() {
+    std::vector<int> news() {
         std::vector<int> told;
         uint8_t mac[6];
         unsigned ssid = 0;
-        while (const int direction = linux_wifi_next_news(mac, &ssid)) {
+        while (const int direction = linux_wifi_next_news(now_ms, mac, &ssid)) {
             told.push_back(direction * static_cast<int>(ssid));
             linux_wifi_told(mac, direction > 0 ? ssid : 0);
         }
@@ -41,7 +42,7 @@ TEST_F(LinuxWifi, ComesAndGoes) {
     linux_wifi_here(first, &a, true, false);
     EXPECT_THAT(news(), ElementsAre(1));
     EXPECT_THAT(news(), IsEmpty());
-    linux_wifi_gone(first, a.mac);
+    linux_wifi_gone(first, a.mac, now_ms);
     EXPECT_THAT(news(), ElementsAre(-1));
     EXPECT_THAT(news(), IsEmpty());
 }
@@ -51,19 +52,68 @@ TEST_F(LinuxWifi, AStationThatRoamedIsNotReportedGone) {
     EXPECT_THAT(news(), ElementsAre(1));
     linux_wifi_here(second, &a, true, false);
     EXPECT_THAT(news(), ElementsAre(2));
-    linux_wifi_gone(first, a.mac);
+    linux_wifi_gone(first, a.mac, now_ms);
     EXPECT_THAT(news(), IsEmpty());
     uint32_t ssid = 0;
     EXPECT_TRUE(linux_wifi_ssid_of(a.mac, &ssid));
     EXPECT_EQ(2u, ssid);
-    linux_wifi_gone(second, a.mac);
+    linux_wifi_gone(second, a.mac, now_ms);
     EXPECT_THAT(news(), ElementsAre(-2));
     EXPECT_FALSE(linux_wifi_ssid_of(a.mac, &ssid));
 }
 
+TEST_F(LinuxWifi, AStationThatIsOnNoneWhileItRoamsStaysWhereItWas) {
+    linux_wifi_here(first, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(1));
+    linux_wifi_gone(first, a.mac, now_ms + 5000);
+    now_ms += 4999;
+    EXPECT_THAT(news(), IsEmpty());
+    uint32_t ssid = 0;
+    uint32_t count = 0;
+    EXPECT_TRUE(linux_wifi_ssid_of(a.mac, &ssid));
+    EXPECT_EQ(1u, ssid);
+    EXPECT_TRUE(linux_wifi_count(first, &count));
+    EXPECT_EQ(1u, count);
+    linux_wifi_here(second, &a, true, false);
+    now_ms += 5000;
+    EXPECT_THAT(news(), ElementsAre(2));
+    EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, OneThatLeavesIsGoneOnceThatHasSettled) {
+    linux_wifi_here(first, &a, true, false);
+    linux_wifi_here(second, &a, true, false);
+    (void)news();
+    linux_wifi_gone(first, a.mac, now_ms + 1000);
+    linux_wifi_gone(second, a.mac, now_ms + 5000);
+    linux_wifi_gone(second, a.mac, now_ms + 9000); // said twice: the first word counts
+    now_ms += 4999;
+    EXPECT_THAT(news(), IsEmpty());
+    now_ms += 1;
+    uint8_t mac[6];
+    unsigned told = 0;
+    EXPECT_EQ(-1, linux_wifi_next_news(now_ms, mac, &told));
+    uint32_t ssid = 0;
+    EXPECT_FALSE(linux_wifi_ssid_of(a.mac, &ssid)) << "not while the daemon is being told otherwise";
+    EXPECT_THAT(news(), ElementsAre(-2));
+    EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, OneThatComesBackBeforeItsLeavingWasToldHasNotLeft) {
+    linux_wifi_here(first, &a, true, false);
+    (void)news();
+    linux_wifi_list_begin(first);
+    linux_wifi_list_end(first, now_ms + 5000);
+    linux_wifi_here(first, &a, true, false);
+    now_ms += 10000;
+    EXPECT_THAT(news(), IsEmpty());
+    linux_wifi_gone(first, a.mac, now_ms + 5000);
+    EXPECT_THAT(news(), IsEmpty()) << "it settles anew";
+}
+
 TEST_F(LinuxWifi, OneThatCameAndLeftBeforeAnythingWasToldIsNoNews) {
     linux_wifi_here(first, &a, true, false);
-    linux_wifi_gone(first, a.mac);
+    linux_wifi_gone(first, a.mac, now_ms);
     EXPECT_THAT(news(), IsEmpty());
 }
 
@@ -77,7 +127,7 @@ TEST_F(LinuxWifi, WhoIsNotListedAnyMoreIsGone) {
     uint32_t count = 0;
     EXPECT_TRUE(linux_wifi_count(first, &count));
     EXPECT_EQ(2u, count) << "the list is not at its end";
-    linux_wifi_list_end(first);
+    linux_wifi_list_end(first, now_ms);
     EXPECT_THAT(news(), ElementsAre(-1));
     EXPECT_TRUE(linux_wifi_count(first, &count));
     EXPECT_EQ(1u, count);
@@ -104,7 +154,7 @@ TEST_F(LinuxWifi, NumbersOfDevices) {
     EXPECT_FALSE(linux_wifi_count(0, &count));
     EXPECT_FALSE(linux_wifi_count(17, &count));
     linux_wifi_here(0, &a, true, false);
-    linux_wifi_gone(99, a.mac);
+    linux_wifi_gone(99, a.mac, now_ms);
     EXPECT_THAT(news(), IsEmpty());
 }
 
