@@ -1,6 +1,8 @@
 // Presence by traffic, as the file of values says: off without it.
+#include <arpa/inet.h>
 #include <presence.h>
 
+#include "common_hooks.h"
 #include "host_values.h"
 
 int PRESENCE_ByTraffic(void) {
@@ -16,4 +18,18 @@ int PRESENCE_IsSilent(const uint8_t mac[6]) {
                    host_value_of_mac("l2switch.mac.", mac) == nullptr
                ? 1
                : 0;
+}
+
+int PRESENCE_IsAnswering(const uint8_t mac[6]) {
+    host_values_hold hold;
+    return mac != nullptr && host_value_of_mac("presence.answering.", mac) != nullptr ? 1 : 0;
+}
+
+// Nobody is there to answer; the journal has it.
+void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address) {
+    char text[INET6_ADDRSTRLEN];
+    host_values_hold hold;
+    common_line line;
+    common_line_add(&line, "presence ask %u %s", network, inet_ntop(family, address, text, sizeof text));
+    common_note_effect(&line);
 }

@@ -18,6 +18,14 @@ int PRESENCE_ByTraffic(void);
  * when that cannot be told. */
 int PRESENCE_IsSilent(const uint8_t mac[6]);
 
+/* Whether an address of a device is confirmed, or being asked for just now. mac [in] 6 bytes. Returns 1 or 0;
+ * 1 when that cannot be told. */
+int PRESENCE_IsAnswering(const uint8_t mac[6]);
+
+/* Has a device asked for an address of its own. network: 0 for the first; family: AF_INET or AF_INET6;
+ * address [in] 4 or 16 bytes. Waits for nothing: an answer is an event of the neighbour table. */
+void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address);
+
 #ifdef __cplusplus
 }
 #endif

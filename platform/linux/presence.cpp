@@ -1,9 +1,12 @@
 // Presence by traffic: what the forwarding tables have heard.
+#include <net/if.h>
+#include <netif.h>
 #include <presence.h>
 #include <unistd.h>
 
 #include "linux_conf.h"
 #include "linux_fdb.h"
+#include "linux_neighbours.h"
 
 namespace {
 
@@ -12,6 +15,13 @@ namespace {
 constexpr uint32_t silent_seconds = 30;
 
 } // namespace
+
+// A question that is not waited for: the kernel asks the device as it would for traffic of its own.
+void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address) {
+    char device[NETIF_NAME_SIZE];
+    if (NETIF_GetLanName(network, device) == 0)
+        linux_neighbour_use(if_nametoindex(device), family, address);
+}
 
 int PRESENCE_ByTraffic(void) {
     return linux_settings()->presence ? 1 : 0;
@@ -24,4 +34,8 @@ int PRESENCE_IsSilent(const uint8_t mac[6]) {
         return 0;
     const auto ticks = static_cast<uint32_t>(sysconf(_SC_CLK_TCK));
     return found == 0 || entry.age / ticks >= silent_seconds ? 1 : 0;
+}
+
+int PRESENCE_IsAnswering(const uint8_t mac[6]) {
+    return mac == nullptr || linux_neighbour_answers(mac) ? 1 : 0;
 }

@@ -12,6 +12,7 @@
 #include "events/adapter.h"
 #include "events/board_mode.h"
 #include "events/flap_list.h"
+#include "events/presence.h"
 #include "events/wifi_index.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
@@ -99,6 +100,8 @@ void set_lease(hbs_client *client, const hbs_dhcpv4_lease *lease) {
 }
 
 void mark_online(hbs_client *client) {
+    if (!hbs_presence_leased(client, AF_INET, client->ipv4))
+        return;
     if (client->flags & HBS_FLAG_TIMER_ONLINE)
         hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
     hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);

@@ -9,6 +9,7 @@
 #include "base/state.h"
 #include "base/text.h"
 #include "events/adapter.h"
+#include "events/presence.h"
 #include "events/wifi_index.h"
 #include "gateway/neighbour_probe.h"
 #include "gateway/networks.h"
@@ -171,6 +172,18 @@ hbs_dhcpv6_neighbour hbs_ask_dhcpv6_neighbour(const uint8_t ll[16], const uint8_
     return neighbour;
 }
 
+namespace {
+
+void mark_online(hbs_client *client) {
+    if (!hbs_presence_leased(client, AF_INET6, client->ipv6))
+        return;
+    if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)
+        hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
+    hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
+}
+
+} // namespace
+
 hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease, const hbs_dhcpv6_neighbour *neighbour) {
     if (!names_client("LEASE", lease->ll, lease->ipv6))
         return nullptr;
@@ -193,9 +206,7 @@ hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease, const hbs_dhcpv6_ne
     if (!hbs_ipv6_is_zero(lease->ll)) // a message without one does not take away what is known
         hbs_set_ll(client, lease->ll);
     hbs_set_ipv6(client, lease->ipv6);
-    if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)
-        hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
-    hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
+    mark_online(client);
     HBS_LOG(HBS_INFO, "HOSTBASE: Got DHCPV6 LEASE event for %s", hbs_client_log_text(client).text);
     hbs_publish(client);
     return client;

@@ -9,9 +9,14 @@
 // Its neighbour entry has become reachable. Returns whether that alone makes it on line.
 bool hbs_presence_reached();
 
-// A question for its address had no answer: it is off line when it sends nothing either. A Wi-Fi station that
+// A question for its address had no answer: it is off line when no other address of it answers and it sends
+// nothing either. A Wi-Fi station that
 // is associated sleeps, and stays.
 void hbs_presence_unanswered(hbs_client *client);
+
+// Whether a lease makes its client on line: a server tells leases again, also those of devices that have
+// left. One that has not been heard of late is asked for the address, and is on line by its answer.
+bool hbs_presence_leased(const hbs_client *client, int family, const uint8_t *address);
 
 // A bridge has just learned where the device is. Takes hbs_list_mutex itself.
 void hbs_presence_heard(const uint8_t mac[6]);

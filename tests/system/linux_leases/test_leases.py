@@ -64,6 +64,10 @@ def test_expiry(house):
 def test_restart_of_the_daemon_and_of_dnsmasq(house):
     before = {mac: (client["ipv4"], client["host"], client["network"]) for mac, client in house.clients().items()}
     house.stop_daemon()
+    # Nobody has been heard meanwhile: each device is asked.
+    for port in ("p-a", "p-b"):
+        house.run("ip", "link", "set", port, "type", "bridge_slave", "fdb_flush")
+    house.run("ip", "neigh", "flush", "all")
     house.start_daemon()
     house.lan("router.stop_dnsmasq(router.signal.SIGHUP)")  # as the unit does it after the start
 
@@ -76,6 +80,17 @@ def test_restart_of_the_daemon_and_of_dnsmasq(house):
     house.lan("router.stop_dnsmasq()\n" + SERVE)
     wait_for("dnsmasq told them again", lambda: leases_told(house) >= told + 2)
     assert now() == before
+
+
+def test_a_lease_that_is_told_again_is_no_sign_of_life(house):
+    house.lan('router.inside("a", "link set eth0 down")')
+    wait_for("it is off line", lambda: online(house.clients()) == {mac_of(18)})
+    told = leases_told(house)
+    house.lan("router.stop_dnsmasq(router.signal.SIGHUP)")
+    wait_for("both leases are told again", lambda: leases_told(house) >= told + 2)
+    assert online(house.clients()) == {mac_of(18)}
+    house.lan('router.inside("a", "link set eth0 up")\nrouter.stop_dnsmasq(router.signal.SIGHUP)')
+    wait_for("it answers", lambda: online(house.clients()) == {mac_of(17), mac_of(18)})
 
 
 def test_static_lease_set_obtained_and_cleared(house):
@@ -139,9 +154,15 @@ def test_a_server_never_waits(router):
     wait_for("it took what fitted", lambda: router.client(99))
 
 
+def heard(router, number, port):
+    """A frame of the device came in at the port."""
+    router.run("bridge", "fdb", "replace", mac_of(number), "dev", port, "master", "dynamic")
+
+
 def test_kea(router):
     router.lan(TWO_LANS)
     router.start_daemon()
+    heard(router, 17, "p-a")
     lease = {"LEASES4_SIZE": "1", "LEASES4_AT0_ADDRESS": "192.168.10.50", "LEASES4_AT0_HWADDR": mac_of(17),
              "LEASES4_AT0_HOSTNAME": "kea-a", "LEASES4_AT0_VALID_LIFETIME": "600", "DELETED_LEASES4_SIZE": "0"}
     router.run("env", *(f"{key}={value}" for key, value in lease.items()), HOOK, "leases4_committed")
@@ -157,7 +178,7 @@ def test_dhcpv6_with_the_link_local_address_of_the_neighbour_table(router):
     router.start_daemon()
     link_local = "fe80::aa:ff:fe00:11"
     router.run("ip", "-6", "neigh", "replace", link_local, "lladdr", mac_of(17), "dev", "lan0", "nud", "reachable")
-    router.run("bridge", "fdb", "replace", mac_of(17), "dev", "p-a", "master", "dynamic")
+    heard(router, 17, "p-a")
     for words in (["DNSMASQ_IAID=1", f"DNSMASQ_MAC={mac_of(17)}"], ["DNSMASQ_IAID=1"]):
         router.run("env", *words, "DNSMASQ_TIME_REMAINING=600", HOOK, "add", f"00:03:00:01:{mac_of(17)}",
                    "fd00:10::77", "six")

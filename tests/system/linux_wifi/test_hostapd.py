@@ -135,7 +135,7 @@ def test_an_access_point_that_makes_no_sense(router, kind):
     wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
     if kind != "bytes":
         wait_for("the log has it", lambda: "hostapd of odd0: " in router.log())
-    router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17")
+    router.talk("192.168.10.17")
     wait_for("the daemon goes on", lambda: online(router.clients()) == {mac_of(17)})
     odd.kill()
     odd.wait()

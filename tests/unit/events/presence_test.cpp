@@ -1,8 +1,12 @@
 // Presence by traffic: nothing of it on a gateway, all of it where the platform says so.
 #include <gmock/gmock.h>
 
+#include "events/dhcpv4_lease.h"
+#include "events/dhcpv6.h"
 #include "events/presence.h"
 #include "support/presence.h"
+
+using testing::ElementsAre;
 
 namespace presence_test {
 
@@ -17,6 +21,15 @@ class PresenceByTraffic : public PresenceTest {
     }
     static hbs_client *fail(const std::string &address) {
         return hbs_handle_neigh_gone(nullptr, LOOPBACK, AF_INET, ipv4_of(address).data());
+    }
+    static hbs_dhcpv4_lease lease_of(const char *mac, const std::string &address) {
+        hbs_dhcpv4_lease lease{};
+        memcpy(lease.mac, mac_of(mac).data(), sizeof lease.mac);
+        memcpy(lease.ipv4, ipv4_of(address).data(), sizeof lease.ipv4);
+        lease.dynamic = true;
+        lease.seconds = 600;
+        lease.nwidx = lease.adapter_type = -1;
+        return lease;
     }
     static bool is_online(const hbs_client *client) { return (client->flags & HBS_FLAG_ONLINE) != 0; }
     void forget(const char *mac) { set(std::string("switch.mac.") + mac, "none"); }
@@ -51,12 +64,61 @@ TEST_F(PresenceByTraffic, NoAnswerAndNoTrafficEndsIt) {
     EXPECT_EQ(0u, published(MAC_A).flags & HBS_FLAG_ONLINE);
 }
 
+TEST_F(PresenceByTraffic, NoAnswerOfOneAddressWhileAnotherAnswersSaysNothing) {
+    hbs_client *client = reach(MAC_A, "192.168.0.20");
+    write_values(std::string("presence.by_traffic = 1\npresence.answering.") + MAC_A + " = 1\n");
+    (void)fail("192.168.0.20");
+    EXPECT_TRUE(is_online(client));
+    write_values("presence.by_traffic = 1\n");
+    (void)fail("192.168.0.20");
+    EXPECT_FALSE(is_online(client));
+}
+
 TEST_F(PresenceByTraffic, AnAssociatedStationSleeps) {
     hbs_client *client = reach(MAC_WIFI, "192.168.0.21");
     hbs_set_flags(client, 0, HBS_FLAG_ASSOC);
     write_values("presence.by_traffic = 1\n");
     (void)fail("192.168.0.21");
     EXPECT_TRUE(is_online(client));
+}
+
+TEST_F(PresenceByTraffic, ALeaseOfOneThatIsNotHeardHasItAsked) {
+    hbs_dhcpv4_lease lease = lease_of(MAC_UNKNOWN, "192.168.0.31");
+    hbs_client *client = hbs_handle_dhcpv4_lease(&lease);
+    ASSERT_NE(nullptr, client);
+    EXPECT_EQ(HBS_FLAG_DYNIP4, client->flags & (HBS_FLAG_DYNIP4 | HBS_FLAG_REACH | HBS_FLAG_ONLINE));
+    EXPECT_THAT(journal_lines("presence ask "), ElementsAre("presence ask 0 192.168.0.31"));
+    (void)reach(MAC_A, "192.168.0.20");
+    lease = lease_of(MAC_A, "192.168.0.20");
+    EXPECT_TRUE(is_online(hbs_handle_dhcpv4_lease(&lease))) << "a switch has it";
+    EXPECT_EQ(1u, journal_lines("presence ask ").size());
+}
+
+TEST_F(PresenceByTraffic, ALeaseOfOneThatIsNotHeardTakesNothingAway) {
+    hbs_client *client = reach(MAC_A, "192.168.0.20");
+    write_values("presence.by_traffic = 1\nnetwork.1.ifname = lo\nnetwork.1.ipv4 = 192.168.0.1/24\n");
+    const hbs_dhcpv4_lease lease = lease_of(MAC_A, "192.168.0.20");
+    (void)hbs_handle_dhcpv4_lease(&lease);
+    EXPECT_TRUE(is_online(client));
+}
+
+TEST_F(PresenceByTraffic, ALeaseOfOneThatIsNotHeardIsOneOnAGateway) {
+    set("presence.by_traffic", 0);
+    const hbs_dhcpv4_lease lease = lease_of(MAC_UNKNOWN, "192.168.0.31");
+    EXPECT_TRUE(is_online(hbs_handle_dhcpv4_lease(&lease)));
+    EXPECT_TRUE(journal_lines("presence ask ").empty());
+}
+
+TEST_F(PresenceByTraffic, ADhcpv6LeaseIsNoSignOfLifeEither) {
+    hbs_client *client = add_with_ll(MAC_UNKNOWN, "fe80::31");
+    hbs_dhcpv6_lease lease{};
+    memcpy(lease.ll, ipv6_of("fe80::31").data(), sizeof lease.ll);
+    memcpy(lease.ipv6, ipv6_of("fd00:2::31").data(), sizeof lease.ipv6);
+    lease.lease_end = 1800000000;
+    const hbs_dhcpv6_neighbour unknown{};
+    ASSERT_EQ(client, hbs_handle_dhcpv6_lease(&lease, &unknown));
+    EXPECT_FALSE(is_online(client));
+    EXPECT_THAT(journal_lines("presence ask "), ElementsAre("presence ask 0 fd00:2::31"));
 }
 
 TEST_F(PresenceByTraffic, AFreshEntryOfTheForwardingTableBeginsIt) {

@@ -16,6 +16,7 @@
 #include "linux_fdb.h"
 #include "linux_lans.h"
 #include "linux_log.h"
+#include "linux_neighbours.h"
 #include "linux_ports.h"
 #include "linux_static.h"
 #include "linux_view.h"
@@ -169,6 +170,44 @@ TEST(LinuxForwarding, AMessageThatIsCutShortIsNone) {
         if (linux_fdb_match({cut.data(), cut.size()}, 5, mac, &entry))
             EXPECT_GE(size, NLMSG_LENGTH(sizeof(ndmsg)) + RTA_LENGTH(6));
     }
+}
+
+std::vector<uint8_t> neighbour_message(uint8_t family, uint16_t state) {
+    const uint8_t mac[6] = {2, 0, 0, 0, 0, 1};
+    const uint8_t address[16] = {192, 168, 1, 2};
+    ndmsg header = {};
+    header.ndm_family = family;
+    header.ndm_state = state;
+    return message(
+        RTM_NEWNEIGH, header,
+        {attribute(NDA_DST, address, family == AF_INET6 ? 16 : 4), attribute(NDA_LLADDR, mac, sizeof mac)});
+}
+
+bool answers(const std::vector<uint8_t> &bytes, size_t size, uint8_t number) {
+    const uint8_t mac[6] = {2, 0, 0, 0, 0, number};
+    return linux_neighbour_match({bytes.data(), size}, mac);
+}
+
+TEST(LinuxNeighbours, AnAddressThatIsConfirmedOrAskedForIsASignOfLife) {
+    for (const uint8_t family : {AF_INET, AF_INET6}) {
+        for (const uint16_t state : {NUD_REACHABLE, NUD_DELAY, NUD_PROBE}) {
+            const std::vector<uint8_t> bytes = neighbour_message(family, state);
+            EXPECT_TRUE(answers(bytes, bytes.size(), 1));
+            EXPECT_FALSE(answers(bytes, bytes.size(), 2));
+        }
+        for (const uint16_t state : {NUD_STALE, NUD_FAILED, NUD_INCOMPLETE, NUD_PERMANENT, NUD_NOARP}) {
+            const std::vector<uint8_t> bytes = neighbour_message(family, state);
+            EXPECT_FALSE(answers(bytes, bytes.size(), 1)) << state;
+        }
+    }
+    const std::vector<uint8_t> bridge = neighbour_message(AF_BRIDGE, NUD_REACHABLE);
+    EXPECT_FALSE(answers(bridge, bridge.size(), 1)) << "the forwarding table has ages of its own";
+}
+
+TEST(LinuxNeighbours, AMessageThatIsCutShortIsNone) {
+    const std::vector<uint8_t> whole = neighbour_message(AF_INET, NUD_REACHABLE);
+    for (size_t size = 0; size + 2 < whole.size(); size++)
+        EXPECT_FALSE(answers(whole, size, 1)) << size;
 }
 
 std::vector<uint8_t> link_message(int index, const char *name, int master, bool bridge, bool running) {
