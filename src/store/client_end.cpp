@@ -42,10 +42,10 @@ int32_t time_of(const hbs_client *record) {
 }
 
 // A time of 0x7FFFFFFF is never taken. Among equal ones the first wins.
-hbs_slot *find_victim_by_rule() {
-    hbs_slot *victim = nullptr;
+const hbs_slot *find_victim_by_rule() {
+    const hbs_slot *victim = nullptr;
     int32_t best = INT32_MAX;
-    for (hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot)) {
+    for (const hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot)) {
         if (time_of(&slot->record) >= best || !may_go(&slot->record, owner_of(slot)))
             continue;
         best = time_of(&slot->record);
@@ -55,15 +55,15 @@ hbs_slot *find_victim_by_rule() {
 }
 
 // The working copy is asked: what took its addresses away need not have been published.
-hbs_slot *find_published_nobody() {
-    for (hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot))
+const hbs_slot *find_published_nobody() {
+    for (const hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot))
         if (is_nobody(owner_of(slot)))
             return slot;
     return nullptr;
 }
 
-hbs_slot *find_victim() {
-    hbs_slot *victim = find_victim_by_rule();
+const hbs_slot *find_victim() {
+    const hbs_slot *victim = find_victim_by_rule();
     return victim != nullptr ? victim : find_published_nobody();
 }
 
@@ -83,18 +83,18 @@ void end_working_copy(hbs_client *client) {
 
 // Takes a slot from its client, which ends; the slot is zeroed and on no list then. Callers hold the
 // semaphore.
-void take_slot(hbs_slot *slot, hbs_client_remains *remains) {
+void take_slot(const hbs_slot *slot, hbs_client_remains *remains) {
     log_reclaim(&slot->record);
     hbs_file_remove_if_idx(slot);
     hbs_slot_unlink(slot);
     *remains = hbs_delete_client(slot);
     hbs_slot_set_owner(slot, nullptr); // a nomac owner lives on and gets a fresh slot at its next commit
-    memset(slot, 0, sizeof *slot);
+    memset(hbs_slot_edit(slot), 0, sizeof *slot);
 }
 
 // Callers hold the semaphore.
 void unpublish(hbs_client *client) {
-    hbs_slot *slot = hbs_slot_of(client);
+    const hbs_slot *slot = hbs_slot_of(client);
     if (slot == nullptr)
         return;
     hbs_file_remove_if_idx(slot);
@@ -130,9 +130,9 @@ bool end_unpublished(bool (*matches)(const hbs_client *), hbs_client_remains *re
 }
 
 // Ends the client of a slot, working copy and all.
-bool end_published(hbs_slot *(*find)(), hbs_client_remains *remains) {
+bool end_published(const hbs_slot *(*find)(), hbs_client_remains *remains) {
     const hbs_shm_hold hold;
-    hbs_slot *slot = find();
+    const hbs_slot *slot = find();
     hbs_client *owner = slot != nullptr ? owner_of(slot) : nullptr;
     if (owner == nullptr)
         return false;
@@ -198,8 +198,8 @@ hbs_client_remains hbs_delete_client(const hbs_slot *slot) {
     return hbs_client_remains_of(&slot->record);
 }
 
-hbs_slot *hbs_shm_reclaim(hbs_client_remains *remains) {
-    hbs_slot *slot = find_victim();
+const hbs_slot *hbs_shm_reclaim(hbs_client_remains *remains) {
+    const hbs_slot *slot = find_victim();
     if (slot != nullptr)
         take_slot(slot, remains);
     return slot;

@@ -66,7 +66,7 @@ hbs_client_remains hbs_delete_client(const hbs_slot *slot);
 // or bear trust bits are not taken, judged by what was last published, nor are those that a command has given
 // a static lease. When there is no other, a record without a MAC and an address goes, whatever its flags.
 // Returns the slot, zeroed and on no list, or null. Called with the semaphore held; never waits on it.
-hbs_slot *hbs_shm_reclaim(hbs_client_remains *remains);
+const hbs_slot *hbs_shm_reclaim(hbs_client_remains *remains);
 
 // Whether a client without a slot would get one.
 bool hbs_slot_available();

@@ -4,7 +4,6 @@
 #include "base/log.h"
 #include "base/text.h"
 #include "store/client_text.h"
-#include "store/pools.h"
 #include "store/segment.h"
 #include "store/slots.h"
 
@@ -71,7 +70,6 @@ void hbs_file_remove_if_idx_locked(const hbs_client *client) {
 }
 
 void hbs_index_clear() {
-    hbs_pool_give_all(hbs_pool::ip);
-    hbs_pool_give_all(hbs_pool::dhcp);
+    hbs_ip_index_clear();
     hbs_instance_index_clear();
 }

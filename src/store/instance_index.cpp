@@ -29,31 +29,31 @@ uint32_t hbs_pri_count() {
 
 namespace {
 
-hbs_if_entry *first_if() {
-    return static_cast<hbs_if_entry *>(hbs_list_first(hbs_pool::interface));
+const hbs_if_entry *first_if() {
+    return static_cast<const hbs_if_entry *>(hbs_list_first(hbs_pool::interface));
 }
 
-hbs_if_entry *if_after(const hbs_if_entry *entry) {
-    return static_cast<hbs_if_entry *>(hbs_list_next(hbs_pool::interface, entry));
+const hbs_if_entry *if_after(const hbs_if_entry *entry) {
+    return static_cast<const hbs_if_entry *>(hbs_list_next(hbs_pool::interface, entry));
 }
 
-hbs_pri_entry *first_pri() {
-    return static_cast<hbs_pri_entry *>(hbs_list_first(hbs_pool::primary));
+const hbs_pri_entry *first_pri() {
+    return static_cast<const hbs_pri_entry *>(hbs_list_first(hbs_pool::primary));
 }
 
-hbs_pri_entry *pri_after(const hbs_pri_entry *entry) {
-    return static_cast<hbs_pri_entry *>(hbs_list_next(hbs_pool::primary, entry));
+const hbs_pri_entry *pri_after(const hbs_pri_entry *entry) {
+    return static_cast<const hbs_pri_entry *>(hbs_list_next(hbs_pool::primary, entry));
 }
 
-hbs_if_entry *find_if(uint32_t reference) {
-    hbs_if_entry *entry = first_if();
+const hbs_if_entry *find_if(uint32_t reference) {
+    const hbs_if_entry *entry = first_if();
     while (entry != nullptr && entry->dbpos != reference)
         entry = if_after(entry);
     return entry;
 }
 
-hbs_pri_entry *find_pri(uint32_t reference) {
-    hbs_pri_entry *entry = first_pri();
+const hbs_pri_entry *find_pri(uint32_t reference) {
+    const hbs_pri_entry *entry = first_pri();
     while (entry != nullptr && entry->dbpos != reference)
         entry = pri_after(entry);
     return entry;
@@ -65,8 +65,8 @@ int compare_if(const hbs_if_entry *a, const hbs_if_entry *b) {
 }
 
 // The first entry whose key is equal or larger; null = the tail.
-hbs_if_entry *find_if_place(const hbs_if_entry *wanted) {
-    hbs_if_entry *entry = first_if();
+const hbs_if_entry *find_if_place(const hbs_if_entry *wanted) {
+    const hbs_if_entry *entry = first_if();
     while (entry != nullptr && compare_if(entry, wanted) < 0)
         entry = if_after(entry);
     return entry;
@@ -88,7 +88,7 @@ void hbs_file_update_if_idx(const hbs_client *client) {
     hbs_if_entry wanted{};
     wanted.key[0] = hbs_network_key(client->nwidx);
     wanted.key[1] = hbs_instance_free(map);
-    hbs_if_entry *place = find_if_place(&wanted);
+    const hbs_if_entry *place = find_if_place(&wanted);
     if (place != nullptr && compare_if(place, &wanted) == 0) {
         HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_update_if_idx : index already exists (%s)",
                 hbs_if_entry_text(place).text);
@@ -142,7 +142,7 @@ void hbs_file_update_pri_idx(const hbs_client *client) {
 
 void hbs_file_remove_if_entry(const hbs_slot *slot) {
     uint32_t reference = hbs_slot_reference(slot);
-    hbs_if_entry *entry = reference == HBS_DBPOS_NONE ? nullptr : find_if(reference);
+    const hbs_if_entry *entry = reference == HBS_DBPOS_NONE ? nullptr : find_if(reference);
     if (entry == nullptr)
         return;
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_remove_if_idx : client found (pos:%p) (%s)",
@@ -167,7 +167,7 @@ void release_pri_instance(uint32_t instance) {
 
 void hbs_file_remove_pri_idx(const hbs_slot *slot) {
     uint32_t reference = hbs_slot_reference(slot);
-    hbs_pri_entry *entry = reference == HBS_DBPOS_NONE ? nullptr : find_pri(reference);
+    const hbs_pri_entry *entry = reference == HBS_DBPOS_NONE ? nullptr : find_pri(reference);
     if (entry == nullptr)
         return;
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_remove_pri_idx : client found (pos:%p) (%s)",

@@ -72,12 +72,12 @@ void hbs_file_dhcp_option_client_to_ip_idx(int nwidx, int kind, const hbs_client
 
 namespace {
 
-hbs_ip_entry *first_entry(hbs_pool pool) {
-    return static_cast<hbs_ip_entry *>(hbs_list_first(pool));
+const hbs_ip_entry *first_entry(hbs_pool pool) {
+    return static_cast<const hbs_ip_entry *>(hbs_list_first(pool));
 }
 
-hbs_ip_entry *entry_after(hbs_pool pool, const hbs_ip_entry *entry) {
-    return static_cast<hbs_ip_entry *>(hbs_list_next(pool, entry));
+const hbs_ip_entry *entry_after(hbs_pool pool, const hbs_ip_entry *entry) {
+    return static_cast<const hbs_ip_entry *>(hbs_list_next(pool, entry));
 }
 
 bool may_be_inserted(const hbs_ip_entry *entry) {
@@ -90,12 +90,32 @@ int compare_keys(const hbs_ip_entry *a, const hbs_ip_entry *b) {
                            std::min(b->count, uint32_t{HBS_IP_KEY_WORDS}));
 }
 
-// The first entry whose key is equal or larger; null = the new entry goes to the tail.
-hbs_ip_entry *find_place(hbs_pool pool, const hbs_ip_entry *wanted) {
-    hbs_ip_entry *entry = first_entry(pool);
-    while (entry != nullptr && compare_keys(entry, wanted) < 0)
-        entry = entry_after(pool, entry);
-    return entry;
+// The entries of a list in its order, so that a place in it is found without walking there.
+struct sorted_entries {
+    const hbs_ip_entry *entry[HBS_MAX_IP_ENTRIES];
+    size_t count;
+};
+
+sorted_entries ip_entries, dhcp_entries;
+
+sorted_entries *entries_of(hbs_pool pool) {
+    return pool == hbs_pool::ip ? &ip_entries : &dhcp_entries;
+}
+
+// The first entry whose key is equal or larger, by its number.
+size_t number_of_place(hbs_pool pool, const hbs_ip_entry *wanted) {
+    const sorted_entries *all = entries_of(pool);
+    const hbs_ip_entry *const *place =
+        std::lower_bound(all->entry, all->entry + all->count, wanted,
+                         [](const hbs_ip_entry *a, const hbs_ip_entry *b) { return compare_keys(a, b) < 0; });
+    return static_cast<size_t>(place - all->entry);
+}
+
+// The entry at that place; null = the new entry goes to the tail.
+const hbs_ip_entry *find_place(hbs_pool pool, const hbs_ip_entry *wanted) {
+    const sorted_entries *all = entries_of(pool);
+    const size_t number = number_of_place(pool, wanted);
+    return number < all->count ? all->entry[number] : nullptr;
 }
 
 bool is_at_place(const hbs_ip_entry *place, const hbs_ip_entry *wanted) {
@@ -103,13 +123,18 @@ bool is_at_place(const hbs_ip_entry *place, const hbs_ip_entry *wanted) {
 }
 
 // Copies an entry into an element and links it. Returns the element, or null when the pool is empty.
-const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry, hbs_ip_entry *before) {
+const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry, const hbs_ip_entry *before) {
     auto *element = static_cast<hbs_ip_entry *>(hbs_pool_take(pool));
     if (element == nullptr)
         return nullptr;
     element->count = entry->count;
     std::copy_n(entry->key, entry->count, element->key);
     element->dbpos = entry->dbpos;
+    sorted_entries *all = entries_of(pool);
+    const hbs_ip_entry **place = all->entry + number_of_place(pool, element);
+    std::move_backward(place, all->entry + all->count, all->entry + all->count + 1);
+    *place = element;
+    all->count++;
     hbs_list_link(pool, element, before);
     return element;
 }
@@ -119,7 +144,7 @@ const hbs_ip_entry *store_entry(hbs_pool pool, const hbs_ip_entry *entry, hbs_ip
 void hostbase_insert_ipidx(const hbs_ip_entry *entry) {
     if (!may_be_inserted(entry))
         return;
-    hbs_ip_entry *place = find_place(hbs_pool::ip, entry);
+    const hbs_ip_entry *place = find_place(hbs_pool::ip, entry);
     if (is_at_place(place, entry)) {
         HBS_LOG(HBS_INFO, "HOSTBASE: hostbase_insert_ipidx : index already exists (%s)",
                 hbs_ip_entry_text(place).text);
@@ -135,7 +160,7 @@ void hostbase_insert_ipidx(const hbs_ip_entry *entry) {
 void hbs_file_dhcp_option_insert_ip_idx(const hbs_ip_entry *entry) {
     if (!may_be_inserted(entry))
         return;
-    hbs_ip_entry *place = find_place(hbs_pool::dhcp, entry);
+    const hbs_ip_entry *place = find_place(hbs_pool::dhcp, entry);
     if (is_at_place(place, entry)) {
         HBS_LOG(HBS_INFO, "HOSTBASE: hbs_file_dhcp_option_insert_ip_idx : index already exists (%s)",
                 hbs_dhcp_entry_text(place).text);
@@ -150,7 +175,10 @@ void hbs_file_dhcp_option_insert_ip_idx(const hbs_ip_entry *entry) {
 
 namespace {
 
-void free_entry(hbs_pool pool, hbs_ip_entry *entry) {
+void free_entry(hbs_pool pool, const hbs_ip_entry *entry) {
+    sorted_entries *all = entries_of(pool);
+    std::remove(all->entry, all->entry + all->count, entry);
+    all->count--;
     hbs_list_unlink(pool, entry);
     hbs_pool_give(pool, entry);
 }
@@ -161,8 +189,8 @@ void hbs_file_remove_ip_idx(const hbs_slot *slot) {
     uint32_t reference = hbs_slot_reference(slot);
     if (reference == HBS_DBPOS_NONE)
         return;
-    hbs_ip_entry *after = nullptr;
-    for (hbs_ip_entry *entry = first_entry(hbs_pool::ip); entry != nullptr; entry = after) {
+    const hbs_ip_entry *after = nullptr;
+    for (const hbs_ip_entry *entry = first_entry(hbs_pool::ip); entry != nullptr; entry = after) {
         after = entry_after(hbs_pool::ip, entry);
         if (entry->dbpos != reference)
             continue;
@@ -176,8 +204,8 @@ void hbs_file_remove_dhcp_option_ip_idx(const hbs_slot *slot) {
     uint32_t reference = hbs_slot_reference(slot);
     if (reference == HBS_DBPOS_NONE)
         return;
-    hbs_ip_entry *after = nullptr;
-    for (hbs_ip_entry *entry = first_entry(hbs_pool::dhcp); entry != nullptr; entry = after) {
+    const hbs_ip_entry *after = nullptr;
+    for (const hbs_ip_entry *entry = first_entry(hbs_pool::dhcp); entry != nullptr; entry = after) {
         after = entry_after(hbs_pool::dhcp, entry);
         if (entry->dbpos != reference)
             continue;
@@ -192,8 +220,8 @@ namespace {
 // Frees the entry with the key of `wanted`, and those of the client `reference` that differ from it in
 // their network only.
 void remove_by_address(hbs_pool pool, const hbs_ip_entry *wanted, uint32_t reference) {
-    hbs_ip_entry *after = nullptr;
-    for (hbs_ip_entry *entry = first_entry(pool); entry != nullptr; entry = after) {
+    const hbs_ip_entry *after = nullptr;
+    for (const hbs_ip_entry *entry = first_entry(pool); entry != nullptr; entry = after) {
         after = entry_after(pool, entry);
         bool same_network = entry->key[0] == wanted->key[0];
         bool own = reference != HBS_DBPOS_NONE && entry->dbpos == reference;
@@ -225,4 +253,10 @@ void hbs_file_remove_ll_entries(const hbs_client *client) {
     remove_by_address(hbs_pool::ip, &wanted, reference);
     hbs_file_dhcp_option_client_to_ip_idx(client->nwidx, HBS_IP_KIND_LL, client, &wanted);
     remove_by_address(hbs_pool::dhcp, &wanted, reference);
+}
+
+void hbs_ip_index_clear() {
+    ip_entries.count = dhcp_entries.count = 0;
+    hbs_pool_give_all(hbs_pool::ip);
+    hbs_pool_give_all(hbs_pool::dhcp);
 }

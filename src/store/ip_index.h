@@ -44,3 +44,6 @@ void hbs_file_remove_dhcp_option_ip_idx(const hbs_slot *slot);
 // with this address goes also when it was made for another network.
 void hbs_file_remove_ipv6_entry(const hbs_client *client);
 void hbs_file_remove_ll_entries(const hbs_client *client);
+
+// Gives every entry of both back. Callers hold the semaphore.
+void hbs_ip_index_clear();

@@ -31,8 +31,8 @@ pool_state &state_of(hbs_pool pool) {
     return states[static_cast<int>(pool)];
 }
 
-uint8_t *base() {
-    return reinterpret_cast<uint8_t *>(hbs_segment());
+const uint8_t *base() {
+    return reinterpret_cast<const uint8_t *>(hbs_segment());
 }
 
 uint32_t node_offset(hbs_pool pool, node n) {
@@ -40,14 +40,10 @@ uint32_t node_offset(hbs_pool pool, node n) {
     return n == SHARED_HEAD ? layout.head : layout.first + n * layout.size;
 }
 
-void put_word(uint32_t offset, uint32_t value) {
-    memcpy(base() + offset, &value, sizeof value);
-}
-
 // Every element and every head begins with its next and prev words.
 void put_links(uint32_t offset, uint32_t next, uint32_t prev) {
-    put_word(offset, next);
-    put_word(offset + 4, prev);
+    const uint32_t links[2] = {next, prev};
+    memcpy(hbs_segment_edit(offset, sizeof links), links, sizeof links);
 }
 
 void publish_links(hbs_pool pool, node n) {
@@ -68,9 +64,10 @@ void ring_remove(pool_state &state, node n) {
 }
 
 void clear_reference(hbs_pool pool, node n) {
+    constexpr uint32_t none = 0;
     const hbs_pool_layout &layout = hbs_layout_of(pool);
     if (layout.reference != 0)
-        put_word(node_offset(pool, n) + layout.reference, 0);
+        memcpy(hbs_segment_edit(node_offset(pool, n) + layout.reference, sizeof none), &none, sizeof none);
 }
 
 void append_free(hbs_pool pool, node n) {
@@ -130,7 +127,7 @@ int number_of_offset(hbs_pool pool, uint32_t offset) {
 
 } // namespace
 
-void *hbs_pool_element(hbs_pool pool, uint32_t offset) {
+const void *hbs_pool_element(hbs_pool pool, uint32_t offset) {
     if (hbs_segment() == nullptr || number_of_offset(pool, offset) < 0)
         return nullptr;
     return base() + offset;
@@ -168,12 +165,18 @@ void *hbs_pool_take(hbs_pool pool) {
     ring_remove(state, n);
     state.at[n] = place::nowhere;
     state.free_count--;
-    void *element = base() + node_offset(pool, n);
-    memset(element, 0, hbs_layout_of(pool).size);
-    return element;
+    const uint32_t size = hbs_layout_of(pool).size;
+    return memset(hbs_segment_edit(node_offset(pool, n), size), 0, size);
 }
 
-void hbs_pool_give(hbs_pool pool, void *element) {
+void *hbs_pool_edit(hbs_pool pool, const void *element) {
+    const int number = hbs_pool_number(pool, element);
+    if (number < 0)
+        return nullptr;
+    return hbs_segment_edit(node_offset(pool, static_cast<node>(number)), hbs_layout_of(pool).size);
+}
+
+void hbs_pool_give(hbs_pool pool, const void *element) {
     node n = 0;
     if (is_at(pool, element, place::nowhere, &n))
         append_free(pool, n);
@@ -181,7 +184,7 @@ void hbs_pool_give(hbs_pool pool, void *element) {
 
 void hbs_pool_give_all(hbs_pool pool) {
     pool_state &state = state_of(pool);
-    for (void *element = hbs_list_first(pool); element != nullptr; element = hbs_list_first(pool)) {
+    for (const void *element = hbs_list_first(pool); element != nullptr; element = hbs_list_first(pool)) {
         hbs_list_unlink(pool, element);
         hbs_pool_give(pool, element);
     }
@@ -194,7 +197,7 @@ int hbs_pool_free_count(hbs_pool pool) {
     return hbs_segment() == nullptr ? 0 : state_of(pool).free_count;
 }
 
-void hbs_list_link(hbs_pool pool, void *element, void *before) {
+void hbs_list_link(hbs_pool pool, const void *element, const void *before) {
     pool_state &state = state_of(pool);
     node n = 0;
     node follower = SHARED_HEAD;
@@ -209,7 +212,7 @@ void hbs_list_link(hbs_pool pool, void *element, void *before) {
     publish_links(pool, follower);
 }
 
-void hbs_list_unlink(hbs_pool pool, void *element) {
+void hbs_list_unlink(hbs_pool pool, const void *element) {
     pool_state &state = state_of(pool);
     node n = 0;
     if (!is_at(pool, element, place::shared, &n))
@@ -223,19 +226,31 @@ void hbs_list_unlink(hbs_pool pool, void *element) {
 
 namespace {
 
-void *element_or_end(hbs_pool pool, node n) {
-    return n == SHARED_HEAD ? nullptr : base() + node_offset(pool, n);
+// The element that a link word of the image leads to; null for the head, and for the 0 of an element that is
+// on no list.
+const void *linked(const uint8_t *start, hbs_pool pool, uint32_t link) {
+    const hbs_pool_layout &layout = hbs_layout_of(pool);
+    return link - layout.first < layout.size * layout.capacity ? start + link : nullptr;
+}
+
+uint32_t link_at(const void *place) {
+    uint32_t link = 0;
+    memcpy(&link, place, sizeof link);
+    return link;
 }
 
 } // namespace
 
-void *hbs_list_first(hbs_pool pool) {
-    return hbs_segment() == nullptr ? nullptr : element_or_end(pool, state_of(pool).next[SHARED_HEAD]);
+const void *hbs_list_first(hbs_pool pool) {
+    const uint8_t *start = base();
+    return start == nullptr ? nullptr : linked(start, pool, link_at(start + hbs_layout_of(pool).head));
 }
 
-void *hbs_list_next(hbs_pool pool, const void *element) {
-    node n = 0;
-    return is_at(pool, element, place::shared, &n) ? element_or_end(pool, state_of(pool).next[n]) : nullptr;
+// The image's own links, which nobody else can write, are the quickest way along a list.
+const void *hbs_list_next(hbs_pool pool, const void *element) {
+    const uint8_t *start = base();
+    const uintptr_t offset = reinterpret_cast<uintptr_t>(element) - reinterpret_cast<uintptr_t>(start);
+    return start != nullptr && offset < sizeof(hbs_db) ? linked(start, pool, link_at(element)) : nullptr;
 }
 
 bool hbs_list_holds(hbs_pool pool, const void *element) {

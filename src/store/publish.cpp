@@ -16,7 +16,7 @@ bool publish(hbs_client *client, bool with_entries) {
     {
         const hbs_shm_hold hold;
         published = hbs_slot_publish(client);
-        if (hbs_slot *slot = published ? nullptr : hbs_shm_reclaim(&remains); slot != nullptr) {
+        if (const hbs_slot *slot = published ? nullptr : hbs_shm_reclaim(&remains); slot != nullptr) {
             hbs_slot_give_to(slot, client);
             published = true;
         }
@@ -66,7 +66,7 @@ void hbs_shm_mark_hotspot() {
     static hbs_hotspot_names names; // 4 KB, too much for a small thread stack; callers hold hbs_list_mutex
     hbs_hotspot_read(&names);
     const hbs_shm_hold hold;
-    for (hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot))
+    for (const hbs_slot *slot = hbs_slot_first(); slot != nullptr; slot = hbs_slot_after(slot))
         if (hbs_hotspot_has(&names, slot->record.ifname))
-            slot->record.hotspot = 1;
+            hbs_slot_edit(slot)->record.hotspot = 1;
 }

@@ -24,12 +24,12 @@ uint32_t hbs_rule_count() {
 
 namespace {
 
-hbs_rule_entry *first_rule() {
-    return static_cast<hbs_rule_entry *>(hbs_list_first(hbs_pool::rule));
+const hbs_rule_entry *first_rule() {
+    return static_cast<const hbs_rule_entry *>(hbs_list_first(hbs_pool::rule));
 }
 
-hbs_rule_entry *rule_after(const hbs_rule_entry *entry) {
-    return static_cast<hbs_rule_entry *>(hbs_list_next(hbs_pool::rule, entry));
+const hbs_rule_entry *rule_after(const hbs_rule_entry *entry) {
+    return static_cast<const hbs_rule_entry *>(hbs_list_next(hbs_pool::rule, entry));
 }
 
 bool is_of_device(const hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6]) {
@@ -40,15 +40,15 @@ bool is_rule(const hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], co
     return is_of_device(entry, type, mac) && std::equal(p, p + 3, entry->p);
 }
 
-hbs_rule_entry *find_rule(uint8_t type, const uint8_t mac[6], const uint32_t p[7]) {
-    hbs_rule_entry *entry = first_rule();
+const hbs_rule_entry *find_rule(uint8_t type, const uint8_t mac[6], const uint32_t p[7]) {
+    const hbs_rule_entry *entry = first_rule();
     while (entry != nullptr && !is_rule(entry, type, mac, p))
         entry = rule_after(entry);
     return entry;
 }
 
-hbs_rule_entry *find_instance(uint32_t instance) {
-    hbs_rule_entry *entry = first_rule();
+const hbs_rule_entry *find_instance(uint32_t instance) {
+    const hbs_rule_entry *entry = first_rule();
     while (entry != nullptr && entry->key[1] != instance)
         entry = rule_after(entry);
     return entry;
@@ -82,7 +82,7 @@ void hbs_file_update_rule_idx(uint8_t type, const uint8_t mac[6], const uint32_t
     }
     uint32_t instance = rule_count + 1;
     fill_entry(entry, type, mac, p, instance);
-    hbs_rule_entry *old = find_instance(instance);
+    const hbs_rule_entry *old = find_instance(instance);
     hbs_list_link(hbs_pool::rule, entry, old);
     // The replaced element is not given back: it stays out of use until the next flush, which is kept.
     if (old != nullptr)
@@ -94,9 +94,9 @@ void hbs_file_update_rule_idx(uint8_t type, const uint8_t mac[6], const uint32_t
 namespace {
 
 void lower_instances_above(uint32_t instance) {
-    for (hbs_rule_entry *entry = first_rule(); entry != nullptr; entry = rule_after(entry))
+    for (const hbs_rule_entry *entry = first_rule(); entry != nullptr; entry = rule_after(entry))
         if (entry->key[1] > instance)
-            entry->key[1]--;
+            static_cast<hbs_rule_entry *>(hbs_pool_edit(hbs_pool::rule, entry))->key[1]--;
 }
 
 } // namespace
@@ -105,8 +105,8 @@ void hbs_file_remove_rule_idx(uint8_t type, const uint8_t mac[6], uint32_t p1, u
     const hbs_shm_hold hold;
     const uint32_t p[3] = {p1, p2, p3};
     uint32_t last_freed = 0;
-    hbs_rule_entry *after = nullptr;
-    for (hbs_rule_entry *entry = first_rule(); entry != nullptr; entry = after) {
+    const hbs_rule_entry *after = nullptr;
+    for (const hbs_rule_entry *entry = first_rule(); entry != nullptr; entry = after) {
         after = rule_after(entry);
         if (!is_rule(entry, type, mac, p))
             continue;
@@ -129,7 +129,7 @@ namespace {
 void put_rule(hbs_rule_entry *entry, uint8_t type, const uint8_t mac[6], const uint32_t p[7],
               uint32_t instance) {
     fill_entry(entry, type, mac, p, instance);
-    hbs_rule_entry *old = find_instance(instance);
+    const hbs_rule_entry *old = find_instance(instance);
     hbs_list_link(hbs_pool::rule, entry, old);
     if (old == nullptr) {
         rule_count++;
@@ -145,7 +145,7 @@ void hbs_file_update_rule_tr69_tod(uint8_t type, const uint8_t mac[6], const uin
                                    uint32_t instance) {
     const hbs_shm_hold hold;
     uint32_t position = 1;
-    hbs_rule_entry *found = first_rule();
+    const hbs_rule_entry *found = first_rule();
     while (found != nullptr && !(is_of_device(found, type, mac) && found->key[1] == instance)) {
         found = rule_after(found);
         position++;
@@ -170,7 +170,7 @@ void hbs_file_update_rule_tr69_idx(uint8_t type, const uint8_t mac[6], const uin
                                    uint32_t instance) {
     const hbs_shm_hold hold;
     uint32_t position = 1;
-    hbs_rule_entry *found = first_rule();
+    const hbs_rule_entry *found = first_rule();
     while (found != nullptr && !(is_rule(found, type, mac, p) && found->key[1] == instance)) {
         found = rule_after(found);
         position++;

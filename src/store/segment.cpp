@@ -2,11 +2,13 @@
 #include "store/segment.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
 #include <semaphore.h>
 #include <sys/stat.h>
 
@@ -17,7 +19,17 @@
 
 namespace {
 
+constexpr uint32_t PIECE = 256; // bytes, as one is copied
+constexpr uint32_t PIECES = (sizeof(hbs_db) + PIECE - 1) / PIECE;
+constexpr uint32_t SHARES = 32; // of all pieces: one is compared at each hold of a storm
+constexpr uint32_t SHARE = (PIECES + SHARES - 1) / SHARES;
+constexpr uint32_t MARKS = 64; // pieces in a word of marks
+
 hbs_db image;
+uint64_t edited[(PIECES + MARKS - 1) / MARKS]; // a bit for each piece
+uint32_t next_share;                           // from 0, of SHARES
+int whole_left;                                // comparisons of all of it that may be made now
+int64_t counted_ms;                            // coarse monotonic, as far as they are counted
 uint8_t *shared;
 uint32_t segment_size;
 sem_t *semaphore = SEM_FAILED;
@@ -25,8 +37,14 @@ int admitted = 1; // holders at a time, as the last start left the semaphore
 
 } // namespace
 
-hbs_db *hbs_segment() {
+const hbs_db *hbs_segment() {
     return shared == nullptr ? nullptr : &image;
+}
+
+void *hbs_segment_edit(uint32_t offset, uint32_t size) {
+    for (uint32_t piece = offset / PIECE; piece * PIECE < offset + size; piece++)
+        edited[piece / MARKS] |= uint64_t{1} << (piece % MARKS);
+    return reinterpret_cast<uint8_t *>(&image) + offset;
 }
 
 hbs_db *hbs_segment_shared() {
@@ -44,15 +62,41 @@ void hbs_segment_attach(void *base, uint32_t size) {
 
 namespace {
 
-// All that differs, whoever made it differ; the reserved word in front is not the daemon's.
-void publish_image() {
-    constexpr uint32_t piece = 256; // bytes
+// Makes a run of pieces like the image. The reserved word in front is not the daemon's.
+void publish_pieces(uint32_t first, uint32_t count) {
     const uint8_t *own = reinterpret_cast<const uint8_t *>(&image);
-    for (uint32_t at = offsetof(hbs_db, clients); at < segment_size; at += piece) {
-        const size_t size = std::min(piece, segment_size - at);
-        if (memcmp(shared + at, own + at, size) != 0)
-            memcpy(shared + at, own + at, size);
+    const uint32_t from = std::max(first * PIECE, uint32_t{offsetof(hbs_db, clients)});
+    const uint32_t to = std::min((first + count) * PIECE, segment_size);
+    if (shared != nullptr && from < to && memcmp(shared + from, own + from, to - from) != 0)
+        memcpy(shared + from, own + from, to - from);
+}
+
+void publish_edited() {
+    for (uint32_t word = 0; word < std::size(edited); word++)
+        for (; edited[word] != 0; edited[word] &= edited[word] - 1)
+            publish_pieces(word * MARKS + static_cast<uint32_t>(std::countr_zero(edited[word])), 1);
+}
+
+// Whether this hold may compare all of the segment.
+bool is_whole_due() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const int64_t gained = (int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000 - counted_ms) / HBS_WHOLE_MS;
+    counted_ms += gained * HBS_WHOLE_MS;
+    whole_left = static_cast<int>(std::min(whole_left + gained, int64_t{HBS_WHOLE_BURST}));
+    return whole_left > 0 && whole_left-- > 0;
+}
+
+void publish_shares(uint32_t count) {
+    for (; count > 0; count--) {
+        publish_pieces(next_share * SHARE, SHARE);
+        next_share = (next_share + 1) % SHARES;
     }
+}
+
+void publish_image() {
+    publish_edited();
+    publish_shares(is_whole_due() ? SHARES : 1);
 }
 
 } // namespace
@@ -66,8 +110,13 @@ void hbs_sem_init() {
         HBS_LOG(HBS_ERROR, "HBS semaphore open error");
 }
 
+void hbs_segment_repair() {
+    const hbs_shm_hold hold;
+    publish_shares(SHARES);
+}
+
 void hbs_sem_admit() {
-    publish_image();
+    publish_shares(SHARES);
     int free = 0;
     if (semaphore == SEM_FAILED || sem_getvalue(semaphore, &free) != 0)
         return;

@@ -10,7 +10,18 @@
 // The daemon's own image of the segment, or null without one. All work is done on the image; the post that
 // ends a hold makes the segment like it, and with that undoes whatever another process wrote there. Nothing
 // is ever read back from the segment.
-hbs_db *hbs_segment();
+const hbs_db *hbs_segment();
+
+// The only way to write to the image: `size` bytes from `offset` on, within the segment's size. The post
+// copies what was asked for here. What nobody asked for, and so can differ by another process's hand alone,
+// is compared too: all of it at each hold, as long as there are not more than HBS_WHOLE_BURST of them at once
+// and one every HBS_WHOLE_MS then; a storm's other holds compare a thirty-second each, in turn.
+constexpr int HBS_WHOLE_BURST = 128;
+constexpr int HBS_WHOLE_MS = 10;
+void *hbs_segment_edit(uint32_t offset, uint32_t size);
+
+// Compares all of it, within a hold of its own. For a timer, so that damage does not outlive the last event.
+void hbs_segment_repair();
 
 // What the readers see. Only its first hbs_segment_size() bytes are there.
 hbs_db *hbs_segment_shared();

@@ -9,8 +9,8 @@ namespace {
 
 hbs_client *owners[HBS_MAX_CLIENTS];
 
-hbs_slot *as_slot(void *element) {
-    return static_cast<hbs_slot *>(element);
+const hbs_slot *as_slot(const void *element) {
+    return static_cast<const hbs_slot *>(element);
 }
 
 // Where the note of a slot's owner is kept; null for what is no slot.
@@ -20,26 +20,30 @@ hbs_client **note_of(const hbs_slot *slot) {
 }
 
 // Everything behind the two link words, which each copy has its own of.
-void write_slot(hbs_slot *slot, const hbs_client *client) {
+void write_slot(const hbs_slot *slot, const hbs_client *client) {
     constexpr size_t links = offsetof(hbs_client, dbpos);
-    memcpy(reinterpret_cast<uint8_t *>(&slot->record) + links,
+    memcpy(reinterpret_cast<uint8_t *>(hbs_slot_edit(slot)) + links,
            reinterpret_cast<const uint8_t *>(client) + links, sizeof slot->record - links);
 }
 
 } // namespace
 
-hbs_slot *hbs_slot_first() {
+hbs_slot *hbs_slot_edit(const hbs_slot *slot) {
+    return static_cast<hbs_slot *>(hbs_pool_edit(hbs_pool::clients, slot));
+}
+
+const hbs_slot *hbs_slot_first() {
     return as_slot(hbs_list_first(hbs_pool::clients));
 }
 
-hbs_slot *hbs_slot_after(const hbs_slot *slot) {
+const hbs_slot *hbs_slot_after(const hbs_slot *slot) {
     return as_slot(hbs_list_next(hbs_pool::clients, slot));
 }
 
-hbs_slot *hbs_slot_of(const hbs_client *client) {
+const hbs_slot *hbs_slot_of(const hbs_client *client) {
     if (client == nullptr)
         return nullptr;
-    hbs_slot *slot = as_slot(hbs_pool_element(hbs_pool::clients, client->dbpos));
+    const hbs_slot *slot = as_slot(hbs_pool_element(hbs_pool::clients, client->dbpos));
     return hbs_list_holds(hbs_pool::clients, slot) && hbs_slot_owner(slot) == client ? slot : nullptr;
 }
 
@@ -66,7 +70,7 @@ bool hbs_reference_is_published(uint32_t dbpos) {
 }
 
 bool hbs_slot_refresh(const hbs_client *client) {
-    hbs_slot *own = hbs_slot_of(client);
+    const hbs_slot *own = hbs_slot_of(client);
     if (own == nullptr)
         return false;
     write_slot(own, client);
@@ -76,25 +80,25 @@ bool hbs_slot_refresh(const hbs_client *client) {
 bool hbs_slot_publish(hbs_client *client) {
     if (hbs_slot_refresh(client))
         return true;
-    hbs_slot *slot = as_slot(hbs_pool_take(hbs_pool::clients));
+    const hbs_slot *slot = as_slot(hbs_pool_take(hbs_pool::clients));
     if (slot == nullptr)
         return false;
     hbs_slot_give_to(slot, client);
     return true;
 }
 
-void hbs_slot_give_to(hbs_slot *slot, hbs_client *client) {
+void hbs_slot_give_to(const hbs_slot *slot, hbs_client *client) {
     client->dbpos = hbs_pool_offset(slot);
     write_slot(slot, client);
     hbs_slot_set_owner(slot, client);
     hbs_list_link(hbs_pool::clients, slot, nullptr);
 }
 
-void hbs_slot_unlink(hbs_slot *slot) {
+void hbs_slot_unlink(const hbs_slot *slot) {
     hbs_list_unlink(hbs_pool::clients, slot);
 }
 
-void hbs_slot_give_back(hbs_slot *slot) {
+void hbs_slot_give_back(const hbs_slot *slot) {
     hbs_slot_set_owner(slot, nullptr);
     hbs_pool_give(hbs_pool::clients, slot);
 }

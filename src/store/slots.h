@@ -14,12 +14,15 @@ struct hbs_slot {
 static_assert(sizeof(hbs_slot) == sizeof(hbs_client), "a slot is an element of the client pool");
 
 // Walk the client list in order; null at the end.
-hbs_slot *hbs_slot_first();
-hbs_slot *hbs_slot_after(const hbs_slot *slot);
+const hbs_slot *hbs_slot_first();
+const hbs_slot *hbs_slot_after(const hbs_slot *slot);
 
 // The slot of a working copy: the one at its dbpos, while that is on the list and noted as the copy's own.
 // Null when there is none, so a stale dbpos never reaches a slot that another client has got since.
-hbs_slot *hbs_slot_of(const hbs_client *client);
+const hbs_slot *hbs_slot_of(const hbs_client *client);
+
+// A slot to be written to, within the hold that it was asked for in.
+hbs_slot *hbs_slot_edit(const hbs_slot *slot);
 
 // The working copy that a slot was published from, or null. The note is kept in process memory; giving the
 // slot back forgets it. owner null = none; slot null = nothing.
@@ -42,13 +45,13 @@ bool hbs_slot_publish(hbs_client *client);
 bool hbs_slot_refresh(const hbs_client *client);
 
 // Makes a slot that is on no list a client's own, as the last of the client list.
-void hbs_slot_give_to(hbs_slot *slot, hbs_client *client);
+void hbs_slot_give_to(const hbs_slot *slot, hbs_client *client);
 
 // Takes a slot off the list; its note stays until it is given back or to another.
-void hbs_slot_unlink(hbs_slot *slot);
+void hbs_slot_unlink(const hbs_slot *slot);
 
 // Returns a slot that is on no list to the pool.
-void hbs_slot_give_back(hbs_slot *slot);
+void hbs_slot_give_back(const hbs_slot *slot);
 
 // Returns every slot to the pool.
 void hbs_slots_clear();

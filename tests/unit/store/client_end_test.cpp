@@ -162,7 +162,7 @@ TEST_F(Reclaim, GivesAZeroedSlotOnNoListThatIsNobodys) {
     const uint32_t dbpos = nomac->dbpos;
     const hbs_shm_hold hold;
     hbs_client_remains remains{};
-    hbs_slot *slot = hbs_shm_reclaim(&remains);
+    const hbs_slot *slot = hbs_shm_reclaim(&remains);
     ASSERT_NE(nullptr, slot);
     ASSERT_EQ(slot_at(dbpos), &slot->record);
     EXPECT_EQ(std::string(sizeof *slot, '\0'),

@@ -148,7 +148,7 @@ TEST_F(Index, Remove_AfterANetworkChange_LeavesNoBitNoEntryNoReference) {
 TEST_F(Index, Remove_OfASlotWhoseOwnerIsUnknown_FreesItsEntries) {
     hbs_client *client = full_client(0);
     hostbase_update_ip_indicies(client);
-    hbs_slot *slot = hbs_slot_of(client);
+    const hbs_slot *slot = hbs_slot_of(client);
     hbs_slot_set_owner(slot, nullptr);
     hbs_file_remove_if_idx(slot);
     expect_empty();

@@ -13,7 +13,7 @@ class InstanceIndex : public StoreTest {
   protected:
     // Loses the only entry of a list behind the index's back: its instance stays in use.
     static void lose_first(hbs_pool pool) {
-        void *entry = hbs_list_first(pool);
+        const void *entry = hbs_list_first(pool);
         hbs_list_unlink(pool, entry);
         hbs_pool_give(pool, entry);
     }

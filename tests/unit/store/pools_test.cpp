@@ -21,7 +21,7 @@ class Pools : public StoreTest {
   protected:
     std::vector<uint32_t> listed(hbs_pool pool) {
         std::vector<uint32_t> offsets;
-        for (void *at = hbs_list_first(pool); at != nullptr; at = hbs_list_next(pool, at))
+        for (const void *at = hbs_list_first(pool); at != nullptr; at = hbs_list_next(pool, at))
             offsets.push_back(hbs_pool_offset(at));
         return offsets;
     }
@@ -51,12 +51,14 @@ TEST_F(Pools, TakeGivesEveryElementInOrderThenNone) {
 }
 
 TEST_F(Pools, TakeZeroesTheWholeElementAndNothingElse) {
-    memset(hbs_segment()->client_pool, 0xFF, sizeof hbs_segment()->client_pool);
+    constexpr uint32_t at = offsetof(hbs_db, client_pool);
+    constexpr uint32_t size = sizeof hbs_db::client_pool;
+    memset(hbs_segment_edit(at, size), 0xFF, size);
     auto *slot = static_cast<uint8_t *>(hbs_pool_take(hbs_pool::clients));
     for (size_t i = 0; i < sizeof(hbs_client); i++)
         ASSERT_EQ(0, slot[i]) << "byte " << i;
     EXPECT_EQ(0xFF, slot[sizeof(hbs_client)]) << "the next element";
-    memset(hbs_segment()->client_pool, 0, sizeof hbs_segment()->client_pool);
+    memset(hbs_segment_edit(at, size), 0, size);
 }
 
 TEST_F(Pools, GivenElementIsTakenAgainAfterAllOthers) {
@@ -172,7 +174,7 @@ TEST_F(Pools, UnlinkPutsZeroInBothLinks) {
 }
 
 TEST_F(Pools, FreeElementsCannotBeLinkedAndUnlistedNotUnlinked) {
-    void *free_one = hbs_pool_element(hbs_pool::primary, 219316);
+    const void *free_one = hbs_pool_element(hbs_pool::primary, 219316);
     hbs_list_link(hbs_pool::primary, free_one, nullptr);
     EXPECT_EQ(nullptr, hbs_list_first(hbs_pool::primary));
     hbs_list_unlink(hbs_pool::primary, free_one);
@@ -199,8 +201,9 @@ TEST_F(Pools, ScribbledLinksLeadNowhere) {
     hbs_pri_entry *c = take();
     for (hbs_pri_entry *element : {a, b, c})
         hbs_list_link(hbs_pool::primary, element, nullptr);
-    a->next = a->prev = b->next = b->prev = 0xFFFFFFF0u;
-    hbs_segment()->pri_index = {0x12345679u, 3};
+    { const hbs_shm_hold published; }
+    memset(hbs_segment_shared()->pri_pool, 0xF0, sizeof hbs_db::pri_pool);
+    hbs_segment_shared()->pri_index = {0x12345679u, 3};
     EXPECT_EQ((std::vector<uint32_t>{hbs_pool_offset(a), hbs_pool_offset(b), hbs_pool_offset(c)}),
               listed(hbs_pool::primary));
     hbs_list_unlink(hbs_pool::primary, a);

@@ -12,9 +12,9 @@ int posts;
 int clients_without_entry; // seen at any post
 
 bool has_entry(hbs_pool index, uint32_t dbpos) {
-    for (void *at = hbs_list_first(index); at != nullptr; at = hbs_list_next(index, at)) {
-        const bool is_of = index == hbs_pool::ip ? static_cast<hbs_ip_entry *>(at)->dbpos == dbpos
-                                                 : static_cast<hbs_if_entry *>(at)->dbpos == dbpos;
+    for (const void *at = hbs_list_first(index); at != nullptr; at = hbs_list_next(index, at)) {
+        const bool is_of = index == hbs_pool::ip ? static_cast<const hbs_ip_entry *>(at)->dbpos == dbpos
+                                                 : static_cast<const hbs_if_entry *>(at)->dbpos == dbpos;
         if (is_of)
             return true;
     }
@@ -24,7 +24,7 @@ bool has_entry(hbs_pool index, uint32_t dbpos) {
 // At the moment of a post the database is what the next reader will find.
 void look() {
     ++posts;
-    for (void *at = hbs_list_first(hbs_pool::clients); at != nullptr;
+    for (const void *at = hbs_list_first(hbs_pool::clients); at != nullptr;
          at = hbs_list_next(hbs_pool::clients, at)) {
         const auto *slot = static_cast<const hbs_client *>(at);
         const bool has_address = !hbs_ipv4_is_zero(slot->ipv4);

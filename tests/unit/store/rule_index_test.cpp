@@ -56,10 +56,10 @@ class RuleIndex : public StoreTest {
     }
 
     hbs_rule_entry *entry(int number) {
-        void *at = hbs_list_first(hbs_pool::rule);
+        const void *at = hbs_list_first(hbs_pool::rule);
         for (int i = 0; i < number; i++)
             at = hbs_list_next(hbs_pool::rule, at);
-        return static_cast<hbs_rule_entry *>(at);
+        return static_cast<hbs_rule_entry *>(hbs_pool_edit(hbs_pool::rule, at));
     }
 };
 

@@ -23,7 +23,7 @@ TEST_F(Slots, SlotOfAWorkingCopyIsItsOwnOnly) {
 
 TEST_F(Slots, SlotOffTheListIsNobodysReference) {
     hbs_client *client = publish(make());
-    hbs_slot *slot = hbs_slot_of(client);
+    const hbs_slot *slot = hbs_slot_of(client);
     EXPECT_EQ(client->dbpos, hbs_slot_reference(slot));
     EXPECT_TRUE(hbs_reference_is_published(client->dbpos));
     hbs_slot_unlink(slot);
@@ -36,7 +36,7 @@ TEST_F(Slots, SlotOffTheListIsNobodysReference) {
 
 TEST_F(Slots, AfterTheSlotWasGivenBack_TheOwnerIsForgotten) {
     hbs_client *a = publish(make());
-    hbs_slot *slot = hbs_slot_of(a);
+    const hbs_slot *slot = hbs_slot_of(a);
     EXPECT_EQ(a, hbs_slot_owner(slot));
     unpublish(a);
     EXPECT_EQ(nullptr, hbs_slot_of(a));

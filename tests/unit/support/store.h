@@ -63,15 +63,15 @@ class StoreTest : public GatewayTest {
 
     // Takes the slot back; the client keeps its dbpos.
     void unpublish(hbs_client *client) {
-        hbs_slot *slot = hbs_slot_of(client);
+        const hbs_slot *slot = hbs_slot_of(client);
         hbs_slot_unlink(slot);
         hbs_slot_give_back(slot);
     }
 
     template <typename Entry> std::vector<Entry> entries(hbs_pool pool) {
         std::vector<Entry> found;
-        for (void *at = hbs_list_first(pool); at != nullptr; at = hbs_list_next(pool, at))
-            found.push_back(*static_cast<Entry *>(at));
+        for (const void *at = hbs_list_first(pool); at != nullptr; at = hbs_list_next(pool, at))
+            found.push_back(*static_cast<const Entry *>(at));
         return found;
     }
 
