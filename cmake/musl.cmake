@@ -7,3 +7,8 @@ set(CMAKE_CXX_COMPILER g++)
 # The big library's headers name fcntl by another name where offsets have 64 bits; here they always have.
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-static -Wl,--defsym=fcntl64=fcntl")
 set(HBS_FORTIFY OFF CACHE BOOL "")
+# What optimises the whole program reads its archives by the compiler's own tools.
+set(CMAKE_C_COMPILER_AR gcc-ar)
+set(CMAKE_C_COMPILER_RANLIB gcc-ranlib)
+set(CMAKE_CXX_COMPILER_AR gcc-ar)
+set(CMAKE_CXX_COMPILER_RANLIB gcc-ranlib)

@@ -175,6 +175,22 @@ void common_line_add(common_line *line, const char *format, ...) {
     add_bytes(line, part, whole < sizeof part ? whole : sizeof part - 1);
 }
 
+void common_line_add_text(common_line *line, const char *text) {
+    add_bytes(line, text, strlen(text));
+}
+
+void common_line_add_number(common_line *line, int64_t number) {
+    char text[20]; // of 64 bits and a sign
+    size_t at = sizeof text;
+    uint64_t left = number < 0 ? 0 - static_cast<uint64_t>(number) : static_cast<uint64_t>(number);
+    do
+        text[--at] = static_cast<char>('0' + left % 10);
+    while ((left /= 10) != 0);
+    if (number < 0)
+        text[--at] = '-';
+    add_bytes(line, text + at, sizeof text - at);
+}
+
 void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes) {
     size_t i = 0;
     while (i < length) {

@@ -40,6 +40,10 @@ struct common_line {
 // Adds formatted text as it is. Only for texts without control characters: the platform's own.
 void common_line_add(common_line *line, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
+// The same without a format: a text, a number in decimal.
+void common_line_add_text(common_line *line, const char *text);
+void common_line_add_number(common_line *line, int64_t number);
+
 // Adds text from elsewhere in printable ASCII: \n \t \r \\ \" and \xNN for any other byte outside 0x20-0x7e.
 // `quotes` says whether a double quote is escaped too.
 enum class common_quotes { plain, escaped };

@@ -1,6 +1,5 @@
 // Router database: a copy of the LAN networks as the platform knows them, made by each RNDDB_Read.
 #include <arpa/inet.h>
-#include <cstdio>
 #include <cstring>
 #include <pthread.h>
 
@@ -140,10 +139,18 @@ int RNDDB_GetAddress(const rnddb_params *entry, int which, char *buffer, uint32_
         return result;
     if (entry == nullptr || buffer == nullptr || which != 1 || is_zero(entry->ipv4))
         return -1;
-    char text[INET_ADDRSTRLEN + 12];
-    (void)snprintf(text, sizeof text, "%u.%u.%u.%u/%u", entry->ipv4[0], entry->ipv4[1], entry->ipv4[2],
-                   entry->ipv4[3], entry->prefix_length);
-    return common_copy_whole(buffer, size, text) ? 0 : -1;
+    common_line text;
+    for (int i = 0; i < 4; i++) {
+        common_line_add_text(&text, i > 0 ? "." : "");
+        common_line_add_number(&text, entry->ipv4[i]);
+    }
+    common_line_add_text(&text, "/");
+    common_line_add_number(&text, entry->prefix_length);
+    if (text.length >= size)
+        return -1;
+    memcpy(buffer, text.text, text.length);
+    buffer[text.length] = '\0';
+    return 0;
 }
 
 int RNDDB_GetSubnetForAddress(const rnddb_params *entry, int family, const uint8_t *address,

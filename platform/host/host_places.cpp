@@ -25,6 +25,9 @@ struct watched_place {
     const char *default_path;
     bool contents; // a change of what is in the file counts too
     char path[PATH_MAX];
+    char **environment; // where the variable stood when it was looked for last
+    size_t at;
+    const char *entry;
     int folder_wd; // -1 = the kernel does not tell
     int file_wd;   // -1 = none
     bool changed;
@@ -32,18 +35,28 @@ struct watched_place {
 };
 
 watched_place table[places] = {
-    {"HBS_HOST_CONF", "/var/lib/hbs-host/gateway.conf", true, "", -1, -1, true, 0},
-    {"HBS_HOST_LOG", "/var/lib/hbs-host/log", false, "", -1, -1, true, 0},
-    {"HBS_HOST_JOURNAL", "/var/lib/hbs-host/journal", false, "", -1, -1, true, 0},
+    {"HBS_HOST_CONF", "/var/lib/hbs-host/gateway.conf", true, "", nullptr, 0, nullptr, -1, -1, true, 0},
+    {"HBS_HOST_LOG", "/var/lib/hbs-host/log", false, "", nullptr, 0, nullptr, -1, -1, true, 0},
+    {"HBS_HOST_JOURNAL", "/var/lib/hbs-host/journal", false, "", nullptr, 0, nullptr, -1, -1, true, 0},
 };
 
 pthread_mutex_t places_mutex = PTHREAD_MUTEX_INITIALIZER;
 int queue = -1;
 bool queue_failed; // the kernel has none to give: every answer is "maybe"
 
-const char *path_of(const watched_place *place) {
-    const char *path = getenv(place->variable);
-    return path != nullptr && *path != '\0' ? path : place->default_path;
+// Setting a variable anew gives it another entry, and nobody looks through all of them for each line of the
+// log.
+bool environment_is_as_seen(const watched_place *place) {
+    return place->environment == environ && environ[place->at] == place->entry;
+}
+
+const char *look_for(watched_place *place) {
+    const size_t length = strlen(place->variable);
+    place->environment = environ;
+    for (place->at = 0; (place->entry = environ[place->at]) != nullptr; place->at++)
+        if (strncmp(place->entry, place->variable, length) == 0 && place->entry[length] == '=')
+            return place->entry + length + 1;
+    return "";
 }
 
 const char *name_of(const char *path) {
@@ -127,7 +140,10 @@ void take_events() {
 
 // The environment may name another file from now on.
 void follow_environment(watched_place *place) {
-    const char *path = path_of(place);
+    if (environment_is_as_seen(place))
+        return;
+    const char *named = look_for(place);
+    const char *path = *named != '\0' ? named : place->default_path;
     if (strcmp(path, place->path) == 0)
         return;
     (void)snprintf(place->path, sizeof place->path, "%s", path);
@@ -138,7 +154,7 @@ void follow_environment(watched_place *place) {
 } // namespace
 
 const char *host_place_path(host_place place) {
-    return path_of(&table[static_cast<int>(place)]);
+    return table[static_cast<int>(place)].path;
 }
 
 // A place that changed is watched anew before the caller looks at it, so nothing happens unseen in between.

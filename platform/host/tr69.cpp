@@ -9,28 +9,37 @@
 
 namespace {
 
+void add_name(common_line *line, const char *name) {
+    common_line_add_text(line, " ");
+    common_line_add_text(line, name);
+    common_line_add_text(line, "=");
+}
+
 // A text that does not end inside its field is marked, so that nobody takes it for a good one.
 void add_text(common_line *line, const uint8_t *payload, const common_tr69_field &field) {
     char text[65];
     memcpy(text, payload + common_tr69_body_at + field.at, field.size);
     size_t length = strnlen(text, field.size);
-    common_line_add(line, " %s=%s\"", field.name, length == field.size ? "unterminated:" : "");
+    add_name(line, field.name);
+    common_line_add_text(line, length == field.size ? "unterminated:\"" : "\"");
     common_line_add_escaped(line, text, length, common_quotes::escaped);
-    common_line_add(line, "\"");
+    common_line_add_text(line, "\"");
 }
 
 // The two numbers of the body are in native order and not aligned.
 void add_number(common_line *line, const char *name, const uint8_t *payload, size_t at) {
     int32_t number = 0;
     memcpy(&number, payload + common_tr69_body_at + at, sizeof number);
-    common_line_add(line, " %s=%d", name, number);
+    add_name(line, name);
+    common_line_add_number(line, number);
 }
 
 void add_reserved(common_line *line, const char *name, const uint8_t *start, size_t size) {
     bool zero = true;
     for (size_t i = 0; i < size; i++)
         zero = zero && start[i] == 0;
-    common_line_add(line, " %s=%s", name, zero ? "zero" : "set");
+    add_name(line, name);
+    common_line_add_text(line, zero ? "zero" : "set");
 }
 
 } // namespace
@@ -42,16 +51,19 @@ int quarn_tr69SendEvent(const uint8_t payload[TR69_EVENT_SIZE]) {
     if (payload == nullptr)
         return -1;
     common_line line;
-    common_line_add(&line, "tr69 event %u", payload[common_tr69_code_at]);
+    common_line_add_text(&line, "tr69 event ");
+    common_line_add_number(&line, payload[common_tr69_code_at]);
     add_text(&line, payload, common_tr69_mac);
     add_number(&line, "number", payload, 20);
     add_number(&line, "adapter", payload, 24);
     for (const common_tr69_field &field : common_tr69_addresses)
         add_text(&line, payload, field);
-    common_line_add(&line, " flag=%u", payload[common_tr69_flag_at]);
+    add_name(&line, "flag");
+    common_line_add_number(&line, payload[common_tr69_flag_at]);
     for (const common_tr69_field &field : common_tr69_identity)
         add_text(&line, payload, field);
-    common_line_add(&line, " format=%u", payload[common_tr69_format_at]);
+    add_name(&line, "format");
+    common_line_add_number(&line, payload[common_tr69_format_at]);
     add_reserved(&line, "head", payload, common_tr69_format_at);
     add_reserved(&line, "tail", payload + common_tr69_tail_at, TR69_EVENT_SIZE - common_tr69_tail_at);
     host_journal_write(&line);

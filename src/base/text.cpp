@@ -7,17 +7,38 @@
 #include <cstring>
 #include <sys/socket.h>
 
+void hbs_bytes_to_hex(const uint8_t *bytes, size_t count, char separator, const char digits[16], char *out) {
+    for (size_t i = 0; i < count; i++) {
+        *out++ = digits[bytes[i] >> 4];
+        *out++ = digits[bytes[i] & 15];
+        *out++ = i + 1 < count ? separator : '\0';
+    }
+}
+
+char *hbs_number_to_text(int number, char *out) {
+    char digits[10];
+    size_t count = 0;
+    unsigned left = number < 0 ? 0 - static_cast<unsigned>(number) : static_cast<unsigned>(number);
+    do
+        digits[count++] = static_cast<char>('0' + left % 10);
+    while ((left /= 10) != 0);
+    if (number < 0)
+        *out++ = '-';
+    while (count > 0)
+        *out++ = digits[--count];
+    *out = '\0';
+    return out;
+}
+
 hbs_mac_text hbs_mac_to_text(const uint8_t mac[6]) {
-    hbs_mac_text out{};
-    (void)snprintf(out.text, sizeof out.text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
-                   mac[4], mac[5]);
+    hbs_mac_text out;
+    hbs_bytes_to_hex(mac, 6, ':', HBS_HEX_DIGITS, out.text);
     return out;
 }
 
 hbs_mac_text hbs_mac_to_text_upper(const uint8_t mac[6]) {
-    hbs_mac_text out{};
-    (void)snprintf(out.text, sizeof out.text, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3],
-                   mac[4], mac[5]);
+    hbs_mac_text out;
+    hbs_bytes_to_hex(mac, 6, ':', HBS_HEX_DIGITS_UPPER, out.text);
     return out;
 }
 
@@ -59,8 +80,12 @@ bool hbs_ipv6_is_zero(const uint8_t ipv6[16]) {
 }
 
 hbs_addr_text hbs_ipv4_to_text(const uint8_t ipv4[4]) {
-    hbs_addr_text out{};
-    (void)snprintf(out.text, sizeof out.text, "%d.%d.%d.%d", ipv4[0], ipv4[1], ipv4[2], ipv4[3]);
+    hbs_addr_text out;
+    char *at = hbs_number_to_text(ipv4[0], out.text);
+    for (int i = 1; i < 4; i++) {
+        *at++ = '.';
+        at = hbs_number_to_text(ipv4[i], at);
+    }
     return out;
 }
 

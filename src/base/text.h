@@ -12,6 +12,16 @@ struct hbs_addr_text {
     char text[46];
 };
 
+inline constexpr char HBS_HEX_DIGITS[] = "0123456789abcdef";
+inline constexpr char HBS_HEX_DIGITS_UPPER[] = "0123456789ABCDEF";
+
+// Bytes as pairs of hex digits with a separator between them: 3 * count characters into `out`, the last one
+// NUL.
+void hbs_bytes_to_hex(const uint8_t *bytes, size_t count, char separator, const char digits[16], char *out);
+
+// A number in decimal with its NUL, at most 12 characters. Returns the place of the NUL.
+char *hbs_number_to_text(int number, char *out);
+
 hbs_mac_text hbs_mac_to_text(const uint8_t mac[6]);       // "%02x:..." logs and files
 hbs_mac_text hbs_mac_to_text_upper(const uint8_t mac[6]); // "%02X:..." towards Wi-Fi and TR-069
 

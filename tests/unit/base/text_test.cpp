@@ -1,5 +1,6 @@
 // Text forms of MAC and IP addresses, and copies into fixed fields.
 #include <array>
+#include <climits>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <ostream>
@@ -48,6 +49,24 @@ INSTANTIATE_TEST_SUITE_P(
                     MacCase{"02-aa-00-0f-b0-11", 1, {0x02, 0, 0, 0, 0, 0}},
                     MacCase{"02:xx:00:00:00:00", 1, {0x02, 0, 0, 0, 0, 0}}, MacCase{"garbage", 0, {}},
                     MacCase{"", 0, {}}, MacCase{nullptr, 0, {}}));
+
+TEST(NumberText, IsThatOfPrintf) {
+    for (int number : {0, 7, -1, 10, 255, -2, 1000000000, INT_MAX, INT_MIN}) {
+        char text[12];
+        const char *end = hbs_number_to_text(number, text);
+        EXPECT_EQ(std::to_string(number), text);
+        EXPECT_EQ(text + strlen(text), end);
+    }
+}
+
+TEST(BytesText, HasASeparatorBetweenThePairs) {
+    const uint8_t bytes[3] = {0x0a, 0xff, 0x10};
+    char text[9];
+    hbs_bytes_to_hex(bytes, 3, ' ', HBS_HEX_DIGITS, text);
+    EXPECT_STREQ("0a ff 10", text);
+    hbs_bytes_to_hex(bytes, 1, ':', HBS_HEX_DIGITS_UPPER, text);
+    EXPECT_STREQ("0A", text);
+}
 
 TEST(MacNumber, HasByteZeroMostSignificant) {
     EXPECT_EQ(0x02aa000fb011u, hbs_mac_to_number(MAC));
