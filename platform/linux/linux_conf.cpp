@@ -53,8 +53,11 @@ bool read_truth(const char *value, bool *truth) {
 }
 
 bool read_number(const char *value, linux_number *number) {
-    number->given = common_text_to_u32(value, &number->value);
-    return number->given;
+    linux_number fresh = {true, 0};
+    const bool understood = common_text_to_u32(value, &fresh.value);
+    if (understood)
+        *number = fresh;
+    return understood;
 }
 
 bool read_level(const char *value, uint32_t *level) {
@@ -86,8 +89,10 @@ bool read_pool(const char *value, linux_pool *pool) {
 }
 
 bool read_log(const char *value, bool *syslog) {
-    *syslog = strcmp(value, "syslog") == 0;
-    return *syslog || strcmp(value, "stderr") == 0;
+    const bool to_syslog = strcmp(value, "syslog") == 0;
+    if (to_syslog || strcmp(value, "stderr") == 0)
+        *syslog = to_syslog;
+    return to_syslog || strcmp(value, "stderr") == 0;
 }
 
 // The number behind a prefix of a key, from 1 to `highest`, and what follows it (at most a dot and a word).
@@ -106,6 +111,8 @@ bool take_numbered(const char *key, const char *value, linux_conf *conf) {
     const char *rest = "";
     if (numbered(key, "port.", EXTSWT_PORTS, &number, &rest) && *rest == '\0')
         return common_copy_whole(conf->port[number - 1], IFNAMSIZ, value);
+    if (numbered(key, "ssid.", LINUX_SSIDS, &number, &rest) && *rest == '\0')
+        return common_copy_whole(conf->ssid[number - 1], IFNAMSIZ, value);
     if (!numbered(key, "network.", RNDDB_MAX_ENTRIES, &number, &rest))
         return false;
     if (*rest == '\0')

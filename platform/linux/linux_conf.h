@@ -10,6 +10,7 @@
 
 constexpr const char *LINUX_CONF_FILE = "/etc/gw_hostbase/linux.conf";
 
+constexpr unsigned LINUX_SSIDS = 16;
 constexpr size_t LINUX_NAMES = 32;
 constexpr size_t LINUX_PATH = 108; // as much as a Unix socket's address holds
 
@@ -34,6 +35,7 @@ struct linux_conf {
     linux_pool pool[RNDDB_MAX_ENTRIES];
     linux_number lease_time[RNDDB_MAX_ENTRIES]; // seconds
     char port[EXTSWT_PORTS][IFNAMSIZ];          // the device of port N at N - 1, empty = by name
+    char ssid[LINUX_SSIDS][IFNAMSIZ];           // the device of Wi-Fi network N at N - 1, empty = by name
     linux_names wan;
     linux_names ignore; // bridges that are no LAN
     linux_names wifi;   // ports that are Wi-Fi although they have no phy

@@ -33,12 +33,16 @@ constexpr size_t reply_size = 4096;
 struct access_point {
     char name[IFNAMSIZ]; // empty = free
     unsigned ssid;
-    int fd; // -1 = not attached
+    int fd;              // -1 = not attached
+    unsigned attachment; // how many there were
     int ticks;
     int missing; // ticks without its socket
     bool complained;
     bool list_now; // a station joined: what it is like is asked before the daemon is told
 };
+
+constexpr const char *own_directory = HBS_RUNTIME_DIR "/tmp";
+constexpr const char *own_prefix = "hostapd-";
 
 access_point points[LINUX_SSIDS];
 
@@ -50,9 +54,23 @@ bool fill_address(sockaddr_un *address, const char *directory, const char *befor
     return length > 0 && static_cast<size_t>(length) < sizeof address->sun_path;
 }
 
-// Where answers come to.
-bool own_address(sockaddr_un *address, const char *name) {
-    return fill_address(address, HBS_RUNTIME_DIR "/tmp", "hostapd-", name);
+// Where answers come to: a path for each attachment, so that an answer that comes late, to a question of an
+// earlier one, is taken for none of this one's.
+bool own_address(sockaddr_un *address, const access_point *point) {
+    char before[48];
+    (void)snprintf(before, sizeof before, "%s%d-%u-", own_prefix, getpid(), point->attachment);
+    return fill_address(address, own_directory, before, point->name);
+}
+
+// What an earlier process left behind.
+void remove_old_addresses() {
+    DIR *folder = opendir(own_directory);
+    if (folder == nullptr)
+        return;
+    while (const dirent *entry = readdir(folder))
+        if (strncmp(entry->d_name, own_prefix, strlen(own_prefix)) == 0)
+            (void)unlinkat(dirfd(folder), entry->d_name, 0);
+    (void)closedir(folder);
 }
 
 void detach(access_point *point) {
@@ -61,7 +79,7 @@ void detach(access_point *point) {
         return;
     (void)close(point->fd);
     point->fd = -1;
-    if (own_address(&own, point->name))
+    if (own_address(&own, point))
         (void)unlink(own.sun_path);
 }
 
@@ -132,12 +150,12 @@ bool attach(access_point *point) {
     sockaddr_un own;
     sockaddr_un theirs;
     char reply[reply_size];
-    if (!own_address(&own, point->name) || !fill_address(&theirs, linux_settings()->hostapd, "", point->name))
+    point->attachment++;
+    if (!own_address(&own, point) || !fill_address(&theirs, linux_settings()->hostapd, "", point->name))
         return false;
     point->fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
     if (point->fd < 0)
         return false;
-    (void)unlink(own.sun_path);
     if (bind(point->fd, reinterpret_cast<sockaddr *>(&own), sizeof own) != 0 ||
         connect(point->fd, reinterpret_cast<sockaddr *>(&theirs), sizeof theirs) != 0) {
         detach(point);
@@ -165,9 +183,11 @@ void list_stations(access_point *point) {
             break;
         if (!linux_hostapd_station(reply, &station)) {
             complain(point, "lists what is no station");
+            detach(point);
             return;
         }
-        linux_wifi_here(point->ssid, &station, false, true);
+        if (linux_hostapd_authorized(reply))
+            linux_wifi_here(point->ssid, &station, false, true);
         (void)snprintf(command, sizeof command, "STA-NEXT %.17s", reply);
     }
     linux_wifi_list_end(point->ssid, tell_at_ms());
@@ -217,6 +237,15 @@ bool is_socket(const char *name) {
            stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode);
 }
 
+void begin(access_point *point, const char *name) {
+    const unsigned attachments = point->attachment;
+    *point = {};
+    point->attachment = attachments;
+    (void)common_copy_whole(point->name, sizeof point->name, name);
+    point->fd = -1;
+    point->ssid = linux_wifi_number(name);
+}
+
 // In the order of their names, so that the numbers are the same at each start.
 void find_points() {
     dirent **entries = nullptr;
@@ -224,11 +253,8 @@ void find_points() {
     for (int i = 0; i < count; i++) {
         const char *name = entries[i]->d_name;
         access_point *point = is_socket(name) ? point_named(name) : nullptr;
-        if (point == nullptr && is_socket(name) && (point = point_named("")) != nullptr) {
-            (void)common_copy_whole(point->name, sizeof point->name, name);
-            point->fd = -1;
-            point->ssid = linux_wifi_number(name, 0);
-        }
+        if (point == nullptr && is_socket(name) && (point = point_named("")) != nullptr)
+            begin(point, name);
         if (point != nullptr)
             point->missing = 0;
         free(entries[i]);
@@ -238,11 +264,14 @@ void find_points() {
 
 // An access point that has been taken away has no stations any more.
 void forget_missing(access_point *point) {
-    if (point->missing++ != gone_after)
+    if (point->missing++ < gone_after)
         return;
+    linux_log(9, "hostapd of %s: gone", point->name);
     detach(point);
     linux_wifi_list_begin(point->ssid);
     linux_wifi_list_end(point->ssid, tell_at_ms());
+    linux_wifi_free(point->ssid);
+    point->name[0] = '\0';
 }
 
 bool tell(int direction, const uint8_t mac[6], unsigned ssid, int fd) {
@@ -335,6 +364,10 @@ void *run(void *) {
 void linux_hostapd_start() {
     if (linux_settings()->hostapd[0] == '\0')
         return;
+    remove_old_addresses();
+    for (unsigned ssid = 1; ssid <= LINUX_SSIDS; ssid++)
+        if (const char *device = linux_settings()->ssid[ssid - 1]; device[0] != '\0')
+            linux_wifi_reserve(ssid, device);
     for (access_point &point : points)
         point.fd = -1;
     sigset_t all;

@@ -12,6 +12,9 @@ void linux_hostapd_start();
 // Returns whether there is a MAC; what is not named or no number is 0.
 bool linux_hostapd_station(const char *reply, linux_station *station);
 
+// Whether the station of such a reply has logged in; also where hostapd does not say.
+bool linux_hostapd_authorized(const char *reply);
+
 // The value of a line "name=value" or "name: value" into `value`, empty when there is none or it does not
 // fit.
 void linux_hostapd_value(const char *reply, const char *name, char *value, size_t size);

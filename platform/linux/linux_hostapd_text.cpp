@@ -50,3 +50,9 @@ bool linux_hostapd_station(const char *reply, linux_station *station) {
     station->figure[LINUX_INACTIVE_TIME] = number_of(reply, "inactive_msec");
     return true;
 }
+
+bool linux_hostapd_authorized(const char *reply) {
+    char flags[512];
+    linux_hostapd_value(reply, "flags", flags, sizeof flags);
+    return flags[0] == '\0' || strstr(flags, "[AUTHORIZED]") != nullptr;
+}

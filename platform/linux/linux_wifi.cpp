@@ -9,6 +9,8 @@ namespace {
 
 struct network {
     char device[IFNAMSIZ]; // empty = no such number
+    bool used;             // there is such an access point now
+    bool reserved;         // the settings gave the number
     char authentication[WLAN_TEXT_SIZE];
     char wps_result[WLAN_TEXT_SIZE];
     bool cancel;
@@ -44,6 +46,13 @@ uint32_t bit_of(unsigned ssid) {
 network *network_of(unsigned ssid) {
     const bool there = ssid >= 1 && ssid <= LINUX_SSIDS && networks[ssid - 1].device[0] != '\0';
     return there ? &networks[ssid - 1] : nullptr;
+}
+
+network *network_named(const char *device) {
+    for (network &each : networks)
+        if (strcmp(each.device, device) == 0)
+            return &each;
+    return nullptr;
 }
 
 place *find(const uint8_t mac[6]) {
@@ -143,20 +152,35 @@ void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps
     (void)common_copy_whole(found->wps_result, WLAN_TEXT_SIZE, wps_result);
 }
 
-unsigned linux_wifi_number(const char *device, unsigned fixed) {
+void linux_wifi_reserve(unsigned ssid, const char *device) {
     const hold held;
-    unsigned number = 0;
-    for (unsigned ssid = 1; ssid <= LINUX_SSIDS && number == 0; ssid++)
-        if (strcmp(networks[ssid - 1].device, device) == 0)
-            number = ssid;
-    if (number == 0 && fixed >= 1 && fixed <= LINUX_SSIDS && networks[fixed - 1].device[0] == '\0')
-        number = fixed;
-    for (unsigned ssid = 1; ssid <= LINUX_SSIDS && number == 0; ssid++)
-        if (networks[ssid - 1].device[0] == '\0')
-            number = ssid;
-    if (number != 0)
-        (void)common_copy_whole(networks[number - 1].device, IFNAMSIZ, device);
-    return number;
+    if (ssid < 1 || ssid > LINUX_SSIDS)
+        return;
+    (void)common_copy_whole(networks[ssid - 1].device, IFNAMSIZ, device);
+    networks[ssid - 1].reserved = true;
+}
+
+unsigned linux_wifi_number(const char *device) {
+    const hold held;
+    network *found = network_named(device);
+    if (found == nullptr)
+        found = network_named("");
+    for (network &each : networks)
+        if (found == nullptr && !each.used && !each.reserved)
+            found = &each;
+    if (found == nullptr)
+        return 0;
+    if (strcmp(found->device, device) != 0)
+        *found = {};
+    found->used = true;
+    (void)common_copy_whole(found->device, IFNAMSIZ, device);
+    return static_cast<unsigned>(found - networks) + 1;
+}
+
+void linux_wifi_free(unsigned ssid) {
+    const hold held;
+    if (network *found = network_of(ssid); found != nullptr)
+        found->used = false;
 }
 
 int linux_wifi_next_news(int64_t now_ms, uint8_t mac[6], unsigned *ssid) {

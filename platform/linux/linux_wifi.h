@@ -8,7 +8,8 @@
 
 #include <wlan.h>
 
-constexpr unsigned LINUX_SSIDS = 16;
+#include "linux_conf.h"
+
 constexpr size_t LINUX_STATIONS = 128;
 
 // Link figures of a station, in the order in which the driver would list them.
@@ -40,9 +41,13 @@ void linux_wifi_list_end(unsigned ssid, int64_t tell_at_ms);
 
 void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps_result);
 
-// Number of a device's network, given at the first call; 0 when there are too many. fixed: by the settings,
-// or 0.
-unsigned linux_wifi_number(const char *device, unsigned fixed);
+// Keeps a number for a device, as the settings have it. Before any other is given.
+void linux_wifi_reserve(unsigned ssid, const char *device);
+
+// Number of a device's network. It is the device's own until linux_wifi_free, and after that as long as there
+// are others to give; 0 when there are too many.
+unsigned linux_wifi_number(const char *device);
+void linux_wifi_free(unsigned ssid);
 
 // What the daemon has to be told next. Returns 1 for "joined ssid", -1 for "left ssid", 0 for nothing. It is
 // told of a station's move by the new network alone.

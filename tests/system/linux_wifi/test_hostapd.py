@@ -139,3 +139,43 @@ def test_an_access_point_that_makes_no_sense(router, kind):
     wait_for("the daemon goes on", lambda: online(router.clients()) == {mac_of(17)})
     odd.kill()
     odd.wait()
+
+
+# Its first answer of a list comes when it is asked for anything else, to where the question came from.
+LATE = """
+import socket, os
+os.makedirs("/run/hostapd", exist_ok=True)
+server = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+server.bind("/run/hostapd/late0")
+print("bound", flush=True)
+station = b"02:aa:00:00:00:11\\nflags=[AUTHORIZED]\\n"
+held = None
+while True:
+    said, sender = server.recvfrom(4096)
+    print(said.decode(), flush=True)
+    if said == b"STA-FIRST" and held is None:
+        held = sender
+        continue
+    if held:
+        try:
+            server.sendto(station, held)
+        except OSError:
+            pass
+        held = ""
+    server.sendto(b"OK" if said == b"ATTACH" else station if said == b"STA-FIRST" else b"FAIL", sender)
+"""
+
+
+def test_an_answer_that_comes_late_is_none_of_a_later_question(router):
+    router.settings("log.level = debug", "wifi = p-a", "ssid.7 = late0")
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.ip("link add late0 type veth peer name late1",\n'
+               '          "link set late0 master lan0 up")')
+    with open(router.path("/root/late"), "wb") as output:
+        late = router.start_python(LATE, stdout=output)
+    wait_for("it is there", lambda: "bound" in router.read("/root/late"))
+    router.start_daemon()
+    wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
+    assert router.log().count("hostapd of late0: attached, network 7") == 2
+    assert "refuses" not in router.log()
+    late.kill()
+    late.wait()

@@ -84,6 +84,19 @@ TEST(LinuxSettings, WhatMakesSenseIsUsedAndTheRestIsNamed) {
                                    "10 network.8.pool", "11 presence", "12 no equals"));
 }
 
+TEST(LinuxSettings, ABadValueLeavesAGoodOne) {
+    const parsed result = parse("log.to = syslog\nlog.to = paper\nwifi.settle = 7\nwifi.settle = x\n"
+                                "network.1.lease_time = 600\nnetwork.1.lease_time = soon\nssid.3 = wlan7\n"
+                                "ssid.17 = wlan8\n");
+    EXPECT_EQ(4u, result.complaints.count);
+    EXPECT_TRUE(result.conf.syslog);
+    EXPECT_TRUE(result.conf.wifi_settle.given);
+    EXPECT_EQ(7u, result.conf.wifi_settle.value);
+    EXPECT_TRUE(result.conf.lease_time[0].given);
+    EXPECT_EQ(600u, result.conf.lease_time[0].value);
+    EXPECT_STREQ("wlan7", result.conf.ssid[2]);
+}
+
 TEST(LinuxSettings, ALineThatIsTooLongIsPassedOver) {
     const parsed result = parse("wan = " + std::string(5000, 'x') + "\nport.1 = eth1\n");
     EXPECT_EQ(1u, result.complaints.count);

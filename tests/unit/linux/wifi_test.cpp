@@ -20,8 +20,8 @@ linux_station station_of(uint8_t number) {
 }
 
 struct LinuxWifi : testing::Test {
-    unsigned first = linux_wifi_number("wlan0", 0);
-    unsigned second = linux_wifi_number("wlan1", 0);
+    unsigned first = linux_wifi_number("wlan0");
+    unsigned second = linux_wifi_number("wlan1");
     linux_station a = station_of(1);
     int64_t now_ms = 1000;
 
@@ -146,16 +146,31 @@ TEST_F(LinuxWifi, MoreStationsThanPlacesAreLeftOut) {
 TEST_F(LinuxWifi, NumbersOfDevices) {
     EXPECT_EQ(1u, first);
     EXPECT_EQ(2u, second);
-    EXPECT_EQ(1u, linux_wifi_number("wlan0", 0));
+    EXPECT_EQ(1u, linux_wifi_number("wlan0"));
     for (unsigned i = 2; i < LINUX_SSIDS; i++)
-        EXPECT_EQ(i + 1, linux_wifi_number(("more" + std::to_string(i)).c_str(), 0));
-    EXPECT_EQ(0u, linux_wifi_number("one-too-many", 0));
+        EXPECT_EQ(i + 1, linux_wifi_number(("more" + std::to_string(i)).c_str()));
+    EXPECT_EQ(0u, linux_wifi_number("one-too-many"));
     uint32_t count = 0;
     EXPECT_FALSE(linux_wifi_count(0, &count));
     EXPECT_FALSE(linux_wifi_count(17, &count));
     linux_wifi_here(0, &a, true, false);
     linux_wifi_gone(99, a.mac, now_ms);
     EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, NumbersOfAccessPointsThatHaveGoneAreGivenAgain) {
+    linux_wifi_reserve(5, "guests");
+    for (unsigned i = 3; i <= LINUX_SSIDS; i++)
+        if (i != 5)
+            EXPECT_EQ(i, linux_wifi_number(("more" + std::to_string(i)).c_str()));
+    EXPECT_EQ(0u, linux_wifi_number("new")) << "the settings keep one for another device";
+    EXPECT_EQ(5u, linux_wifi_number("guests"));
+    linux_wifi_free(5);
+    linux_wifi_free(second);
+    EXPECT_EQ(second, linux_wifi_number("wlan1")) << "its own, when it comes back";
+    linux_wifi_free(second);
+    EXPECT_EQ(second, linux_wifi_number("new"));
+    EXPECT_EQ(0u, linux_wifi_number("wlan1"));
 }
 
 TEST_F(LinuxWifi, TextsAndSessions) {
@@ -175,16 +190,23 @@ TEST_F(LinuxWifi, TextsAndSessions) {
 
 TEST(LinuxHostapd, AStationsReply) {
     linux_station station;
-    ASSERT_TRUE(linux_hostapd_station("02:00:00:00:00:07\nflags=[AUTH]\nrx_rate_info=60 mcs 1\n"
-                                      "tx_rate_info=4333 vhtmcs 9 vhtnss 1 shortGI\n"
-                                      "signal=-43\nconnected_time=12\ninactive_msec=256\n",
-                                      &station));
+    ASSERT_TRUE(
+        linux_hostapd_station("02:00:00:00:00:07\nflags=[AUTH][ASSOC][AUTHORIZED]\nrx_rate_info=60 mcs 1\n"
+                              "tx_rate_info=4333 vhtmcs 9 vhtnss 1 shortGI\n"
+                              "signal=-43\nconnected_time=12\ninactive_msec=256\n",
+                              &station));
     EXPECT_EQ(7, station.mac[5]);
     EXPECT_EQ(static_cast<uint32_t>(-43), station.figure[LINUX_SIGNAL]);
     EXPECT_EQ(4333u, station.figure[LINUX_TRANSMIT_RATE]);
     EXPECT_EQ(60u, station.figure[LINUX_RECEIVE_RATE]);
     EXPECT_EQ(12u, station.figure[LINUX_CONNECTED_TIME]);
     EXPECT_EQ(256u, station.figure[LINUX_INACTIVE_TIME]);
+}
+
+TEST(LinuxHostapd, WhoHasNotLoggedInIsNotThere) {
+    EXPECT_TRUE(linux_hostapd_authorized("02:00:00:00:00:07\nflags=[AUTH][ASSOC][AUTHORIZED][WMM]\n"));
+    EXPECT_FALSE(linux_hostapd_authorized("02:00:00:00:00:07\nflags=[AUTH][ASSOC]\n"));
+    EXPECT_TRUE(linux_hostapd_authorized("02:00:00:00:00:07\nsignal=-43\n")) << "it does not say";
 }
 
 TEST(LinuxHostapd, Garbage) {
