@@ -28,11 +28,12 @@ struct common_router_table {
     common_router_entry entry[RNDDB_MAX_ENTRIES];
 };
 
-// Supplied by the platform: fills an empty table. Returns 0 when it is usable, else an error number.
-int common_router_read(common_router_table *table);
+// Supplied by the platform: makes a fresh table what the daemon's calls see, where another thread does not
+// keep it so already. Returns 0 when it is usable, else an error number.
+int common_router_refresh();
 
 // Makes a table what the daemon's calls see from now on. Any thread.
 void common_router_replace(const common_router_table *table);
 
-// What they see now. Returns whether there is one.
-bool common_router_current(common_router_table *table);
+// Whether they see one.
+bool common_router_is_usable();

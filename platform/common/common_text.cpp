@@ -1,6 +1,7 @@
 // Parsing of the texts in the file of values, and growing lines of text for log and journal.
 #include "common_text.h"
 
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -130,6 +131,25 @@ bool common_text_to_mac(const char *text, uint8_t mac[6]) {
         bytes[i] = static_cast<uint8_t>(high * 16 + low);
     }
     memcpy(mac, bytes, sizeof bytes);
+    return true;
+}
+
+void common_mac_to_text(const uint8_t mac[6], char text[18]) {
+    (void)snprintf(text, 18, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+}
+
+bool common_text_to_pool(const char *text, uint8_t first[4], uint8_t last[4]) {
+    char word[2][INET_ADDRSTRLEN];
+    char extra[1];
+    uint8_t address[2][4];
+    for (int i = 0; i < 2; i++)
+        if (common_next_word(&text, word[i], sizeof word[i]) != 1 ||
+            inet_pton(AF_INET, word[i], address[i]) != 1)
+            return false;
+    if (common_next_word(&text, extra, sizeof extra) != 0)
+        return false;
+    memcpy(first, address[0], sizeof address[0]);
+    memcpy(last, address[1], sizeof address[1]);
     return true;
 }
 

@@ -15,6 +15,12 @@ bool common_text_to_byte(const char *text, uint8_t *number);
 // when it is none. A null text is none.
 bool common_text_to_mac(const char *text, uint8_t mac[6]);
 
+// As log lines and drivers have it: upper case.
+void common_mac_to_text(const uint8_t mac[6], char text[18]);
+
+// Reads a whole text as two IPv4 addresses. Nothing is touched when it is not that.
+bool common_text_to_pool(const char *text, uint8_t first[4], uint8_t last[4]);
+
 // Copies the next blank-separated word of *rest and moves *rest behind it.
 // Returns 1 for a word, 0 at the end, -1 when the word does not fit (word untouched).
 int common_next_word(const char **rest, char *word, size_t size);

@@ -101,22 +101,16 @@ void common_router_replace(const common_router_table *table) {
     (void)pthread_mutex_unlock(&database_mutex);
 }
 
-bool common_router_current(common_router_table *table) {
+bool common_router_is_usable() {
     (void)pthread_mutex_lock(&database_mutex);
-    *table = database;
+    const bool usable = database.usable;
     (void)pthread_mutex_unlock(&database_mutex);
-    return table->usable;
+    return usable;
 }
 
 int RNDDB_Read(int, int) {
-    common_router_table fresh = {};
     int result = 0;
-    if (common_call_fails("RNDDB_Read", &result))
-        return result;
-    result = common_router_read(&fresh);
-    if (result == 0)
-        common_router_replace(&fresh);
-    return result;
+    return common_call_fails("RNDDB_Read", &result) ? result : common_router_refresh();
 }
 
 int RNDDB_Get1stHandleParams(rnddb_handle *handle, rnddb_params *params) {

@@ -1,7 +1,6 @@
 // External switch: ports and learned addresses from the file of values, which a thread of the switch's own
 // looks at for link changes.
 #include <atomic>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <pthread.h>
@@ -9,6 +8,7 @@
 
 #include <extswt.h>
 
+#include "common_thread.h"
 #include "host_values.h"
 
 namespace {
@@ -47,27 +47,12 @@ void *watch_links(void *) {
     return nullptr;
 }
 
-// Signals stay with the threads of the program.
-int start_watcher() {
-    sigset_t all;
-    sigset_t before;
-    pthread_t thread;
-    (void)sigfillset(&all);
-    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-    int error = pthread_create(&thread, nullptr, watch_links, nullptr);
-    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (error != 0)
-        return -1;
-    (void)pthread_detach(thread);
-    return 0;
-}
-
 int watch_from_now_on() {
     int result = 0;
     (void)pthread_mutex_lock(&watch_mutex);
     if (!watching) {
         read_states(states);
-        result = start_watcher();
+        result = common_thread_start(watch_links) ? 0 : -1;
         watching = result == 0;
     }
     (void)pthread_mutex_unlock(&watch_mutex);

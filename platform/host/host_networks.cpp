@@ -38,16 +38,7 @@ bool read_ipv6(const char *text, rnddb_params *params) {
 }
 
 bool read_pool(const char *text, rnddb_params *params) {
-    if (text == nullptr)
-        return true;
-    char first[INET_ADDRSTRLEN];
-    char last[INET_ADDRSTRLEN];
-    char extra[1];
-    return common_next_word(&text, first, sizeof first) == 1 &&
-           common_next_word(&text, last, sizeof last) == 1 &&
-           common_next_word(&text, extra, sizeof extra) == 0 &&
-           inet_pton(AF_INET, first, params->pool_start) == 1 &&
-           inet_pton(AF_INET, last, params->pool_end) == 1;
+    return text == nullptr || common_text_to_pool(text, params->pool_start, params->pool_end);
 }
 
 bool read_numbers(unsigned number, common_router_entry *entry) {
@@ -74,10 +65,8 @@ bool read_entry(unsigned number, const char *ifname, common_router_entry *entry)
            read_ipv6(host_value_with("network.%u.ipv6", number), params) && read_numbers(number, entry);
 }
 
-} // namespace
-
 // ENOENT for a file with no network, EINVAL for one that cannot be understood.
-int common_router_read(common_router_table *table) {
+int read_table(common_router_table *table) {
     host_values_hold hold;
     for (unsigned number = 1; number <= RNDDB_MAX_ENTRIES; number++) {
         const char *ifname = host_value_with("network.%u.ifname", number);
@@ -89,4 +78,14 @@ int common_router_read(common_router_table *table) {
     }
     table->usable = table->count > 0;
     return table->usable ? 0 : ENOENT;
+}
+
+} // namespace
+
+int common_router_refresh() {
+    common_router_table fresh = {};
+    const int result = read_table(&fresh);
+    if (result == 0)
+        common_router_replace(&fresh);
+    return result;
 }

@@ -1,5 +1,4 @@
 // Wi-Fi manager: stations, WPS results and authentication modes from the file of values.
-#include <cstdio>
 #include <cstring>
 
 #include <wlan.h>
@@ -56,8 +55,7 @@ bool read_station(const char *line, wlan_assoc_device *device) {
     for (uint32_t &figure : device->figure)
         if (common_next_word(&line, word, sizeof word) != 1 || !common_text_to_u32(word, &figure))
             return false;
-    (void)snprintf(device->mac, sizeof device->mac, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
-                   mac[3], mac[4], mac[5]);
+    common_mac_to_text(mac, device->mac);
     return common_next_word(&line, word, sizeof word) == 0;
 }
 

@@ -1,7 +1,6 @@
 #include "linux_conf.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
 #include <fnmatch.h>
@@ -74,17 +73,8 @@ bool read_level(const char *value, uint32_t *level) {
 }
 
 bool read_pool(const char *value, linux_pool *pool) {
-    char first[INET_ADDRSTRLEN];
-    char last[INET_ADDRSTRLEN];
-    char extra[1];
-    linux_pool fresh = {true, {}, {}};
-    const bool understood = common_next_word(&value, first, sizeof first) == 1 &&
-                            common_next_word(&value, last, sizeof last) == 1 &&
-                            common_next_word(&value, extra, sizeof extra) == 0 &&
-                            inet_pton(AF_INET, first, fresh.first) == 1 &&
-                            inet_pton(AF_INET, last, fresh.last) == 1;
-    if (understood)
-        *pool = fresh;
+    const bool understood = common_text_to_pool(value, pool->first, pool->last);
+    pool->given = pool->given || understood;
     return understood;
 }
 

@@ -14,13 +14,7 @@ struct search {
     int bridge;
     bool found;
     linux_fdb_entry entry;
-    int64_t end; // of all bridges together
 };
-
-int patience_left(const search *asked) {
-    const int64_t left = asked->end - linux_now_ms();
-    return left > 0 ? static_cast<int>(left) : 0;
-}
 
 void visit(hbs_netlink_bytes message, void *context) {
     auto *asked = static_cast<search *>(context);
@@ -57,7 +51,7 @@ bool ask_one(search *asked) {
     memcpy(request.mac.mac, asked->mac, sizeof request.mac.mac);
     request.master.head = {RTA_LENGTH(sizeof request.master.number), NDA_MASTER};
     request.master.number = asked->bridge;
-    return linux_ask(&request.head, patience_left(asked), visit, asked);
+    return linux_ask_soon(&request.head, visit, asked);
 }
 
 // A request for one MAC names its VLAN; who does not know it looks at all entries.
@@ -73,7 +67,7 @@ bool ask_all(search *asked) {
     request.body.ifi_family = AF_BRIDGE;
     request.master.head = {RTA_LENGTH(sizeof request.master.number), IFLA_MASTER};
     request.master.number = asked->bridge;
-    return linux_ask(&request.head, patience_left(asked), visit, asked);
+    return linux_ask_soon(&request.head, visit, asked);
 }
 
 // A bridge that went meanwhile has no entries.
@@ -87,7 +81,7 @@ int linux_fdb_find(const uint8_t mac[6], linux_fdb_entry *found) {
     int bridge[LINUX_MOST_BRIDGES];
     bool vlan_aware[LINUX_MOST_BRIDGES];
     const int count = linux_watch_bridges(bridge, vlan_aware);
-    search asked = {mac, 0, false, {}, linux_now_ms() + LINUX_PATIENCE_MS};
+    search asked = {mac, 0, false, {}};
     bool failed = false;
     for (int i = 0; i < count && !failed; i++) {
         asked.bridge = bridge[i];

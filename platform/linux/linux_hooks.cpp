@@ -15,7 +15,7 @@ void common_note_effect(common_line *line) {
     linux_log(9, "%.*s", static_cast<int>(line->length), line->text);
 }
 
-// The watcher has put the table there and goes on doing so: it is read back.
-int common_router_read(common_router_table *table) {
-    return linux_watch_start() && common_router_current(table) ? 0 : EIO;
+// The watcher keeps the table as it is.
+int common_router_refresh() {
+    return linux_watch_start() && common_router_is_usable() ? 0 : EIO;
 }

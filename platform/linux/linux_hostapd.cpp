@@ -1,13 +1,11 @@
 #include "linux_hostapd.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -16,6 +14,7 @@
 #include <hbs_msg.h>
 
 #include "common_text.h"
+#include "common_thread.h"
 #include "linux_conf.h"
 #include "linux_log.h"
 #include "linux_netlink.h"
@@ -277,8 +276,7 @@ void forget_missing(access_point *point) {
 bool tell(int direction, const uint8_t mac[6], unsigned ssid, int fd) {
     hbs_msg_wifi_assoc message = {};
     message.code = direction > 0 ? HBS_EVENT_WIFI_ASSOC : HBS_EVENT_WIFI_DISASSOC;
-    (void)snprintf(message.mac_text, sizeof message.mac_text, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1],
-                   mac[2], mac[3], mac[4], mac[5]);
+    common_mac_to_text(mac, message.mac_text);
     message.ssid = ssid;
     sockaddr_un daemon = {};
     daemon.sun_family = AF_UNIX;
@@ -370,12 +368,5 @@ void linux_hostapd_start() {
             linux_wifi_reserve(ssid, device);
     for (access_point &point : points)
         point.fd = -1;
-    sigset_t all;
-    sigset_t before;
-    pthread_t thread;
-    (void)sigfillset(&all);
-    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-    if (pthread_create(&thread, nullptr, run, nullptr) == 0)
-        (void)pthread_detach(thread);
-    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    (void)common_thread_start(run);
 }

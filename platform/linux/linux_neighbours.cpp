@@ -27,7 +27,7 @@ bool linux_neighbour_answers(const uint8_t mac[6]) {
     request.head.nlmsg_type = RTM_GETNEIGH;
     request.head.nlmsg_flags = NLM_F_DUMP;
     search asked = {mac, false};
-    return !linux_ask(&request.head, LINUX_PATIENCE_MS, visit, &asked) || asked.found;
+    return !linux_ask_soon(&request.head, visit, &asked) || asked.found;
 }
 
 void linux_neighbour_use(unsigned device, int family, const uint8_t *address) {

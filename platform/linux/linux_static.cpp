@@ -7,13 +7,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
-#include <pthread.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <hbs_db.h>
 
+#include "common_thread.h"
 #include "linux_conf.h"
 #include "linux_log.h"
 
@@ -23,6 +23,7 @@ constexpr const char *directory = HBS_PERSISTENT_DIR "/dhcpd";
 constexpr const char *ending = ".static_leases";
 constexpr uint32_t changes = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 constexpr const char *server = "dnsmasq";
+constexpr const char *processes_of_unit = "/sys/fs/cgroup/system.slice/dnsmasq.service/cgroup.procs";
 constexpr mode_t readable = 0644; // dnsmasq is another user
 
 bool ends_with(const char *name, const char *end) {
@@ -88,18 +89,32 @@ bool write_hosts(const char *path) {
     return false;
 }
 
-// A process number may be another program's by now. What is hidden from this user is trusted: the number
-// stands in a file of root's.
+bool has_its_name(FILE *comm) {
+    char name[16] = "";
+    return fscanf(comm, "%15s", name) == 1 && strcmp(name, server) == 0;
+}
+
+bool is_listed(FILE *processes, pid_t pid) {
+    int listed = 0;
+    while (fscanf(processes, "%d", &listed) == 1)
+        if (listed == pid)
+            return true;
+    return false;
+}
+
+// A process number may be another program's by now. Where the processes of other users are hidden, the
+// service manager's list of its processes says so.
 bool is_server(pid_t pid) {
     char path[64];
-    char name[16] = "";
     (void)snprintf(path, sizeof path, "/proc/%d/comm", static_cast<int>(pid));
     FILE *file = fopen(path, "re");
-    if (file == nullptr)
-        return true;
-    const bool read = fscanf(file, "%15s", name) == 1;
-    (void)fclose(file);
-    return read && strcmp(name, server) == 0;
+    const bool visible = file != nullptr;
+    if (!visible)
+        file = fopen(processes_of_unit, "re");
+    const bool is = file != nullptr && (visible ? has_its_name(file) : is_listed(file, pid));
+    if (file != nullptr)
+        (void)fclose(file);
+    return is;
 }
 
 void have_it_read(const char *pid_file) {
@@ -109,16 +124,27 @@ void have_it_read(const char *pid_file) {
     int pid = 0;
     const bool read = fscanf(file, "%d", &pid) == 1;
     (void)fclose(file);
-    if (read && pid > 1 && is_server(pid) && kill(pid, SIGHUP) != 0 && errno != ESRCH)
+    if (!read || pid <= 1)
+        return;
+    if (!is_server(pid))
+        linux_log(3, "%s names process %d, which is not known to be dnsmasq", pid_file, pid);
+    else if (kill(pid, SIGHUP) != 0)
         linux_log(3, "dnsmasq (%d) cannot be told of static leases: %s", pid, strerror(errno));
 }
 
 void *follow(void *) {
     const linux_conf *conf = linux_settings();
+    const bool writes = conf->dhcp_hosts[0] != '\0';
+    if (writes)
+        (void)write_hosts(conf->dhcp_hosts);
+    have_it_read(conf->dhcp_pid); // and tell all its leases, which the daemon may not know
+    if (!writes)
+        return nullptr;
     const int queue = inotify_init1(IN_CLOEXEC);
     if (queue < 0 || inotify_add_watch(queue, directory, changes) < 0)
         linux_log(3, "changes of static leases are not heard of: %s", strerror(errno));
     alignas(inotify_event) char events[4096];
+    // What changed before the watch is seen at its first turn.
     do {
         if (write_hosts(conf->dhcp_hosts))
             have_it_read(conf->dhcp_pid);
@@ -129,14 +155,5 @@ void *follow(void *) {
 } // namespace
 
 void linux_static_start() {
-    if (linux_settings()->dhcp_hosts[0] == '\0')
-        return;
-    sigset_t all;
-    sigset_t before;
-    pthread_t thread;
-    (void)sigfillset(&all);
-    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-    if (pthread_create(&thread, nullptr, follow, nullptr) == 0)
-        (void)pthread_detach(thread);
-    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    (void)common_thread_start(follow);
 }

@@ -43,15 +43,20 @@ void take_kind(linux_link *link, hbs_netlink_bytes information) {
     link->vlan_aware = vlan.size > 0 && vlan.data[0] != 0;
 }
 
+bool has_room(linux_view *view, size_t count, size_t most) {
+    view->cut = view->cut || count == most;
+    return count < most;
+}
+
 void take_link(linux_view *view, hbs_netlink_bytes message) {
     ifinfomsg header;
     hbs_netlink_bytes rest = {};
-    if (view->links == LINUX_LINKS || !header_of(message, &header, &rest))
+    if (!header_of(message, &header, &rest))
         return;
     hbs_netlink_bytes attribute[IFLA_LINKINFO + 1] = {};
     hbs_netlink_attributes(rest, attribute, IFLA_LINKINFO);
     const hbs_netlink_bytes name = attribute[IFLA_IFNAME];
-    if (name.size < 2 || name.size > IFNAMSIZ)
+    if (name.size < 2 || name.size > IFNAMSIZ || !has_room(view, view->links, LINUX_LINKS))
         return;
     linux_link *link = &view->link[view->links++];
     *link = {};
@@ -66,7 +71,7 @@ void take_link(linux_view *view, hbs_netlink_bytes message) {
 void take_address(linux_view *view, hbs_netlink_bytes message) {
     ifaddrmsg header;
     hbs_netlink_bytes rest = {};
-    if (view->addresses == LINUX_ADDRESSES || !header_of(message, &header, &rest))
+    if (!header_of(message, &header, &rest))
         return;
     hbs_netlink_bytes attribute[IFA_LOCAL + 1] = {};
     hbs_netlink_attributes(rest, attribute, IFA_LOCAL);
@@ -75,7 +80,7 @@ void take_address(linux_view *view, hbs_netlink_bytes message) {
         ipv4 && attribute[IFA_LOCAL].data != nullptr ? attribute[IFA_LOCAL] : attribute[IFA_ADDRESS];
     const size_t size = ipv4 ? 4 : 16;
     if ((!ipv4 && header.ifa_family != AF_INET6) || bytes.size != size || header.ifa_prefixlen > size * 8 ||
-        header.ifa_scope >= RT_SCOPE_LINK)
+        header.ifa_scope >= RT_SCOPE_LINK || !has_room(view, view->addresses, LINUX_ADDRESSES))
         return;
     linux_address *address = &view->address[view->addresses++];
     *address = {};
@@ -89,7 +94,7 @@ void add_outward(linux_view *view, int index) {
     for (size_t i = 0; i < view->outward; i++)
         if (view->outward_link[i] == index)
             return;
-    if (index != 0 && view->outward < LINUX_OUTWARD)
+    if (index != 0 && has_room(view, view->outward, LINUX_OUTWARD))
         view->outward_link[view->outward++] = index;
 }
 
@@ -159,6 +164,7 @@ void linux_view_take(linux_view *view, hbs_netlink_bytes message) {
 
 bool linux_view_read(linux_view *view) {
     view->links = view->addresses = view->outward = 0;
+    view->cut = false;
     return read_kind(view, RTM_GETLINK, sizeof(ifinfomsg)) &&
            read_kind(view, RTM_GETADDR, sizeof(ifaddrmsg)) && read_kind(view, RTM_GETROUTE, sizeof(rtmsg));
 }

@@ -33,6 +33,7 @@ struct linux_address {
 };
 
 struct linux_view {
+    bool cut; // there was more than fits
     size_t links;
     linux_link link[LINUX_LINKS];
     size_t addresses; // without link-local ones of IPv6

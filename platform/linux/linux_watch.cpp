@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <pthread.h>
 #include <unistd.h>
@@ -10,7 +9,7 @@
 #include <hbs_db.h>
 
 #include "common_router.h"
-#include "common_text.h"
+#include "common_thread.h"
 #include "linux_lans.h"
 #include "linux_log.h"
 #include "linux_ports.h"
@@ -39,10 +38,10 @@ linux_view fresh;
 uint32_t reported[EXTSWT_PORTS];
 int socket_fd = -1;
 
-// A device that lost its carrier, if only for a moment that the next look at the tables does not show.
+// Ports that lost their carrier or left their bridge, if only for a moment that the next look at the tables
+// does not show.
 struct dips {
-    size_t count;
-    int index[EXTSWT_PORTS];
+    bool port[EXTSWT_PORTS]; // port N at N - 1
 };
 
 bool read_fresh() {
@@ -56,8 +55,18 @@ bool read_fresh() {
     return false;
 }
 
+void complain_of_cut() {
+    static bool said;
+    if (fresh.cut && !said)
+        linux_log(3,
+                  "there are more than %zu links, %zu addresses or %zu default routes: the rest is left out",
+                  LINUX_LINKS, LINUX_ADDRESSES, LINUX_OUTWARD);
+    said = said || fresh.cut;
+}
+
 void publish() {
     const linux_conf *conf = linux_settings();
+    complain_of_cut();
     (void)pthread_mutex_lock(&lock);
     view = fresh;
     const bool save = linux_lan_numbers_give(&view, conf, &numbers);
@@ -72,35 +81,39 @@ void publish() {
                   numbers_file);
 }
 
-// The states after the dips, then as they are: who was down in between is told so.
-void report(const dips *dipped) {
+// The states after the dips, then as they are: who was down in between is told so. Returns whether there is
+// somebody to be told.
+bool report(const dips *dipped) {
+    const extswt_link_cb callback = link_callback.load();
+    if (callback == nullptr)
+        return false;
     uint32_t now[EXTSWT_PORTS];
     uint32_t low[EXTSWT_PORTS];
     (void)pthread_mutex_lock(&lock);
     linux_ports_states(&ports, now);
-    memcpy(low, now, sizeof low);
-    for (size_t i = 0; i < dipped->count; i++)
-        if (const unsigned port = linux_port_of(&ports, dipped->index[i]); port != 0)
-            low[port - 1] = 0;
     (void)pthread_mutex_unlock(&lock);
-    const extswt_link_cb callback = link_callback.load();
-    if (callback != nullptr && memcmp(low, now, sizeof low) != 0)
+    for (size_t i = 0; i < EXTSWT_PORTS; i++)
+        low[i] = dipped->port[i] ? 0 : now[i];
+    if (memcmp(low, now, sizeof low) != 0)
         callback(low);
-    if (callback != nullptr && (memcmp(now, reported, sizeof now) != 0 || memcmp(low, now, sizeof low) != 0))
+    if (memcmp(now, reported, sizeof now) != 0 || memcmp(low, now, sizeof low) != 0)
         callback(now);
     memcpy(reported, now, sizeof reported);
+    return true;
 }
 
 void note_dip(hbs_netlink_bytes message, void *context) {
-    auto *dipped = static_cast<dips *>(context);
     nlmsghdr head;
     ifinfomsg link;
-    if (message.size < NLMSG_HDRLEN + sizeof link || dipped->count == EXTSWT_PORTS)
+    if (message.size < NLMSG_HDRLEN + sizeof link)
         return;
     memcpy(&head, message.data, sizeof head);
     memcpy(&link, message.data + NLMSG_HDRLEN, sizeof link);
-    if (head.nlmsg_type == RTM_NEWLINK && (link.ifi_flags & LINUX_LOWER_UP) == 0)
-        dipped->index[dipped->count++] = link.ifi_index;
+    const bool down = head.nlmsg_type == RTM_NEWLINK && (link.ifi_flags & LINUX_LOWER_UP) == 0;
+    if (!down && head.nlmsg_type != RTM_DELLINK)
+        return;
+    if (const unsigned port = linux_watch_port_of(link.ifi_index); port != 0)
+        static_cast<dips *>(context)->port[port - 1] = true;
 }
 
 // Takes all that is queued. Returns false when the socket is of no more use.
@@ -119,10 +132,11 @@ bool take_queue(dips *dipped, int timeout_ms) {
 }
 
 void *watch(void *) {
+    dips dipped = {};
     bool in_step = true;
+    bool told = false; // what happens before somebody wants to know is told then
     for (;;) {
-        dips dipped = {};
-        if (!take_queue(&dipped, in_step ? -1 : retry_ms)) {
+        if (!take_queue(&dipped, in_step && told ? -1 : retry_ms)) {
             linux_log(1, "changes of the networks are no longer heard of: %s", strerror(errno));
             return nullptr;
         }
@@ -130,22 +144,10 @@ void *watch(void *) {
         if (!in_step)
             continue;
         publish();
-        report(&dipped);
+        told = report(&dipped);
+        if (told)
+            dipped = {};
     }
-}
-
-// Signals stay with the threads of the program.
-bool start_thread() {
-    sigset_t all;
-    sigset_t before;
-    pthread_t thread;
-    (void)sigfillset(&all);
-    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-    const bool started = pthread_create(&thread, nullptr, watch, nullptr) == 0;
-    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    if (started)
-        (void)pthread_detach(thread);
-    return started;
 }
 
 void start() {
@@ -155,7 +157,7 @@ void start() {
         return;
     publish();
     linux_ports_states(&ports, reported);
-    readable = start_thread();
+    readable = common_thread_start(watch);
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // to syslog. Never waits: what cannot be taken at once is lost, and counted.
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -67,7 +68,16 @@ bool send_syslog(const char *line, size_t length) {
     return false;
 }
 
-// A pipe that is ready takes at least PIPE_BUF bytes whole; a socket is asked not to wait.
+// A pipe that is ready takes so much whole, of more it would wait for its reader.
+void cut_to_pipe(common_line *line) {
+    static constexpr char mark[] = {' ', '[', 'c', 'u', 't', ']', '\n'};
+    if (line->length <= PIPE_BUF)
+        return;
+    line->length = PIPE_BUF;
+    memcpy(line->text + line->length - sizeof mark, mark, sizeof mark);
+}
+
+// A socket is asked not to wait.
 bool write_stderr(const char *line, size_t length) {
     pollfd out = {STDERR_FILENO, POLLOUT, 0};
     if (poll(&out, 1, 0) != 1 || (out.revents & POLLOUT) == 0)
@@ -89,6 +99,7 @@ bool put(unsigned priority, const char *text, size_t length) {
     if (to_syslog)
         return send_syslog(line.text, line.length);
     common_line_finish(&line);
+    cut_to_pipe(&line);
     return write_stderr(line.text, line.length);
 }
 

@@ -4,6 +4,7 @@
 
 #include <wlan.h>
 
+#include "common_text.h"
 #include "linux_wifi.h"
 
 int wlan_rpcConnectClient(void) {
@@ -25,8 +26,7 @@ int wlan_getAssocDevice(uint32_t ssid, uint32_t index, wlan_assoc_device *device
         return -1;
     const uint8_t *mac = station.mac;
     *device = {};
-    (void)snprintf(device->mac, sizeof device->mac, "%02X:%02X:%02X:%02X:%02X:%02X", mac[0], mac[1], mac[2],
-                   mac[3], mac[4], mac[5]);
+    common_mac_to_text(mac, device->mac);
     memcpy(device->figure, station.figure, sizeof device->figure);
     return 0;
 }

@@ -5,7 +5,7 @@ import os
 import stat
 
 import pytest
-from router import RUNTIME, mac_of, wait_for
+from router import LINUX_BIN, RUNTIME, STATE, mac_of, wait_for
 
 ONE_LAN = 'router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")\n'
 # Binds a Unix datagram socket and prints each datagram that comes.
@@ -35,6 +35,11 @@ def listeners(router):
     for process in started:
         process.kill()
         process.wait()
+
+
+def test_who_only_asks_for_the_version_leaves_nothing_behind(router):
+    assert router.run(f"{LINUX_BIN}/gw_hostbase", "--version").stdout.startswith("gw_hostbase ")
+    assert not router.exists(RUNTIME) and not router.exists(STATE)
 
 
 def test_readiness_is_told_to_the_service_manager(router, listen):

@@ -347,6 +347,33 @@ TEST_F(router_fixture, PortsHaveTheirNumbersByName) {
     EXPECT_EQ(0u, states[0]);
 }
 
+TEST_F(router_fixture, MoreThanFitsIsNoted) {
+    for (size_t i = 0; i < LINUX_LINKS; i++)
+        take(link_message(static_cast<int>(i) + 1, "some", 0, false, true));
+    EXPECT_FALSE(view.cut);
+    take(link_message(9999, "one-more", 0, false, true));
+    EXPECT_TRUE(view.cut);
+    view = {};
+    for (size_t i = 0; i <= LINUX_ADDRESSES; i++)
+        take(address_message(2, {10, 0, 0, 1}, 8));
+    EXPECT_TRUE(view.cut);
+    view = {};
+    for (size_t i = 0; i <= LINUX_OUTWARD; i++)
+        take(default_route(static_cast<int>(i) + 1));
+    EXPECT_TRUE(view.cut);
+}
+
+TEST(LinuxPatience, IsSharedByTheQuestionsOfARound) {
+    linux_patience patience = {};
+    EXPECT_EQ(LINUX_PATIENCE_MS, linux_patience_left(&patience, 1000));
+    linux_patience_spend(&patience, 25);
+    EXPECT_EQ(LINUX_PATIENCE_MS - 25, linux_patience_left(&patience, 1030));
+    linux_patience_spend(&patience, 30);
+    EXPECT_EQ(0, linux_patience_left(&patience, 1060));
+    EXPECT_EQ(LINUX_PATIENCE_MS, linux_patience_left(&patience, 1000 + LINUX_ROUND_MS));
+    static_assert(LINUX_PATIENCE_MS < 50);
+}
+
 TEST_F(router_fixture, MessagesThatAreCutShortDoNoHarm) {
     const std::vector<uint8_t> bridge = link_message(2, "br0", 5, true, true);
     for (size_t size = 0; size <= bridge.size(); size++)
