@@ -12,6 +12,7 @@
 #include "events/adapter.h"
 #include "events/board_mode.h"
 #include "events/flap_list.h"
+#include "events/lease_texts.h"
 #include "events/presence.h"
 #include "events/wifi_index.h"
 #include "gateway/networks.h"
@@ -71,16 +72,14 @@ void count_join(hbs_client *client) {
 }
 
 void set_identity(hbs_client *client, const hbs_dhcpv4_lease *lease) {
-    hbs_set_host(client, lease->host);
+    hbs_take_lease_host(client, lease->host);
     hbs_set_device_name(client, lease->ifname);
     const int ifindex = hbs_ifname_to_ifindex(lease->ifname);
     if (ifindex != -1)
         hbs_set_interface(client, static_cast<uint8_t>(ifindex), lease->ifname); // the low byte only
     if (client->lease_start_uptime == 0)
         hbs_set_start_time(client);
-    hbs_set_oui(client, lease->oui);
-    hbs_set_serial_number(client, lease->serial_number);
-    hbs_set_product_class(client, lease->product_class);
+    hbs_take_lease_identity(client, lease->oui, lease->serial_number, lease->product_class);
 }
 
 void set_address_source(hbs_client *client, uint32_t source) {

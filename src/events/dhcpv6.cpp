@@ -9,6 +9,7 @@
 #include "base/state.h"
 #include "base/text.h"
 #include "events/adapter.h"
+#include "events/lease_texts.h"
 #include "events/presence.h"
 #include "events/wifi_index.h"
 #include "gateway/neighbour_probe.h"
@@ -199,9 +200,7 @@ hbs_client *hbs_handle_dhcpv6_lease(hbs_dhcpv6_lease *lease, const hbs_dhcpv6_ne
         hbs_set_host(client, lease->host);
     if (client->lease_start_uptime == 0)
         hbs_set_start_time(client);
-    hbs_set_oui(client, lease->oui);
-    hbs_set_serial_number(client, lease->serial_number);
-    hbs_set_product_class(client, lease->product_class);
+    hbs_take_lease_identity(client, lease->oui, lease->serial_number, lease->product_class);
     set_lease(client, lease);
     if (!hbs_ipv6_is_zero(lease->ll)) // a message without one does not take away what is known
         hbs_set_ll(client, lease->ll);

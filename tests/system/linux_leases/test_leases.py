@@ -92,6 +92,18 @@ def test_a_lease_that_is_told_again_is_no_sign_of_life(house):
     wait_for("it answers", lambda: online(house.clients()) == {mac_of(17), mac_of(18)})
 
 
+def test_what_is_told_again_without_its_texts_takes_none_away(router):
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    texts = {"DNSMASQ_CPEWAN_OUI": "02AB00", "DNSMASQ_CPEWAN_SERIAL": "SN-1", "DNSMASQ_CPEWAN_CLASS": "PC-1"}
+    router.run("env", *(f"{key}={value}" for key, value in texts.items()), HOOK, "add", mac_of(17), "192.168.10.50",
+               "a")
+    router.run(HOOK, "old", mac_of(17), "192.168.10.50")
+    client = wait_for("both are taken", lambda: leases_told(router) == 2 and router.client(17))
+    assert (client["host"], client["oui"], client["serial_number"], client["product_class"]) == (
+        "a", "02AB00", "SN-1", "PC-1")
+
+
 def test_static_lease_set_obtained_and_cleared(house):
     hosts = f"{STATE}/dhcp-hosts"
 
