@@ -5,6 +5,7 @@
 #include <linux/if_link.h>
 #include <sys/socket.h>
 
+#include "linux_log.h"
 #include "linux_watch.h"
 
 namespace {
@@ -92,5 +93,7 @@ int linux_fdb_find(const uint8_t mac[6], linux_fdb_entry *found) {
         *found = asked.entry;
     if (asked.found)
         return 1;
+    if (failed)
+        linux_log(9, "the forwarding table does not answer in time: %s", strerror(errno));
     return failed ? -1 : 0;
 }
