@@ -3,6 +3,8 @@
 All functions run inside the box.
 """
 
+import glob
+import json
 import os
 import signal
 import subprocess
@@ -86,6 +88,21 @@ def start_dnsmasq(hook, *ranges, static=f"{STATE}/dhcp-hosts"):
         f"--dhcp-leasefile={lan.LEASE_FILE}", f"--dhcp-script={hook}", "--script-on-renewal",
         f"--dhcp-hostsfile={static}", *(f"--dhcp-range={each}" for each in ranges)])
     lan.wait_until("dnsmasq serves", lan.dhcp_server_bound, 5.0)
+
+
+def start_kea(hook, bridge, subnet, pool):
+    """The other server, whose leases are in memory."""
+    os.makedirs(lan.STATE, exist_ok=True)
+    library = glob.glob("/usr/lib/*/kea/hooks/libdhcp_run_script.so")[0]
+    settings = {"Dhcp4": {
+        "interfaces-config": {"interfaces": [bridge]}, "lease-database": {"type": "memfile", "persist": False},
+        "valid-lifetime": 3600, "subnet4": [{"subnet": subnet, "pools": [{"pool": pool}]}],
+        "hooks-libraries": [{"library": library, "parameters": {"name": hook, "sync": False}}],
+        "loggers": [{"name": "kea-dhcp4", "output_options": [{"output": "stdout"}], "severity": "INFO"}]}}
+    write("/run/lan/kea.json", json.dumps(settings))
+    lan.start_in_background("kea", ["env", "KEA_LOCKFILE_DIR=none", "KEA_PIDFILE_DIR=/run/lan", "kea-dhcp4", "-c",
+                                    "/run/lan/kea.json"])
+    lan.wait_until("kea serves", lan.dhcp_server_bound, 20.0)
 
 
 def stop_dnsmasq(number=signal.SIGTERM):

@@ -170,6 +170,19 @@ def heard(router, number, port):
     router.run("bridge", "fdb", "replace", mac_of(number), "dev", port, "master", "dynamic")
 
 
+def test_kea_itself(router):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0")')
+    router.start_daemon()
+    router.lan(f'router.start_kea("{HOOK}", "lan0", "192.168.10.0/24", "192.168.10.100 - 192.168.10.150")\n'
+               'router.start_client("a")')
+    client = wait_for("it is on line", lambda: router.client(17) and router.client(17)["lease_end"] and
+                      router.client(17))
+    assert (client["online"], client["host"], client["ipv4"]) == (True, "a", "192.168.10.100")
+    wait_for("it has taken its lease", lambda: "obtained" in router.read("/run/lan/a.log"))
+    router.lan('router.signal_client("a", router.signal.SIGTERM)')
+    wait_for("who gave its address back is off line", lambda: not router.client(17)["online"])
+
+
 def test_kea(router):
     router.lan(TWO_LANS)
     router.start_daemon()
