@@ -94,23 +94,16 @@ void complain(access_point *point, const char *what) {
     point->complained = true;
 }
 
-// "<3>AP-STA-CONNECTED 02:..." and the like; others are passed over.
 void take_event(access_point *point, const char *text) {
-    const char *word = strchr(text, '>');
-    if (word == nullptr)
-        return;
-    word++;
-    const bool joined = strncmp(word, "AP-STA-CONNECTED ", 17) == 0;
-    const bool left = strncmp(word, "AP-STA-DISCONNECTED ", 20) == 0;
-    const char *rest = joined ? word + 17 : word + 20;
-    char mac_text[WLAN_MAC_TEXT_SIZE];
     linux_station station = {};
-    if ((!joined && !left) || common_next_word(&rest, mac_text, sizeof mac_text) != 1 ||
-        !common_text_to_mac(mac_text, station.mac))
+    const int direction = linux_hostapd_event(text, station.mac);
+    if (direction == 0)
         return;
-    point->list_now = point->list_now || joined;
-    linux_log(15, "hostapd of %s: %s %s", point->name, mac_text, joined ? "joined" : "left");
-    if (joined)
+    char mac_text[WLAN_MAC_TEXT_SIZE];
+    common_mac_to_text(station.mac, mac_text);
+    linux_log(15, "hostapd of %s: %s %s", point->name, mac_text, direction > 0 ? "joined" : "left");
+    point->list_now = point->list_now || direction > 0;
+    if (direction > 0)
         linux_wifi_here(point->ssid, &station, true, false);
     else
         linux_wifi_gone(point->ssid, station.mac, tell_at_ms());

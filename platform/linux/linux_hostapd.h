@@ -12,6 +12,10 @@ void linux_hostapd_start();
 // Returns whether there is a MAC; what is not named or no number is 0.
 bool linux_hostapd_station(const char *reply, linux_station *station);
 
+// Reads an event ("<3>AP-STA-CONNECTED 02:..." and the like). Returns 1 for a station that joined, -1 for one
+// that left, 0 for any other event; mac is touched for stations only.
+int linux_hostapd_event(const char *text, uint8_t mac[6]);
+
 // Whether the station of such a reply has logged in; also where hostapd does not say.
 bool linux_hostapd_authorized(const char *reply);
 

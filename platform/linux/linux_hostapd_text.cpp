@@ -56,3 +56,24 @@ bool linux_hostapd_authorized(const char *reply) {
     linux_hostapd_value(reply, "flags", flags, sizeof flags);
     return flags[0] == '\0' || strstr(flags, "[AUTHORIZED]") != nullptr;
 }
+
+int linux_hostapd_event(const char *text, uint8_t mac[6]) {
+    static constexpr struct {
+        const char *word;
+        int direction;
+    } known[] = {{"AP-STA-CONNECTED ", 1}, {"AP-STA-DISCONNECTED ", -1}};
+    const char *word = strchr(text, '>');
+    if (word == nullptr)
+        return 0;
+    word++;
+    for (const auto &event : known) {
+        const size_t length = strlen(event.word);
+        char mac_text[WLAN_MAC_TEXT_SIZE];
+        if (strncmp(word, event.word, length) != 0)
+            continue;
+        const char *rest = word + length;
+        if (common_next_word(&rest, mac_text, sizeof mac_text) == 1 && common_text_to_mac(mac_text, mac))
+            return event.direction;
+    }
+    return 0;
+}

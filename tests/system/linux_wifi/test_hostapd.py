@@ -47,7 +47,7 @@ def test_stations_at_the_start(house):
 
 def left(router, port):
     """Whether the platform took the word of that access point that the station has left."""
-    return f"hostapd of {port}: {mac_of(17)} left" in router.log()
+    return f"hostapd of {port}: {mac_of(17).upper()} left" in router.log()
 
 
 def leavings_told(router):

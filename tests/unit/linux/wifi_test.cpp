@@ -203,6 +203,20 @@ TEST(LinuxHostapd, AStationsReply) {
     EXPECT_EQ(256u, station.figure[LINUX_INACTIVE_TIME]);
 }
 
+TEST(LinuxHostapd, Events) {
+    uint8_t mac[6] = {};
+    EXPECT_EQ(1, linux_hostapd_event("<3>AP-STA-CONNECTED 02:00:00:00:00:07 keyid=1", mac));
+    EXPECT_EQ(7, mac[5]);
+    EXPECT_EQ(-1, linux_hostapd_event("<3>AP-STA-DISCONNECTED 02:00:00:00:00:08", mac));
+    EXPECT_EQ(8, mac[5]);
+    for (const char *other :
+         {"", "<", ">", "<3>", "<3>AP-STA-CONNECTED", "<3>AP-STA-CONNECTED ", "<3>AP-STA-CONNECTED nobody",
+          "AP-STA-CONNECTED 02:00:00:00:00:07", "<3>AP-STA-POSSIBLE-PSK-MISMATCH 02:00:00:00:00:07",
+          "<3>AP-STA-CONNECTED 02:00:00:00:00:07:08"})
+        EXPECT_EQ(0, linux_hostapd_event(other, mac)) << other;
+    EXPECT_EQ(8, mac[5]);
+}
+
 TEST(LinuxHostapd, WhoHasNotLoggedInIsNotThere) {
     EXPECT_TRUE(linux_hostapd_authorized("02:00:00:00:00:07\nflags=[AUTH][ASSOC][AUTHORIZED][WMM]\n"));
     EXPECT_FALSE(linux_hostapd_authorized("02:00:00:00:00:07\nflags=[AUTH][ASSOC]\n"));
