@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 
 #include "base/text.h"
@@ -21,6 +23,21 @@ text_line start_line(char *buffer, size_t size) {
     if (size > 0)
         buffer[0] = '\0';
     return {buffer, size, 0};
+}
+
+void append_text(text_line *line, const char *text, size_t longest = SIZE_MAX) {
+    if (line->used + 1 >= line->size)
+        return;
+    const size_t length = strnlen(text, std::min(longest, line->size - line->used - 1));
+    memcpy(line->buffer + line->used, text, length);
+    line->used += length;
+    line->buffer[line->used] = '\0';
+}
+
+void append_number(text_line *line, int number) {
+    char text[12];
+    (void)hbs_number_to_text(number, text);
+    append_text(line, text);
 }
 
 __attribute__((format(printf, 2, 3))) void append(text_line *line, const char *format, ...) {
@@ -63,35 +80,40 @@ const char *adapter_text(uint8_t code) {
 }
 
 void append_addresses(text_line *line, const hbs_client *client) {
-    if (hbs_ipv4_is_zero(client->ipv4))
-        append(line, "no IPv4 - ");
-    else
-        append(line, "%s - ", hbs_ipv4_to_text(client->ipv4).text);
-    if (hbs_ipv6_is_zero(client->ipv6))
-        append(line, "no IPv6 - ");
-    else
-        append(line, "%s - ", hbs_ipv6_to_text(client->ipv6).text);
-    if (hbs_ipv6_is_zero(client->ll))
-        append(line, "(no LL) - ");
-    else
-        append(line, "(LL %s) - ", hbs_ipv6_to_text(client->ll).text);
+    append_text(line, hbs_ipv4_is_zero(client->ipv4) ? "no IPv4" : hbs_ipv4_to_text(client->ipv4).text);
+    append_text(line, " - ");
+    append_text(line, hbs_ipv6_is_zero(client->ipv6) ? "no IPv6" : hbs_ipv6_to_text(client->ipv6).text);
+    append_text(line, " - (");
+    if (hbs_ipv6_is_zero(client->ll)) {
+        append_text(line, "no LL");
+    } else {
+        append_text(line, "LL ");
+        append_text(line, hbs_ipv6_to_text(client->ll).text);
+    }
+    append_text(line, ") - ");
 }
 
 void append_client(text_line *line, const hbs_client *client) {
-    append(line, "[%02x:%02x:%02x:%02x:%02x:%02x] ", client->mac[0], client->mac[1], client->mac[2],
-           client->mac[3], client->mac[4], client->mac[5]);
-    append(line, "%s", adapter_text(client->adapter_type));
-    append(line, "index: %d ", client->nwidx);
+    append_text(line, "[");
+    append_text(line, hbs_mac_to_text(client->mac).text);
+    append_text(line, "] ");
+    append_text(line, adapter_text(client->adapter_type));
+    append_text(line, "index: ");
+    append_number(line, client->nwidx);
+    append_text(line, " ");
     append_addresses(line, client);
-    if (client->host[0] != '\0')
-        append(line, "(%.*s) ", HBS_HOST_SIZE, client->host);
-    append(line, "|");
+    if (client->host[0] != '\0') {
+        append_text(line, "(");
+        append_text(line, client->host, HBS_HOST_SIZE);
+        append_text(line, ") ");
+    }
+    append_text(line, "|");
     for (const label &flag : flag_labels)
         if ((client->flags & flag.bit) != 0)
-            append(line, "%s", flag.text);
+            append_text(line, flag.text);
     for (const label &trust : trust_labels)
         if ((client->trust & trust.bit) != 0)
-            append(line, "%s", trust.text);
+            append_text(line, trust.text);
 }
 
 } // namespace
@@ -102,7 +124,7 @@ char *hbs_client_to_str(const hbs_client *client, char *buffer, size_t size) {
         return buffer;
     append_client(&line, client);
     if (client->hotspot != 0)
-        append(&line, "HOTSPOT|");
+        append_text(&line, "HOTSPOT|");
     return buffer;
 }
 
@@ -118,11 +140,13 @@ namespace {
 
 // Words from number `hex_from` on in hexadecimal.
 void append_words(text_line *line, const uint32_t *words, uint32_t count, uint32_t hex_from) {
-    for (uint32_t i = 0; i < count; i++)
-        if (i < hex_from)
-            append(line, "%d ", static_cast<int>(words[i]));
+    for (uint32_t i = 0; i < count; i++) {
+        if (i >= hex_from)
+            append(line, "%x", words[i]);
         else
-            append(line, "%x ", words[i]);
+            append_number(line, static_cast<int>(words[i]));
+        append_text(line, " ");
+    }
 }
 
 uint32_t bounded_count(uint32_t count, size_t room) {
@@ -154,8 +178,10 @@ char *hbs_if_entry_to_str(const hbs_if_entry *entry, char *buffer, size_t size) 
         return buffer;
     uint32_t count = bounded_count(entry->count, std::size(entry->key));
     for (uint32_t i = 0; i < count; i++)
-        if (entry->key[i] <= largest)
-            append(&line, "%d ", static_cast<int>(entry->key[i]));
+        if (entry->key[i] <= largest) {
+            append_number(&line, static_cast<int>(entry->key[i]));
+            append_text(&line, " ");
+        }
     return buffer;
 }
 

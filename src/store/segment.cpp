@@ -29,7 +29,7 @@ hbs_db image;
 uint64_t edited[(PIECES + MARKS - 1) / MARKS]; // a bit for each piece
 uint32_t next_share;                           // from 0, of SHARES
 int whole_left;                                // comparisons of all of it that may be made now
-int64_t counted_ms;                            // coarse monotonic, as far as they are counted
+int64_t last_post_ms;                          // coarse monotonic
 uint8_t *shared;
 uint32_t segment_size;
 sem_t *semaphore = SEM_FAILED;
@@ -62,34 +62,50 @@ void hbs_segment_attach(void *base, uint32_t size) {
 
 namespace {
 
-// Makes a run of pieces like the image. The reserved word in front is not the daemon's.
-void publish_pieces(uint32_t first, uint32_t count) {
-    const uint8_t *own = reinterpret_cast<const uint8_t *>(&image);
-    const uint32_t from = std::max(first * PIECE, uint32_t{offsetof(hbs_db, clients)});
-    const uint32_t to = std::min((first + count) * PIECE, segment_size);
-    if (shared != nullptr && from < to && memcmp(shared + from, own + from, to - from) != 0)
-        memcpy(shared + from, own + from, to - from);
+struct byte_range {
+    uint32_t from, to;
+};
+
+// Bytes of a run of pieces, as far as they are the daemon's: the reserved word in front is not.
+byte_range range_of(uint32_t first, uint32_t count) {
+    return {std::max(first * PIECE, uint32_t{offsetof(hbs_db, clients)}),
+            std::min((first + count) * PIECE, segment_size)};
+}
+
+void publish_range(byte_range range) {
+    if (shared != nullptr && range.from < range.to)
+        memcpy(shared + range.from, reinterpret_cast<const uint8_t *>(&image) + range.from,
+               range.to - range.from);
 }
 
 void publish_edited() {
     for (uint32_t word = 0; word < std::size(edited); word++)
         for (; edited[word] != 0; edited[word] &= edited[word] - 1)
-            publish_pieces(word * MARKS + static_cast<uint32_t>(std::countr_zero(edited[word])), 1);
+            publish_range(range_of(word * MARKS + static_cast<uint32_t>(std::countr_zero(edited[word])), 1));
 }
 
-// Whether this hold may compare all of the segment.
+// Each calm moment gives back as many comparisons of all of the segment as it lasted.
 bool is_whole_due() {
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    const int64_t gained = (int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000 - counted_ms) / HBS_WHOLE_MS;
-    counted_ms += gained * HBS_WHOLE_MS;
-    whole_left = static_cast<int>(std::min(whole_left + gained, int64_t{HBS_WHOLE_BURST}));
+    const int64_t now_ms = int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+    const int64_t calm = (now_ms - last_post_ms) / HBS_CALM_MS;
+    last_post_ms = now_ms;
+    whole_left = static_cast<int>(std::min(whole_left + calm, int64_t{HBS_WHOLE_BURST}));
     return whole_left > 0 && whole_left-- > 0;
+}
+
+// Pages that nobody wrote to stay clean.
+void publish_if_different(byte_range range) {
+    const uint8_t *own = reinterpret_cast<const uint8_t *>(&image);
+    if (shared != nullptr && range.from < range.to &&
+        memcmp(shared + range.from, own + range.from, range.to - range.from) != 0)
+        publish_range(range);
 }
 
 void publish_shares(uint32_t count) {
     for (; count > 0; count--) {
-        publish_pieces(next_share * SHARE, SHARE);
+        publish_if_different(range_of(next_share * SHARE, SHARE));
         next_share = (next_share + 1) % SHARES;
     }
 }

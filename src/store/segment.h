@@ -14,10 +14,10 @@ const hbs_db *hbs_segment();
 
 // The only way to write to the image: `size` bytes from `offset` on, within the segment's size. The post
 // copies what was asked for here. What nobody asked for, and so can differ by another process's hand alone,
-// is compared too: all of it at each hold, as long as there are not more than HBS_WHOLE_BURST of them at once
-// and one every HBS_WHOLE_MS then; a storm's other holds compare a thirty-second each, in turn.
+// is compared too: all of it, but in a storm. One that has lasted HBS_WHOLE_BURST holds, none of them
+// HBS_CALM_MS after the one before it, compares a thirty-second of it at each further hold, in turn.
 constexpr int HBS_WHOLE_BURST = 128;
-constexpr int HBS_WHOLE_MS = 10;
+constexpr int HBS_CALM_MS = 20;
 void *hbs_segment_edit(uint32_t offset, uint32_t size);
 
 // Compares all of it, within a hold of its own. For a timer, so that damage does not outlive the last event.
