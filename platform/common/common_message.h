@@ -9,9 +9,9 @@ struct common_message {
     char *text = first;
     size_t size = 0;
     bool cut = false;
-    char first[1024] = {};
+    char first[1024]; // a text with its NUL
 
-    common_message() = default;
+    common_message() { first[0] = '\0'; }
     ~common_message();
     common_message(const common_message &) = delete;
     common_message &operator=(const common_message &) = delete;

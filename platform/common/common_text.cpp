@@ -52,8 +52,18 @@ void add_bytes(common_line *line, const char *bytes, size_t length) {
     line->length += length;
 }
 
+// What stands for itself, but for the double quote.
+struct plain_bytes {
+    bool is[256] = {};
+    constexpr plain_bytes() {
+        for (int byte = ' '; byte <= '~'; byte++)
+            is[byte] = byte != '\\';
+    }
+};
+constexpr plain_bytes plain;
+
 bool is_plain(char byte, common_quotes quotes) {
-    return byte >= ' ' && byte <= '~' && byte != '\\' && (byte != '"' || quotes == common_quotes::plain);
+    return plain.is[static_cast<unsigned char>(byte)] && (byte != '"' || quotes == common_quotes::plain);
 }
 
 // The letter that stands for a byte behind a backslash, or NUL.
@@ -214,10 +224,10 @@ void common_line_add_number(common_line *line, int64_t number) {
 void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes) {
     size_t i = 0;
     while (i < length) {
-        const size_t plain = i;
+        const size_t start = i;
         while (i < length && is_plain(text[i], quotes))
             i++;
-        add_bytes(line, text + plain, i - plain);
+        add_bytes(line, text + start, i - start);
         if (i == length)
             return;
         char escaped[4];

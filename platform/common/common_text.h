@@ -35,9 +35,9 @@ struct common_line {
     size_t length = 0;
     size_t capacity = sizeof first;
     bool cut = false;
-    char first[1024] = {};
+    char first[1024]; // as long as `length` says
 
-    common_line() = default;
+    common_line() { first[0] = '\0'; }
     ~common_line();
     common_line(const common_line &) = delete;
     common_line &operator=(const common_line &) = delete;

@@ -5,7 +5,7 @@
 
 namespace {
 
-host_sink journal = {host_place::journal, PTHREAD_MUTEX_INITIALIZER, -1};
+host_sink journal = {host_place::journal, host_place_changed, PTHREAD_MUTEX_INITIALIZER, -1};
 
 } // namespace
 

@@ -157,12 +157,11 @@ const char *host_place_path(host_place place) {
     return table[static_cast<int>(place)].path;
 }
 
+namespace {
+
 // A place that changed is watched anew before the caller looks at it, so nothing happens unseen in between.
-bool host_place_changed(host_place which) {
-    watched_place *place = &table[static_cast<int>(which)];
-    (void)pthread_mutex_lock(&places_mutex);
+bool was_changed(watched_place *place) {
     follow_environment(place);
-    take_events();
     const time_t now = coarse_seconds();
     const bool changed = place->changed || place->folder_wd < 0 || now - place->told >= trust_seconds;
     if (changed) {
@@ -171,6 +170,22 @@ bool host_place_changed(host_place which) {
         place->changed = false;
         place->told = now;
     }
+    return changed;
+}
+
+} // namespace
+
+bool host_place_changed(host_place which) {
+    (void)pthread_mutex_lock(&places_mutex);
+    take_events();
+    const bool changed = was_changed(&table[static_cast<int>(which)]);
+    (void)pthread_mutex_unlock(&places_mutex);
+    return changed;
+}
+
+bool host_place_was_changed(host_place which) {
+    (void)pthread_mutex_lock(&places_mutex);
+    const bool changed = was_changed(&table[static_cast<int>(which)]);
     (void)pthread_mutex_unlock(&places_mutex);
     return changed;
 }

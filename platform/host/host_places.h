@@ -12,5 +12,9 @@ const char *host_place_path(host_place place);
 // second, the answer is true: the caller has to look at the file itself. Any thread.
 bool host_place_changed(host_place place);
 
+// The same by what the last call of host_place_changed for any file learned: for a caller who has just made
+// one.
+bool host_place_was_changed(host_place place);
+
 // Whether the kernel tells of changes of the file, so that one that comes later is sure to be seen.
 bool host_place_is_watched(host_place place);

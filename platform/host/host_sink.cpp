@@ -40,7 +40,7 @@ size_t write_whole(int fd, const char *text, size_t length) {
 void host_sink_write(host_sink *sink, common_line *line) {
     common_line_finish(line);
     (void)pthread_mutex_lock(&sink->lock);
-    if (host_place_changed(sink->place) || sink->fd < 0) {
+    if (sink->changed(sink->place) || sink->fd < 0) {
         const char *path = host_place_path(sink->place);
         if (!still_there(sink->fd, path))
             open_again(sink, path);

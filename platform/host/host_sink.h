@@ -9,6 +9,8 @@
 
 struct host_sink {
     host_place place;
+    bool (*changed)(
+        host_place place); // host_place_was_changed for a caller who has just looked at the values
     pthread_mutex_t lock;
     int fd; // kept open; -1 = none
 };

@@ -27,6 +27,7 @@ constexpr int64_t settling_ns = 100000000;
 
 pthread_mutex_t values_mutex = PTHREAD_MUTEX_INITIALIZER;
 void (*on_change)(); // null = nobody asked
+uint32_t edition;
 
 struct {
     char *text;          // the file's text, cut into keys and values in place
@@ -196,6 +197,7 @@ bool refresh() {
     if (there && table.text != nullptr && same_file(now, table.seen) && has_settled(now))
         return false;
     forget();
+    edition++;
     int fd = there ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
     if (fd < 0)
         return true;
@@ -221,6 +223,10 @@ void host_values_on_change(void (*function)()) {
     host_values_hold hold;
     on_change = function;
     function();
+}
+
+uint32_t host_values_edition() {
+    return edition;
 }
 
 const char *host_value(const char *key) {

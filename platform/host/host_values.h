@@ -23,6 +23,9 @@ struct host_values_hold {
 // on.
 void host_values_on_change(void (*function)());
 
+// Another number after each time that the file was read anew. Needs a hold.
+uint32_t host_values_edition();
+
 // Value of the last line with a key, or null when there is none. The text lives as long as the hold. A file's
 // keys count in lower case: the first form takes the key in lower case too, the others make it so.
 const char *host_value(const char *key);

@@ -13,7 +13,7 @@
 
 namespace {
 
-host_sink log_file = {host_place::log, PTHREAD_MUTEX_INITIALIZER, -1};
+host_sink log_file = {host_place::log, host_place_was_changed, PTHREAD_MUTEX_INITIALIZER, -1};
 
 constexpr uint32_t longest_delay_ms = 60000;
 
@@ -63,13 +63,29 @@ void pause_for(uint32_t milliseconds) {
     while (milliseconds > 0 && nanosleep(&left, &left) == -1 && errno == EINTR) {}
 }
 
-// What the values say of a message: whether it is taken, and how long that lasts.
+// What the values say of messages; only inside a hold.
+struct {
+    uint32_t edition; // of the values; 0 = none yet
+    uint32_t highest;
+    uint32_t delay_ms;
+} settings;
+
+void read_settings() {
+    settings.edition = host_values_edition();
+    settings.highest = highest_taken();
+    settings.delay_ms = 0;
+    if (!common_text_to_u32(host_value("log.delay_ms"), &settings.delay_ms) ||
+        settings.delay_ms > longest_delay_ms)
+        settings.delay_ms = 0;
+}
+
+// Whether a message is taken, and how long that lasts.
 bool is_taken(uint32_t severity, uint32_t *delay_ms) {
     host_values_hold hold;
-    *delay_ms = 0;
-    if (!common_text_to_u32(host_value("log.delay_ms"), delay_ms) || *delay_ms > longest_delay_ms)
-        *delay_ms = 0;
-    return severity <= highest_taken();
+    if (settings.edition != host_values_edition())
+        read_settings();
+    *delay_ms = settings.delay_ms;
+    return severity <= settings.highest;
 }
 
 } // namespace
