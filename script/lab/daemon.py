@@ -5,14 +5,14 @@ import re
 import subprocess
 import time
 
-from lab import values, wire
+from lab import places, values, wire
 
-LOG = values.DIRECTORY + "/log"
 JOURNAL = values.DIRECTORY + "/journal"
 OUTPUT = values.DIRECTORY + "/daemon.out"
+LOG = OUTPUT if places.LINUX else values.DIRECTORY + "/log"
 AGENT_ORDERS = values.DIRECTORY + "/agent"  # FIFO of the example agent library
-WATCHER_PID_FILE = "/var/tmp/file_watch_thread.pid"
-LOCK = "/var/tmp/gw_hostbase.lock"
+WATCHER_PID_FILE = places.RUNTIME + "/tmp/file_watch_thread.pid"
+LOCK = places.RUNTIME + "/tmp/gw_hostbase.lock"
 WATCHED_FILES = 2
 READY_DEADLINE = 20.0
 END_DEADLINE = 3.0
@@ -62,7 +62,7 @@ def runs(pid):
 
 def what_is_lacking(pid):
     """Name the first thing that the daemon still has to do before it is ready, or None."""
-    if "pcd ready" not in text_of(JOURNAL):
+    if not places.LINUX and "pcd ready" not in text_of(JOURNAL):
         return "no ready notification in the journal"
     if wire.SOCKET not in text_of("/proc/net/unix"):
         return "the command socket is not bound"

@@ -10,6 +10,8 @@ import struct
 from collections import namedtuple
 from functools import cache
 
+from lab import places
+
 INCLUDE = os.path.join(os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__)))), "include")
 FILES = ("hbs_db.h", "hbs_msg.h")
 LETTERS = {"uint8_t": "B", "uint16_t": "H", "uint32_t": "I", "int32_t": "i"}
@@ -36,6 +38,8 @@ def text():
 @cache
 def constant(name):
     """The number or the text that a macro or an enum's entry stands for."""
+    if name in places.OPTIONS:
+        return places.OPTIONS[name]
     found = re.search(rf"^# *define {name} +(.+)$", text(), re.MULTILINE) or \
         re.search(rf"^ +{name} = ([^,\n]+)", text(), re.MULTILINE)
     if found is None:

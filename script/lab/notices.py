@@ -6,9 +6,11 @@
 import fcntl
 import os
 
-DHCPV4 = "/var/tmp/udhcpd.delta"
-DHCPV6 = "/var/lib/dibbler/server-notify.log"
-DHCPV6_LEASES = "/var/lib/dibbler/server-AddrMgr.xml"  # the DHCPv6 server's own database
+from lab.places import RUNTIME
+
+DHCPV4 = RUNTIME + "/tmp/udhcpd.delta"
+DHCPV6 = RUNTIME + "/lib/dibbler/server-notify.log"
+DHCPV6_LEASES = RUNTIME + "/lib/dibbler/server-AddrMgr.xml"  # the DHCPv6 server's own database
 NO_NAME = "null"
 
 

@@ -3,14 +3,15 @@
 import struct
 
 from lab.header import constant
+from lab.places import PERSISTENT
 from lab.wire import BLACK, WHITE
 
-CLIENT_FILE = "/nvram/8/hostbase.txt"
-WHITE_RULES = "/nvram/8/client_white_rules.txt"
-BLACK_RULES = "/nvram/8/client_black_rules.txt"
-TRUSTED_INSTANCES = "/nvram/8/client_trusted_device_tr69instance.txt"
-STATIC_LEASES = "/nvram/8/dhcpd/udhcpd.{}.static_leases"
-HOST_RECORDS = "/nvram/8/dhcpd/udhcpd.{}.host"
+CLIENT_FILE = PERSISTENT + "/hostbase.txt"
+WHITE_RULES = PERSISTENT + "/client_white_rules.txt"
+BLACK_RULES = PERSISTENT + "/client_black_rules.txt"
+TRUSTED_INSTANCES = PERSISTENT + "/client_trusted_device_tr69instance.txt"
+STATIC_LEASES = PERSISTENT + "/dhcpd/udhcpd.{}.static_leases"
+HOST_RECORDS = PERSISTENT + "/dhcpd/udhcpd.{}.host"
 
 TRUST_SITE, TRUST_SERVICE, TRUST_WHITE, TRUST_BLACK, TRUST_USER = (
     constant("HBS_TRUST_" + name) for name in ("SITE", "SERV", "WHITE", "BLACK", "USER"))

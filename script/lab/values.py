@@ -7,7 +7,7 @@ import fcntl
 import os
 from contextlib import contextmanager
 
-from lab import header
+from lab import header, places
 
 DIRECTORY = "/var/lib/hbs-host"
 FILE = DIRECTORY + "/gateway.conf"
@@ -61,6 +61,8 @@ def set_value(key, value, root=""):
 
 
 def read(root=""):
-    """The values by key; of a key that stands there more than once the last."""
-    return {key_of(line): line.partition("#")[0].partition("=")[2].strip() for line in lines_of(root + FILE)
+    """The values by key; of a key that stands there more than once the last. A Linux router's networks are the
+    example's."""
+    path = EXAMPLE if places.LINUX else root + FILE
+    return {key_of(line): line.partition("#")[0].partition("=")[2].strip() for line in lines_of(path)
             if key_of(line)}

@@ -4,6 +4,7 @@
     running      the box with the daemon up and ready
     living_lan   the box with the daemon up, two LAN networks, a DHCP server, and all hosts joined
     laptop_and_tv   the same with two of them on line, one in each network; shared by a file's tests
+                 With HBS_BUILD=linux these are a Linux router with the same networks; what is simulated is skipped.
     router       a Linux router: a box with nothing running, for the daemon of preset linux
 """
 
@@ -12,7 +13,17 @@ import os
 import pytest
 
 from gateway import BIN, Box, daemon, wait_for
+from lab import places
 from router import Router
+
+
+def pytest_configure(config):
+    config.addinivalue_line("markers", "simulated: what is tested is the simulated gateway's")
+
+
+def pytest_runtest_setup(item):
+    if places.LINUX and item.get_closest_marker("simulated"):
+        pytest.skip("a Linux router has nothing simulated")
 
 
 def pytest_sessionstart():

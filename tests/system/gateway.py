@@ -10,11 +10,13 @@ import sys
 import tempfile
 import time
 
+import pytest
+
 CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 SCRIPTS = os.path.join(CHECKOUT, "script")
 sys.path.insert(0, SCRIPTS)
 
-from lab import box, daemon, database, lan, notices, rootfs, values, wire
+from lab import box, daemon, database, lan, notices, places, rootfs, values, wire
 from lab.notices import lease_line, release_line
 from lab.wire import DUMP
 from lab.wire import lease as lease_datagram
@@ -26,6 +28,14 @@ __all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "SCRIPTS", "daemon", "lan
 BIN = daemon.programs(CHECKOUT)
 # What statements that run in the box begin with.
 LAB_AT_HAND = f"import os, sys; sys.path.insert(0, {SCRIPTS!r}); from lab import daemon, database, lan, lan6, wire\n"
+# The settings of a Linux router: the networks' numbers, and presence by leases, as on the gateway.
+ROUTER = """log.level = debug
+presence = no
+hostapd = none
+dhcp.hosts = none
+network.1 = l2sd0.2
+network.2 = l2sd0.3
+"""
 # Long enough for a loaded machine: a test that passes never waits for it.
 PATIENCE = 20.0
 
@@ -95,6 +105,7 @@ class Box:
         return daemon.text_of(self.path(inner))
 
     def write(self, inner, text):
+        os.makedirs(os.path.dirname(self.path(inner)), exist_ok=True)
         with open(self.path(inner), "w", encoding="utf-8") as file:
             file.write(text)
 
@@ -102,10 +113,17 @@ class Box:
         return self.read(daemon.LOG)
 
     def journal(self):
+        self.is_simulated()
         return self.read(daemon.JOURNAL)
+
+    def is_simulated(self):
+        """What the rest of a test needs is there in the simulation only."""
+        if places.LINUX:
+            pytest.skip("a Linux router has nothing simulated")
 
     def bridge_deletions(self):
         """The addresses that were taken out of the DOCSIS bridge, in order."""
+        self.is_simulated()
         return self.read(rootfs.DELETE_CPE_RECORD).split()
 
     # --- programs
@@ -171,16 +189,21 @@ sender.close()
     # --- the daemon
 
     def configure(self):
-        """Give the gateway its example values."""
+        """Give the gateway its example values, or a Linux router the networks themselves."""
+        if places.LINUX:
+            self.write(places.SETTINGS, ROUTER)
+            self.python("lan.up()")
+            return
         values.replace(values.example(), self.path(""))
 
     def set_value(self, key, value):
         """Change one value of the gateway's, or drop it (None); the platform's next call sees that."""
+        self.is_simulated()
         values.set_value(key, value, self.path(""))
 
     def start_daemon(self):
         """Start the daemon and wait until it is ready."""
-        if not self.exists(values.FILE):
+        if not self.exists(places.SETTINGS if places.LINUX else values.FILE):
             self.configure()
         self.daemon = Daemon(self)
         self.daemon.wait_ready()
@@ -190,9 +213,10 @@ sender.close()
 
     def make_lan(self):
         """Make both networks and their hosts; nobody has joined yet."""
-        if not self.exists(values.FILE):
+        if not self.exists(places.SETTINGS if places.LINUX else values.FILE):
             self.configure()
-        self.python("lan.up()")
+        if not places.LINUX:
+            self.python("lan.up()")
 
     def start_dhcp_server(self):
         self.python("lan.start_dhcp_server()")

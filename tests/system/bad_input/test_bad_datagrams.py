@@ -65,6 +65,7 @@ def test_address_of_no_network_makes_no_client(running):
     assert MAC not in running.clients()
 
 
+@pytest.mark.simulated
 @pytest.mark.parametrize("mac", ["00:11:22:33:44:53", "00:11:22:33:44:55", "00:11:22:33:44:63"])
 def test_own_addresses_of_the_gateway_make_no_client(running, mac):
     running.datagrams(lease_datagram(mac, "192.168.0.58"))

@@ -7,9 +7,11 @@ import time
 import pytest
 
 from gateway import lease_line, wait_for
+from lab.places import RUNTIME
 
 MAC = "02:bb:00:00:00:0d"
 AFTER = "02:bb:00:00:00:0e"
+COPY = RUNTIME + "/tmp/hbs_watch_file.tmp"
 IGNORED = "HOSTBASE: Ignore invalid DHCPv4 lease notification!"
 
 
@@ -110,11 +112,11 @@ def test_missing_router_database_makes_no_client_and_comes_back(running):
 
 def test_notification_that_cannot_be_copied_is_tried_again_without_haste(running):
     failed = "HOSTBASE: Failed to copy to dhcp4 watch temp file"
-    os.mkdir(running.path("/var/tmp/hbs_watch_file.tmp"))
+    os.mkdir(running.path(COPY))
     running.notify(lease_line(MAC, "192.168.0.57"))
     wait_for("the first try", lambda: failed in running.log())
     time.sleep(1.5)
     assert 2 <= running.log().count(failed) <= 3
-    os.rmdir(running.path("/var/tmp/hbs_watch_file.tmp"))
+    os.rmdir(running.path(COPY))
     wait_for("the line is not lost", lambda: MAC in running.clients())
     running.wait_taken()

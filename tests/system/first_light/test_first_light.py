@@ -4,6 +4,8 @@ segment."""
 import json
 import subprocess
 
+import pytest
+
 from gateway import CHECKOUT, SCRIPTS, lan, lease_line, wait_for
 
 
@@ -52,6 +54,7 @@ def test_lease_over_the_notification_file_alone_makes_a_client(running):
         ("192.168.1.50", "kitchen", 1, True)
 
 
+@pytest.mark.simulated
 def test_one_command_shows_a_whole_lan_as_json():
     done = subprocess.run([f"{SCRIPTS}/box", "--lan", "--", f"{SCRIPTS}/lab/demo", "--once", "--json"],
                           cwd=CHECKOUT, capture_output=True, text=True, check=False, timeout=120)
