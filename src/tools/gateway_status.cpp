@@ -62,13 +62,7 @@ std::optional<double> uptime_of(pid_t pid) {
     return system_uptime - ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-void count(head_count &counter, const hbs_client &client) {
-    counter.clients++;
-    counter.online += (client.flags & HBS_FLAG_ONLINE) != 0;
-}
-
-} // namespace
-
+// Empty when this user may not read them.
 std::vector<daemon_count> read_counts() {
     hbs_counts counts = {};
     std::vector<daemon_count> all;
@@ -80,6 +74,13 @@ std::vector<daemon_count> read_counts() {
         close(fd);
     return all;
 }
+
+void count(head_count &counter, const hbs_client &client) {
+    counter.clients++;
+    counter.online += (client.flags & HBS_FLAG_ONLINE) != 0;
+}
+
+} // namespace
 
 std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients) {
     const hbs_client *next = nullptr;
@@ -113,7 +114,7 @@ gateway_status status_of(const database &db) {
     return status;
 }
 
-gateway_status read_status(const session &run, const database &db) {
+gateway_status seen_status(const session &run, const database &db) {
     gateway_status status = status_of(db);
     status.running = daemon_is_there(run.socket_path);
     if (!status.running)
@@ -121,10 +122,20 @@ gateway_status read_status(const session &run, const database &db) {
     status.pid = lock_holder();
     status.counts = read_counts();
     status.uptime = status.pid > 0 ? uptime_of(status.pid) : std::nullopt;
+    return status;
+}
+
+std::optional<bool> asked_mode(const session &run) {
     try {
-        status.routed = is_routed(run.socket_path, run.answer_seconds);
+        return is_routed(run.socket_path, run.answer_seconds);
     } catch (const daemon_error &) {
-        status.routed = std::nullopt; // told as such: the rest is worth showing
+        return std::nullopt; // told as such: the rest is worth showing
     }
+}
+
+gateway_status read_status(const session &run, const database &db) {
+    gateway_status status = seen_status(run, db);
+    if (status.running)
+        status.routed = asked_mode(run);
     return status;
 }

@@ -43,8 +43,11 @@ struct gateway_status {
 // All of it: asks the kernel and the daemon, too.
 gateway_status read_status(const session &run, const database &db);
 
-// Empty when this user may not read them.
-std::vector<daemon_count> read_counts();
+// All but the mode, which only the daemon knows: what costs it nothing.
+gateway_status seen_status(const session &run, const database &db);
+
+// None when the daemon does not answer.
+std::optional<bool> asked_mode(const session &run);
 
 // The part of it that the database tells.
 gateway_status status_of(const database &db);

@@ -19,22 +19,25 @@ std::string metrics_text(const gateway_status &status) {
     return text.str();
 }
 
+// What is left changes only when something happened.
+gateway_status without_uptime(gateway_status status) {
+    status.uptime.reset();
+    return status;
+}
+
 } // namespace
 
-// The mode is what the daemon said last, unless it is time to ask, or it came or went since.
+// The mode is what the daemon said last, unless it is time to ask, or another daemon is there by now.
 gateway_status live_source::status_now(const database &db) {
-    const bool running = daemon_is_there(run_.socket_path);
-    if (running != answered_.running || clock::now() - asked_ >= between_questions) {
-        answered_ = read_status(run_, db);
-        asked_ = clock::now();
+    gateway_status status = seen_status(run_, db);
+    const std::optional<pid_t> daemon = status.running ? std::optional(status.pid) : std::nullopt;
+    if (daemon != asked_ || clock::now() - asked_at_ >= between_questions) {
+        routed_ = daemon ? asked_mode(run_) : std::nullopt;
+        asked_ = daemon;
+        asked_at_ = clock::now();
         shown_.clear();
-        return answered_;
     }
-    gateway_status status = status_of(db);
-    status.running = running;
-    status.pid = answered_.pid;
-    status.counts = running ? read_counts() : answered_.counts;
-    status.routed = answered_.routed;
+    status.routed = routed_;
     return status;
 }
 
@@ -43,10 +46,14 @@ void live_source::look() {
     const gateway_status status = status_now(db);
     const std::string clients = json_text(clients_json(db.clients)) + "\n";
     const std::string metrics = metrics_text(status);
-    if (shown_ == clients + metrics)
+    const std::string compared = clients + metrics_text(without_uptime(status));
+    if (shown_ == compared) {
+        const std::lock_guard hold(mutex_);
+        texts_.metrics = metrics;
         return;
+    }
     const std::string page = json_text(page_json(status, db.clients, lan_networks()), -1);
-    shown_ = clients + metrics;
+    shown_ = compared;
     const std::lock_guard hold(mutex_);
     texts_ = {texts_.version + 1, page, clients, metrics};
     news_.notify_all();

@@ -11,7 +11,7 @@
 #include "tools/session.h"
 
 struct live_texts {
-    uint64_t version = 0; // another one with each news
+    uint64_t version = 0; // another one with each news; the uptime alone is none
     std::string page;     // as page_json makes it, on one line
     std::string clients;  // as `list --json` prints them
     std::string metrics;
@@ -39,9 +39,10 @@ class live_source {
 
     // Of the thread that looks:
     const session &run_;
-    gateway_status answered_; // when the daemon was asked for its mode last
-    clock::time_point asked_;
-    std::string shown_; // all that is shown, but for what changes by itself
+    std::optional<pid_t> asked_; // the daemon that was asked for its mode last; none: there was none
+    clock::time_point asked_at_;
+    std::optional<bool> routed_; // what it said
+    std::string shown_;          // all that is shown, but for what changes by itself
 
     // Of all threads:
     std::mutex mutex_;

@@ -3,6 +3,7 @@
 The browser runs in the box, where there is no network but the box's own.
 """
 
+import itertools
 import json
 import os
 import re
@@ -156,6 +157,54 @@ def test_metrics_are_what_metrics_prints(house, served):
     # Asking for the mode takes datagrams.
     without_time = re.compile(r"(?m)^hostbase_(uptime_seconds|datagrams_total).*\n|^# .*uptime.*\n")
     assert without_time.sub("", body) == without_time.sub("", house.hbsctl("metrics").stdout)
+
+
+def test_metrics_and_page_tell_how_long_the_daemon_runs(house, browser, served):
+    def uptime():
+        return int(re.search(r"(?m)^hostbase_uptime_seconds (\d+)$", ask(house, served, "/metrics")[2]).group(1))
+    first = uptime()
+    wait_for("it goes on", lambda: uptime() > first)
+    browser.open(served)
+    house.hbsctl("comment", "laptop", "in the hall")
+    browser.wait_for("document.getElementById('rows').textContent.includes('in the hall')")
+    assert browser.value("data.status.uptime_seconds") >= first
+    assert re.search(r"running for \d+ (s|min|h)", browser.value("document.getElementById('told').textContent"))
+    house.hbsctl("comment", "laptop", "")
+
+
+def test_page_tries_again_after_it_was_refused(house, browser):
+    """More follow than may: the page says so, and follows as soon as it can."""
+    process = house.start("hbsctl", "serve", "--listen", "127.0.0.1:0", "--interval", "0.1", stdout=subprocess.PIPE,
+                          text=True)
+    followers = []
+    told = "document.getElementById('told').textContent"
+    news = map("news {}".format, itertools.count())
+
+    def follows():
+        """Who has gone is found out with the next news."""
+        house.hbsctl("comment", "laptop", next(news))
+        return browser.value("document.getElementById('rows').textContent.includes('news')")
+    try:
+        url = process.stdout.readline().strip()
+        server = house.run("pgrep", "-nx", "hbsctl").stdout.strip()
+        for _ in range(16):
+            followers.append(house.start("curl", "--silent", "--no-buffer", url + "events", stdout=subprocess.PIPE))
+            assert followers[-1].stdout.readline().startswith(b"data: ")
+        browser.open(url)
+        browser.wait_for(told + ".includes('connection lost, trying again')")
+        house.run("kill", *house.run("pidof", "curl").stdout.split())
+        wait_for("the page follows", follows, 120)
+        browser.wait_for(f"!{told}.includes('connection lost')")
+        browser.open("about:blank")
+        house.run("kill", server)
+        assert process.wait(60) == 0
+    finally:
+        browser.complaints.clear()  # it tells of the refusal
+        for each in (process, *followers):
+            each.kill()
+            each.wait()
+            each.stdout.close()
+        house.hbsctl("comment", "laptop", "")
 
 
 @pytest.mark.parametrize("host", ["evil.example", "evil.example:80", "127.0.0.1.evil.example", "", "localhost:x"])
