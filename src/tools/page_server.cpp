@@ -76,6 +76,7 @@ struct page_server::parts {
     listen_address where;
     std::atomic<unsigned> followers = 0;
     httplib::Server server;
+    std::atomic<bool> ended = false; // the listener, for whatever reason
     std::thread listener;
 
     void give_events(Response &response) {
@@ -134,15 +135,22 @@ page_server::page_server(const listen_address &where, live_source &source)
     if (own.where.port < 0 || (!any && !own.server.bind_to_port(where.host, where.port)))
         throw run_error(exit_failed,
                         "cannot listen on " + url_of(where) + ": is the address this machine's, and free?");
-    own.listener = std::thread([&own] { (void)own.server.listen_after_bind(); });
+    own.listener = std::thread([&own] {
+        (void)own.server.listen_after_bind();
+        own.ended = true;
+    });
 }
 
 page_server::~page_server() {
     parts_->source.end();
-    while (!parts_->server.is_running()) // it could not be stopped before it listens
-        std::this_thread::yield();
+    while (!parts_->server.is_running() && !parts_->ended) // it could not be stopped before it listens
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
     parts_->server.stop();
     parts_->listener.join();
+}
+
+bool page_server::has_ended() const {
+    return parts_->ended;
 }
 
 const listen_address &page_server::address() const {

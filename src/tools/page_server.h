@@ -17,6 +17,9 @@ class page_server {
     page_server(const page_server &) = delete;
     page_server &operator=(const page_server &) = delete;
 
+    // Whether nobody is listened to any more: the socket failed.
+    bool has_ended() const;
+
     // Where it is, with the port that was found when none was given.
     const listen_address &address() const;
 

@@ -30,6 +30,8 @@ void serve(session &run, const serve_options &options) {
     const page_server server(options.where, source);
     announce(run, server.address());
     while (signals.wait(pause)) {
+        if (server.has_ended())
+            throw run_error(exit_failed, "cannot listen on " + url_of(server.address()) + " any more");
         try {
             source.look();
         } catch (const database_error &) {
