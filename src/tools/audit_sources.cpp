@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <glob.h>
 #include <net/if.h>
 #include <sstream>
@@ -13,6 +12,7 @@
 
 #include "base/paths.h"
 #include "tools/lan_networks.h"
+#include "tools/whole_file.h"
 #include "tools/words.h"
 
 namespace {
@@ -51,13 +51,6 @@ void add_neighbour(hbs_netlink_bytes message, void *context) {
     const auto found = neighbour_sighting(entry, interface_name(entry.header.ndm_ifindex));
     if (found)
         static_cast<std::vector<sighting> *>(context)->push_back(*found);
-}
-
-std::string file_text(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
 }
 
 std::vector<std::string> files_like(const char *pattern) {
@@ -131,9 +124,9 @@ std::vector<sighting> kernel_neighbours() {
 std::vector<sighting> dhcp_leases() {
     std::vector<sighting> all;
     for (const std::string &file : files_like(HBS_DYNAMIC_LEASES_BEFORE "*" HBS_DYNAMIC_LEASES_AFTER))
-        append(all, parse_leases(file_text(file), sighting::dynamic_lease, file));
+        append(all, parse_leases(file_text(file).value_or(""), sighting::dynamic_lease, file));
     for (const std::string &file : files_like(HBS_STATIC_LEASES_BEFORE "*" HBS_STATIC_LEASES_AFTER))
-        append(all, parse_leases(file_text(file), sighting::static_lease, file));
-    append(all, parse_ipv6_leases(file_text(HBS_LEASEV6_DATABASE), HBS_LEASEV6_DATABASE));
+        append(all, parse_leases(file_text(file).value_or(""), sighting::static_lease, file));
+    append(all, parse_ipv6_leases(file_text(HBS_LEASEV6_DATABASE).value_or(""), HBS_LEASEV6_DATABASE));
     return all;
 }

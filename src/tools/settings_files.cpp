@@ -1,27 +1,19 @@
 #include "tools/settings_files.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <sstream>
-#include <stdexcept>
 #include <unistd.h>
 
 #include "base/paths.h"
 #include "tools/audit_sources.h"
+#include "tools/whole_file.h"
 
 namespace {
 
 constexpr size_t record_size = 37; // of a trusted device, as the daemon writes it
 
 std::string content(const char *path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    if (!file && access(path, F_OK) == 0)
-        throw std::runtime_error(std::string(path) + " cannot be read: " + strerror(errno));
-    return text.str();
+    return access(path, F_OK) == 0 ? read_whole_file(path) : "";
 }
 
 bool parse_filed(const std::string &field, rule_values *rule) {

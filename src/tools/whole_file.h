@@ -1,11 +1,16 @@
-// Files that others find whole or not at all.
+// Files that are read and written as one text.
 #pragma once
 
+#include <optional>
 #include <string>
 
-// Replaces the file, with a new one of the usual mode. Throws std::runtime_error, and leaves the old one
-// then. What is there and no plain file, as a terminal or a pipe, is written to.
+// Others find the file as it was or as it is now, never a part. It stays what it was: a link is followed, and
+// the mode and, where this user may, the owner are kept. What is no plain file, as a terminal or a pipe, is
+// written to. Throws std::runtime_error, and leaves all as it was then.
 void write_whole_file(const std::string &path, const std::string &text);
 
-// Throws std::runtime_error.
+// None when it cannot be read; errno tells why.
+std::optional<std::string> file_text(const std::string &path);
+
+// Throws std::runtime_error when it cannot be read.
 std::string read_whole_file(const std::string &path);

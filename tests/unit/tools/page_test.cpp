@@ -4,11 +4,9 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/stat.h>
 
 #include "tools/listen_address.h"
 #include "tools/page.h"
-#include "tools/whole_file.h"
 
 namespace {
 
@@ -87,19 +85,6 @@ TEST(TrustedHost, IsAnAddressOrLocalhost) {
          {"", "evil.example", "evil.example:8080", "127.0.0.1.evil.example", "localhost.evil.example",
           "localhost:8080@evil.example", "localhost:", "[::1", "1", "127.1"})
         EXPECT_FALSE(is_trusted_host(line)) << line;
-}
-
-TEST(WholeFile, IsReplacedOrLeftAlone) {
-    const std::string path = "/tmp/hbsctl_page_test";
-    write_whole_file(path, "one");
-    write_whole_file(path, "two");
-    EXPECT_EQ(read_whole_file(path), "two");
-    (void)remove(path.c_str());
-    EXPECT_THROW((void)read_whole_file(path), std::runtime_error);
-    EXPECT_THROW(write_whole_file("/nowhere/file", "x"), std::runtime_error);
-    write_whole_file("/dev/null", "x");
-    struct stat there = {};
-    EXPECT_TRUE(stat("/dev/null", &there) == 0 && S_ISCHR(there.st_mode));
 }
 
 } // namespace
