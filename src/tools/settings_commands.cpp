@@ -108,6 +108,11 @@ std::vector<step> steps_of(const look &now, const device_settings &device) {
     return steps;
 }
 
+std::optional<ip_address> address_of(const hbs_client &client) {
+    const std::string ipv4 = ipv4_text(client.ipv4), ipv6 = ipv6_text(client.ipv6);
+    return parse_ip(!ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll));
+}
+
 // A comment and a host name are set by an address: what else was set may have made the client first.
 std::vector<step> text_steps_of(const look &now, const device_settings &device) {
     const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
@@ -118,8 +123,7 @@ std::vector<step> text_steps_of(const look &now, const device_settings &device) 
     const bool marked = !device.host || (client.trust & HBS_TRUST_USER) != 0;
     if (marked && field_text(client.comment) == device.comment && field_text(client.host) == host)
         return {};
-    const std::string ipv4 = ipv4_text(client.ipv4), ipv6 = ipv6_text(client.ipv6);
-    const auto address = parse_ip(!ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll));
+    const auto address = address_of(client);
     if (!address)
         return {};
     return {{HBS_CMD_SET_COMMENT_HOST, request_comment_host(*address, device.comment, host), std::nullopt}};
@@ -142,6 +146,14 @@ bool is_in(const json &wanted, const json &got) {
                        [&](const json &one) { return std::find(got.begin(), got.end(), one) != got.end(); });
 }
 
+// Why a text could not be set, after a colon.
+std::string why_missing(const look &now, const device_settings &device, const std::string &name) {
+    const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
+    if ((name != "comment" && name != "host") || (!found.empty() && address_of(found.front())))
+        return "";
+    return ": it needs an address, which the device does not have here; import again when it is there";
+}
+
 // What the look afterwards does not show although it was asked for.
 std::vector<std::string> missing_in(const look &now, const std::vector<device_settings> &devices) {
     const std::vector<device_settings> there = settings_of(now);
@@ -153,7 +165,7 @@ std::vector<std::string> missing_in(const look &now, const std::vector<device_se
         const json got = found == there.end() ? json::object() : settings_json({*found})["devices"][0];
         for (const auto &[name, value] : wanted.items())
             if (name != "mac" && (!got.contains(name) || !is_in(value, got[name])))
-                missing.push_back(name + " of " + text_of(device));
+                missing.push_back(name + " of " + text_of(device) + why_missing(now, device, name));
     }
     return missing;
 }
@@ -168,30 +180,48 @@ std::string content_of(session &run, const std::string &path) {
                                    : read_whole_file(path);
 }
 
-// Nothing is sent when anything cannot be meant.
+objection to_list_texts(const device_settings &device) {
+    return has_list_texts(device) && !is_on_list(device)
+               ? objection(
+                     "its description, keywords, domains and filter word need a list, and it is on none")
+               : std::nullopt;
+}
+
+// All that is sent, but for the texts that need an address. Throws when anything cannot be meant.
+std::vector<step> all_steps(const session &run, const look &now,
+                            const std::vector<device_settings> &devices) {
+    std::vector<step> all;
+    for (const device_settings &device : devices) {
+        const std::string name = "import: " + text_of(device);
+        // Its texts are sent last, to the address that the device has by then: here only their lengths count.
+        (void)request_comment_host(ip_address{}, device.comment, device.host.value_or(""));
+        heed(run, name, to_list_texts(device));
+        for (const step &one : steps_of(now, device)) {
+            heed(run, name, one.why_not);
+            all.push_back(one);
+        }
+    }
+    return all;
+}
+
+void tell_missing(session &run, const look &now, const std::vector<device_settings> &devices) {
+    for (const std::string &what : missing_in(now, devices)) {
+        run.err << "hbsctl: import: not as in the file: " << what << '\n';
+        run.status = exit_negative;
+    }
+}
+
 void import_settings(session &run, const std::string &path) {
     const std::vector<device_settings> devices = parse_settings(content_of(run, path));
     const look before = look_first(run);
     heed(run, "import", to_missing_clients(before));
-    std::vector<step> steps;
-    for (const device_settings &device : devices) {
-        // Its texts are sent last, to the address that the device has by then: here only their lengths count.
-        (void)request_comment_host(ip_address{}, device.comment, device.host.value_or(""));
-        for (const step &one : steps_of(before, device)) {
-            heed(run, "import: " + text_of(device), one.why_not);
-            steps.push_back(one);
-        }
-    }
-    send_steps(run, steps);
+    send_steps(run, all_steps(run, before, devices));
     const look between = look_first(run);
     for (const device_settings &device : devices)
         send_steps(run, text_steps_of(between, device));
     const look after = look_first(run);
     print_outcome(run, "import", changes_between(facts_of(before, devices), facts_of(after, devices)));
-    const std::vector<std::string> missing = missing_in(after, devices);
-    for (const std::string &what : missing)
-        run.err << "hbsctl: import: not as in the file: " << what << '\n';
-    run.status = missing.empty() ? run.status : exit_negative;
+    tell_missing(run, after, devices);
 }
 
 void add_file(CLI::App *command, std::string &path, const char *help) {

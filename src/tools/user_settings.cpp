@@ -38,11 +38,19 @@ void take_client(device_settings &device, const hbs_client &client) {
     device.filter_word = static_cast<uint32_t>(client.mac_filter);
 }
 
+// What the daemon left of a list that the device was taken off can only be set with a list again.
+void drop_texts_of_no_list(device_settings &device) {
+    if (is_on_list(device))
+        return;
+    device.description.clear();
+    device.keywords.clear();
+    device.domains.clear();
+    device.filter_word = 0;
+}
+
 bool is_anything_set(const device_settings &device) {
     return device.static_lease || device.internal_lease || !device.trusted_for.empty() ||
-           !device.comment.empty() || device.host || !device.lists.empty() || !device.rules.empty() ||
-           !device.description.empty() || !device.keywords.empty() || !device.domains.empty() ||
-           device.filter_word != 0;
+           !device.comment.empty() || device.host || is_on_list(device) || has_list_texts(device);
 }
 
 // The file of static leases tells both kinds alike; only the one of a client was meant for a client.
@@ -51,8 +59,7 @@ bool is_clients(const look &now, const sighting &lease) {
     return !found.empty() && ipv4_text(found.front().ipv4) == lease.address;
 }
 
-// --- as a document
-// ------------------------------------------------------------------------------------------
+// --- as a document ----------------------------------------------------------------------------------------
 
 template <size_t Count> const char *word_of(const number_word (&kinds)[Count], uint32_t number) {
     const auto *found =
@@ -103,8 +110,7 @@ json device_json(const device_settings &device) {
     return object;
 }
 
-// --- from a document
-// ----------------------------------------------------------------------------------------
+// --- from a document --------------------------------------------------------------------------------------
 
 template <size_t Count> uint32_t number_of(const number_word (&kinds)[Count], const std::string &word) {
     for (const number_word &kind : kinds)
@@ -183,6 +189,15 @@ device_settings parse_one(const json &object) {
 
 } // namespace
 
+bool is_on_list(const device_settings &device) {
+    return !device.lists.empty() || !device.rules.empty();
+}
+
+bool has_list_texts(const device_settings &device) {
+    return !device.description.empty() || !device.keywords.empty() || !device.domains.empty() ||
+           device.filter_word != 0;
+}
+
 std::vector<device_settings> settings_of(const look &now) {
     std::map<std::string, device_settings> devices;
     for (const hbs_client &client : now.db.clients)
@@ -197,6 +212,7 @@ std::vector<device_settings> settings_of(const look &now) {
     std::vector<device_settings> all;
     for (auto &[mac, device] : devices) {
         device.mac = parse_mac(mac).value_or(mac_bytes{});
+        drop_texts_of_no_list(device);
         if (is_anything_set(device))
             all.push_back(device);
     }

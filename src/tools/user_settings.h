@@ -19,9 +19,12 @@ struct device_settings {
     std::optional<std::string> host;                    // only where the user set a text
     std::vector<uint8_t> lists;                         // HBS_LIST_*, on which it is
     std::vector<std::pair<uint8_t, rule_values>> rules; // each on a list
-    std::string description, keywords, domains;
-    uint32_t filter_word = 0;
+    std::string description, keywords, domains;         // come with a list
+    uint32_t filter_word = 0;                           // and this
 };
+
+bool is_on_list(const device_settings &device);
+bool has_list_texts(const device_settings &device);
 
 // All devices with a MAC of which something is set, in the order of their MACs.
 std::vector<device_settings> settings_of(const look &now);

@@ -58,6 +58,33 @@ def test_what_was_exported_is_imported_again(house):
     assert (again.returncode, again.stderr) == (1, "hbsctl: import: nothing changed\n")
 
 
+def test_texts_of_a_device_that_is_on_no_list(house):
+    """A comment and a name need nothing but the device; what was left of a list comes with lists only."""
+    house.hbsctl("comment", LAPTOP, "desk", "--host", "mine")
+    house.hbsctl(*f"mac-filter set white {PHONE} --rule 7f,1,2 --description child --filter-word 5".split())
+    house.hbsctl(*f"mac-filter clear white {PHONE} --rule 7f,1,2".split())
+    house.hbsctl("export", "/tmp/settings.json")
+    assert json.loads(house.read("/tmp/settings.json"))["devices"] == [
+        {"mac": LAPTOP, "comment": "desk", "host": "mine"}]
+    house.hbsctl("comment", LAPTOP, "other", "--host", "laptop")
+    assert house.hbsctl("import", "/tmp/settings.json").stdout == (
+        f"host name of {LAPTOP}: changed from 'laptop' to 'mine'\n"
+        f"comment of {LAPTOP}: changed from 'other' to 'desk'\n")
+
+
+def test_texts_of_a_device_that_is_not_there_yet(house):
+    house.write("/tmp/settings.json", json.dumps({"hbsctl_settings": 1, "devices": [
+        {"mac": NEW, "comment": "desk", "host": "mine"}]}))
+    done = house.hbsctl("import", "/tmp/settings.json", check=False)
+    why = "it needs an address, which the device does not have here; import again when it is there"
+    assert (done.returncode, done.stderr) == (1, "hbsctl: import: nothing changed\n" + "".join(
+        f"hbsctl: import: not as in the file: {what} of {NEW}: {why}\n" for what in ("comment", "host")))
+    house.datagrams(lease_datagram(NEW, "192.168.0.140", host=b"new"))
+    wait_for("it is there", lambda: NEW in house.clients())
+    assert "comment" in house.hbsctl("import", "/tmp/settings.json").stdout
+    assert [house.clients()[NEW][name] for name in ("comment", "host")] == ["desk", "mine"]
+
+
 @pytest.mark.parametrize("device, reason", [
     ({"mac": "nobody"}, "'nobody' is no MAC"), ({}, 'a device has no "mac"'),
     ({"mac": NEW, "colour": "red"}, "'colour' is nothing that can be set"),
@@ -77,6 +104,15 @@ def test_what_is_no_export_is_refused_before_anything_is_sent(house, device, rea
     house.write("/tmp/settings.json", json.dumps(document))
     done = house.hbsctl("import", "/tmp/settings.json", check=False)
     assert (done.returncode, reason in done.stderr) == (2, True), done.stderr
+    assert house.clients()[LAPTOP]["trust"] == []
+
+
+def test_list_texts_without_a_list_cannot_be_meant(house):
+    house.write("/tmp/settings.json", json.dumps({"hbsctl_settings": 1, "devices": [
+        {"mac": LAPTOP, "trust": ["site"]}, {"mac": PHONE, "description": "child"}]}))
+    done = house.hbsctl("import", "/tmp/settings.json", check=False)
+    assert done.returncode == 1 and f"import: {PHONE}: nothing changed: its description, keywords, domains and " \
+        "filter word need a list, and it is on none (--force sends it all the same)" in done.stderr
     assert house.clients()[LAPTOP]["trust"] == []
 
 
