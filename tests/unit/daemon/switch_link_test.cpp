@@ -1,10 +1,12 @@
 // A port of the external switch that loses link takes its clients off line.
 #include <array>
+#include <optional>
 
 #include "daemon/switch_link.h"
 #include "store/index.h"
 #include "support/bridge.h"
 #include "support/events.h"
+#include "support/waiting_call.h"
 
 namespace switch_link_test {
 
@@ -155,22 +157,26 @@ TEST_F(SwitchLink, ChangeOfThePlatformsPortArrives) {
     EXPECT_TRUE(wait_until([] { return !online(11); }));
     expect_deletions({mac(11)});
     set("switch.port.2", "up");
-    sleep_milliseconds(300); // the platform looks every 100 ms
-    EXPECT_FALSE(online(11));
-    EXPECT_EQ(1u, downs().size());
-    set("switch.port.2", "down");
+    set("switch.port.3", "down"); // seen with it, or after it
     EXPECT_TRUE(wait_until([&] { return downs().size() == 2; }));
+    EXPECT_EQ(down_line(3), downs().back());
+    EXPECT_FALSE(online(11));
+    set("switch.port.2", "down");
+    EXPECT_TRUE(wait_until([&] { return downs().size() == 3; }));
+    EXPECT_EQ(down_line(2), downs().back());
 }
 
 TEST_F(SwitchLink, ChangeWaitsForTheLock) {
     plug(11, 2);
+    std::optional<WaitingCall> change;
     {
         const hbs_list_hold hold;
-        set("switch.port.2", "down");
-        sleep_milliseconds(300);
+        change.emplace([] { report({1, 0, 1, 1}); });
+        EXPECT_TRUE(change->is_waiting());
         EXPECT_TRUE(online(11));
     }
-    EXPECT_TRUE(wait_until([] { return !online(11); }));
+    change->join();
+    EXPECT_FALSE(online(11));
     expect_deletions({mac(11)});
 }
 

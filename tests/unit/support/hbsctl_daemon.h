@@ -103,14 +103,14 @@ struct ctl_result {
 
 // `input`: what a person types; null: nobody is there to be asked.
 inline ctl_result ctl(const std::vector<std::string> &arguments, const std::string &socket_path,
-                      const char *input = nullptr) {
+                      const char *input = nullptr, double answer_seconds = 2) {
     std::istringstream in(input == nullptr ? "" : input);
     std::ostringstream out, err;
     session run = {.in = in,
                    .out = out,
                    .err = err,
                    .can_ask = input != nullptr,
-                   .answer_seconds = 2,
+                   .answer_seconds = answer_seconds,
                    .socket_path = socket_path,
                    .how = {}};
     const exit_status status = run_command_line(run, arguments);

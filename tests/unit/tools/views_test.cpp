@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/gateway.h"
 #include "support/hbsctl_daemon.h"
 #include "support/query_segment.h"
 #include "tools/terminal.h"
@@ -387,14 +388,23 @@ TEST_F(Views, WatchStopsAndResumesLikeAnyProgram) {
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &window);
     if (child == 0)
         _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
-    std::thread reader([&] { (void)read_to_end(terminal); });
-    usleep(200000);
+    const std::string screen = "\033[?1049h";
+    std::atomic<int> screens = 0; // that it took, two at most
+    std::thread reader([&] {
+        std::string text;
+        char block[4096];
+        for (ssize_t size = 0; (size = read(terminal, block, sizeof block)) > 0;) {
+            text.append(block, static_cast<size_t>(size));
+            screens = text.find(screen) != text.rfind(screen) ? 2 : text.find(screen) != std::string::npos;
+        }
+    });
+    EXPECT_TRUE(wait_until([&] { return screens == 1; }, 60000));
     kill(child, SIGTSTP);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
     EXPECT_TRUE(WIFSTOPPED(status));
     kill(child, SIGCONT);
-    usleep(100000);
+    EXPECT_TRUE(wait_until([&] { return screens == 2; }, 60000));
     kill(child, SIGTERM);
     EXPECT_EQ(status_of_child(child), exit_ok);
     reader.join();
