@@ -38,12 +38,60 @@ def test_a_tree_that_another_built(foreign_tree, command):
     assert "Traceback" not in done.stderr
 
 
+@pytest.mark.parametrize("chosen", ["nosuch", "../../tmp", ""])
+def test_a_build_that_was_chosen_and_is_not_there(chosen):
+    done = subprocess.run(["script/box", "--", "true"], cwd=CHECKOUT, env={**os.environ, "HBS_BUILD": chosen},
+                          capture_output=True, text=True, check=False)
+    assert done.returncode == 125
+    assert done.stderr.startswith(f"script/box: HBS_BUILD={chosen} names a build that has no daemon: ")
+    assert "Traceback" not in done.stderr and done.stderr.count("\n") == 1
+
+
 def test_a_fuzz_target_that_is_none():
     done = subprocess.run(["script/fuzz", "nosuch"], cwd=CHECKOUT, capture_output=True, text=True, check=False)
     assert done.returncode == 2
     assert done.stderr.startswith("script/fuzz: no target 'nosuch'; there are: ")
     named = set(done.stderr.split("there are: ")[1].split())
     assert named == set(os.listdir(os.path.join(CHECKOUT, "tests", "fuzz", "seeds")))
+
+
+def run_script(*command, cwd=CHECKOUT):
+    return subprocess.run(command, cwd=cwd, capture_output=True, text=True, check=False)
+
+
+@pytest.mark.parametrize("command", [["script/check", "--fast"], ["script/tidy"]])
+def test_checks_need_a_checkout(command):
+    with tempfile.TemporaryDirectory() as directory:
+        shutil.copytree(SCRIPTS, f"{directory}/script", ignore=shutil.ignore_patterns("__pycache__"))
+        shutil.copy(os.path.join(CHECKOUT, ".clang-tidy"), directory)
+        done = run_script(*command, cwd=directory)
+    assert done.returncode == 1
+    assert done.stderr.startswith(f"{command[0]}: this is no checkout of git's") and done.stderr.count("\n") == 1
+
+
+@pytest.mark.parametrize("words, reason", [
+    (["nosuch"], "no stage 'nosuch'"), (["unit", "--build"], "--build needs the name of a preset"),
+    (["--build", "nosuch", "system"], "--build needs the name of a preset")])
+def test_words_of_test_that_make_no_sense(words, reason):
+    done = run_script("script/test", *words)
+    assert (done.returncode, done.stderr.splitlines()[-1]) == (2, f"script/test: {reason}")
+
+
+def test_the_targets_files_are_missed_before_anything_is_built():
+    with tempfile.TemporaryDirectory() as directory:
+        shutil.copytree(SCRIPTS, f"{directory}/script", ignore=shutil.ignore_patterns("__pycache__"))
+        done = run_script("script/test", "unit", "target", cwd=directory)
+        assert os.listdir(directory) == ["script"]
+    assert (done.returncode, done.stdout) == (2, "")
+    assert done.stderr == ("script/test: the files of stage target are not there; script/bootstrap --target fetches "
+                           "them\n")
+
+
+def test_bootstrap_takes_its_words_in_any_order():
+    lists = {run_script("script/bootstrap", *words).stdout for words in (
+        ("--tests", "--target", "--list"), ("--target", "--tests", "--list"), ("--list", "--target", "--tests"))}
+    assert len(lists) == 1
+    assert {"chromium", "qemu-system-misc", "cmake"} <= set(lists.pop().split())
 
 
 def test_the_box_says_that_it_has_a_tmp_of_its_own():
