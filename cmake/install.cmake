@@ -11,7 +11,7 @@ function(hbs_compressed source)
 endfunction()
 configure_file(packaging/changelog.in packaging/changelog @ONLY)
 hbs_compressed(${PROJECT_BINARY_DIR}/packaging/changelog)
-foreach(page gw_hostbase.8 hbsctl.1 hostbase_query.3)
+foreach(page gw_hostbase.8 hbs-lease-event.8 hbsctl.1 hostbase_query.3)
     hbs_compressed(${PROJECT_SOURCE_DIR}/packaging/${page})
 endforeach()
 # The layouts are documents already, whose tables a test holds against the headers.
@@ -44,7 +44,6 @@ set(other_daemon gw-hostbase)
 if(HBS_PLATFORM_DIR STREQUAL "${PROJECT_SOURCE_DIR}/platform/linux")
     set(daemon_package gw-hostbase)
     set(other_daemon gw-hostbase-host)
-    set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/postinst)
     install(FILES packaging/linux/gw_hostbase.service DESTINATION lib/systemd/system COMPONENT daemon)
     install(FILES packaging/linux/gw_hostbase.sysusers RENAME gw_hostbase.conf DESTINATION lib/sysusers.d
             COMPONENT daemon)
@@ -54,7 +53,8 @@ else()
     install(FILES platform/host/gateway.conf.example docs/platform.md DESTINATION ${CMAKE_INSTALL_DOCDIR}
             COMPONENT daemon)
 endif()
-install(FILES ${PROJECT_BINARY_DIR}/packaging/gw_hostbase.8.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/gw_hostbase.8.gz ${PROJECT_BINARY_DIR}/packaging/hbs-lease-event.8.gz
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT daemon)
 
 set(public_headers include/hbs_db.h include/hbs_msg.h include/hostbase_query.h)
 install(TARGETS hbs_query_shared EXPORT hbs_query
@@ -116,6 +116,8 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/postinst
+    ${PROJECT_SOURCE_DIR}/packaging/prerm)
 # Only one daemon can be on a machine, and what reads its database is built for the same places.
 set(CPACK_DEBIAN_DAEMON_PACKAGE_CONFLICTS ${other_daemon})
 set(CPACK_DEBIAN_QUERY_PACKAGE_CONFLICTS ${other_daemon})

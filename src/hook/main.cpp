@@ -1,6 +1,7 @@
 // hbs-lease-event: what dnsmasq (dhcp-script) and Kea (run_script) run for each lease. It tells the daemon by
 // one datagram and ends. A server waits for nothing: when the daemon does not take the datagram at once it is
 // lost, and the server's next word of the lease makes up for it.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -36,9 +37,24 @@ void send_note(hbs_lease_note *note, void *context) {
                      reinterpret_cast<const sockaddr *>(&address), sizeof address);
 }
 
+// A person's question; a server's words never begin like that. Returns whether it was one.
+bool is_answered(int count, const char *const argv[]) {
+    if (count == 2 && strcmp(argv[1], "--version") == 0)
+        return puts("hbs-lease-event " HBS_VERSION) >= 0;
+    if (count != 2 || strcmp(argv[1], "--help") != 0)
+        return false;
+    return puts("Usage: hbs-lease-event add|old|del MAC|DUID ADDRESS [HOST]   (dnsmasq: dhcp-script)\n"
+                "       hbs-lease-event HOOK-POINT                           (Kea: run_script)\n"
+                "       hbs-lease-event --help | --version\n\n"
+                "Tells gw_hostbase of a DHCP lease. All else stands in the environment, as the servers have "
+                "it.") >= 0;
+}
+
 } // namespace
 
 int main(int count, char *argv[]) {
+    if (is_answered(count, argv))
+        return fflush(stdout) == 0 ? 0 : 1;
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return 0;

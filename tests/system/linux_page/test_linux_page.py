@@ -1,14 +1,20 @@
 """docs/linux.md: its commands, typed as they stand, on a router with dnsmasq and clients that have their leases."""
 
+import json
 import os
 import re
+import subprocess
 
 from gateway import CHECKOUT
-from router import mac_of, wait_for
+from router import STATE, mac_of, wait_for
 
 with open(os.path.join(CHECKOUT, "docs", "linux.md"), encoding="utf-8") as page:
     TEXT = page.read()
-COMMANDS = re.findall(r"^    (.*)$", TEXT.split("## From a Debian router")[1].split("\n## ")[0], re.MULTILINE)
+def commands_below(heading):
+    return re.findall(r"^    (.*)$", TEXT.split(f"\n## {heading}")[1].split("\n## ")[0], re.MULTILINE)
+
+
+COMMANDS = commands_below("From a Debian router")
 
 
 def test_five_commands_to_the_real_clients(router):
@@ -38,3 +44,20 @@ def on_line(router):
     # As it is installed, not as it was built.
     done = router.run("env", "PATH=/usr/local/bin:/usr/bin:/bin", "sh", "-c", COMMANDS[4], check=False)
     return done.stdout if "2 on line" in done.stdout else None
+
+
+def test_a_listener_gets_each_event_as_a_line_of_json(router):
+    router.start_daemon()
+    (listen,) = commands_below("Events")
+    listener = router.start("sh", "-c", f"{listen} > /root/events", stderr=subprocess.DEVNULL)
+    try:
+        wait_for("it listens", lambda: router.exists("/run/gw_hostbase/events"))
+        router.lan('router.bridge("br-lan", 1, "192.168.10.1/24")\n')
+        wait_for("its network is known", lambda: "br-lan" in router.read(f"{STATE}/networks"))
+        router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17", "--host", "laptop")
+        wait_for("an event came", lambda: "\n" in router.read("/root/events"))
+    finally:
+        router.run("pkill", "-x", "socat", check=False)
+        listener.wait(20)
+    event = json.loads(router.read("/root/events").splitlines()[0])
+    assert mac_of(17) in json.dumps(event).lower()

@@ -17,7 +17,8 @@ FILES = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/libhbs_
          "include/hostbase_query.h", "include/hbs_db.h", "include/hbs_msg.h", "share/man/man1/hbsctl.1.gz",
          "share/bash-completion/completions/hbsctl", "share/zsh/vendor-completions/_hbsctl",
          "share/man/man7/hbs_db.7.gz", "share/man/man7/hbs_msg.7.gz",
-         "share/man/man3/hostbase_query.3.gz", "share/man/man8/gw_hostbase.8.gz")
+         "share/man/man3/hostbase_query.3.gz", "share/man/man8/gw_hostbase.8.gz",
+         "share/man/man8/hbs-lease-event.8.gz", "bin/hbs-lease-event")
 PROGRAMS = ("sbin/gw_hostbase", "bin/hbsctl", "lib/libhbs_query.so.1", "lib/gw_hostbase/libhbs_platform.so")
 PACKAGES = {"gw-hostbase-host", "hbsctl", "libhbs-query1", "libhbs-query-dev"}
 NEW_ROOT = ("mkdir -p $1/var/lib/dpkg/info $1/var/lib/dpkg/updates && touch $1/var/lib/dpkg/status && shift")

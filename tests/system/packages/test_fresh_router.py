@@ -1,0 +1,126 @@
+"""The packages of the Linux platform on a fresh Debian router: installed, used by docs/installing.md alone with real
+DHCP clients, upgraded, removed.
+"""
+
+import json
+import os
+import re
+import tempfile
+
+import pytest
+from fresh_machine import (CHECKOUT, LATER, PLACE, foreign_places, inside, left_behind, lines_of, lintian_errors,
+                           names_of, package, put_up)
+from router import Router, mac_of, wait_for
+
+# A router's own; the last one makes users, as systemd does where it is.
+BESIDES = ("dnsmasq-base", "iproute2", "procps", "systemd-standalone-sysusers")
+MADE, INSTALL, ENABLE, TELL_DNSMASQ, RESTART, LIST, PURGE, UNTELL = (
+    slice(0, 2), 2, 3, 4, 5, 6, 7, 8)
+LINES = lines_of("installing.md", "On a router")
+LAPTOP, PHONE = mac_of(17), mac_of(18)
+DNSMASQ = ("port=0\nuser=root\nno-ping\ndhcp-authoritative\nno-resolv\nno-hosts\n"
+           "dhcp-range=192.168.10.100,192.168.10.150,1h\n")
+SYSTEMCTL = '#!/bin/sh\necho "$*" >> /root/asked\n'
+
+
+@pytest.fixture(name="packages", scope="module")
+def made_packages():
+    with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build"), prefix="packages.") as directory:
+        yield package("linux", f"{directory}/now"), package("linux", f"{directory}/later", LATER)
+
+
+@pytest.fixture(name="machine", scope="module")
+def fresh_router(packages):
+    """A LAN with two devices at a machine whose systemd only notes what it is asked for."""
+    box = Router()
+    try:
+        put_up(box, BESIDES, *packages)
+        box.run("sh", "-ec", f"mkdir -p {PLACE}/run/systemd/system {PLACE}/etc/dnsmasq.d {PLACE}/run/dnsmasq")
+        box.write(f"{PLACE}/usr/bin/systemctl", SYSTEMCTL)
+        box.run("chmod", "755", f"{PLACE}/usr/bin/systemctl")
+        box.write(f"{PLACE}/etc/dnsmasq.d/lan.conf", DNSMASQ)
+        box.lan('router.bridge("br-lan", 1, "192.168.10.1/24")\n'
+                'router.device("laptop", 17, "br-lan")\nrouter.device("phone", 18, "br-lan")\n')
+        yield box
+    finally:
+        box.close()
+
+
+def asked(machine):
+    """What systemd was asked for since the last look."""
+    words = machine.read(f"{PLACE}/root/asked").splitlines()
+    machine.write(f"{PLACE}/root/asked", "")
+    return words
+
+
+def unit():
+    with open(f"{CHECKOUT}/packaging/linux/gw_hostbase.service", encoding="utf-8") as file:
+        return dict(line.split("=", 1) for line in file.read().splitlines() if re.match(r"[A-Z]\w+=", line))
+
+
+def start_as_the_unit_says(machine):
+    """Its command, as root, which makes the unit's directories and takes the unit's group by itself."""
+    inside(machine, f"setsid {unit()['ExecStart']} < /dev/null > /var/log/gw_hostbase 2>&1 & "
+                    "until hbsctl status; do sleep 0.1; done")
+
+
+def clients(machine):
+    listed = json.loads(inside(machine, LINES[LIST] + " --json").stdout)["clients"]
+    return {client["mac"]: client for client in listed}
+
+
+def test_lintian_finds_no_error(packages):
+    assert lintian_errors(packages[0]) == ""
+
+
+def test_the_packages_hold_no_more_than_their_own(packages):
+    assert names_of(packages[0]) == {"gw-hostbase", "hbsctl", "libhbs-query1", "libhbs-query-dev"}
+    assert foreign_places(packages[0]) == []
+
+
+def test_the_lines_of_the_page():
+    assert [line.split()[0] for line in LINES] == ["script/build", "(cd", "apt-get", "systemctl", "printf", "systemctl",
+                                                   "hbsctl", "apt-get", "rm"]
+    assert LINES[MADE] == ["script/build linux", "(cd build/linux && cpack -G DEB)"], "as these packages were made"
+
+
+def test_installed_and_used(machine):
+    inside(machine, LINES[INSTALL])
+    assert asked(machine) == ["daemon-reload"], "nothing is started unasked"
+    assert inside(machine, "getent passwd hostbase").stdout.startswith("hostbase:")
+    inside(machine, LINES[ENABLE])
+    assert asked(machine) == ["enable --now gw_hostbase"]
+    start_as_the_unit_says(machine)
+    inside(machine, LINES[TELL_DNSMASQ])
+    inside(machine, LINES[RESTART])
+    assert asked(machine) == ["restart dnsmasq"]
+    inside(machine, "dnsmasq --conf-dir=/etc/dnsmasq.d --pid-file=/run/dnsmasq/dnsmasq.pid")
+    machine.lan('router.start_client("laptop")\nrouter.start_client("phone")\n')
+    wait_for("both are on line", lambda: sum(client["online"] for client in clients(machine).values()) == 2, 60)
+    laptop = clients(machine)[LAPTOP]
+    assert (laptop["host"], laptop["network"], laptop["switch_port"]) == ("laptop", 0, 1)
+    assert laptop["ipv4"].startswith("192.168.10.1")
+
+
+def test_settings_survive_an_upgrade(machine):
+    inside(machine, "hbsctl trust set site laptop --comment 'front desk'")
+    inside(machine, "hbsctl mac-filter set black phone --rule 7f,1,2 --description child")
+    inside(machine, f"hbsctl static-lease set {mac_of(19)} 192.168.10.60 --comment printer")
+    assert "192.168.10.60" in inside(machine, "cat /var/lib/gw_hostbase/dhcp-hosts").stdout
+    before = json.loads(inside(machine, "hbsctl export").stdout)
+    assert len(before["devices"]) == 3
+    inside(machine, "apt-get install -y ./later/gw-hostbase_*.deb ./later/hbsctl_*.deb ./later/libhbs-query1_*.deb")
+    assert LATER in inside(machine, "dpkg-query -W gw-hostbase").stdout
+    assert asked(machine) == ["daemon-reload", "try-restart gw_hostbase.service"]
+    inside(machine, "kill $(pidof gw_hostbase)")
+    wait_for("it has ended", lambda: machine.run("pidof", "gw_hostbase", check=False).returncode != 0)
+    start_as_the_unit_says(machine)
+    assert json.loads(inside(machine, "hbsctl export").stdout) == before
+
+
+def test_removing_takes_all_but_the_settings(machine):
+    inside(machine, LINES[PURGE])
+    assert asked(machine) == ["--quiet disable --now gw_hostbase.service"]
+    inside(machine, LINES[UNTELL])
+    left = left_behind(machine)
+    assert left == ["/var/lib/gw_hostbase", "/var/lib/gw_hostbase/hostbase.txt"], left
