@@ -73,8 +73,8 @@ std::vector<std::string> read_lines(const std::string &path); // without their n
 // Undoes the escapes of log and journal texts: \n \t \r \\ \" \xNN.
 std::string unescape(const std::string &text);
 
-// Waits until the condition holds, at most `milliseconds`. Returns whether it held. A test that passes never waits
-// that long, however loaded the machine is.
+// Waits until the condition holds, at most `milliseconds`. Returns whether it held. A test that passes never
+// waits that long, however loaded the machine is.
 template <typename Condition> bool wait_until(Condition condition, int milliseconds = 30000);
 
 void sleep_milliseconds(int milliseconds);
