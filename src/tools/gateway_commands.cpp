@@ -20,17 +20,19 @@ std::string count_text(size_t count) {
 }
 
 // Says what will happen and, where a person can answer, asks.
-void confirm(session &run, const std::string &what, without_terminal rule) {
+void confirm(session &run, const std::string &name, const std::string &what, without_terminal rule) {
     run.err << what << '\n';
     if (run.yes || (!run.can_ask && rule == without_terminal::goes_ahead))
         return;
     if (!run.can_ask)
-        throw run_error(exit_negative, "nothing changed: where nobody can be asked, --yes is needed");
+        throw run_error(exit_negative,
+                        name + ": nothing changed: where nobody can be asked, --yes is needed");
     run.err << "Type yes to go on: " << std::flush;
     std::string line;
-    std::getline(run.in, line);
+    if (!std::getline(run.in, line))
+        run.err << '\n'; // the question stands on a line that nobody ended
     if (line != "yes")
-        throw run_error(exit_negative, "nothing changed");
+        throw run_error(exit_negative, name + ": nothing changed");
 }
 
 // --- mode
@@ -49,7 +51,7 @@ std::string bridge_announcement(const look &before) {
 void set_mode(session &run, bool routed) {
     const look before = look_first(run);
     if (before.routed && !routed)
-        confirm(run, bridge_announcement(before), without_terminal::goes_ahead);
+        confirm(run, "mode", bridge_announcement(before), without_terminal::goes_ahead);
     (void)send_command(request_route_mode(routed), run.socket_path, run.answer_seconds);
     const std::vector<change> changes = changes_between(mode_facts(before), mode_facts(look_first(run)));
     print_outcome(run, "mode", changes,
@@ -79,7 +81,7 @@ std::string remark_on_rest(const look &now) {
 // The answer tells of the last file only, which may not have been there: the files themselves are looked at.
 void reset(session &run) {
     const look before = look_first(run);
-    confirm(run, reset_announcement(before), without_terminal::needs_yes);
+    confirm(run, "reset-defaults", reset_announcement(before), without_terminal::needs_yes);
     (void)send_command(request_plain(HBS_CMD_RESET_DEFAULTS), run.socket_path, run.answer_seconds);
     const look after = look_first(run);
     const std::vector<fact> left = remembered_facts(after);

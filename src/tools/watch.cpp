@@ -8,6 +8,7 @@
 #include "tools/command_client.h"
 #include "tools/database.h"
 #include "tools/json_view.h"
+#include "tools/printable.h"
 #include "tools/terminal.h"
 #include "tools/time_text.h"
 #include "tools/watch_view.h"
@@ -41,14 +42,16 @@ view look_now(const session &run, const watch_state &state, change_marks &marks)
     return now;
 }
 
-std::string title(const view &now, const std::vector<marked_client> &rows, bool colour) {
+// On one line of the screen, with the colour only where there is room for all of it.
+std::string title(const view &now, const std::vector<marked_client> &rows, const drawing &how) {
     const std::string time = zoned_time(::time(nullptr)).substr(11, 8) + "  ";
-    const std::string gone = styled("gw_hostbase is not running", style::changed, colour);
-    if (!now.error.empty())
-        return time + now.error;
     const std::string shown =
         rows.size() < now.marked.size() ? "  " + std::to_string(rows.size()) + " shown" : "";
-    return time + client_totals(now.clients) + shown + (now.status == exit_not_there ? "  " + gone : "");
+    const std::string text = time + (now.error.empty() ? client_totals(now.clients) + shown : now.error);
+    const std::string gone =
+        now.error.empty() && now.status == exit_not_there ? "  gw_hostbase is not running" : "";
+    const bool fits = how.width == 0 || display_width(text + gone) <= how.width;
+    return fits ? text + styled(gone, style::changed, how.colour) : cut_to_width(text + gone, how.width);
 }
 
 std::vector<std::string> table_lines(const view &now, watch_state &state, size_t height) {
@@ -56,8 +59,8 @@ std::vector<std::string> table_lines(const view &now, watch_state &state, size_t
     const std::vector<marked_client> rows = wanted_rows(now.marked, state);
     const std::vector<std::string> table = draw_table(marked_table(rows), how);
     if (height > 0)
-        return fitted(title(now, rows, how.colour), table, state, height, how.width);
-    std::vector<std::string> lines = {title(now, rows, how.colour), ""};
+        return fitted(title(now, rows, how), table, state, height, how.width);
+    std::vector<std::string> lines = {title(now, rows, how), ""};
     lines.insert(lines.end(), table.begin(), table.end());
     lines.emplace_back();
     return lines;

@@ -128,13 +128,18 @@ class Box:
 
     # --- programs
 
-    def start(self, *command, **how):
-        """Start a command in the box; the result is its process, whose status is the command's."""
-        return subprocess.Popen([*self._enter, "--", *command], env=self._environment, **how)
+    def words(self, *command):
+        """What runs a command in the box."""
+        return [*self._enter, "--", *command]
+
+    def start(self, *command, before=(), **how):
+        """Start a command in the box; the result is its process, whose status is the command's. `before`: words of a
+        program outside that runs it."""
+        return subprocess.Popen([*before, *self.words(*command)], env=self._environment, **how)
 
     def run(self, *command, check=True, timeout=60):
         """Run a command in the box to its end; return its CompletedProcess with texts."""
-        done = subprocess.run([*self._enter, "--", *command], env=self._environment, capture_output=True,
+        done = subprocess.run(self.words(*command), env=self._environment, capture_output=True,
                               text=True, check=False, timeout=timeout)
         if check:
             assert done.returncode == 0, f"{command} gave {done.returncode}: {done.stdout}{done.stderr}"
