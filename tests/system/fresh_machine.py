@@ -63,8 +63,10 @@ def put_up(box, besides, now, later):
     """Make the machine in a box: Debian's packages `besides`, what ours need, and ours to be installed, in /root and,
     of a later version, in /root/later."""
     archive = fresh_system([*besides, *needs_of(now)])
-    box.run("sh", "-ec", f"mkdir {PLACE} && tar --no-same-owner --exclude=./dev/* -C {PLACE} -xf {archive}", timeout=900)
-    box.run("sh", "-ec", f"mount --rbind /dev {PLACE}/dev && mount -t proc proc {PLACE}/proc && mkdir {PLACE}/root/later")
+    box.run("sh", "-ec", f"mkdir {PLACE} && tar --no-same-owner --exclude=./dev/* -C {PLACE} -xf {archive}",
+            timeout=900)
+    box.run("sh", "-ec", f"mount --rbind /dev {PLACE}/dev && mount -t proc proc {PLACE}/proc && "
+                         f"mkdir {PLACE}/root/later")
     box.write(f"{PLACE}/etc/apt/apt.conf.d/99box", 'APT::Sandbox::User "root";\n')
     for files, place in ((now, "root"), (later, "root/later")):
         box.run("cp", *files, f"{PLACE}/{place}")
@@ -94,8 +96,8 @@ def lintian_errors(files):
 
 def foreign_places(files):
     """What packages hold elsewhere than where programs and their documents lie."""
-    names = [line.split()[5] for file in files for line in run("dpkg-deb", "-c", file).splitlines()]
-    return [name for name in names if not name.startswith(("./usr/", "./lib/")) and name not in ("./", "./usr", "./lib")]
+    names = {line.split()[5] for file in files for line in run("dpkg-deb", "-c", file).splitlines()}
+    return [name for name in names - {"./", "./usr", "./lib"} if not name.startswith(("./usr/", "./lib/"))]
 
 
 def left_behind(box):

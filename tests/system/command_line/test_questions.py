@@ -95,7 +95,8 @@ def test_a_pipe_is_nobody_to_ask(house, given):
     pipe = f"printf '%s' '{given}' | hbsctl"
     refused = house.run("sh", "-c", f"{pipe} reset-defaults", check=False)
     assert refused.returncode == 1
-    assert refused.stderr == f"{RESET}\nhbsctl: reset-defaults: nothing changed: where nobody can be asked, --yes is needed\n"
+    assert refused.stderr == (f"{RESET}\nhbsctl: reset-defaults: nothing changed: where nobody can be asked, "
+                              "--yes is needed\n")
     assert is_untouched(house)
     done = house.run("sh", "-c", f"{pipe} mode bridge")
     assert done.stderr == BRIDGE + "\n" and house.clients() == {}

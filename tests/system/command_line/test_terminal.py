@@ -90,7 +90,8 @@ def frames_of(terminal):
 
 @pytest.mark.parametrize("columns, rows", [(80, 24), (200, 50), (40, 10)])
 def test_watch_fits_the_screen(house, columns, rows):
-    terminal, status = output_on(house, "hbsctl", "watch", "--count", "2", "--interval", "0.1", columns=columns, rows=rows)
+    terminal, status = output_on(house, "hbsctl", "watch", "--count", "2", "--interval", "0.1", columns=columns,
+                                 rows=rows)
     assert status == 0
     frame = frames_of(terminal)[-1]
     shown = min(COUNT, rows - 3)

@@ -16,8 +16,8 @@ DOCUMENTS = ("README.md", "CHANGELOG.md",
 # Lines of their own, and words in a text that begin as a command does.
 BLOCK = re.compile(r"(?<=\n\n)((?:    .+\n)+)")
 INLINE = re.compile(r"`((?:script/|cmake |cd |build/|hbsctl |kill |systemctl |gw_hostbase )[^`]+)`")
-COMMAND = re.compile(r"\(?(?:(?:script|build)/\S|(?:hbsctl|cmake|cd|ninja|cc|python3|/tmp/reader|mkdir|cp|echo|grep|printf|"
-                     r"setsid|sleep|socat|apt-get|gw_hostbase|systemctl|dnsmasq|until|kill|for|rm|ip|sudo) )")
+COMMAND = re.compile(r"\(?(?:(?:script|build)/\S|/tmp/reader|(?:hbsctl|cmake|cd|ninja|cc|python3|mkdir|cp|echo|grep|"
+                     r"printf|setsid|sleep|socat|apt-get|gw_hostbase|systemctl|dnsmasq|until|kill|for|rm|ip|sudo) )")
 # Who runs all commands that stand as lines in a document, or below one of its headings.
 PAGES_OF_THEIR_OWN = {
     "docs/linux.md": "linux_page/test_linux_page.py",
@@ -46,8 +46,8 @@ NOT_RUN = {
     "script/kill_run": NAMED,
     "script/storm": "minutes of load; its words are tried here",
     "script/pictures": "would write the README's pictures anew: it is run with another directory",
-    "cmake -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform": "stands for another gateway's "
-                                                                                    "directory; the presets are such builds",
+    "cmake -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform":
+        "stands for another gateway's directory; the presets are such builds",
     "ninja -C build/mygateway gw_hostbase": "as the one before it",
     "cmake --install": NAMED,
     "build/default/bin/gw_hostbase": "names the daemon, which would take this machine's places",

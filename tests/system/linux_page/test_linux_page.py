@@ -10,6 +10,8 @@ from router import STATE, mac_of, wait_for
 
 with open(os.path.join(CHECKOUT, "docs", "linux.md"), encoding="utf-8") as page:
     TEXT = page.read()
+
+
 def commands_below(heading):
     return re.findall(r"^    (.*)$", TEXT.split(f"\n## {heading}")[1].split("\n## ")[0], re.MULTILINE)
 
