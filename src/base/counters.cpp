@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "base/text.h"
+
 namespace {
 
 hbs_counts own_counts;
@@ -17,12 +19,14 @@ void hbs_count(hbs_counter what, uint32_t times) {
 }
 
 // The room is taken at once: where it could not be, counting would end the daemon later.
-bool hbs_counters_share(int file) {
+bool hbs_counters_share(int file, const char *version) {
     if (ftruncate(file, 0) != 0 || posix_fallocate(file, 0, sizeof(hbs_counts)) != 0)
         return false;
     void *shared = mmap(nullptr, sizeof(hbs_counts), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     if (shared == MAP_FAILED)
         return false;
-    __atomic_store_n(&counts, static_cast<hbs_counts *>(shared), __ATOMIC_RELEASE);
+    auto *told = static_cast<hbs_counts *>(shared);
+    hbs_copy_text(told->version, sizeof told->version, version);
+    __atomic_store_n(&counts, told, __ATOMIC_RELEASE);
     return true;
 }

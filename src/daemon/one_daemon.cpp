@@ -89,8 +89,8 @@ hbs_claim hbs_claim_daemon(pid_t *running) {
         return hbs_claim::impossible;
     const hbs_claim result = claim(file, running);
     if (result == hbs_claim::own) {
-        (void)hbs_counters_share(file); // without room the daemon does all the same
-    } else {                            // closed, it would give the lock up
+        (void)hbs_counters_share(file, HBS_VERSION); // without room the daemon does all the same
+    } else {                                         // closed, it would give the lock up
         const int reason = errno;
         (void)close(file);
         errno = reason;

@@ -1,6 +1,6 @@
 #include "tools/gateway_status.h"
 
-#include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
@@ -11,6 +11,7 @@
 #include "tools/client_key.h"
 #include "tools/command_client.h"
 #include "tools/route_mode.h"
+#include "tools/whole_file.h"
 
 namespace {
 
@@ -62,17 +63,17 @@ std::optional<double> uptime_of(pid_t pid) {
     return system_uptime - ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-// Empty when this user may not read them.
-std::vector<daemon_count> read_counts() {
+// Leaves out what this user may not read.
+void add_counts(gateway_status &status) {
+    const std::string text = file_text(HBS_LOCK_FILE).value_or("");
     hbs_counts counts = {};
-    std::vector<daemon_count> all;
-    const int fd = open(HBS_LOCK_FILE, O_RDONLY | O_CLOEXEC);
-    if (fd != -1 && pread(fd, &counts, sizeof counts, 0) == sizeof counts)
-        for (const count_name &one : count_names)
-            all.push_back({one.name, one.help, counts.count[one.counter]});
-    if (fd != -1)
-        close(fd);
-    return all;
+    if (text.size() < sizeof counts)
+        return;
+    memcpy(&counts, text.data(), sizeof counts);
+    for (const count_name &one : count_names)
+        status.counts.push_back({one.name, one.help, counts.count[one.counter]});
+    counts.version[sizeof counts.version - 1] = '\0';
+    status.version = counts.version;
 }
 
 void count(head_count &counter, const hbs_client &client) {
@@ -120,7 +121,7 @@ gateway_status seen_status(const session &run, const database &db) {
     if (!status.running)
         return status;
     status.pid = lock_holder();
-    status.counts = read_counts();
+    add_counts(status);
     status.uptime = status.pid > 0 ? uptime_of(status.pid) : std::nullopt;
     return status;
 }

@@ -30,6 +30,7 @@ struct daemon_count {
 struct gateway_status {
     bool running = false;
     pid_t pid = 0;                // 0: not known
+    std::string version;          // of the daemon; empty: not known
     std::optional<double> uptime; // seconds
     std::optional<bool> routed;   // none: the daemon does not answer
     head_count all;

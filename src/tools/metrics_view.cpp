@@ -39,6 +39,10 @@ void print_counts(std::ostream &out, const gateway_status &status) {
 void write_metrics(std::ostream &out, const gateway_status &status) {
     print_gauge(out, "hostbase_up", "Whether the daemon runs.");
     out << "hostbase_up " << status.running << '\n';
+    if (!status.version.empty())
+        out << "# TYPE hostbase_build info\n# HELP hostbase_build The daemon's "
+               "version.\nhostbase_build_info{version=\""
+            << status.version << "\"} 1\n";
     if (status.routed) {
         print_gauge(out, "hostbase_routed", "Whether the gateway routes, not bridges.");
         out << "hostbase_routed " << *status.routed << '\n';

@@ -22,6 +22,8 @@ std::string daemon_text(const gateway_status &status) {
     std::string text = "running";
     if (status.pid > 0)
         text += ", pid " + std::to_string(status.pid);
+    if (!status.version.empty())
+        text += ", version " + status.version;
     return status.uptime ? text + ", for " + duration_text(*status.uptime) : text;
 }
 
@@ -94,6 +96,7 @@ json status_json(const gateway_status &status) {
             {"pid", status.pid > 0 ? json(status.pid) : json(nullptr)},
             {"uptime_seconds", status.uptime ? json(*status.uptime) : json(nullptr)},
             {"mode", status.routed ? json(mode_word(status)) : json(nullptr)},
+            {"version", status.version.empty() ? json(nullptr) : json(status.version)},
             {"hbsctl_version", HBSCTL_VERSION},
             {"table", count_json(status.all)},
             {"networks", networks},

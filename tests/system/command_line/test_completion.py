@@ -4,6 +4,7 @@ import os
 
 import pytest
 from gateway import BIN, CHECKOUT, Box, lease_datagram, wait_for
+from terminal import Terminal
 
 SCRIPT = os.path.join(CHECKOUT, "packaging", "hbsctl.bash")
 COMPLETE = f"""source {SCRIPT}
@@ -40,6 +41,24 @@ def one_house():
 def test_bash_offers(house, line, words):
     line = line.replace("hbsctl", f"{BIN}/hbsctl", 1)
     assert house.run("bash", "-c", COMPLETE, "bash", line).stdout.splitlines() == words
+
+
+def test_zsh_offers(house):
+    """In a zsh that people type into."""
+    with Terminal(house, "zsh", "-f", "-i", columns=100) as terminal:
+        terminal.type(f"fpath=({CHECKOUT}/packaging $fpath); autoload -U compinit; compinit -u -D; print rea''dy\n")
+        terminal.wait_for("ready")
+        terminal.type("hbsctl sta\t")
+        terminal.wait_for("stat")
+        terminal.type("\t")
+        terminal.wait_for("static-lease")
+        terminal.wait_for("status")
+        terminal.type("\x15hbsctl list --on\t --columns name,ipv4 --network 0\n")
+        terminal.wait_for("2 clients, 2 on line")
+        terminal.type("hbsctl show lap\t\n")
+        terminal.wait_for(MAC)
+        terminal.type("exit\n")
+        assert terminal.status() == 0
 
 
 def test_completing_a_command_does_not_run_it(house):

@@ -25,7 +25,10 @@ def test_status_tells_the_daemon_and_its_mode(house):
     assert 0 <= told["uptime_seconds"] < 600
     assert told["networks"] == [{"network": n, "clients": 1, "online": 1} for n in (0, 1)]
     assert told["pools"]["clients"] == {"used": 2, "size": 96}
-    assert f"running, pid {pid}" in house.hbsctl("status").stdout
+    version = house.run("gw_hostbase", "--version").stdout.split()[1]
+    assert told["version"] == version and house.hbsctl("--version").stdout.split()[-1] == told["hbsctl_version"]
+    assert f"running, pid {pid}, version {version}, for " in house.hbsctl("status").stdout
+    assert f'hostbase_build_info{{version="{version}"}} 1' in lines_of(house.hbsctl("metrics"))
 
 
 def test_status_tells_what_the_daemon_counted(house):

@@ -2,6 +2,7 @@
 
 import gzip
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -75,6 +76,22 @@ def test_the_installed_daemon_is_read_by_the_manuals_example(tree):
         wait_for("the reader sees it", lambda: box.run(f"{tree}/reader").stdout == f"{ADDRESS} laptop\n")
     finally:
         box.close()
+
+
+def test_all_tell_the_one_version(tree):
+    with open(f"{CHECKOUT}/CMakeLists.txt", encoding="utf-8") as file:
+        version = re.search(r"project\(gw_hostbase VERSION ([\d.]+)", file.read()).group(1)
+    for program in ("sbin/gw_hostbase", "bin/hbsctl", "bin/hbs-lease-event"):
+        assert run(f"{tree}/{program}", "--version").split()[-1] == version
+    assert run("pkg-config", "--modversion", "hbs_query",
+               env=dict(os.environ, PKG_CONFIG_PATH=f"{tree}/lib/pkgconfig")).strip() == version
+    with open(f"{CHECKOUT}/CHANGELOG.md", encoding="utf-8") as file:
+        assert re.search(r"^## (\S+)", file.read(), re.MULTILINE).group(1) == version
+
+
+def test_the_hook_tells_its_words(tree):
+    told = run(f"{tree}/bin/hbs-lease-event", "--help")
+    assert told.startswith("Usage: hbs-lease-event add|old|del MAC|DUID ADDRESS [HOST] ")
 
 
 def test_cmake_finds_the_library(tree):
