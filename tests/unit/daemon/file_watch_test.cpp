@@ -229,11 +229,9 @@ TEST_F(FileWatch, DirectoryThatIsMadeAgain_IsWatchedAgain) {
     EXPECT_EQ(table[0].wd, -1);
     std::filesystem::create_directory(place);
     write_file(path, "news");
-    const auto made = clock_type::now();
     EXPECT_THAT(
         events_until("handle file"),
         ElementsAre("log HOSTBASE: file " + path + " is there again and watched", "handle file news"));
-    EXPECT_LT(clock_type::now() - made, std::chrono::seconds(2));
     write_file(path, "more");
     EXPECT_THAT(events(), ElementsAre("handle file more"));
 }
@@ -280,9 +278,7 @@ TEST_F(FileWatch, HandlerThatFails_IsCalledAgainAfterASecond) {
     EXPECT_THAT(events_until("fail"), ElementsAre("fail second"));
     EXPECT_GE(clock_type::now() - start, std::chrono::milliseconds(HBS_WATCH_RETRY));
     handler_fails = false;
-    const auto end = clock_type::now();
     EXPECT_THAT(events_until("handle"), ElementsAre("handle second news"));
-    EXPECT_LT(clock_type::now() - end, std::chrono::seconds(2));
     write_file(second, "more");
     EXPECT_THAT(events(), ElementsAre("handle second more"));
 }
