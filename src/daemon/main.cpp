@@ -37,6 +37,7 @@
 #include "gateway/own_macs.h"
 #include "store/client_timers.h"
 #include "store/clients.h"
+#include "store/segment.h"
 #include "store/shm.h"
 #include "store/timer_sweep.h"
 
@@ -105,11 +106,19 @@ void start_probe_threads() {
     (void)pthread_attr_destroy(&attributes);
 }
 
-// Meanwhile sees to timers that were lost. This thread has nothing else to do, and nothing takes it away.
+// Damage by another process does not outlive the last event.
+void repair_segment() {
+    const hbs_list_hold hold;
+    hbs_segment_repair();
+}
+
+// Meanwhile sees to timers that were lost, and to the segment. This thread has nothing else to do, and
+// nothing takes it away.
 void join_thread(pthread_t thread) {
     while (pthread_tryjoin_np(thread, nullptr) == EBUSY) {
         (void)poll(nullptr, 0, HBS_TIMER_SWEEP_SECONDS * 1000);
         hbs_timer_sweep();
+        repair_segment();
     }
 }
 

@@ -11,9 +11,7 @@
 #include "base/paths.h"
 #include "base/plain_file.h"
 #include "base/scope.h"
-#include "base/state.h"
 #include "daemon/file_watch.h"
-#include "store/segment.h"
 
 int32_t file_watch_block_count;
 
@@ -119,20 +117,6 @@ void hbs_watchdog_tick(const char *pid_file, const char *process_root) {
         judge_wchan(path);
 }
 
-namespace {
-
-// What another process wrote to the segment does not outlive the last event. Whoever has the list just now
-// publishes, too, and a list that is never free must not keep the next tick from coming.
-void repair_segment() {
-    if (pthread_mutex_trylock(&hbs_list_mutex) != 0)
-        return;
-    hbs_segment_repair();
-    (void)pthread_mutex_unlock(&hbs_list_mutex);
-}
-
-} // namespace
-
 void file_watcher_timer_handle(union sigval) {
     hbs_watchdog_tick(HBS_FILE_WATCH_PID, HBS_PROCESSES);
-    repair_segment();
 }

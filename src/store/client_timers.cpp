@@ -49,11 +49,9 @@ int next_arming() {
     return static_cast<int>(last);
 }
 
-// A timer that was set anew keeps its number: then it is not due yet.
 bool is_of_arming(hbs_client *client, int kind, int arming) {
     const hbs_timer_slot *slot = hbs_client_timer_slot(client, kind);
-    return slot != nullptr && slot->exists && slot->arming == arming && slot->deadline != 0 &&
-           int64_t{hbs_monotonic_seconds()} >= slot->deadline;
+    return slot != nullptr && slot->exists && slot->arming == arming;
 }
 
 hbs_client *client_of_arming(int kind, int arming) {
@@ -112,8 +110,9 @@ void hbs_lease_timer_start(hbs_client *client, int kind, uint32_t seconds) {
     if (of == nullptr || slot == nullptr)
         return;
     hbs_set_flags(client, 0, of->armed);
+    delete_timer(client, of, slot);
     slot->deadline = deadline_after(seconds);
-    if (!slot->exists && !create_timer(client, of, slot)) {
+    if (!create_timer(client, of, slot)) {
         HBS_LOG(HBS_ERROR, "Couldn't create timer");
         return;
     }
