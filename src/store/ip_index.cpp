@@ -177,8 +177,8 @@ namespace {
 
 void free_entry(hbs_pool pool, const hbs_ip_entry *entry) {
     sorted_entries *all = entries_of(pool);
-    std::remove(all->entry, all->entry + all->count, entry);
-    all->count--;
+    const hbs_ip_entry **end = all->entry + all->count;
+    all->count = static_cast<size_t>(std::remove(all->entry, end, entry) - all->entry);
     hbs_list_unlink(pool, entry);
     hbs_pool_give(pool, entry);
 }
