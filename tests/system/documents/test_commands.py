@@ -49,9 +49,11 @@ NOT_RUN = {
     "script/kill_run": NAMED,
     "script/storm": "minutes of load; its words are tried here",
     "script/pictures": "would write the README's pictures anew: it is run with another directory",
-    "cmake -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform":
-        "stands for another gateway's directory; the presets are such builds",
+    "cmake -G Ninja -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform":
+        "stands for another gateway's directory; tests/system/porting builds one",
     "ninja -C build/mygateway gw_hostbase": "as the one before it",
+    "script/new-platform DIR": "DIR stands for a directory; tests/system/porting names one",
+    "script/check-platform DIR": "DIR stands for a directory; tests/system/porting names one",
     "cmake --install": NAMED,
     "build/default/bin/gw_hostbase": "names the daemon, which would take this machine's places",
     "script/box": NAMED,
