@@ -13,6 +13,8 @@ namespace {
 
 constexpr const char *group_name = "hostbase";
 constexpr mode_t group_only = 0007;
+// A service may be forbidden the bit for the group: then what others make is their own group's.
+constexpr mode_t rights = 0777;
 
 // The DHCP server, another user, reads a file in the persistent one.
 // Senders of commands put their own sockets into "tmp", so the group may write there, and what is made there
@@ -53,8 +55,8 @@ __attribute__((constructor)) void prepare() {
     take_group();
     (void)umask(group_only);
     for (const auto &directory : directories)
-        if (mkdir(directory.path, directory.mode) == 0)
-            (void)chmod(directory.path, directory.mode); // mkdir leaves out the bit for the group
+        if (mkdir(directory.path, directory.mode & rights) == 0)
+            (void)chmod(directory.path, directory.mode);
 }
 
 } // namespace

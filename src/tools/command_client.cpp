@@ -30,12 +30,13 @@ struct descriptor {
 };
 
 // A directory that only this user can enter, so that nobody else can answer in the daemon's place or
-// put something else where the socket goes.
+// put something else where the socket goes. Beside the daemon's socket, where that may be written: a daemon
+// that is a service may have a /tmp of its own.
 struct private_path {
     std::string directory;
     std::string socket;
     private_path() {
-        for (const char *place : {HBS_TEMPORARY_DIR, HBS_SCRATCH_DIR}) {
+        for (const char *place : {HBS_SCRATCH_DIR, HBS_TEMPORARY_DIR}) {
             std::string name = std::string(place) + "/hbsctl-XXXXXX";
             if (mkdtemp(name.data()) != nullptr) {
                 directory = name;
