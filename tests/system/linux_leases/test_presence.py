@@ -42,21 +42,6 @@ def test_one_that_is_still_heard_stays(router):
     assert online(router.clients()) == {mac_of(17)}
 
 
-def test_one_of_two_addresses_that_does_not_answer(router):
-    router.lan(BEHIND_A_SWITCH + 'router.inside("a", "address add 192.168.10.27/24 dev eth0")')
-    # What is confirmed stays so for this test.
-    router.run("sh", "-c", "echo 3600000 > /proc/sys/net/ipv4/neigh/lan0/base_reachable_time_ms")
-    router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.27")
-    wait_for("both are known", lambda: router.client(17) and "REACHABLE" in
-             router.run("ip", "neigh", "show", "192.168.10.17").stdout)
-    router.lan('router.inside("a", "address del 192.168.10.27/24 dev eth0")')
-    router.run("ip", "link", "set", "up0", "type", "bridge_slave", "fdb_flush")
-    router.talk("192.168.10.27")
-    wait_for("nobody answered", lambda: router.log().count("Got ARP GONE event"))
-    assert online(router.clients()) == {mac_of(17)}
-
-
 def test_switched_off_by_the_settings(router):
     router.settings("log.level = debug", "presence = no")
     router.lan(BEHIND_A_SWITCH)
