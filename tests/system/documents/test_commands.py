@@ -18,6 +18,7 @@ BLOCK = re.compile(r"(?<=\n\n)((?:    .+\n)+)")
 INLINE = re.compile(r"`((?:script/|cmake |cd |build/|hbsctl |kill |systemctl |gw_hostbase )[^`]+)`")
 COMMAND = re.compile(r"\(?(?:(?:script|build)/\S|/tmp/reader|(?:hbsctl|cmake|cd|ninja|cc|python3|mkdir|cp|echo|grep|"
                      r"printf|setsid|sleep|socat|apt-get|gw_hostbase|systemctl|dnsmasq|until|kill|for|rm|ip|sudo) )")
+REMARK = re.compile(r" {2,}# .*$")
 # Who runs all commands that stand as lines in a document, or below one of its headings.
 PAGES_OF_THEIR_OWN = {
     "docs/linux.md": "linux_page/test_linux_page.py",
@@ -42,6 +43,9 @@ NOT_RUN = {
     "script/check": IN_TEST.format("check"),
     "script/tidy": IN_TEST.format("check"),
     "script/target": IN_TEST.format("target"),
+    "script/test bench": "as script/test",
+    "script/bench": "minutes; " + IN_TEST.format("bench"),
+    "script/bench --counts --compare bench/stored.json": IN_TEST.format("bench"),
     "script/race 60": LONG.format(IN_TEST.format("race")),
     "script/race": IN_TEST.format("race"),
     "script/fuzz TARGET 600": "TARGET stands for one; " + IN_TEST.format("fuzz"),
@@ -80,7 +84,8 @@ def sections_of(page):
 
 
 def lines_of(text):
-    return [line.strip() for block in BLOCK.findall(text) for line in block.splitlines() if COMMAND.match(line.strip())]
+    lines = [REMARK.sub("", line.strip()) for block in BLOCK.findall(text) for line in block.splitlines()]
+    return [line for line in lines if COMMAND.match(line + " ")]
 
 
 def commands_of(page):
