@@ -18,9 +18,10 @@ def take_terminal():
     fcntl.ioctl(0, termios.TIOCSCTTY, 0)
 
 
-# It stays behind the command: whoever ends takes with him what the terminal still holds.
-SHELL = """trap : INT; "$@"; printf '[status %s]' $?; exec cat > /dev/null"""
-ENDED = re.compile(r"\[status (\d+)\]$")
+# It stays behind the command: whoever ends takes with him what the terminal still holds. It says the status again and
+# again, as a key that is a signal may take with it what is written at that moment.
+SHELL = """trap : INT; "$@"; status=$?; while :; do printf '[status %s]' $status; sleep 0.2; done"""
+ENDED = re.compile(r"(?:\[status (\d+)\])+$")
 
 
 class Terminal:
