@@ -94,12 +94,13 @@ bool has_its_name(FILE *comm) {
     return fscanf(comm, "%15s", name) == 1 && strcmp(name, server) == 0;
 }
 
-bool is_listed(FILE *processes, pid_t pid) {
+bool is_of_unit(pid_t pid) {
+    FILE *processes = fopen(processes_of_unit, "re");
     int listed = 0;
-    while (fscanf(processes, "%d", &listed) == 1)
-        if (listed == pid)
-            return true;
-    return false;
+    while (processes != nullptr && listed != pid && fscanf(processes, "%d", &listed) == 1) {}
+    if (processes != nullptr)
+        (void)fclose(processes);
+    return listed == pid;
 }
 
 // A process number may be another program's by now. Where the processes of other users are hidden, the
@@ -108,12 +109,10 @@ bool is_server(pid_t pid) {
     char path[64];
     (void)snprintf(path, sizeof path, "/proc/%d/comm", static_cast<int>(pid));
     FILE *file = fopen(path, "re");
-    const bool visible = file != nullptr;
-    if (!visible)
-        file = fopen(processes_of_unit, "re");
-    const bool is = file != nullptr && (visible ? has_its_name(file) : is_listed(file, pid));
-    if (file != nullptr)
-        (void)fclose(file);
+    if (file == nullptr)
+        return is_of_unit(pid);
+    const bool is = has_its_name(file);
+    (void)fclose(file);
     return is;
 }
 

@@ -31,13 +31,13 @@ char *hbs_number_to_text(int number, char *out) {
 }
 
 hbs_mac_text hbs_mac_to_text(const uint8_t mac[6]) {
-    hbs_mac_text out;
+    hbs_mac_text out{};
     hbs_bytes_to_hex(mac, 6, ':', HBS_HEX_DIGITS, out.text);
     return out;
 }
 
 hbs_mac_text hbs_mac_to_text_upper(const uint8_t mac[6]) {
-    hbs_mac_text out;
+    hbs_mac_text out{};
     hbs_bytes_to_hex(mac, 6, ':', HBS_HEX_DIGITS_UPPER, out.text);
     return out;
 }
@@ -80,7 +80,7 @@ bool hbs_ipv6_is_zero(const uint8_t ipv6[16]) {
 }
 
 hbs_addr_text hbs_ipv4_to_text(const uint8_t ipv4[4]) {
-    hbs_addr_text out;
+    hbs_addr_text out{};
     char *at = hbs_number_to_text(ipv4[0], out.text);
     for (int i = 1; i < 4; i++) {
         *at++ = '.';

@@ -4,6 +4,7 @@ import fcntl
 import os
 import re
 import select
+import signal
 import struct
 import termios
 import time
@@ -14,7 +15,9 @@ CONTROL = re.compile(r"\x1b\[[?0-9;]*[A-Za-z]")
 
 
 def take_terminal():
-    """Keys such as Ctrl-C and changes of the size are signals to the program."""
+    """Keys such as Ctrl-C and changes of the size are signals to the program. Tests that run side by side ignore the
+    first, and whoever they start would, too."""
+    signal.signal(signal.SIGINT, signal.SIG_DFL)
     fcntl.ioctl(0, termios.TIOCSCTTY, 0)
 
 

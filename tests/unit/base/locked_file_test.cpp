@@ -121,7 +121,7 @@ TEST_F(LockedFile, ThatIsNeverLetGo_IsGivenUpAfterItsPatience) {
         EXPECT_EQ(ETIMEDOUT, errno);
     });
     EXPECT_GE(took, HBS_LOCK_PATIENCE);
-    EXPECT_LT(took, HBS_LOCK_PATIENCE + 500);
+    EXPECT_LT(took, HBS_LOCK_PATIENCE + 20000) << "it has an end, however busy the machine is";
     EXPECT_TRUE(logged("HOSTBASE: " + path_ + " is locked by another process - gave up after 3000 ms"));
     close(holder);
     FILE *stream = hbs_locked_open(path_.c_str(), "r", hbs_lock::exclusive);

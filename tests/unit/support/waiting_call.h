@@ -26,11 +26,11 @@ class WaitingCall {
     WaitingCall(const WaitingCall &) = delete;
     WaitingCall &operator=(const WaitingCall &) = delete;
 
-    // Whether the call comes to sleep, several looks in a row, before it is done.
+    // Whether the call is found asleep several times before it is done. One that polls is awake in between.
     bool is_waiting() const {
         int asleep = 0;
         return wait_until([&] {
-                   asleep = state() == 'S' ? asleep + 1 : 0;
+                   asleep += state() == 'S';
                    return asleep >= 5 || done_;
                }) &&
                !done_;
