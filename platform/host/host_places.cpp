@@ -27,7 +27,8 @@ struct watched_place {
     char path[PATH_MAX];
     char **environment; // where the variable stood when it was looked for last
     size_t at;
-    const char *entry;
+    const char *entry; // null = it is not there; `last` is the last entry then
+    const char *last;
     int folder_wd; // -1 = the kernel does not tell
     int file_wd;   // -1 = none
     bool changed;
@@ -35,9 +36,11 @@ struct watched_place {
 };
 
 watched_place table[places] = {
-    {"HBS_HOST_CONF", "/var/lib/hbs-host/gateway.conf", true, "", nullptr, 0, nullptr, -1, -1, true, 0},
-    {"HBS_HOST_LOG", "/var/lib/hbs-host/log", false, "", nullptr, 0, nullptr, -1, -1, true, 0},
-    {"HBS_HOST_JOURNAL", "/var/lib/hbs-host/journal", false, "", nullptr, 0, nullptr, -1, -1, true, 0},
+    {"HBS_HOST_CONF", "/var/lib/hbs-host/gateway.conf", true, "", nullptr, 0, nullptr, nullptr, -1, -1, true,
+     0},
+    {"HBS_HOST_LOG", "/var/lib/hbs-host/log", false, "", nullptr, 0, nullptr, nullptr, -1, -1, true, 0},
+    {"HBS_HOST_JOURNAL", "/var/lib/hbs-host/journal", false, "", nullptr, 0, nullptr, nullptr, -1, -1, true,
+     0},
 };
 
 pthread_mutex_t places_mutex = PTHREAD_MUTEX_INITIALIZER;
@@ -47,15 +50,19 @@ bool queue_failed; // the kernel has none to give: every answer is "maybe"
 // Setting a variable anew gives it another entry, and nobody looks through all of them for each line of the
 // log.
 bool environment_is_as_seen(const watched_place *place) {
-    return place->environment == environ && environ[place->at] == place->entry;
+    return environ != nullptr && place->environment == environ && environ[place->at] == place->entry &&
+           (place->entry != nullptr || place->at == 0 || environ[place->at - 1] == place->last);
 }
 
 const char *look_for(watched_place *place) {
     const size_t length = strlen(place->variable);
     place->environment = environ;
-    for (place->at = 0; (place->entry = environ[place->at]) != nullptr; place->at++)
+    place->entry = place->last = nullptr;
+    for (place->at = 0; environ != nullptr && (place->entry = environ[place->at]) != nullptr; place->at++) {
         if (strncmp(place->entry, place->variable, length) == 0 && place->entry[length] == '=')
             return place->entry + length + 1;
+        place->last = place->entry;
+    }
     return "";
 }
 
