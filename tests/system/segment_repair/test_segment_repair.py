@@ -1,4 +1,5 @@
-"""What other processes do to the segment and to its semaphore is put right by the daemon's next publication."""
+"""What other processes do to the segment and to its semaphore is put right by the daemon's next publication, and to the
+segment also when nothing happens any more."""
 
 import json
 import subprocess
@@ -65,3 +66,13 @@ def test_scribbled_lists_are_sound_after_the_next_publication(running, places):
     assert {mac: after[mac] for mac in before} == before
     dump = json.loads(running.hbsctl("list", "--json").stdout)
     assert len(dump["clients"]) == 5
+
+
+def test_scribbled_lists_are_sound_after_a_while_without_any_event(running):
+    publish(running, 20)
+    before = wait_for("it is there", lambda: running.clients())
+    running.python("database.overwrite([(4, 221232)])")
+    assert running.hbsctl("list", "--json", check=False).returncode != 0
+    wait_for("readers are served", lambda: running.hbsctl("list", check=False).returncode == 0, 60)
+    assert running.clients() == before
+    assert TAKEN_OVER not in running.log()
