@@ -33,7 +33,7 @@ class Running:
         self.process.wait()
 
     def processor_ns(self):
-        """What all its threads have had of the processor, also those that ended."""
+        """What its threads have had of the processor; those that ended, of timers, are not in it."""
         with open(f"/proc/{self.process.pid}/schedstat", encoding="ascii") as file:
             own = int(file.read().split()[0])
         for task in os.listdir(f"/proc/{self.process.pid}/task"):
