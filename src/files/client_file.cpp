@@ -1,17 +1,17 @@
 #include "files/client_file.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
 #include <unistd.h>
 
+#include "base/file_text.h"
 #include "base/hex.h"
 #include "base/line_edit.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/plain_file.h"
-#include "base/scope.h"
 #include "base/text.h"
 #include "files/client_leases.h"
 #include "files/client_line.h"
@@ -116,25 +116,20 @@ void load_line(char *text) {
     hbs_publish(client);
 }
 
-// The first line of an open file into *line (getline's buffer). Returns the version, with the word checked.
-int read_version(FILE *file, char **line, size_t *capacity, bool *is_version) {
-    *is_version = false;
-    if (getline(line, capacity, file) <= 0) {
-        free(*line); // an empty file leaves the buffer unwritten
-        *line = nullptr;
-        *capacity = 0;
-        return 0;
-    }
+// The first line of the file into *line, "" when it is empty. Returns the version, with the word checked.
+int read_version(hbs_file_text *file, const char **line, bool *is_version) {
+    const char *first = hbs_file_text_line(file);
+    *line = first != nullptr ? first : "";
     return parse_version(*line, is_version);
 }
 
 // Lines are read to their end whatever their length: what the per-client update writes loads back whole.
 // Returns 0, or -1 when there was a line of an unknown version.
-int load_lines(FILE *file, int version, char **line, size_t *capacity) {
+int load_lines(hbs_file_text *file, int version) {
     int result = 0;
-    while (getline(line, capacity, file) > 0) {
+    while (char *line = hbs_file_text_line(file)) {
         if (version == FILE_VERSION) {
-            load_line(*line);
+            load_line(line);
             continue;
         }
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: UNKNOWN FILE FORMAT %d", version);
@@ -176,24 +171,24 @@ void log_encoding(const hbs_client *client) {
     log_encoded(client->keyword_list, "HOSTBASE: keyword_listtohex", "HOSTBASE: NOKEYWORD_LISTtohex");
 }
 
-// Finds the line that begins with the MAC text. `found` tells whether; *line then holds it, without newline.
-// Returns -1 when the file is missing or of another version.
-int find_line(const char *mac_text, char **line, size_t *capacity, bool *found) {
-    *found = false;
-    FILE *file = hbs_plain_stream(HBS_CLIENT_FILE, "r");
-    if (file == nullptr)
+// Finds the line that begins with the MAC text: *line, without newline, or null when there is none. Returns
+// -1 when the file is missing, cannot be read or is of another version.
+int find_line(const char *mac_text, hbs_file_text *file, char **line) {
+    *line = nullptr;
+    if (hbs_file_text_read(HBS_CLIENT_FILE, SIZE_MAX - 1, file) != hbs_file_read::done)
         return -1;
-    hbs_at_exit close([file] { (void)fclose(file); });
     bool is_version = false;
-    const int version = read_version(file, line, capacity, &is_version);
+    const char *first = "";
+    const int version = read_version(file, &first, &is_version);
     HBS_LOG(HBS_DEBUG, "HOSTBASE: opened file version %d", version);
     if (version != FILE_VERSION) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_update_client: file is wrong version %s", HBS_CLIENT_FILE);
         return -1;
     }
-    while (!*found && getline(line, capacity, file) > 0)
-        *found = strncmp(*line, mac_text, strlen(mac_text)) == 0;
-    if (*found) {
+    do
+        *line = hbs_file_text_line(file);
+    while (*line != nullptr && strncmp(*line, mac_text, strlen(mac_text)) != 0);
+    if (*line != nullptr) {
         (*line)[strcspn(*line, "\n")] = '\0';
         HBS_LOG(HBS_DEBUG, "HOSTBASE: found old entry %s", *line);
     }
@@ -234,27 +229,29 @@ void delete_line(const char *old_line) {
 } // namespace
 
 int hbs_nv_load_clients() {
-    FILE *file = hbs_plain_stream(HBS_CLIENT_FILE, "r");
-    if (file == nullptr) {
+    hbs_file_text file;
+    switch (hbs_file_text_read(HBS_CLIENT_FILE, SIZE_MAX - 1, &file)) {
+    case hbs_file_read::failed: // what stands in it must not be replaced by what is known without it
+        return 0;
+    case hbs_file_read::missing:
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", HBS_CLIENT_FILE);
         return -1;
+    case hbs_file_read::done:
+        break;
     }
-    char *line = nullptr;
-    size_t capacity = 0;
-    hbs_at_exit release([&line] { free(line); });
     bool is_version = false;
-    int version = read_version(file, &line, &capacity, &is_version);
+    const char *line = "";
+    int version = read_version(&file, &line, &is_version);
     int result = -1;
     if (is_version) {
-        result = load_lines(file, version, &line, &capacity);
+        result = load_lines(&file, version);
     } else {
         HBS_LOG(HBS_ERROR,
                 "HOSTBASE: hbs_nv_load_clients: %s File format error, first line:%s. it should be like "
                 "'version *'.",
-                HBS_CLIENT_FILE, line != nullptr ? line : "");
+                HBS_CLIENT_FILE, line);
         version = 0;
     }
-    (void)fclose(file);
     if (version < FILE_VERSION)
         hbs_nv_save_clients();
     return result;
@@ -281,13 +278,11 @@ void hbs_nv_update_client(const hbs_client *client) {
     log_encoding(client);
     char new_line[HBS_CLIENT_LINE_SIZE];
     hbs_client_line_format(client, new_line);
+    hbs_file_text file;
     char *old_line = nullptr;
-    size_t capacity = 0;
-    hbs_at_exit release([&old_line] { free(old_line); });
-    bool found = false;
-    if (find_line(hbs_mac_to_text(client->mac).text, &old_line, &capacity, &found) != 0)
+    if (find_line(hbs_mac_to_text(client->mac).text, &file, &old_line) != 0)
         return;
-    if (!found)
+    if (old_line == nullptr)
         append_line(new_line); // whatever the trust bits: the next update of an untrusted client removes it
     else if (client->trust != 0)
         replace_line(old_line, new_line);

@@ -1,14 +1,13 @@
 #include "files/rule_files.h"
 
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
+#include "base/file_text.h"
 #include "base/line_edit.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/plain_file.h"
-#include "base/scope.h"
 #include "base/text.h"
 #include "store/clients.h"
 #include "store/rule_index.h"
@@ -49,12 +48,12 @@ void format_rule(const hbs_rule *rule, char *text, size_t size) {
 
 // Reads a line of at most HBS_RULE_LINE_MAX characters into `text`, without newline. Longer lines are
 // passed over whole. Returns false at the end of the file.
-bool read_rule_line(FILE *file, char **line, size_t *capacity, char text[HBS_RULE_LINE_MAX + 1]) {
-    while (getline(line, capacity, file) > 0) {
-        const size_t length = strcspn(*line, "\n");
+bool read_rule_line(hbs_file_text *file, char text[HBS_RULE_LINE_MAX + 1]) {
+    while (const char *line = hbs_file_text_line(file)) {
+        const size_t length = strcspn(line, "\n");
         if (length > HBS_RULE_LINE_MAX)
             continue;
-        memcpy(text, *line, length);
+        memcpy(text, line, length);
         text[length] = '\0';
         return true;
     }
@@ -88,24 +87,20 @@ void scan_rules(rule_line *line, const hbs_rule *wanted) {
     }
 }
 
-// Finds the line of a MAC. Returns whether there is one; then its rules are scanned for `wanted`.
-bool find_rule_line(const char *path, const char *mac_text, const hbs_rule *wanted, rule_line *line) {
-    FILE *file = hbs_plain_stream(path, "r");
-    if (file == nullptr)
-        return false;
-    hbs_at_exit close([file] { (void)fclose(file); });
-    char *buffer = nullptr;
-    size_t capacity = 0;
-    hbs_at_exit release([&buffer] { free(buffer); });
+// Finds the line of a MAC. When there is one its rules are scanned for `wanted`.
+hbs_file_read find_rule_line(const char *path, const char *mac_text, const hbs_rule *wanted,
+                             rule_line *line) {
+    hbs_file_text file;
+    const hbs_file_read result = hbs_file_text_read(path, SIZE_MAX - 1, &file);
     *line = {};
-    while (read_rule_line(file, &buffer, &capacity, line->text)) {
+    while (read_rule_line(&file, line->text)) {
         if (!is_line_of(line->text, mac_text))
             continue;
         memcpy(line->fields, line->text, sizeof line->fields);
         scan_rules(line, wanted);
-        return true;
+        return hbs_file_read::done;
     }
-    return false;
+    return result == hbs_file_read::done ? hbs_file_read::missing : result;
 }
 
 // The line with the matching field replaced by `rule_text`, or taken out when that is null, or with
@@ -175,20 +170,15 @@ int append_line(const char *path, const char *line) {
 } // namespace
 
 int hbs_nv_load_client_rules(int kind, const char *path) {
-    FILE *file = hbs_plain_stream(path, "r");
-    if (file == nullptr) {
-        // The wording of the client file's loader, kept for both kinds of file.
+    hbs_file_text file;
+    const hbs_file_read result = hbs_file_text_read(path, SIZE_MAX - 1, &file);
+    if (result ==
+        hbs_file_read::missing) // the wording of the client file's loader, kept for both kinds of file
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", path);
-        return -1;
-    }
-    char *buffer = nullptr;
-    size_t capacity = 0;
     char text[HBS_RULE_LINE_MAX + 1];
-    while (read_rule_line(file, &buffer, &capacity, text))
+    while (read_rule_line(&file, text))
         load_line(kind, text);
-    free(buffer);
-    (void)fclose(file);
-    return 0;
+    return result == hbs_file_read::done ? 0 : -1;
 }
 
 void hbs_nv_load_rules() {
@@ -201,7 +191,10 @@ int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], con
     char rule_text[80];
     format_rule(rule, rule_text, sizeof rule_text);
     static rule_line line; // 5 KB; callers hold hbs_list_mutex
-    if (!find_rule_line(path, mac_text.text, rule, &line)) {
+    const hbs_file_read found = find_rule_line(path, mac_text.text, rule, &line);
+    if (found == hbs_file_read::failed)
+        return -1;
+    if (found == hbs_file_read::missing) {
         char new_line[sizeof mac_text + sizeof rule_text + 2];
         (void)snprintf(new_line, sizeof new_line, "%s;%s;", mac_text.text, rule_text);
         return append_line(path, new_line);
@@ -222,9 +215,10 @@ int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], con
 int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule,
                               bool *rules_left) {
     static rule_line line; // 5 KB; callers hold hbs_list_mutex
-    *rules_left = false;
-    if (!find_rule_line(path, hbs_mac_to_text(mac).text, rule, &line))
-        return 0;
+    const hbs_file_read found = find_rule_line(path, hbs_mac_to_text(mac).text, rule, &line);
+    *rules_left = found == hbs_file_read::failed; // in doubt it stays on its list
+    if (found != hbs_file_read::done)
+        return *rules_left ? -1 : 0;
     if (line.match == nullptr) {
         *rules_left = line.rules > 0;
         return 0;

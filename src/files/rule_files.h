@@ -26,7 +26,7 @@ constexpr const char *hbs_rule_file_of(uint8_t list) {
 }
 
 // Reads one rule file into the rule index; kind 1 white, 2 black. A rule of a MAC without a client is
-// dropped. 0, or -1 when the file is missing.
+// dropped. 0, or -1 when the file is missing or cannot be read (logged).
 int hbs_nv_load_client_rules(int kind, const char *path);
 
 // Loads the white file, then the black file.
@@ -36,5 +36,6 @@ void hbs_nv_load_rules();
 int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule);
 
 // Removes one rule of a MAC, by its first three values. *rules_left [out]: whether rules of the MAC
-// remain in the file. 0, or -1 when the file could not be written (logged).
+// remain in the file, or may remain in one that cannot be read. 0, or -1 when the file could not be read or
+// written (logged).
 int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule, bool *rules_left);

@@ -1,16 +1,14 @@
 #include "files/trusted_devices.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
 
+#include "base/file_text.h"
 #include "base/line_edit.h"
 #include "base/log.h"
 #include "base/paths.h"
-#include "base/plain_file.h"
 #include "base/scope.h"
 
 namespace {
@@ -18,7 +16,7 @@ namespace {
 constexpr char MAC_TAG[] = "mac:";
 constexpr char INSTANCE_TAG[] = "tr69_i_id:";
 constexpr uint32_t MAX_PAYLOAD = 4096; // a longer one is damage, not a record
-constexpr int64_t MAX_FILE = 1 << 20;  // what is behind that is not read
+constexpr size_t MAX_FILE = 1 << 20;   // what is behind that is not read
 
 // A record as it is written; records that are read may hold other items too.
 struct __attribute__((packed)) written_record {
@@ -104,31 +102,18 @@ written_record make_record(const hbs_trusted_device *device) {
 
 // The file's bytes while it is gone through.
 struct file_bytes {
-    uint8_t *data = nullptr;
+    hbs_file_text text;
+    const uint8_t *data = nullptr;
     size_t size = 0;
     size_t position = 0;
     size_t dropped = 0; // bytes that were no record
-    file_bytes() = default;
-    file_bytes(const file_bytes &) = delete;
-    file_bytes &operator=(const file_bytes &) = delete;
-    ~file_bytes() { free(data); }
 };
 
-// Reads the file. False when it is missing or cannot be read.
-bool read_file(file_bytes *file) {
-    FILE *stream = hbs_plain_stream(HBS_TRUSTED_INSTANCES, "r");
-    if (stream == nullptr)
-        return false;
-    hbs_at_exit close([stream] { (void)fclose(stream); });
-    struct stat status;
-    if (fstat(fileno(stream), &status) != 0)
-        return false;
-    const auto size = static_cast<size_t>(std::min<int64_t>(status.st_size, MAX_FILE));
-    file->data = static_cast<uint8_t *>(malloc(size + 1));
-    if (file->data == nullptr)
-        return false;
-    file->size = fread(file->data, 1, size, stream);
-    return ferror(stream) == 0;
+hbs_file_read read_file(file_bytes *file) {
+    const hbs_file_read result = hbs_file_text_read(HBS_TRUSTED_INSTANCES, MAX_FILE, &file->text);
+    file->data = reinterpret_cast<const uint8_t *>(file->text.data);
+    file->size = file->text.length;
+    return result;
 }
 
 // The record that stands at a place of the file. Returns whether its length can be right.
@@ -239,19 +224,19 @@ int rewrite(file_bytes *file, const uint8_t mac[HBS_MAC_SIZE], const written_rec
 int hbs_nv_set_trusted_tr69_instance(const hbs_trusted_device *device) {
     const written_record replacement = make_record(device);
     file_bytes file;
-    if (!read_file(&file) && errno != ENOENT)
+    if (read_file(&file) == hbs_file_read::failed)
         return -1;
     return rewrite(&file, device->mac, &replacement);
 }
 
 int hbs_nv_remove_trusted_tr69_instance(const uint8_t mac[HBS_MAC_SIZE]) {
     file_bytes file;
-    return read_file(&file) ? rewrite(&file, mac, nullptr) : -1;
+    return read_file(&file) == hbs_file_read::done ? rewrite(&file, mac, nullptr) : -1;
 }
 
 int hbs_nv_get_trusted_tr69_instance(hbs_trusted_device *device) {
     file_bytes file;
-    if (!read_file(&file))
+    if (read_file(&file) != hbs_file_read::done)
         return -1;
     record current{};
     while (next_record(&file, &current)) {
