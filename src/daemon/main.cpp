@@ -84,14 +84,23 @@ void load_clients() {
     hbs_nv_load_rules();
 }
 
+// Without one of them a whole road in would be closed until the next start, so what lacked for a moment is
+// asked for again.
+void start_worker(worker *w, const pthread_attr_t *attributes) {
+    constexpr int ATTEMPTS = 3;
+    for (int i = 0; i < ATTEMPTS && !w->runs; i++)
+        w->runs = pthread_create(&w->thread, attributes, w->entry, nullptr) == 0;
+    if (w->runs)
+        (void)pthread_setname_np(w->thread, w->name);
+    else
+        HBS_LOG(HBS_ERROR, "HOSTBASE: can't start the thread %s", w->name);
+}
+
 void start_threads() {
     pthread_attr_t attributes;
     (void)pthread_attr_init(&attributes);
-    for (worker &w : workers) {
-        w.runs = pthread_create(&w.thread, &attributes, w.entry, nullptr) == 0;
-        if (w.runs)
-            (void)pthread_setname_np(w.thread, w.name);
-    }
+    for (worker &w : workers)
+        start_worker(&w, &attributes);
 }
 
 // Nobody waits for their end.
