@@ -5,7 +5,7 @@ import re
 import subprocess
 import time
 
-from lab import places, values, wire
+from lab import notices, places, values, wire
 
 JOURNAL = values.DIRECTORY + "/journal"
 OUTPUT = values.DIRECTORY + "/daemon.out"
@@ -90,15 +90,15 @@ def tail(path):
 
 
 def watches(pid):
-    """Number of inotify watches that the process holds."""
-    count = 0
+    """How many of the notification files the process watches. It may watch others, too."""
+    found = set()
     try:
         for descriptor in os.listdir(f"/proc/{pid}/fd"):
             if os.readlink(f"/proc/{pid}/fd/{descriptor}") == "anon_inode:inotify":
-                count += text_of(f"/proc/{pid}/fdinfo/{descriptor}").count("inotify wd:")
+                found.update(re.findall(r"inotify wd:\w+ ino:(\w+) ", text_of(f"/proc/{pid}/fdinfo/{descriptor}")))
+        return sum(f"{os.stat(path).st_ino:x}" in found for path in (notices.DHCPV4, notices.DHCPV6))
     except OSError:
-        pass  # it ended, or closed a descriptor, while it was looked at
-    return count
+        return 0  # it ended, or made, removed or closed something, while it was looked at
 
 
 def neighbour_group_joined():
