@@ -1,5 +1,5 @@
-"""How script/storm, script/race and script/kill_run start: each is one program that looks at its words, builds what
-it proves, and runs itself again inside a box that has no daemon yet.
+"""How script/storm, script/race, script/kill_run, script/model, script/faults and script/stress start: each is one
+program that looks at its words, builds what it proves, and runs itself again inside a box that has no daemon yet.
 """
 
 import os

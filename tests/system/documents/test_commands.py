@@ -30,7 +30,7 @@ PAGES_OF_THEIR_OWN = {
     "docs/installing.md: Upgrading and removing": "packages/test_fresh_machine.py",
 }
 IN_TEST = "the stage {} of script/test runs it"
-LONG = "runs for hours; {}"
+LONG = "runs for long; {}"
 NAMED = "names the command, whose words stand elsewhere"
 NOT_RUN = {
     "script/test": "this test is a part of it",
@@ -51,6 +51,10 @@ NOT_RUN = {
     "script/fuzz TARGET 600": "TARGET stands for one; " + IN_TEST.format("fuzz"),
     "script/kill_run 1000": LONG.format("tests/system/power_cut runs a short one"),
     "script/kill_run": NAMED,
+    "script/model --histories 2000": LONG.format("tests/system/model runs a short one"),
+    "script/model": NAMED,
+    "script/faults": LONG.format("tests/system/faults runs a short one"),
+    "script/stress": LONG.format("tests/system/stress runs a short one"),
     "script/storm": "minutes of load; its words are tried here",
     "script/pictures": "would write the README's pictures anew: it is run with another directory",
     "cmake -G Ninja -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform":
@@ -67,7 +71,8 @@ NOT_RUN = {
 }
 # What hbsctl can do is tried by tests/system/command_line; here each command that is named has to be one.
 HBSCTL = re.compile(r"hbsctl ([a-z-]+)")
-PROOFS = ("script/test", "script/check", "script/kill_run", "script/storm", "script/race", "script/fuzz",
+PROOFS = ("script/test", "script/check", "script/kill_run", "script/model", "script/faults",
+          "script/stress", "script/storm", "script/race", "script/fuzz",
           "script/bootstrap", "script/target")
 PATIENCE = 1800
 

@@ -1,0 +1,140 @@
+/* Readers and askers of a storm, each a process that goes on until it is told to end, and then prints its figures.
+ *
+ *   reader copies          copies all clients again and again, and checks each copy: what one lease told is there whole
+ *   reader ask             asks the daemon a question every few milliseconds
+ *   reader presence MAC    tells of a lease, and looks until a reader sees it
+ *
+ * A lease of the storm bears its number in four fields. */
+#define _GNU_SOURCE
+#include <hbs_msg.h>
+#include <hostbase_query.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+static volatile sig_atomic_t ended;
+
+static void end(int number) {
+    (void)number;
+    ended = 1;
+}
+
+static double now(void) {
+    struct timespec time;
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return (double)time.tv_sec + (double)time.tv_nsec / 1e9;
+}
+
+static void rest(long milliseconds) {
+    struct timespec time = {0, milliseconds * 1000000L};
+    nanosleep(&time, NULL);
+}
+
+static int is_whole(const hbs_client *client) {
+    if (client->host[0] != '#') /* not of the storm */
+        return 1;
+    return strcmp(client->host, client->serial_number) == 0 && strcmp(client->host, client->product_class) == 0 &&
+           strcmp(client->host, client->device_name) == 0;
+}
+
+static int copies(void) {
+    static hbs_client clients[HBS_MAX_CLIENTS];
+    long looks = 0, torn = 0, twice = 0, failures = 0;
+    double worst = 0;
+    while (!ended) {
+        size_t count = 0;
+        double began = now();
+        int result = hostbase_get_clients(clients, HBS_MAX_CLIENTS, &count);
+        double took = now() - began;
+        worst = took > worst ? took : worst;
+        looks++;
+        failures += result != HOSTBASE_OK && result != HOSTBASE_UNSTABLE && result != HOSTBASE_BUSY;
+        for (size_t i = 0; result == HOSTBASE_OK && i < count; i++) {
+            torn += !is_whole(&clients[i]);
+            for (size_t j = 0; j < i; j++)
+                twice += memcmp(clients[i].mac, clients[j].mac, 6) == 0 && memcmp(clients[i].mac, "\0\0\0\0\0\0", 6) != 0;
+        }
+    }
+    printf("{\"looks\": %ld, \"torn\": %ld, \"twice\": %ld, \"failures\": %ld, \"worst\": %.6f}\n", looks, torn, twice,
+           failures, worst);
+    return 0;
+}
+
+static int bound_socket(void) {
+    struct sockaddr_un own = {.sun_family = AF_UNIX};
+    snprintf(own.sun_path, sizeof own.sun_path, "/var/tmp/stress.%d", (int)getpid());
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (fd < 0 || bind(fd, (struct sockaddr *)&own, sizeof own) != 0)
+        exit(2);
+    struct timeval patience = {60, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    return fd;
+}
+
+static int tell(int fd, const void *data, size_t size) {
+    struct sockaddr_un to = {.sun_family = AF_UNIX};
+    strcpy(to.sun_path, HBS_SOCKET_PATH);
+    return sendto(fd, data, size, 0, (struct sockaddr *)&to, sizeof to) == (ssize_t)size;
+}
+
+static int ask(void) {
+    hbs_msg_filter question = {.code = HBS_CMD_CLR_RULE_TOD, .type = 1, .mac = {2, 0xff, 0xff, 0xff, 0xff, 0xff}};
+    long asked = 0, unanswered = 0;
+    double worst = 0;
+    int fd = bound_socket();
+    while (!ended) {
+        int32_t answer;
+        double began = now();
+        if (tell(fd, &question, sizeof question) && recv(fd, &answer, sizeof answer, 0) != sizeof answer)
+            unanswered += !ended;
+        double took = now() - began;
+        worst = took > worst ? took : worst;
+        asked++;
+        rest(5);
+    }
+    printf("{\"asked\": %ld, \"unanswered\": %ld, \"worst\": %.6f}\n", asked, unanswered, worst);
+    return 0;
+}
+
+static int presence(const char *text) {
+    hbs_msg_dhcpv4 lease = {.code = HBS_EVENT_DHCPV4_LEASE, .dynamic = 1, .seconds = 86400, .ipv4 = {192, 168, 0, 250},
+                            .nwidx = HBS_UNKNOWN_U32, .adapter_type = HBS_UNKNOWN_U32};
+    sscanf(text, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &lease.mac[0], &lease.mac[1], &lease.mac[2], &lease.mac[3],
+           &lease.mac[4], &lease.mac[5]);
+    long told = 0, unseen = 0;
+    double worst = 0;
+    int fd = bound_socket();
+    while (!ended) {
+        snprintf(lease.host, sizeof lease.host, "seen-%ld", told);
+        double began = now();
+        if (!tell(fd, &lease, sizeof lease)) {
+            rest(5);
+            continue;
+        }
+        told++;
+        hbs_client client = {0};
+        while (!ended && now() - began < 60 &&
+               (hostbase_find_by_mac(lease.mac, &client) != HOSTBASE_OK || strcmp(client.host, lease.host) != 0)) {}
+        double took = now() - began;
+        unseen += took >= 60;
+        worst = took > worst && !ended ? took : worst;
+        rest(5);
+    }
+    printf("{\"told\": %ld, \"unseen\": %ld, \"worst\": %.6f}\n", told, unseen, worst);
+    return 0;
+}
+
+int main(int count, char **words) {
+    struct sigaction action = {.sa_handler = end}; /* what waits is interrupted */
+    sigaction(SIGTERM, &action, NULL);
+    if (count > 1 && strcmp(words[1], "copies") == 0)
+        return copies();
+    if (count > 1 && strcmp(words[1], "ask") == 0)
+        return ask();
+    return count > 2 && strcmp(words[1], "presence") == 0 ? presence(words[2]) : 2;
+}
