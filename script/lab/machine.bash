@@ -60,10 +60,16 @@ busybox poweroff -f
 END
 }
 
+# machine_words: what every emulator is told, in MACHINE_WORDS.
+machine_words() {
+    MACHINE_WORDS=(-accel "tcg,thread=multi" -cpu max -m 1024 -smp 2 -no-reboot -initrd "$MACHINE_HOME/initramfs.img")
+}
+
 # machine_run QEMU...: in the machine's console (a file in its place) stands the status, which is this function's.
 machine_run() {
     local status
-    "$@" -accel tcg,thread=multi -cpu max -m 1024 -smp 2 -no-reboot -initrd "$MACHINE_HOME/initramfs.img" || return 1
+    machine_words
+    "$@" "${MACHINE_WORDS[@]}" || return 1
     status=$(tr -d '\r' < "$MACHINE_HOME/console" | sed -n 's/^status of the job: //p')
     [ "${status:-none}" = 0 ] && return
     echo "${0##*/}: the job's status in the machine: ${status:-none}; $MACHINE_HOME/console has its last words" >&2

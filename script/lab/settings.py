@@ -18,6 +18,7 @@ HOST_RECORDS = settings_files.HOST_RECORDS.format(LAN_ADDRESS)
 RULES_OF_A_LINE = 6
 HOSTILE = (b"it's", b"$(reboot)", b"a\nb", b"\"`;&|/\\", b"caf\xc3\xa9", b"%s%n", b"x y  z", b"\x01\x1f")
 LISTS = (wire.WHITE, wire.BLACK)
+TRUST_NAMES = ("T-SITE", "T-SERV", "WHITE", "BLACK")  # by bit
 
 
 @dataclass(frozen=True)
@@ -248,4 +249,18 @@ def differences(found, *allowed):
             wanted = [state.get(key) for state in entries]
             if there.get(key) not in wanted:
                 wrong.append(f"{name} of {key}: {there.get(key)} instead of {wanted}")
+    return wrong
+
+
+def unlike_for_readers(settings, listed):
+    """What readers see of the clients (`listed`, by MAC text) that is not what the settings say, as texts: each client,
+    with its address, its filter word and its trust."""
+    if set(listed) != set(settings.known):
+        return [f"the database holds {sorted(listed)} instead of {sorted(settings.known)}"]
+    wrong = []
+    for mac, client in settings.known.items():
+        there = listed[mac]["ipv4"], listed[mac]["mac_filter"], set(listed[mac]["trust"]) & set(TRUST_NAMES)
+        names = {name for bit, name in enumerate(TRUST_NAMES) if client.trust & 1 << bit}
+        if there != (client.address or None, client.filter_word, names):
+            wrong.append(f"readers see {there} of {mac} instead of {client}")
     return wrong
