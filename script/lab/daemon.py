@@ -25,7 +25,7 @@ class DaemonError(Exception):
 
 def programs(checkout):
     """Directory of the built programs: of the build that HBS_BUILD names, "default" when it is unset."""
-    return f"{checkout}/build/{os.environ.get('HBS_BUILD', 'default')}/bin"
+    return f"{checkout}/build/{places.BUILD}/bin"
 
 
 def binary(checkout):
@@ -36,7 +36,7 @@ def binary(checkout):
 def start(checkout):
     """Start the daemon and return its process without waiting."""
     with open(OUTPUT, "ab") as output, open(os.devnull, "rb") as nothing:
-        return subprocess.Popen([binary(checkout)], cwd="/", stdin=nothing, stdout=output, stderr=output,
+        return subprocess.Popen([*places.EMULATOR, binary(checkout)], cwd="/", stdin=nothing, stdout=output, stderr=output,
                                 start_new_session=True)
 
 
@@ -70,7 +70,7 @@ def what_is_lacking(pid):
         return "no pid file of the file watch thread"
     if watches(pid) < WATCHED_FILES:
         return "the notification files are not watched"
-    if not neighbour_group_joined():
+    if not places.EMULATOR and not neighbour_group_joined():
         return "the neighbour group is not joined"
     return None
 

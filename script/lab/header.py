@@ -99,7 +99,7 @@ def pack(name, /, **values):
         if value is None:
             continue
         if each.count is None:
-            struct.pack_into("=" + LETTERS[each.kind], data, each.offset, value)
+            struct.pack_into(places.BYTE_ORDER + LETTERS[each.kind], data, each.offset, value)
         elif each.kind == "char":
             data[each.offset:each.offset + each.size] = value[:each.size - 1].ljust(each.size, b"\0")
         elif len(value) != each.size:

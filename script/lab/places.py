@@ -5,7 +5,12 @@ HBS_BUILD names the build, as for the programs.
 
 import os
 
-LINUX = os.environ.get("HBS_BUILD") == "linux"
+BUILD = os.environ.get("HBS_BUILD", "default")
+LINUX = BUILD == "linux"
+# What runs programs of a machine that is not this one, before their names; the kernel's netlink is not to be had by it.
+EMULATOR = ("qemu-ppc",) if BUILD == "ppc32" else ()
+# Of the daemon's numbers, as the module struct spells it.
+BYTE_ORDER = ">" if BUILD == "ppc32" else "="
 RUNTIME = "/run/gw_hostbase" if LINUX else "/var"
 PERSISTENT = "/var/lib/gw_hostbase" if LINUX else "/nvram/8"
 # What that build's compiler is told besides the headers.

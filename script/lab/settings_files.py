@@ -3,7 +3,7 @@
 import struct
 
 from lab.header import constant
-from lab.places import PERSISTENT
+from lab.places import BYTE_ORDER, PERSISTENT
 from lab.wire import BLACK, WHITE
 
 CLIENT_FILE = PERSISTENT + "/hostbase.txt"
@@ -84,7 +84,7 @@ def rules(path):
 def trusted_devices(path=TRUSTED_INSTANCES):
     """Instance numbers by MAC text."""
     data = content(path)
-    record = struct.Struct("=I4sI6s10sIIB")
+    record = struct.Struct(BYTE_ORDER + "I4sI6s10sIIB")
     if len(data) % record.size:
         raise FileError(f"{path} ends in the middle of a record")
     found = {}

@@ -5,6 +5,7 @@ import select
 import socket
 import struct
 
+from lab import places
 from lab.header import constant, pack
 
 SOCKET = constant("HBS_SOCKET_PATH")
@@ -134,7 +135,7 @@ class Sender:
         """The number that comes within `seconds`, None when none does."""
         if not select.select([self._socket], [], [], seconds)[0]:
             return None
-        return struct.unpack("=i", self._socket.recv(64))[0]
+        return struct.unpack(places.BYTE_ORDER + "i", self._socket.recv(64))[0]
 
     def ask(self, datagram, seconds=10.0):
         self.send(datagram)

@@ -6,7 +6,6 @@
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
 
 #include <hostbase_query.h>
 
@@ -31,15 +30,26 @@ static bool is_zero(const uint8_t *bytes, size_t size) {
     return true;
 }
 
-/* Bytes that are no ASCII are shown as if they were of Latin-1, so that what is printed is always JSON. */
+/* Bytes of the character that a text begins with, 1 where it is none of UTF-8. */
+static int character(const char *text) {
+    const unsigned char lead = (unsigned char)*text;
+    const int size = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : lead >= 0xc2 ? 2 : 1;
+    for (int i = 1; i < size; i++)
+        if (((unsigned char)text[i] & 0xc0) != 0x80)
+            return 1;
+    return size;
+}
+
+/* What is no UTF-8 is shown as if it were Latin-1, so that what is printed is always JSON. */
 static void put_text(const char *name, const char *text) {
     printf(", \"%s\": \"", name);
-    for (const char *at = text; *at != '\0'; at++) {
-        const unsigned char byte = (unsigned char)*at;
-        if (byte < 0x20 || byte == '"' || byte == '\\' || byte > 0x7e)
+    for (int size; *text != '\0'; text += size) {
+        const unsigned char byte = (unsigned char)*text;
+        size = character(text);
+        if (size == 1 && (byte < 0x20 || byte == '"' || byte == '\\' || byte > 0x7e))
             printf("\\u%04x", byte);
         else
-            putchar(byte);
+            (void)fwrite(text, 1, (size_t)size, stdout);
     }
     putchar('"');
 }

@@ -27,9 +27,9 @@ def pytest_runtest_setup(item):
 
 
 def pytest_sessionstart():
-    for program in ("gw_hostbase", "hbsctl"):
-        if not os.access(f"{BIN}/{program}", os.X_OK):
-            pytest.exit(f"{BIN}/{program} is not there: run script/build first", returncode=2)
+    for programs in (("gw_hostbase",), ("hbsctl", "hbs_reader")):
+        if not any(os.access(f"{BIN}/{program}", os.X_OK) for program in programs):
+            pytest.exit(f"{BIN}/{programs[-1]} is not there: run script/build first", returncode=2)
 
 
 @pytest.hookimpl(hookwrapper=True)

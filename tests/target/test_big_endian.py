@@ -5,7 +5,7 @@ import struct
 import sys
 
 from gateway import BIN, lan, lease_line, wait_for
-from lab import settings_files, wire
+from lab import database, notices, settings_files, wire
 
 MAC = "02:aa:00:00:00:11"
 LAN = "l2sd0.2"
@@ -27,8 +27,32 @@ def test_dhcp_server_serves_leases_to_clients_in_namespaces(living_lan):
 def test_reader_in_c_sees_what_the_daemon_put_there(running):
     running.notify(lease_line(MAC, "192.168.0.50", host="of-the-lease"))
     wait_for("the lease made the client", lambda: MAC in running.clients())
-    assert running.run(READER, "192.168.0.50").stdout == f"{MAC} 192.168.0.50 :: of-the-lease\n"
+    (found,) = database.parse(running.run(READER, "192.168.0.50").stdout).values()
+    assert (found["mac"], found["ipv4"], found["host"]) == (MAC, "192.168.0.50", "of-the-lease")
+    assert {MAC: found} == database.parse(running.run(READER).stdout)
     assert "no such client" in running.run(READER, "192.168.0.51", check=False).stderr
+
+
+def test_notifications_of_both_families_are_read(running):
+    running.notify(lease_line(MAC, "192.168.0.50", identity=("02AA00", "N-1", "Thing")))
+    there = wait_for("the lease made the client", lambda: running.clients().get(MAC))
+    assert (there["oui"], there["serial_number"], there["product_class"]) == ("02AA00", "N-1", "Thing")
+    running.notify(notices.lease6_lines("fd00:2::1975", "fe80::aa:ff:fe00:11", 2000000000), notices.DHCPV6)
+    there = wait_for("the second lease is there",
+                     lambda: [each for each in running.clients().values() if each["ipv6"] == "fd00:2::1975"])
+    assert there[0]["ll"] == "fe80::aa:ff:fe00:11"
+
+
+def test_rules_and_clients_are_text_that_every_machine_reads(running):
+    running.notify(lease_line(MAC, "192.168.0.50"))
+    wait_for("the lease made the client", lambda: MAC in running.clients())
+    rule = (10, 2, 3, 4, 5, 6)
+    assert running.command(wire.rule_record(7, wire.BLACK, MAC, rule, filter_word=2, keywords=b"word")) == 0
+    assert running.read(settings_files.BLACK_RULES) == f"{MAC};a 2 3 4 5 6;\n"
+    assert settings_files.clients(running.path(settings_files.CLIENT_FILE))[MAC][3:7] == (8, b"word", b"", 2)
+    running.daemon.kill()
+    running.start_daemon()
+    assert (running.clients()[MAC]["trust"], running.clients()[MAC]["mac_filter"]) == (["BLACK"], 2)
 
 
 def test_link_local_neighbour_of_the_real_kernel(gateway):
