@@ -14,8 +14,8 @@ AGENT_ORDERS = values.DIRECTORY + "/agent"  # FIFO of the example agent library
 WATCHER_PID_FILE = places.RUNTIME + "/tmp/file_watch_thread.pid"
 LOCK = places.RUNTIME + "/tmp/gw_hostbase.lock"
 WATCHED_FILES = 2
-READY_DEADLINE = 20.0
-END_DEADLINE = 3.0
+READY_DEADLINE = 20.0 * places.PATIENCE
+END_DEADLINE = 3.0 * places.PATIENCE
 NEIGHBOUR_GROUP_BIT = 1 << 2
 
 
@@ -36,8 +36,8 @@ def binary(checkout):
 def start(checkout):
     """Start the daemon and return its process without waiting."""
     with open(OUTPUT, "ab") as output, open(os.devnull, "rb") as nothing:
-        return subprocess.Popen([*places.EMULATOR, binary(checkout)], cwd="/", stdin=nothing, stdout=output, stderr=output,
-                                start_new_session=True)
+        return subprocess.Popen([*places.EMULATOR, binary(checkout)], cwd="/", stdin=nothing, stdout=output,
+                                stderr=output, start_new_session=True)
 
 
 def wait_ready(pid, seconds=READY_DEADLINE):

@@ -19,7 +19,8 @@ LIST = ("list", "--json")
 
 
 def lister(directory):
-    """What prints all clients: hbsctl, or where a build has none the reader in C, which does not tell of ended daemons."""
+    """What prints all clients: hbsctl, or the reader in C, which does not tell of ended daemons, in a build that has
+    none."""
     if os.access(f"{directory}/hbsctl", os.X_OK):
         return (f"{directory}/hbsctl", *LIST)
     return (*places.EMULATOR, f"{directory}/hbs_reader")
@@ -40,7 +41,8 @@ def parse(listed):
 
 def clients():
     """All clients by MAC text, as a reader process in this box sees them."""
-    done = subprocess.run(lister(os.path.dirname(shutil.which("gw_hostbase"))), capture_output=True, text=True, check=False)
+    programs = os.path.dirname(shutil.which("gw_hostbase"))
+    done = subprocess.run(lister(programs), capture_output=True, text=True, check=False)
     if done.returncode != 0:
         raise DatabaseError(done.stderr.strip())
     return parse(done.stdout)

@@ -11,7 +11,7 @@ import subprocess
 import time
 from dataclasses import dataclass
 
-from lab import daemon, database, values
+from lab import daemon, database, places, values
 
 STATE = "/run/lan"
 LEASE_FILE = "/var/lib/misc/dnsmasq.leases"
@@ -89,7 +89,7 @@ def host(name):
 
 def wait_until(what, test, seconds):
     """Call `test` until it gives a true value and return that; LanError, naming `what`, after `seconds`."""
-    end = time.monotonic() + seconds
+    end = time.monotonic() + seconds * places.PATIENCE
     while True:
         value = test()
         if value:

@@ -51,7 +51,7 @@ mount -t devtmpfs dev /dev
 mkdir -p /dev/pts /dev/shm
 mount -t devpts devpts /dev/pts
 for place in /run /dev/shm; do mount -t tmpfs tmpfs \$place; done
-export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root HBS_BUILD=$1 PYTHONDONTWRITEBYTECODE=1
+export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root HBS_BUILD=$1 HBS_PATIENCE=10 PYTHONDONTWRITEBYTECODE=1
 $2
 ip link set lo up
 cd $PWD && $3

@@ -5,6 +5,8 @@ HBS_BUILD names the build, as for the programs.
 
 import os
 
+# A machine that is emulated is given so much more time for everything.
+PATIENCE = float(os.environ.get("HBS_PATIENCE", "1"))
 BUILD = os.environ.get("HBS_BUILD", "default")
 LINUX = BUILD == "linux"
 # What runs programs of a machine that is not this one, before their names; the kernel's netlink is not to be had by it.

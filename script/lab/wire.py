@@ -133,7 +133,7 @@ class Sender:
 
     def answer(self, seconds):
         """The number that comes within `seconds`, None when none does."""
-        if not select.select([self._socket], [], [], seconds)[0]:
+        if not select.select([self._socket], [], [], seconds * places.PATIENCE)[0]:
             return None
         return struct.unpack(places.BYTE_ORDER + "i", self._socket.recv(64))[0]
 
@@ -145,6 +145,6 @@ class Sender:
 def send_all(datagrams, path=SOCKET, patience=10.0):
     """Send datagrams one after the other from a sender to which no answer can come."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-        sender.settimeout(patience)
+        sender.settimeout(patience * places.PATIENCE)
         for data in datagrams:
             sender.sendto(data, path)

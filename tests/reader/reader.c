@@ -154,6 +154,7 @@ static void put_texts(const hbs_client *client) {
     put_text("keyword_list", client->keyword_list);
     put_text("domain_list", client->domain_list);
     put_text("lease_file", client->lease_file);
+    put_text("lease_file6", client->lease_file6);
     printf(", \"mac_filter\": %ld", (long)client->mac_filter);
 }
 

@@ -37,12 +37,12 @@ network.1 = l2sd0.2
 network.2 = l2sd0.3
 """
 # Long enough for a loaded machine: a test that passes never waits for it.
-PATIENCE = 20.0
+PATIENCE = 20.0  # times places.PATIENCE
 
 
 def wait_for(what, test, seconds=PATIENCE):
     """Call `test` until it gives a true value and return that; fail, naming `what`, after `seconds`."""
-    end = time.monotonic() + seconds
+    end = time.monotonic() + seconds * places.PATIENCE
     while True:
         value = test()
         if value:
@@ -140,7 +140,7 @@ class Box:
     def run(self, *command, check=True, timeout=60):
         """Run a command in the box to its end; return its CompletedProcess with texts."""
         done = subprocess.run(self.words(*command), env=self._environment, capture_output=True,
-                              text=True, check=False, timeout=timeout)
+                              text=True, check=False, timeout=timeout * places.PATIENCE)
         if check:
             assert done.returncode == 0, f"{command} gave {done.returncode}: {done.stdout}{done.stderr}"
         return done
@@ -263,8 +263,8 @@ class Daemon:
             if gateway.exists(stale):
                 os.unlink(gateway.path(stale))
         with open(gateway.path(daemon.OUTPUT), "ab") as output:
-            self._process = gateway.start(*places.EMULATOR, f"{BIN}/gw_hostbase", stdin=subprocess.DEVNULL, stdout=output,
-                                          stderr=output)
+            self._process = gateway.start(*places.EMULATOR, f"{BIN}/gw_hostbase", stdin=subprocess.DEVNULL,
+                                          stdout=output, stderr=output)
         self.pid = wait_for("the daemon starts", lambda: child_of(self._process.pid) or not self.alive())
         assert self.alive(), gateway.read(daemon.OUTPUT)
 
@@ -294,7 +294,7 @@ class Daemon:
 
     def wait(self, seconds=PATIENCE):
         """Wait for the daemon's end; return its exit status, negative for a signal."""
-        return self._process.wait(seconds)
+        return self._process.wait(seconds * places.PATIENCE)
 
     def kill(self):
         self.signal(signal.SIGKILL)

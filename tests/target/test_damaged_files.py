@@ -1,5 +1,5 @@
-"""Damaged settings files, on the machines on which the rest of the unit suite does not run: each test in a process and a
-box of its own."""
+"""Damaged settings files, on the machines on which the rest of the unit suite does not run: each test in a process and
+a box of its own."""
 
 import os
 import subprocess

@@ -34,12 +34,13 @@ LONG = "runs for long; {}"
 NAMED = "names the command, whose words stand elsewhere"
 NOT_RUN = {
     "script/test": "this test is a part of it",
-    "script/test target": IN_TEST.format("target"),
     "script/test wifi": "this test is a part of it, on radios that only a virtual machine has",
     "script/wifi": IN_TEST.format("wifi"),
     "script/bootstrap --wifi": "fetches a kernel",
     "script/test --build i386 system": "these tests with another build; " + IN_TEST.format("i386"),
-    "script/bootstrap --target": "fetches 360 MB",
+    "script/test --build musl system": "these tests with another build; " + IN_TEST.format("musl"),
+    "script/target --cuts 100": LONG.format("a machine boots for each"),
+    "script/bootstrap --target": "fetches 360 MB; " + IN_TEST.format("target"),
     "script/check": IN_TEST.format("check"),
     "script/tidy": IN_TEST.format("check"),
     "script/target": IN_TEST.format("target"),

@@ -69,7 +69,8 @@ def test_delay_and_failed_are_gone(bridges):
     logged(bridges, f"HOSTBASE: Got ARP GONE event for [{MAC}]")
     assert client(bridges)["lease_start_uptime"] == 0
     assert client(bridges)["online"], "only the online timer takes a client off line"
-    wait_for("the agent is told", lambda: codes(bridges)[-2:] == ["106", "108"])
+    # The kernel itself goes on from DELAY after some seconds, which may add to it.
+    wait_for("the agent is told", lambda: "106 108" in " ".join(codes(bridges)))
 
 
 def test_deleted_neighbour_is_gone_by_its_address_alone(bridges):
