@@ -17,7 +17,13 @@ namespace {
 // Closes what is no plain file.
 int only_plain(int descriptor) {
     struct stat status {};
-    if (descriptor == -1 || (fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode)))
+    if (descriptor == -1)
+        return -1;
+    if (fstat(descriptor, &status) != 0) { // what it is cannot be told: that is no answer
+        hbs_close_keeping_errno(descriptor);
+        return -1;
+    }
+    if (S_ISREG(status.st_mode))
         return descriptor;
     (void)close(descriptor);
     errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;

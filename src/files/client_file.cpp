@@ -268,7 +268,7 @@ void hbs_nv_save_clients() {
     for (const hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
         save_client(stream, client);
     const bool written = ferror(stream) == 0; // no memory: the old file is better than a part of the new one
-    if (fclose(stream) == 0 && written)
+    if (fclose(stream) == 0 && written && content != nullptr) // null: no memory for its last piece
         (void)hbs_file_replace(HBS_CLIENT_FILE, content, length);
     free(content);
 }

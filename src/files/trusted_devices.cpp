@@ -211,7 +211,7 @@ int rewrite(file_bytes *file, const uint8_t mac[HBS_MAC_SIZE], const written_rec
     if (!matched && replacement != nullptr)
         (void)fwrite(replacement, sizeof *replacement, 1, stream);
     const bool whole = ferror(stream) == 0;
-    if (fclose(stream) != 0 || !whole)
+    if (fclose(stream) != 0 || !whole || content == nullptr) // null: no memory for its last piece
         return -1;
     if (file->dropped > 0)
         HBS_LOG(HBS_ERROR, "HOSTBASE: %s is damaged: %zu bytes that are no record are dropped",
