@@ -20,6 +20,7 @@ PROBE = "02:dc:00:00:00:01"
 STATIONS = [f"02:de:00:00:00:{number:02x}" for number in range(60)]
 PROTECTED = [f"02:db:00:00:00:{number:02x}" for number in range(8)]
 RULE = (1, 2, 3, 4, 5, 6)
+STAY = 20  # so many others come before a stranger leaves
 
 
 class StressError(Exception):
@@ -45,6 +46,11 @@ def lease(mac, number, seconds=86400):
     return wire.pack("hbs_msg_dhcpv4", code=105, mac=mac, ipv4=bytes((192, 168, 0, 10 + number % 230)), dynamic=1,
                      seconds=seconds, host=text, ifname=text, oui=b"02DD00", serial_number=text, product_class=text,
                      nwidx=wire.UNKNOWN, adapter_type=wire.UNKNOWN)
+
+
+def release(number):
+    return wire.pack("hbs_msg_dhcpv4_release", code=109, mac=mac_of(number),
+                     ipv4=bytes((192, 168, 0, 10 + number % 230)), dynamic=1, seconds=1)
 
 
 class Template:
@@ -191,11 +197,14 @@ def send_leases(count, devices=None):
         sender.settimeout(PATIENCE)
         for number in range(count):
             sender.sendto(template.of(mac_of(number if devices is None else number % devices), number), to)
+            if devices is None and number % 2 and number > STAY:
+                sender.sendto(release(number - STAY), to)
             if number % 50000 == 0:
                 os.truncate(daemon.JOURNAL, 0)
 
 
 def strangers_by_leases(count):
+    """Half of them leave again, some time later, and make room for others."""
     send_leases(count)
 
 
