@@ -292,25 +292,32 @@ def memory(running):
     yield {"figure": "text of the daemon, bytes", "ratio": text, "reach": "at most 131072", "reached": text <= 131072}
 
 
-def all_figures(rounds):
+# Groups of rows by name: those that ask the daemon that runs, and those that start their own.
+BESIDE = {"renewals": lambda rounds, _running: renewals(rounds),
+          "commands": lambda rounds, _running: commands(rounds),
+          "settings": lambda rounds, _running: settings(rounds),
+          "notices": notice_file,
+          "readers": lambda rounds, _running: readers(rounds),
+          "memory": lambda _rounds, running: memory(running)}
+ALONE = {"start": start_to_ready, "neighbours": neighbours, "storms": lambda _rounds: storms()}
+GROUPS = (*BESIDE, *ALONE)
+
+
+def all_figures(rounds, wanted):
     counts.restart_fresh()
     running = start_daemon()
     gateway.send("leases", gateway.renewals(HOSTS), HOSTS)
-    yield from renewals(rounds)
-    yield from commands(rounds)
-    yield from settings(rounds)
-    yield from notice_file(rounds, running)
-    yield from readers(rounds)
-    yield from memory(running)
+    for name in filter(wanted.__contains__, BESIDE):
+        yield from BESIDE[name](rounds, running)
     running.stop()
-    yield from start_to_ready(rounds)
-    yield from neighbours(rounds)
-    yield from storms()
+    for name in filter(wanted.__contains__, ALONE):
+        yield from ALONE[name](rounds)
 
 
-def measure(rounds):
+def measure(rounds, wanted=GROUPS):
+    """The rows of the wanted groups."""
     os.sched_setaffinity(0, {PROCESSOR})
-    return list(all_figures(rounds))
+    return list(all_figures(rounds, wanted))
 
 
 def print_table(found):

@@ -2,9 +2,9 @@
  *
  * Every call attaches the segment, read-only, when it is first needed and again when it was made anew;
  * all are safe from any thread and after a fork. A call waits for the database semaphore for at most
- * HOSTBASE_WAIT_MS in all; it copies what it needs and lets go at once. It reads until two looks
- * agree, because each restart of the daemon leaves one more holder admitted, and it follows no link
- * that leaves its pool.
+ * HOSTBASE_WAIT_MS in all; it copies what it needs and lets go at once. Where nobody else can be
+ * inside it looks once and compares; else it reads until two looks agree, because each restart of the
+ * daemon leaves one more holder admitted. It follows no link that leaves its pool.
  *
  * While a call holds the semaphore (microseconds) the signals of its thread are held back, so that a
  * reader that is interrupted, terminated or stopped by a signal never keeps the semaphore. Only
@@ -60,7 +60,8 @@ HOSTBASE_API int hostbase_find_by_ipv4(const uint8_t ipv4[4], hbs_client *client
 HOSTBASE_API int hostbase_find_by_ipv6(const uint8_t ipv6[16], hbs_client *client);
 
 /* Copies up to `capacity` clients, in list order, into `clients`; *count [out] gets how many there
- * are in the database (it may exceed capacity). capacity HBS_MAX_CLIENTS holds all. */
+ * are in the database (it may exceed capacity). capacity HBS_MAX_CLIENTS holds all. After a failure
+ * `clients` holds anything, *count what it held. */
 HOSTBASE_API int hostbase_get_clients(hbs_client *clients, size_t capacity, size_t *count);
 
 /* --- indices, each in its list order ----------------------------------------------------------------
@@ -72,7 +73,8 @@ HOSTBASE_API int hostbase_get_rule_index(hbs_rule_entry *entries, size_t capacit
 HOSTBASE_API int hostbase_get_pri_index(hbs_pri_entry *entries, size_t capacity, size_t *count);
 
 /* Copies the whole segment (HBS_SHM_SIZE bytes) as one agreed look: the six lists belong together,
- * and every link in them has been checked, so that they can be walked without further tests. */
+ * and every link in them has been checked, so that they can be walked without further tests. After a
+ * failure *db holds anything. */
 HOSTBASE_API int hostbase_snapshot(hbs_db *db);
 
 #ifdef __cplusplus

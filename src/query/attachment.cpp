@@ -75,6 +75,16 @@ int find_segment(int *shm_id) {
     return *shm_id == -1 ? result_of_errno() : int{HOSTBASE_OK};
 }
 
+// A daemon that starts attaches the segment and admits one more holder: how many they are must then be found
+// out again.
+void see_users(hbs_query_attachment *attachment, const shmid_ds *state) {
+    if (state->shm_lpid == attachment->last_user && state->shm_atime == attachment->last_attached)
+        return;
+    attachment->capacity.store(0, std::memory_order_relaxed);
+    attachment->last_user = state->shm_lpid;
+    attachment->last_attached = state->shm_atime;
+}
+
 int open_attachment(hbs_query_attachment *attachment, int shm_id) {
     sem_t *semaphore = sem_open(HBS_SEMAPHORE_NAME, 0);
     if (semaphore == SEM_FAILED)
@@ -91,6 +101,9 @@ int open_attachment(hbs_query_attachment *attachment, int shm_id) {
     attachment->users = 0;
     attachment->retired = false;
     attachment->capacity.store(0, std::memory_order_relaxed);
+    shmid_ds state = {};
+    (void)shmctl(shm_id, IPC_STAT, &state);
+    see_users(attachment, &state);
     return HOSTBASE_OK;
 }
 
@@ -115,17 +128,42 @@ int make_current(int shm_id) {
     return result;
 }
 
-} // namespace
+int64_t coarse_ms() {
+    timespec now = {};
+    (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
 
-int hbs_query_acquire(hbs_query_attachment **attachment) {
+// Looks the segment up by its key.
+int look_up() {
     int shm_id = -1;
     int result = find_segment(&shm_id);
-    (void)pthread_once(&fork_once, register_fork_handlers);
-    (void)pthread_mutex_lock(&lock);
     if (result == HOSTBASE_OK)
         result = make_current(shm_id);
     else if (current != nullptr)
         retire(current);
+    if (result == HOSTBASE_OK)
+        current->looked_up = coarse_ms();
+    return result;
+}
+
+// Whether the current attachment may be used without looking its segment up: it was not removed, and that was
+// not long ago.
+bool still_stands() {
+    shmid_ds state = {};
+    if (current == nullptr || shmctl(current->shm_id, IPC_STAT, &state) != 0 ||
+        (state.shm_perm.mode & SHM_DEST) != 0)
+        return false;
+    see_users(current, &state);
+    return coarse_ms() - current->looked_up < HBS_QUERY_KEY_MS;
+}
+
+} // namespace
+
+int hbs_query_acquire(hbs_query_attachment **attachment) {
+    (void)pthread_once(&fork_once, register_fork_handlers);
+    (void)pthread_mutex_lock(&lock);
+    int result = still_stands() ? int{HOSTBASE_OK} : look_up();
     if (result == HOSTBASE_OK) {
         current->users++;
         *attachment = current;

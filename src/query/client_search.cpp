@@ -9,14 +9,15 @@
 
 namespace {
 
-struct search {
-    hbs_query_key key;
-    const uint8_t *bytes;
-};
-
 struct finding {
     uint32_t found;
     hbs_client client; // all zero when not found
+};
+
+struct search {
+    hbs_query_key key;
+    const uint8_t *bytes;
+    finding answer;
 };
 
 size_t key_size(hbs_query_key key) {
@@ -77,19 +78,28 @@ bool is_all_zero(const uint8_t *bytes, size_t size) {
     return true;
 }
 
+bool take_match(const uint8_t *base, void *what) {
+    finding *answer = &static_cast<search *>(what)->answer;
+    return copy_match(base, what, answer) &&
+           (answer->found == 0 ||
+            memcmp(&answer->client, base + answer->client.dbpos, sizeof answer->client) == 0);
+}
+
+bool give_match(const void *copy, void *what) {
+    static_cast<search *>(what)->answer = *static_cast<const finding *>(copy);
+    return true;
+}
+
 } // namespace
 
 int hbs_query_find(hbs_query_key key, const uint8_t *bytes, hbs_client *client) {
-    finding findings[2] = {};
-    const search wanted = {key, bytes};
-    const hbs_query_look look = {copy_match, nullptr, &wanted, {&findings[0], &findings[1]}, sizeof(finding)};
-    const void *agreed = nullptr;
-    int result = hbs_query_agree(&look, &agreed);
+    search wanted = {key, bytes, {}};
+    const hbs_query_look look = {take_match, copy_match, give_match, &wanted, sizeof(finding)};
+    int result = hbs_query_agree(&look);
     if (result != HOSTBASE_OK)
         return result;
-    const finding *answer = static_cast<const finding *>(agreed);
-    if (answer->found == 0 || is_all_zero(bytes, key_size(key)))
+    if (wanted.answer.found == 0 || is_all_zero(bytes, key_size(key)))
         return HOSTBASE_NOT_FOUND;
-    *client = answer->client;
+    *client = wanted.answer.client;
     return HOSTBASE_OK;
 }

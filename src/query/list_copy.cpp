@@ -1,56 +1,87 @@
 #include "query/list_copy.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include <hostbase_query.h>
 
-#include "base/scope.h"
 #include "query/look.h"
 
+// A list goes straight to the caller while nobody else can be inside. A private copy holds the head's next
+// word, then the pool.
 namespace {
 
-// A copied list: the head's next word, then the pool.
 constexpr size_t POOL_AT = sizeof(uint32_t);
+
+struct list_call {
+    const hbs_pool_layout *list;
+    uint8_t *elements;
+    size_t capacity;
+    size_t *count;
+};
 
 size_t pool_size(const hbs_pool_layout *list) {
     return size_t{list->size} * list->capacity;
 }
 
+bool collect(const list_call *call, const uint8_t *pool, uint32_t first, void *elements, size_t *found) {
+    int count =
+        hbs_query_collect(call->list, pool, first, elements, elements == nullptr ? 0 : call->capacity);
+    if (count >= 0)
+        *found = static_cast<size_t>(count);
+    return count >= 0;
+}
+
+// Whether the elements that were copied out still stand in the segment, in this order.
+bool still_stands(const uint8_t *base, const list_call *call, size_t copied) {
+    const hbs_pool_layout *list = call->list;
+    uint32_t offset = hbs_query_word(base + list->head);
+    for (const uint8_t *element = call->elements; copied > 0; copied--, element += list->size) {
+        if (!hbs_query_is_element(list, offset) || memcmp(element, base + offset, list->size) != 0)
+            return false;
+        offset = hbs_query_word(element);
+    }
+    return true;
+}
+
+bool take_list(const uint8_t *base, void *what) {
+    const list_call *call = static_cast<const list_call *>(what);
+    const hbs_pool_layout *list = call->list;
+    const uint8_t *pool = base + list->first;
+    const uint32_t first = hbs_query_word(base + list->head);
+    size_t found = 0;
+    if (!collect(call, pool, first, nullptr, &found) || !collect(call, pool, first, call->elements, &found))
+        return false;
+    if (!still_stands(base, call, found < call->capacity ? found : call->capacity))
+        return false;
+    *call->count = found;
+    return true;
+}
+
 bool copy_pool(const uint8_t *base, const void *what, void *into) {
-    const hbs_pool_layout *list = static_cast<const hbs_pool_layout *>(what);
+    const hbs_pool_layout *list = static_cast<const list_call *>(what)->list;
     uint8_t *copy = static_cast<uint8_t *>(into);
     memcpy(copy, base + list->head, POOL_AT);
     memcpy(copy + POOL_AT, base + list->first, pool_size(list));
     return true;
 }
 
-int collect(const void *copy, const hbs_pool_layout *list, void *elements, size_t capacity) {
-    const uint8_t *bytes = static_cast<const uint8_t *>(copy);
-    return hbs_query_collect(list, bytes + POOL_AT, hbs_query_word(bytes), elements, capacity);
-}
-
-bool is_sound_list(const void *copy, const void *what) {
-    return collect(copy, static_cast<const hbs_pool_layout *>(what), nullptr, 0) >= 0;
+bool give_list(const void *copy, void *what) {
+    const list_call *call = static_cast<const list_call *>(what);
+    const uint8_t *pool = static_cast<const uint8_t *>(copy) + POOL_AT;
+    const uint32_t first = hbs_query_word(pool - POOL_AT);
+    size_t found = 0;
+    return collect(call, pool, first, nullptr, &found) &&
+           collect(call, pool, first, call->elements, call->count);
 }
 
 } // namespace
 
 int hbs_query_copy_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
-    const hbs_pool_layout *list = &hbs_layout_of(pool);
-    const size_t size = POOL_AT + pool_size(list);
-    uint8_t *copies = static_cast<uint8_t *>(calloc(2, size));
-    hbs_at_exit release([&] { free(copies); });
-    if (copies == nullptr)
-        return HOSTBASE_NO_MEMORY;
     static_assert(sizeof(hbs_client) % 4 == 0 && sizeof(hbs_ip_entry) % 4 == 0,
-                  "the second copy is 4-byte aligned because every element is");
-    const hbs_query_look look = {copy_pool, is_sound_list, list, {copies, copies + size}, size};
-    const void *agreed = nullptr;
-    int result = hbs_query_agree(&look, &agreed);
-    if (result == HOSTBASE_OK)
-        *count = static_cast<size_t>(collect(agreed, list, elements, capacity));
-    return result;
+                  "the second private copy is 4-byte aligned because every element is");
+    list_call call = {&hbs_layout_of(pool), static_cast<uint8_t *>(elements), capacity, count};
+    const hbs_query_look look = {take_list, copy_pool, give_list, &call, POOL_AT + pool_size(call.list)};
+    return hbs_query_agree(&look);
 }
 
 namespace {
@@ -60,7 +91,7 @@ bool copy_segment(const uint8_t *base, const void *, void *into) {
     return true;
 }
 
-bool is_sound_segment(const void *copy, const void *) {
+bool is_sound_segment(const void *copy) {
     const uint8_t *base = static_cast<const uint8_t *>(copy);
     for (const hbs_pool_layout &list : hbs_pool_layouts)
         if (hbs_query_collect(&list, base + list.first, hbs_query_word(base + list.head), nullptr, 0) < 0)
@@ -68,18 +99,23 @@ bool is_sound_segment(const void *copy, const void *) {
     return true;
 }
 
+bool take_segment(const uint8_t *base, void *db) {
+    if (!is_sound_segment(base))
+        return false;
+    memcpy(db, base, HBS_SHM_SIZE);
+    return memcmp(db, base, HBS_SHM_SIZE) == 0 && is_sound_segment(db);
+}
+
+bool give_segment(const void *copy, void *db) {
+    if (!is_sound_segment(copy))
+        return false;
+    memcpy(db, copy, HBS_SHM_SIZE);
+    return true;
+}
+
 } // namespace
 
 int hbs_query_copy_all(hbs_db *db) {
-    uint8_t *copies = static_cast<uint8_t *>(calloc(2, HBS_SHM_SIZE));
-    hbs_at_exit release([&] { free(copies); });
-    if (copies == nullptr)
-        return HOSTBASE_NO_MEMORY;
-    const hbs_query_look look = {
-        copy_segment, is_sound_segment, nullptr, {copies, copies + HBS_SHM_SIZE}, HBS_SHM_SIZE};
-    const void *agreed = nullptr;
-    int result = hbs_query_agree(&look, &agreed);
-    if (result == HOSTBASE_OK)
-        memcpy(db, agreed, HBS_SHM_SIZE);
-    return result;
+    const hbs_query_look look = {take_segment, copy_segment, give_segment, db, HBS_SHM_SIZE};
+    return hbs_query_agree(&look);
 }

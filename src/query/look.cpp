@@ -1,6 +1,7 @@
 #include "query/look.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <initializer_list>
@@ -34,19 +35,38 @@ void hold_signals_back(sigset_t *before) {
     (void)pthread_sigmask(SIG_SETMASK, &all, before);
 }
 
-// Returns false when the semaphore did not come before the deadline.
-bool look_once(const hbs_query_attachment *attachment, const timespec *deadline, const hbs_query_look *look,
-               void *into, seen *result) {
+// Runs `inside` with the semaphore held. Returns false when it did not come before the deadline.
+bool hold(sem_t *semaphore, const timespec *deadline, auto inside) {
     sigset_t before;
     hold_signals_back(&before);
     hbs_at_exit restore([&] { (void)pthread_sigmask(SIG_SETMASK, &before, nullptr); });
-    if (!hbs_sem_wait_until(attachment->semaphore, deadline))
+    if (!hbs_sem_wait_until(semaphore, deadline))
         return false;
-    result->whole = look->copy(attachment->base, look->what, into);
-    (void)sem_getvalue(attachment->semaphore, &result->spare);
-    (void)sem_post(attachment->semaphore);
+    inside();
+    (void)sem_post(semaphore);
     return true;
 }
+
+int spare_holders(sem_t *semaphore) {
+    int spare = 0;
+    (void)sem_getvalue(semaphore, &spare);
+    return spare;
+}
+
+// --- one look, alone ------------------------------------------------------------------------------------
+
+// Returns false when the semaphore did not come before the deadline. *taken [out]: the call has what it
+// needs.
+bool take_alone(hbs_query_attachment *attachment, const timespec *deadline, const hbs_query_look *look,
+                bool *taken) {
+    sem_t *semaphore = attachment->semaphore;
+    return hold(semaphore, deadline, [&] {
+        *taken = spare_holders(semaphore) == 0 && look->take(attachment->base, look->call) &&
+                 spare_holders(semaphore) == 0;
+    });
+}
+
+// --- two looks that agree ---------------------------------------------------------------------------------
 
 // A writer that lost its processor in the middle of a record would show the same torn record twice.
 // Two looks in quick succession therefore count only when nobody else was inside: the semaphore had
@@ -58,39 +78,41 @@ bool is_calm(hbs_query_attachment *attachment, int spare) {
     return capacity != 0 && spare + 1 >= capacity;
 }
 
+// Returns false when the semaphore did not come before the deadline.
+bool look_once(hbs_query_attachment *attachment, const timespec *deadline, const hbs_query_look *look,
+               void *into, seen *now) {
+    if (!hold(attachment->semaphore, deadline, [&] {
+            now->whole = look->copy(attachment->base, look->call, into);
+            now->spare = spare_holders(attachment->semaphore);
+        }))
+        return false;
+    now->calm = is_calm(attachment, now->spare);
+    return true;
+}
+
 void pause_after(int look_number) {
     const timespec pause = {0, look_number < LEARNING_LOOKS ? 1000000 : 5000000};
     (void)nanosleep(&pause, nullptr);
 }
 
-bool same_copies(const hbs_query_look *look) {
-    return memcmp(look->copies[0], look->copies[1], look->size) == 0;
-}
-
-bool is_sound(const hbs_query_look *look, const void *copy) {
-    return look->sound == nullptr || look->sound(copy, look->what);
-}
-
-int agree_on(hbs_query_attachment *attachment, const hbs_query_look *look, const void **agreed) {
-    const timespec deadline = hbs_monotonic_in(HOSTBASE_WAIT_MS);
+// `copies`: room for two.
+int agree_on(hbs_query_attachment *attachment, const timespec *deadline, const hbs_query_look *look,
+             uint8_t *copies) {
     seen previous = {};
     int most_spare = 0;
     int outlasted = 0; // pauses since the copies last differed
-    for (int i = 0; i < MAX_LOOKS; i++) {
-        void *into = look->copies[i % 2];
+    bool given = false;
+    for (int i = 0; i < MAX_LOOKS && !given; i++) {
+        uint8_t *into = copies + look->size * (i % 2);
         seen now = {};
-        if (!look_once(attachment, &deadline, look, into, &now))
+        if (!look_once(attachment, deadline, look, into, &now))
             return HOSTBASE_BUSY;
-        now.calm = is_calm(attachment, now.spare);
         most_spare = now.spare > most_spare ? now.spare : most_spare;
-        bool same = previous.whole && now.whole && same_copies(look);
+        bool same = previous.whole && now.whole && memcmp(copies, copies + look->size, look->size) == 0;
         outlasted = same ? outlasted : 0;
         bool trusted = (previous.calm && now.calm) || outlasted >= PATIENCE;
-        if (same && trusted && is_sound(look, into)) {
-            *agreed = into;
-            break;
-        }
-        if (i % 2 == 1) {
+        given = same && trusted && look->give(into, look->call);
+        if (i % 2 == 1 && !given) {
             pause_after(i);
             outlasted++;
         }
@@ -98,23 +120,37 @@ int agree_on(hbs_query_attachment *attachment, const hbs_query_look *look, const
             attachment->capacity.store(most_spare + 1, std::memory_order_relaxed);
         previous = now;
     }
-    if (outlasted >= PATIENCE || *agreed == nullptr) // a holder was lost: fewer are admitted by now
+    if (outlasted >= PATIENCE || !given) // a holder was lost: fewer are admitted by now
         attachment->capacity.store(most_spare + 1, std::memory_order_relaxed);
-    return *agreed == nullptr ? HOSTBASE_UNSTABLE : HOSTBASE_OK;
+    return given ? HOSTBASE_OK : HOSTBASE_UNSTABLE;
+}
+
+int look_at(hbs_query_attachment *attachment, const hbs_query_look *look) {
+    const timespec deadline = hbs_monotonic_in(HOSTBASE_WAIT_MS);
+    bool taken = false;
+    const bool alone = attachment->capacity.load(std::memory_order_relaxed) == 1;
+    if (alone && !take_alone(attachment, &deadline, look, &taken))
+        return HOSTBASE_BUSY;
+    if (taken)
+        return HOSTBASE_OK;
+    uint8_t *copies = static_cast<uint8_t *>(calloc(2, look->size));
+    if (copies == nullptr)
+        return HOSTBASE_NO_MEMORY;
+    hbs_at_exit release([&] { free(copies); });
+    return agree_on(attachment, &deadline, look, copies);
 }
 
 } // namespace
 
-int hbs_query_agree(const hbs_query_look *look, const void **agreed) {
+int hbs_query_agree(const hbs_query_look *look) {
     int cancel_state = 0;
     (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state);
     hbs_at_exit restore([&] { (void)pthread_setcancelstate(cancel_state, nullptr); });
-    *agreed = nullptr;
     hbs_query_attachment *attachment = nullptr;
     int result = hbs_query_acquire(&attachment);
     if (result != HOSTBASE_OK)
         return result;
-    result = agree_on(attachment, look, agreed);
+    result = look_at(attachment, look);
     // A semaphore that was made anew leaves this one without anybody who would ever post it.
     hbs_query_release(attachment, result == HOSTBASE_BUSY);
     return result;

@@ -1,20 +1,23 @@
-// Looks at the segment until two of them agree.
+// Looks at the segment: once while nobody else can be inside, else until two looks agree.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
 struct hbs_query_look {
-    // Copies what the call needs from the segment. Runs with the semaphore held: it must be brief and
-    // trust nothing that it reads. Returns false when what it followed was torn.
-    bool (*copy)(const uint8_t *base, const void *what, void *into);
-    // Checks an agreed copy, with the semaphore given back. Null when there is nothing to check.
-    bool (*sound)(const void *copy, const void *what);
-    const void *what; // handed to both
-    void *copies[2];  // room for two looks, `size` bytes each, zeroed
+    // Takes what the call needs in one hold, and sees that it still stands there. Both this and `copy` run
+    // with the semaphore held: they must be brief and trust nothing that they read. Return false when what
+    // they followed was torn or damaged.
+    bool (*take)(const uint8_t *base, void *call);
+    // Copies the same into private memory, of which there is room for two looks, `size` bytes each, zeroed.
+    bool (*copy)(const uint8_t *base, const void *call, void *into);
+    // Takes it out of two copies that agree, with the semaphore given back. Returns false, and has written
+    // nothing, when the copy is damaged.
+    bool (*give)(const void *copy, void *call);
+    void *call; // handed to all three
     size_t size;
 };
 
-// On HOSTBASE_OK *agreed is one of the two copies. Failures: those of hbs_query_acquire, HOSTBASE_BUSY
-// and HOSTBASE_UNSTABLE.
-int hbs_query_agree(const hbs_query_look *look, const void **agreed);
+// Returns HOSTBASE_OK when one of `take` and `give` did. Failures: those of hbs_query_acquire, HOSTBASE_BUSY,
+// HOSTBASE_UNSTABLE and HOSTBASE_NO_MEMORY.
+int hbs_query_agree(const hbs_query_look *look);

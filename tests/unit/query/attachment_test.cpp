@@ -15,6 +15,7 @@
 #include <hbs_db.h>
 #include <hostbase_query.h>
 
+#include "support/gateway.h"
 #include "support/query_segment.h"
 
 using namespace std::chrono_literals;
@@ -82,6 +83,20 @@ TEST_F(QueryAttachment, WhenTheKeyFileIsMadeAnew_FollowsIt) {
     publish(0, 1);
     EXPECT_EQ(hostbase_get_clients(nullptr, 0, &count), HOSTBASE_OK);
     EXPECT_EQ(count, 1u);
+    unlink("/var/tmp/old.key");
+}
+
+TEST_F(QueryAttachment, WhenTheSegmentOfAnotherKeyFileStandsOn_FollowsTheNewOneSoon) {
+    size_t count = 0;
+    ASSERT_EQ(hostbase_get_clients(nullptr, 0, &count), HOSTBASE_OK);
+    const int old_id = shm_id;
+    rename(HBS_SHM_KEY_FILE, "/var/tmp/old.key");
+    make_key_file();
+    make_segment();
+    publish(0, 1);
+    EXPECT_TRUE(
+        wait_until([&] { return hostbase_get_clients(nullptr, 0, &count) == HOSTBASE_OK && count == 1; }));
+    (void)shmctl(old_id, IPC_RMID, nullptr);
     unlink("/var/tmp/old.key");
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
 #include <vector>
 
@@ -100,16 +101,40 @@ std::string name_of(const testing::TestParamInfo<unsigned> &info) {
 
 INSTANTIATE_TEST_SUITE_P(Holders, QueryBesideAWriter, testing::Values(1u, 2u, 3u), name_of);
 
-TEST_F(QueryLook, AWriterThatStopsInTheMiddleOfARecordIsWaitedFor) {
-    sem_post(semaphore); // two holders
-    hbs_client *client = publish(0, 3);
-    write_generation(client, 1);
-    hbs_client seen;
-    ASSERT_EQ(hostbase_find_by_mac(mac_of(3).data(), &seen), HOSTBASE_OK);
+// Writers that stop in the middle of a record, beside a reader.
+class QueryBesideAStop : public QuerySegment {
+  protected:
+    hbs_client *client = nullptr;
+    hbs_client seen = {};
+
+    void SetUp() override {
+        QuerySegment::SetUp();
+        client = publish(0, 3);
+        write_generation(client, 1);
+    }
+
+    int find() { return hostbase_find_by_mac(mac_of(3).data(), &seen); }
+
+    // Another process attaches the segment and admits one more holder, as a daemon that starts.
+    void start_a_daemon() {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(shmat(shm_id, nullptr, 0) != reinterpret_cast<void *>(-1) && sem_post(semaphore) == 0 ? 0
+                                                                                                        : 1);
+        int status = -1;
+        waitpid(child, &status, 0);
+        ASSERT_EQ(status, 0);
+    }
+
+    void stop_in_records(unsigned wanted, auto before_each);
+};
+
+void QueryBesideAStop::stop_in_records(unsigned wanted, auto before_each) {
     unsigned rounds = 0;
     uint32_t generation = 1;
     // A round in which the machine kept the writer away for long is another one: it counts for nothing.
     const auto one_round = [&] {
+        before_each();
         const auto begin = std::chrono::steady_clock::now();
         sem_wait(semaphore);
         generation++;
@@ -123,19 +148,37 @@ TEST_F(QueryLook, AWriterThatStopsInTheMiddleOfARecordIsWaitedFor) {
             sem_post(semaphore);
             end = std::chrono::steady_clock::now();
         });
-        const int result = hostbase_find_by_mac(mac_of(3).data(), &seen);
+        const int result = find();
         rest.join();
         if (end - begin > 5ms) {
             // The reader may have taken the writer for lost: it finds out now that two are admitted.
-            EXPECT_EQ(hostbase_find_by_mac(mac_of(3).data(), &seen), HOSTBASE_OK);
+            EXPECT_EQ(find(), HOSTBASE_OK);
             return HasFailure();
         }
         rounds++;
         EXPECT_EQ(result, HOSTBASE_OK);
         EXPECT_TRUE(is_of_one_generation(seen)) << "generation " << generation;
-        return rounds == 48 || HasFailure();
+        return rounds == wanted || HasFailure();
     };
     EXPECT_TRUE(wait_until(one_round)) << "rounds: " << rounds;
+}
+
+TEST_F(QueryBesideAStop, IsWaitedFor) {
+    sem_post(semaphore); // two holders
+    ASSERT_EQ(find(), HOSTBASE_OK);
+    stop_in_records(48, [] {});
+}
+
+TEST_F(QueryBesideAStop, AfterADaemonStarted_IsWaitedFor) {
+    stop_in_records(
+        24,
+        [&] {
+            while (holders_to_spare() > 1)
+                (void)sem_trywait(semaphore);
+            ASSERT_EQ(find(), HOSTBASE_OK);
+            ASSERT_EQ(find(), HOSTBASE_OK) << "knows by now that one is admitted";
+            start_a_daemon();
+        });
 }
 
 TEST_F(QueryLook, ThreadsReadWhileTheSegmentIsMadeAnewAgainAndAgain) {
