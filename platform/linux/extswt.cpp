@@ -16,11 +16,11 @@ int extSwitchSearchMac(const uint8_t mac[6], uint16_t *hit, uint32_t *port) {
         return -1;
     *hit = 0;
     *port = 0;
-    linux_fdb_entry entry = {};
-    const int found = mac != nullptr ? linux_fdb_find(mac, &entry) : -1;
+    int device = 0;
+    const int found = mac != nullptr ? linux_fdb_port(mac, &device) : -1;
     if (found != 1)
         return found;
-    *port = linux_watch_port_of(entry.port);
+    *port = linux_watch_port_of(device);
     *hit = *port != 0 ? 1 : 0;
     return 0;
 }

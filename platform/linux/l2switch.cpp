@@ -16,10 +16,10 @@ constexpr uint32_t ethernet_mask = 0x04;
 
 int L2SWITCH_GetUcastMacs(l2switch_table *table, const char *mac_text) {
     uint8_t mac[6];
-    linux_fdb_entry entry = {};
+    int device = 0;
     if (table == nullptr || !common_text_to_mac(mac_text, mac))
         return -1;
-    const int found = linux_fdb_find(mac, &entry);
+    const int found = linux_fdb_port(mac, &device);
     if (found < 0)
         return -1;
     table->count = static_cast<uint16_t>(found);
@@ -27,6 +27,6 @@ int L2SWITCH_GetUcastMacs(l2switch_table *table, const char *mac_text) {
         return 0;
     table->entry[0] = {};
     memcpy(table->entry[0].mac, mac, sizeof mac);
-    table->entry[0].port_mask = linux_watch_is_wifi(entry.port) ? wifi_mask : ethernet_mask;
+    table->entry[0].port_mask = linux_watch_is_wifi(device) ? wifi_mask : ethernet_mask;
     return 1;
 }

@@ -3,24 +3,33 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/if_link.h>
+#include <pthread.h>
 #include <sys/socket.h>
 
+#include "base/scope.h"
 #include "linux_log.h"
+#include "linux_netlink.h"
+#include "linux_soon.h"
 #include "linux_watch.h"
 
 namespace {
 
+constexpr int patience_ms = 1000; // nobody waits for so long
+
 struct search {
-    const uint8_t *mac;
-    int bridge;
+    uint8_t mac[6];
     bool found;
     linux_fdb_entry entry;
+    int bridges;
+    int bridge[LINUX_MOST_BRIDGES];
+    bool vlan_aware[LINUX_MOST_BRIDGES];
+    int now; // of the bridges, the one that is asked
 };
 
 void visit(hbs_netlink_bytes message, void *context) {
     auto *asked = static_cast<search *>(context);
     linux_fdb_entry entry = {};
-    if (!linux_fdb_match(message, asked->bridge, asked->mac, &entry) ||
+    if (!linux_fdb_match(message, asked->bridge[asked->now], asked->mac, &entry) ||
         (asked->found && asked->entry.age <= entry.age))
         return;
     asked->entry = entry;
@@ -51,8 +60,8 @@ bool ask_one(search *asked) {
     request.mac.head = {RTA_LENGTH(sizeof request.mac.mac), NDA_LLADDR};
     memcpy(request.mac.mac, asked->mac, sizeof request.mac.mac);
     request.master.head = {RTA_LENGTH(sizeof request.master.number), NDA_MASTER};
-    request.master.number = asked->bridge;
-    return linux_ask_soon(&request.head, visit, asked);
+    request.master.number = asked->bridge[asked->now];
+    return linux_ask(&request.head, patience_ms, visit, asked);
 }
 
 // A request for one MAC names its VLAN; who does not know it looks at all entries.
@@ -67,8 +76,8 @@ bool ask_all(search *asked) {
     request.head.nlmsg_flags = NLM_F_DUMP;
     request.body.ifi_family = AF_BRIDGE;
     request.master.head = {RTA_LENGTH(sizeof request.master.number), IFLA_MASTER};
-    request.master.number = asked->bridge;
-    return linux_ask_soon(&request.head, visit, asked);
+    request.master.number = asked->bridge[asked->now];
+    return linux_ask(&request.head, patience_ms, visit, asked);
 }
 
 // A bridge that went meanwhile has no entries.
@@ -76,24 +85,90 @@ bool is_no(int error) {
     return error == ENOENT || error == ENODEV || error == EINVAL;
 }
 
+bool ask_bridges(void *context) {
+    auto *asked = static_cast<search *>(context);
+    for (asked->now = 0; asked->now < asked->bridges; asked->now++) {
+        const bool answered = asked->vlan_aware[asked->now] ? ask_all(asked) : ask_one(asked);
+        if (!answered && !is_no(errno))
+            return false;
+    }
+    return true;
+}
+
+// Said once until the kernel answers again.
+void tell_silence(bool failed, int error) {
+    static bool said; // callers hold the daemon's lock
+    if (failed && !said)
+        linux_log(3, "the forwarding table does not answer in time, its last answers count: %s",
+                  strerror(error));
+    said = failed;
+}
+
 } // namespace
 
 int linux_fdb_find(const uint8_t mac[6], linux_fdb_entry *found) {
-    int bridge[LINUX_MOST_BRIDGES];
-    bool vlan_aware[LINUX_MOST_BRIDGES];
-    const int count = linux_watch_bridges(bridge, vlan_aware);
-    search asked = {mac, 0, false, {}};
-    bool failed = false;
-    for (int i = 0; i < count && !failed; i++) {
-        asked.bridge = bridge[i];
-        const bool answered = vlan_aware[i] ? ask_all(&asked) : ask_one(&asked);
-        failed = !answered && !is_no(errno);
-    }
+    search asked = {};
+    memcpy(asked.mac, mac, sizeof asked.mac);
+    asked.bridges = linux_watch_bridges(asked.bridge, asked.vlan_aware);
+    const bool failed = !linux_soon(ask_bridges, &asked, sizeof asked);
+    tell_silence(failed, errno);
+    if (failed)
+        return -1;
     if (asked.found)
         *found = asked.entry;
-    if (asked.found)
-        return 1;
-    if (failed)
-        linux_log(9, "the forwarding table does not answer in time: %s", strerror(errno));
-    return failed ? -1 : 0;
+    return asked.found ? 1 : 0;
+}
+
+namespace {
+
+constexpr size_t most_remembered = 256;
+
+struct remembered {
+    uint8_t mac[6];
+    int port; // 0 = of nobody
+};
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+remembered memory[most_remembered];
+size_t oldest; // of those that are remembered, when there is no room
+
+remembered *place_of(const uint8_t mac[6]) {
+    for (remembered &each : memory)
+        if (each.port != 0 && memcmp(each.mac, mac, sizeof each.mac) == 0)
+            return &each;
+    return nullptr;
+}
+
+remembered *new_place() {
+    for (remembered &each : memory)
+        if (each.port == 0)
+            return &each;
+    oldest = (oldest + 1) % most_remembered;
+    return &memory[oldest];
+}
+
+void remember(const uint8_t mac[6], int port) {
+    remembered *place = place_of(mac);
+    if (place == nullptr && port != 0)
+        place = new_place();
+    if (place == nullptr)
+        return;
+    memcpy(place->mac, mac, sizeof place->mac);
+    place->port = port;
+}
+
+} // namespace
+
+int linux_fdb_port(const uint8_t mac[6], int *port) {
+    linux_fdb_entry entry = {};
+    const int found = linux_fdb_find(mac, &entry);
+    (void)pthread_mutex_lock(&lock);
+    hbs_at_exit unlock([] { (void)pthread_mutex_unlock(&lock); });
+    if (found >= 0)
+        remember(mac, found == 1 ? entry.port : 0);
+    const remembered *place = place_of(mac);
+    if (place == nullptr)
+        return found;
+    *port = place->port;
+    return 1;
 }

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include "linux_fdb.h"
+#include "linux_netlink.h"
 
 bool linux_fdb_match(hbs_netlink_bytes message, int bridge, const uint8_t mac[6], linux_fdb_entry *entry) {
     constexpr size_t headers = NLMSG_HDRLEN + sizeof(ndmsg);

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include "linux_neighbours.h"
+#include "linux_netlink.h"
 
 bool linux_neighbour_match(hbs_netlink_bytes message, const uint8_t mac[6]) {
     constexpr unsigned lively = NUD_REACHABLE | NUD_DELAY | NUD_PROBE;

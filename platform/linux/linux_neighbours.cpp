@@ -4,10 +4,16 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "linux_log.h"
+#include "linux_netlink.h"
+#include "linux_soon.h"
+
 namespace {
 
+constexpr int patience_ms = 1000;
+
 struct search {
-    const uint8_t *mac;
+    uint8_t mac[6];
     bool found;
 };
 
@@ -16,9 +22,7 @@ void visit(hbs_netlink_bytes message, void *context) {
     asked->found = asked->found || linux_neighbour_match(message, asked->mac);
 }
 
-} // namespace
-
-bool linux_neighbour_answers(const uint8_t mac[6]) {
+bool look_for(void *context) {
     struct {
         nlmsghdr head;
         ndmsg body;
@@ -26,12 +30,28 @@ bool linux_neighbour_answers(const uint8_t mac[6]) {
     request.head.nlmsg_len = sizeof request;
     request.head.nlmsg_type = RTM_GETNEIGH;
     request.head.nlmsg_flags = NLM_F_DUMP;
-    search asked = {mac, false};
-    return !linux_ask_soon(&request.head, visit, &asked) || asked.found;
+    return linux_ask(&request.head, patience_ms, visit, context);
 }
 
-void linux_neighbour_use(unsigned device, int family, const uint8_t *address) {
-    const size_t size = family == AF_INET ? 4 : 16;
+} // namespace
+
+bool linux_neighbour_answers(const uint8_t mac[6]) {
+    search asked = {};
+    memcpy(asked.mac, mac, sizeof asked.mac);
+    return !linux_soon(look_for, &asked, sizeof asked) || asked.found;
+}
+
+namespace {
+
+struct use {
+    unsigned device;
+    int family;
+    uint8_t address[16];
+};
+
+bool use_address(void *context) {
+    const use *wanted = static_cast<const use *>(context);
+    const size_t size = wanted->family == AF_INET ? 4 : 16;
     struct {
         nlmsghdr head;
         ndmsg body;
@@ -41,14 +61,24 @@ void linux_neighbour_use(unsigned device, int family, const uint8_t *address) {
     request.head.nlmsg_len = static_cast<uint32_t>(sizeof request - sizeof request.address + size);
     request.head.nlmsg_type = RTM_NEWNEIGH;
     request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
-    request.body.ndm_family = static_cast<uint8_t>(family);
-    request.body.ndm_ifindex = static_cast<int>(device);
+    request.body.ndm_family = static_cast<uint8_t>(wanted->family);
+    request.body.ndm_ifindex = static_cast<int>(wanted->device);
     request.body.ndm_flags = NTF_USE;
     request.destination = {static_cast<uint16_t>(RTA_LENGTH(size)), NDA_DST};
-    memcpy(request.address, address, size);
-    const int socket = device != 0 ? hbs_netlink_open() : -1;
+    memcpy(request.address, wanted->address, size);
+    const int socket = hbs_netlink_open();
     if (socket < 0)
-        return;
-    (void)send(socket, &request, request.head.nlmsg_len, MSG_DONTWAIT);
+        return false;
+    const bool sent = send(socket, &request, request.head.nlmsg_len, MSG_DONTWAIT) >= 0;
     (void)close(socket);
+    return sent;
+}
+
+} // namespace
+
+void linux_neighbour_use(unsigned device, int family, const uint8_t *address) {
+    use wanted = {device, family, {}};
+    memcpy(wanted.address, address, family == AF_INET ? 4 : 16);
+    if (device != 0 && !linux_later(use_address, &wanted, sizeof wanted))
+        linux_log(9, "too many devices to be asked whether they are there");
 }

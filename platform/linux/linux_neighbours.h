@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "linux_netlink.h"
+#include "base/netlink.h"
 
 // Whether a device has an address that it answered for of late, or that the kernel is asking it for just now;
 // also when the table could not be read.

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -42,41 +41,14 @@ bool linux_ask(nlmsghdr *request, int patience_ms, hbs_netlink_visit visit, void
     int result = 1;
     while (result > 0) {
         const int64_t left = end - linux_now_ms();
-        const ssize_t length =
-            hbs_netlink_receive(socket, buffer, sizeof buffer, left > 0 ? static_cast<int>(left) : 0);
+        if (left <= 0) { // there is always more of a table while it is read
+            errno = ETIMEDOUT;
+            return false;
+        }
+        const ssize_t length = hbs_netlink_receive(socket, buffer, sizeof buffer, static_cast<int>(left));
         result = length < 0 ? -1 : hbs_netlink_walk({buffer, static_cast<size_t>(length)}, visit, context);
     }
     return result == 0;
-}
-
-int64_t linux_patience_left(linux_patience *patience, int64_t now_ms) {
-    if (now_ms - patience->began_ms >= LINUX_ROUND_MS)
-        *patience = {now_ms, 0};
-    return patience->spent_ms < LINUX_PATIENCE_MS ? LINUX_PATIENCE_MS - patience->spent_ms : 0;
-}
-
-void linux_patience_spend(linux_patience *patience, int64_t spent_ms) {
-    patience->spent_ms += spent_ms;
-}
-
-bool linux_ask_soon(nlmsghdr *request, hbs_netlink_visit visit, void *context) {
-    static pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-    static linux_patience patience;
-    const int64_t began = linux_now_ms();
-    (void)pthread_mutex_lock(&lock);
-    const auto left = static_cast<int>(linux_patience_left(&patience, began));
-    (void)pthread_mutex_unlock(&lock);
-    if (left == 0) {
-        errno = ETIMEDOUT;
-        return false;
-    }
-    const bool whole = linux_ask(request, left, visit, context);
-    const int error = errno;
-    (void)pthread_mutex_lock(&lock);
-    linux_patience_spend(&patience, linux_now_ms() - began);
-    (void)pthread_mutex_unlock(&lock);
-    errno = error;
-    return whole;
 }
 
 uint32_t linux_u32(hbs_netlink_bytes bytes) {

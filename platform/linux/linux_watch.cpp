@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -22,10 +23,11 @@ constexpr int attempts = 5; // a table that changes while it is read is read aga
 constexpr uint32_t groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
 constexpr int retry_ms = 1000;
+constexpr int most_at_once = 256; // datagrams
 
 pthread_once_t once = PTHREAD_ONCE_INIT;
 std::atomic<extswt_link_cb> link_callback = nullptr;
-bool readable;
+bool started;
 
 // Guarded by `lock`, which is held for copies only.
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -37,12 +39,19 @@ linux_lan_numbers numbers;
 linux_view fresh;
 uint32_t reported[EXTSWT_PORTS];
 int socket_fd = -1;
+bool published; // what stood at the start
 
 // Ports that lost their carrier or left their bridge, if only for a moment that the next look at the tables
 // does not show.
 struct dips {
     bool port[EXTSWT_PORTS]; // port N at N - 1
 };
+
+void close_socket() {
+    if (socket_fd >= 0)
+        (void)close(socket_fd);
+    socket_fd = -1;
+}
 
 bool read_fresh() {
     for (int i = 0; i < attempts; i++) {
@@ -116,10 +125,11 @@ void note_dip(hbs_netlink_bytes message, void *context) {
         static_cast<dips *>(context)->port[port - 1] = true;
 }
 
-// Takes all that is queued. Returns false when the socket is of no more use.
+// Takes what is queued, and no more than so much while more and more comes. Returns false when the socket is of no more
+// use.
 bool take_queue(dips *dipped, int timeout_ms) {
     alignas(nlmsghdr) static uint8_t buffer[32768];
-    for (;;) {
+    for (int datagrams = 0; datagrams < most_at_once; datagrams++) {
         const ssize_t length = hbs_netlink_receive(socket_fd, buffer, sizeof buffer, timeout_ms);
         if (length < 0 && errno == ETIMEDOUT)
             return true;
@@ -129,19 +139,37 @@ bool take_queue(dips *dipped, int timeout_ms) {
             (void)hbs_netlink_walk({buffer, static_cast<size_t>(length)}, note_dip, dipped);
         timeout_ms = 0;
     }
+    return true;
+}
+
+bool open_socket() {
+    socket_fd = hbs_netlink_open();
+    if (socket_fd >= 0 && hbs_netlink_bind(socket_fd, groups))
+        return true;
+    close_socket();
+    return false;
+}
+
+// Without a socket nothing is heard; the tables are looked at all the same.
+void hear(dips *dipped, bool in_step) {
+    const bool listens = socket_fd >= 0 || open_socket();
+    if (!listens)
+        (void)poll(nullptr, 0, retry_ms);
+    else if (!take_queue(dipped, in_step ? -1 : retry_ms)) {
+        linux_log(1, "changes of the networks are not heard of, once more: %s", strerror(errno));
+        close_socket();
+    }
 }
 
 void *watch(void *) {
     dips dipped = {};
-    bool in_step = true;
+    bool in_step = published;
     bool told = false; // what happens before somebody wants to know is told then
     for (;;) {
-        if (!take_queue(&dipped, in_step && told ? -1 : retry_ms)) {
-            linux_log(1, "changes of the networks are no longer heard of: %s", strerror(errno));
-            return nullptr;
-        }
-        in_step = read_fresh();
-        if (!in_step)
+        hear(&dipped, in_step && told);
+        const bool read = read_fresh();
+        in_step = read && socket_fd >= 0;
+        if (!read)
             continue;
         publish();
         told = report(&dipped);
@@ -152,19 +180,19 @@ void *watch(void *) {
 
 void start() {
     linux_lan_numbers_load(numbers_file, linux_settings(), &numbers);
-    socket_fd = hbs_netlink_open();
-    if (socket_fd < 0 || !hbs_netlink_bind(socket_fd, groups) || !read_fresh())
-        return;
-    publish();
-    linux_ports_states(&ports, reported);
-    readable = common_thread_start(watch);
+    published = open_socket() && read_fresh();
+    if (published) {
+        publish();
+        linux_ports_states(&ports, reported);
+    }
+    started = common_thread_start(watch); // which tries again what did not succeed
 }
 
 } // namespace
 
 bool linux_watch_start() {
     (void)pthread_once(&once, start);
-    return readable;
+    return started;
 }
 
 void linux_watch_on_links(extswt_link_cb callback) {

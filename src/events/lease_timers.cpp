@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "events/board_mode.h"
+#include "events/presence.h"
 #include "events/tr69_events.h"
 #include "files/client_leases.h"
 #include "files/client_removal.h"
@@ -33,7 +34,7 @@ void hbs_on_lease_expired(hbs_client *client) {
 }
 
 void hbs_on_online_expired(hbs_client *client) {
-    if (!(client->flags & HBS_FLAG_ONLINE))
+    if (!(client->flags & HBS_FLAG_ONLINE) || hbs_presence_stays(client))
         return;
     hbs_clear_flags(client, 0, HBS_FLAG_ONLINE);
     client->lease_start_uptime = 0;

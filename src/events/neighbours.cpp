@@ -27,7 +27,6 @@
 
 namespace {
 
-constexpr uint32_t ONLINE_SECONDS = 600;  // a stale wired client counts as on line for this long
 constexpr uint32_t DHCP_WAIT_SECONDS = 2; // for a lease to follow the first sign of life
 constexpr uint8_t LINK_LOCAL_FIRST_BYTE = 0xFE;
 
@@ -136,7 +135,7 @@ hbs_client *hbs_handle_neigh_stale(const uint8_t *mac, int ifindex, int family, 
     hbs_publish(client);
     HBS_LOG(HBS_INFO, "HOSTBASE: Got STALE event for %s", hbs_client_log_text(client).text);
     if (client->adapter_type != HBS_ADAPTER_WIFI)
-        hbs_lease_timer_start(client, HBS_TIMER_ONLINE, ONLINE_SECONDS);
+        hbs_lease_timer_start(client, HBS_TIMER_ONLINE, HBS_ONLINE_SECONDS);
     return client;
 }
 

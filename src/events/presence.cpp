@@ -1,11 +1,14 @@
 #include "events/presence.h"
 
 #include <presence.h>
+#include <sys/socket.h>
 
 #include "base/log.h"
 #include "base/state.h"
 #include "base/text.h"
+#include "events/adapter.h"
 #include "gateway/own_macs.h"
+#include "gateway/switch_ports.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
 #include "store/client_timers.h"
@@ -35,6 +38,36 @@ void hbs_presence_unanswered(hbs_client *client) {
     HBS_LOG(HBS_INFO, "HOSTBASE: neither answer nor traffic of %s", hbs_client_log_text(client).text);
 }
 
+namespace {
+
+void ask_for(const hbs_client *client) {
+    if (!hbs_ipv4_is_zero(client->ipv4))
+        PRESENCE_Ask(client->nwidx, AF_INET, client->ipv4);
+    if (!hbs_ipv6_is_zero(client->ipv6))
+        PRESENCE_Ask(client->nwidx, AF_INET6, client->ipv6);
+    if (!hbs_ipv6_is_zero(client->ll))
+        PRESENCE_Ask(client->nwidx, AF_INET6, client->ll);
+}
+
+bool has_address(const hbs_client *client) {
+    return !hbs_ipv4_is_zero(client->ipv4) || !hbs_ipv6_is_zero(client->ipv6) ||
+           !hbs_ipv6_is_zero(client->ll);
+}
+
+} // namespace
+
+bool hbs_presence_stays(hbs_client *client) {
+    if (PRESENCE_ByTraffic() == 0)
+        return false;
+    const bool silent = hbs_mac_is_zero(client->mac) || PRESENCE_IsSilent(client->mac) != 0;
+    if (silent && !has_address(client))
+        return false;
+    if (silent)
+        ask_for(client);
+    hbs_lease_timer_start(client, HBS_TIMER_ONLINE, HBS_ONLINE_SECONDS);
+    return true;
+}
+
 bool hbs_presence_leased(const hbs_client *client, int family, const uint8_t *address) {
     if (!may_be_away(client) || (!hbs_mac_is_zero(client->mac) && PRESENCE_IsSilent(client->mac) == 0))
         return true;
@@ -43,15 +76,32 @@ bool hbs_presence_leased(const hbs_client *client, int family, const uint8_t *ad
     return false;
 }
 
+namespace {
+
+// Returns whether the client was elsewhere before.
+bool move_to(hbs_client *client, uint8_t adapter) {
+    const uint8_t adapter_before = client->adapter_type;
+    const auto port_before = client->switch_port;
+    hbs_set_adapter_type(client, adapter);
+    return client->adapter_type != adapter_before || client->switch_port != port_before;
+}
+
+} // namespace
+
 void hbs_presence_heard(const uint8_t mac[6]) {
     if (PRESENCE_ByTraffic() == 0)
         return;
     const hbs_list_hold hold;
-    hbs_client *client = hbs_db_ready != 0 ? hbs_find_by_mac(mac) : nullptr;
-    if (client == nullptr || (client->flags & HBS_FLAG_ONLINE) != 0 || !hbs_mac_is_lan_client(mac) ||
-        (client->flags & HBS_FLAGS_ADDR) == 0)
+    hbs_client *client = hbs_db_ready != 0 && hbs_mac_is_lan_client(mac) ? hbs_find_by_mac(mac) : nullptr;
+    const uint8_t adapter = client == nullptr ? uint8_t{HBS_ADAPTER_UNKNOWN} : hbs_adapter_of(mac);
+    if (adapter == HBS_ADAPTER_UNKNOWN) // a stranger, or on no network of ours
         return;
-    hbs_set_flags(client, 0, HBS_FLAG_ONLINE);
-    HBS_LOG(HBS_INFO, "HOSTBASE: traffic of %s", hbs_client_log_text(client).text);
-    hbs_publish(client);
+    const bool moved = move_to(client, adapter);
+    const bool begins = (client->flags & HBS_FLAG_ONLINE) == 0 && (client->flags & HBS_FLAGS_ADDR) != 0;
+    if (begins)
+        hbs_set_flags(client, 0, HBS_FLAG_ONLINE);
+    if (begins)
+        HBS_LOG(HBS_INFO, "HOSTBASE: traffic of %s", hbs_client_log_text(client).text);
+    if (moved || begins)
+        hbs_publish(client);
 }

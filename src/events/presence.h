@@ -6,6 +6,8 @@
 
 #include <hbs_db.h>
 
+constexpr uint32_t HBS_ONLINE_SECONDS = 600; // a stale wired client counts as on line for this long
+
 // Its neighbour entry has become reachable. Returns whether that alone makes it on line.
 bool hbs_presence_reached();
 
@@ -14,9 +16,14 @@ bool hbs_presence_reached();
 // is associated sleeps, and stays.
 void hbs_presence_unanswered(hbs_client *client);
 
+// Its time on line is over. Returns whether it stays: where traffic tells, a silent one is asked for its
+// addresses, and only an answer that does not come ends it.
+bool hbs_presence_stays(hbs_client *client);
+
 // Whether a lease makes its client on line: a server tells leases again, also those of devices that have
 // left. One that has not been heard of late is asked for the address, and is on line by its answer.
 bool hbs_presence_leased(const hbs_client *client, int family, const uint8_t *address);
 
-// A bridge has just learned where the device is. Takes hbs_list_mutex itself.
+// A bridge has just learned where the device is: that is its place now, and it is on line when an address of
+// it is known. Takes hbs_list_mutex itself.
 void hbs_presence_heard(const uint8_t mac[6]);

@@ -134,4 +134,59 @@ TEST_F(PresenceByTraffic, AFreshEntryOfTheForwardingTableBeginsIt) {
     EXPECT_EQ(1u, working_clients());
 }
 
+// A quiet device on line whose time is over.
+class PresenceOverTime : public PresenceByTraffic {
+  protected:
+    hbs_client *client = nullptr;
+    void SetUp() override {
+        PresenceByTraffic::SetUp();
+        client = reach(MAC_A, "192.168.0.20");
+        (void)hbs_handle_neigh_stale(mac_of(MAC_A).data(), LOOPBACK, AF_INET, ipv4_of("192.168.0.20").data());
+        ASSERT_GT(seconds_left(client, HBS_TIMER_ONLINE), 590);
+    }
+    void expire() { hbs_lease_timer_expire(client, HBS_TIMER_ONLINE); }
+};
+
+TEST_F(PresenceOverTime, WhoIsHeardStays) {
+    expire();
+    EXPECT_TRUE(is_online(client));
+    EXPECT_TRUE(journal_lines("presence ask ").empty());
+    EXPECT_GT(seconds_left(client, HBS_TIMER_ONLINE), 590) << "and is looked at again";
+}
+
+TEST_F(PresenceOverTime, WhoIsSilentIsAskedAndStaysUntilNobodyAnswers) {
+    write_values("presence.by_traffic = 1\nnetwork.1.ifname = lo\nnetwork.1.ipv4 = 192.168.0.1/24\n");
+    expire();
+    EXPECT_TRUE(is_online(client));
+    EXPECT_THAT(journal_lines("presence ask "), ElementsAre("presence ask 0 192.168.0.20"));
+    (void)fail("192.168.0.20");
+    EXPECT_FALSE(is_online(client));
+    EXPECT_EQ(0, seconds_left(client, HBS_TIMER_ONLINE));
+}
+
+TEST_F(PresenceOverTime, OnAGatewayItEnds) {
+    set("presence.by_traffic", 0);
+    expire();
+    EXPECT_FALSE(is_online(client));
+}
+
+TEST_F(PresenceByTraffic, AFreshEntryElsewhereIsItsNewPlace) {
+    hbs_client *client = reach(MAC_A, "192.168.0.20");
+    EXPECT_EQ(1, client->switch_port);
+    learn(MAC_A, 3);
+    hbs_presence_heard(mac_of(MAC_A).data());
+    EXPECT_EQ(3, published(MAC_A).switch_port);
+    EXPECT_TRUE(is_online(client));
+}
+
+TEST_F(PresenceByTraffic, AnEntryOnNoNetworkOfOursIsNothing) {
+    hbs_client *client = reach(MAC_A, "192.168.0.20");
+    hbs_clear_flags(client, 0, HBS_FLAG_ONLINE);
+    hbs_set_flags(client, 0, HBS_FLAG_DYNIP4);
+    write_values("presence.by_traffic = 1\n");
+    hbs_presence_heard(mac_of(MAC_A).data());
+    EXPECT_FALSE(is_online(client));
+    EXPECT_EQ(1, client->switch_port);
+}
+
 } // namespace presence_test

@@ -363,17 +363,6 @@ TEST_F(router_fixture, MoreThanFitsIsNoted) {
     EXPECT_TRUE(view.cut);
 }
 
-TEST(LinuxPatience, IsSharedByTheQuestionsOfARound) {
-    linux_patience patience = {};
-    EXPECT_EQ(LINUX_PATIENCE_MS, linux_patience_left(&patience, 1000));
-    linux_patience_spend(&patience, 25);
-    EXPECT_EQ(LINUX_PATIENCE_MS - 25, linux_patience_left(&patience, 1030));
-    linux_patience_spend(&patience, 30);
-    EXPECT_EQ(0, linux_patience_left(&patience, 1060));
-    EXPECT_EQ(LINUX_PATIENCE_MS, linux_patience_left(&patience, 1000 + LINUX_ROUND_MS));
-    static_assert(LINUX_PATIENCE_MS < 50);
-}
-
 TEST_F(router_fixture, MessagesThatAreCutShortDoNoHarm) {
     const std::vector<uint8_t> bridge = link_message(2, "br0", 5, true, true);
     for (size_t size = 0; size <= bridge.size(); size++)
