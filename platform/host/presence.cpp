@@ -25,6 +25,9 @@ int PRESENCE_IsAnswering(const uint8_t mac[6]) {
     return mac != nullptr && host_value_of_mac("presence.answering.", mac) != nullptr ? 1 : 0;
 }
 
+// The file of values says where a device is.
+void PRESENCE_Learned(const uint8_t *, int) {}
+
 // Nobody is there to answer; the journal has it.
 void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address) {
     char text[INET6_ADDRSTRLEN];

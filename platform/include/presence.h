@@ -22,6 +22,10 @@ int PRESENCE_IsSilent(const uint8_t mac[6]);
  * 1 when that cannot be told. */
 int PRESENCE_IsAnswering(const uint8_t mac[6]);
 
+/* A bridge of the kernel's has learned a device on one of its ports. mac [in] 6 bytes; ifindex: the kernel's, of the port.
+ * Told in the order of the kernel's messages, before what the device says next is looked at. */
+void PRESENCE_Learned(const uint8_t mac[6], int ifindex);
+
 /* Has a device asked for an address of its own. network: 0 for the first; family: AF_INET or AF_INET6;
  * address [in] 4 or 16 bytes. Waits for nothing: an answer is an event of the neighbour table. */
 void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address);

@@ -159,6 +159,12 @@ void remember(const uint8_t mac[6], int port) {
 
 } // namespace
 
+void linux_fdb_learned(const uint8_t mac[6], int port) {
+    (void)pthread_mutex_lock(&lock);
+    remember(mac, port);
+    (void)pthread_mutex_unlock(&lock);
+}
+
 int linux_fdb_port(const uint8_t mac[6], int *port) {
     linux_fdb_entry entry = {};
     const int found = linux_fdb_find(mac, &entry);

@@ -125,8 +125,8 @@ void note_dip(hbs_netlink_bytes message, void *context) {
         static_cast<dips *>(context)->port[port - 1] = true;
 }
 
-// Takes what is queued, and no more than so much while more and more comes. Returns false when the socket is of no more
-// use.
+// Takes what is queued, and no more than so much while more and more comes. Returns false when the socket is
+// of no more use.
 bool take_queue(dips *dipped, int timeout_ms) {
     alignas(nlmsghdr) static uint8_t buffer[32768];
     for (int datagrams = 0; datagrams < most_at_once; datagrams++) {

@@ -7,6 +7,7 @@
 #include "linux_conf.h"
 #include "linux_fdb.h"
 #include "linux_neighbours.h"
+#include "linux_watch.h"
 
 namespace {
 
@@ -25,6 +26,11 @@ void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address) {
 
 int PRESENCE_ByTraffic(void) {
     return linux_settings()->presence ? 1 : 0;
+}
+
+void PRESENCE_Learned(const uint8_t mac[6], int ifindex) {
+    if (mac != nullptr && (linux_watch_port_of(ifindex) != 0 || linux_watch_is_wifi(ifindex)))
+        linux_fdb_learned(mac, ifindex);
 }
 
 int PRESENCE_IsSilent(const uint8_t mac[6]) {

@@ -103,7 +103,7 @@ void hbs_handle_neigh_message(const uint8_t *message, size_t length) {
     if (!hbs_netlink_neighbour({message, std::min<size_t>(head.nlmsg_len, length)}, &entry))
         return;
     if (head.nlmsg_type == RTM_NEWNEIGH && is_learned(&entry))
-        hbs_presence_heard(entry.attributes[NDA_LLADDR].data);
+        hbs_presence_heard(entry.attributes[NDA_LLADDR].data, entry.header.ndm_ifindex);
     if (hbs_neighbour_is_sound(&entry))
         hbs_tell_neighbour(&entry.header, entry.attributes[NDA_LLADDR].data, entry.attributes[NDA_DST].data);
 }

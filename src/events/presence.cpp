@@ -88,9 +88,10 @@ bool move_to(hbs_client *client, uint8_t adapter) {
 
 } // namespace
 
-void hbs_presence_heard(const uint8_t mac[6]) {
+void hbs_presence_heard(const uint8_t mac[6], int ifindex) {
     if (PRESENCE_ByTraffic() == 0)
         return;
+    PRESENCE_Learned(mac, ifindex);
     const hbs_list_hold hold;
     hbs_client *client = hbs_db_ready != 0 && hbs_mac_is_lan_client(mac) ? hbs_find_by_mac(mac) : nullptr;
     const uint8_t adapter = client == nullptr ? uint8_t{HBS_ADAPTER_UNKNOWN} : hbs_adapter_of(mac);

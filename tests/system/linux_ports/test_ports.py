@@ -45,12 +45,13 @@ router.inside("d2", f"link set eth0 address {router.mac_of(17)}", "address flush
               "address add 192.168.10.17/24 dev eth0")
 router.ip("link set p-d2 master lan0")
 """)
+    left = "Got link down for external switch port 1\n"
+    wait_for("it is told that its cable is out", lambda: left in router.log())
     router.lan('router.ip("link set p-d1 master lan0")')
     lease(router, 17, "192.168.10.17")
     # It says something to nobody: the bridge learns where it is, and no neighbour of the router's changes.
     router.run("nsenter", "--net=/run/netns/d2", "--", "busybox", "arping", "-U", "-c1", "-I", "eth0", "192.168.10.17")
     wait_for("it is on port 2", lambda: router.place(17) == ("ethernet", 2))
-    left = "Got link down for external switch port 1\n"
     before = router.log().count(left)
     router.lan('router.ip("link set p-d1 nomaster")')
     wait_for("its old port left", lambda: router.log().count(left) > before)

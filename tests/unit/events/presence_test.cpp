@@ -49,7 +49,7 @@ TEST_F(PresenceByTraffic, OffAsOnAGateway_NeitherBeginsNorEndsIt) {
     (void)fail("192.168.0.20");
     EXPECT_TRUE(is_online(client));
     hbs_clear_flags(client, 0, HBS_FLAG_ONLINE);
-    hbs_presence_heard(mac_of(MAC_A).data());
+    hbs_presence_heard(mac_of(MAC_A).data(), LOOPBACK);
     EXPECT_FALSE(is_online(client));
 }
 
@@ -124,13 +124,13 @@ TEST_F(PresenceByTraffic, ADhcpv6LeaseIsNoSignOfLifeEither) {
 TEST_F(PresenceByTraffic, AFreshEntryOfTheForwardingTableBeginsIt) {
     hbs_client *client = reach(MAC_A, "192.168.0.20");
     hbs_clear_flags(client, 0, HBS_FLAG_ONLINE);
-    hbs_presence_heard(mac_of(MAC_A).data());
+    hbs_presence_heard(mac_of(MAC_A).data(), LOOPBACK);
     EXPECT_FALSE(is_online(client)) << "no address is known to be its own yet";
     hbs_set_flags(client, 0, HBS_FLAG_DYNIP4);
-    hbs_presence_heard(mac_of(MAC_A).data());
+    hbs_presence_heard(mac_of(MAC_A).data(), LOOPBACK);
     EXPECT_TRUE(is_online(client));
     EXPECT_NE(0u, published(MAC_A).flags & HBS_FLAG_ONLINE);
-    hbs_presence_heard(mac_of(MAC_UNKNOWN).data());
+    hbs_presence_heard(mac_of(MAC_UNKNOWN).data(), LOOPBACK);
     EXPECT_EQ(1u, working_clients());
 }
 
@@ -174,7 +174,7 @@ TEST_F(PresenceByTraffic, AFreshEntryElsewhereIsItsNewPlace) {
     hbs_client *client = reach(MAC_A, "192.168.0.20");
     EXPECT_EQ(1, client->switch_port);
     learn(MAC_A, 3);
-    hbs_presence_heard(mac_of(MAC_A).data());
+    hbs_presence_heard(mac_of(MAC_A).data(), LOOPBACK);
     EXPECT_EQ(3, published(MAC_A).switch_port);
     EXPECT_TRUE(is_online(client));
 }
@@ -184,7 +184,7 @@ TEST_F(PresenceByTraffic, AnEntryOnNoNetworkOfOursIsNothing) {
     hbs_clear_flags(client, 0, HBS_FLAG_ONLINE);
     hbs_set_flags(client, 0, HBS_FLAG_DYNIP4);
     write_values("presence.by_traffic = 1\n");
-    hbs_presence_heard(mac_of(MAC_A).data());
+    hbs_presence_heard(mac_of(MAC_A).data(), LOOPBACK);
     EXPECT_FALSE(is_online(client));
     EXPECT_EQ(1, client->switch_port);
 }
