@@ -22,8 +22,8 @@ int PRESENCE_IsSilent(const uint8_t mac[6]);
  * 1 when that cannot be told. */
 int PRESENCE_IsAnswering(const uint8_t mac[6]);
 
-/* A bridge of the kernel's has learned a device on one of its ports. mac [in] 6 bytes; ifindex: the kernel's, of the port.
- * Told in the order of the kernel's messages, before what the device says next is looked at. */
+/* A bridge of the kernel's has learned a device on one of its ports. mac [in] 6 bytes; ifindex: the kernel's,
+ * of the port. Told in the order of the kernel's messages, before what the device says next is looked at. */
 void PRESENCE_Learned(const uint8_t mac[6], int ifindex);
 
 /* Has a device asked for an address of its own. network: 0 for the first; family: AF_INET or AF_INET6;

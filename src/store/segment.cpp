@@ -103,7 +103,8 @@ void publish_if_different(byte_range range) {
         publish_range(range);
 }
 
-// A function of its own in every build: how often all is compared goes by time, so what it costs is counted apart.
+// A function of its own in every build: how often all is compared goes by time, so what it costs is counted
+// apart.
 [[gnu::noinline]] void publish_shares(uint32_t count) {
     for (; count > 0; count--) {
         publish_if_different(range_of(next_share * SHARE, SHARE));
