@@ -111,9 +111,33 @@ working_copy *take_copy() {
     return copy;
 }
 
+// Every event looks clients up several times, so these compare words in place and the walks below go by the
+// links beside the records.
+template <typename Word> bool same_words(const uint8_t *a, const uint8_t *b, size_t count) {
+    for (size_t i = 0; i < count; i++) {
+        Word left, right;
+        memcpy(&left, a + i * sizeof left, sizeof left);
+        memcpy(&right, b + i * sizeof right, sizeof right);
+        if (left != right)
+            return false;
+    }
+    return true;
+}
+
+bool same_mac(const uint8_t *a, const uint8_t *b) {
+    return same_words<uint16_t>(a, b, 3);
+}
+
+bool same_ipv4(const uint8_t *a, const uint8_t *b) {
+    return same_words<uint32_t>(a, b, 1);
+}
+
+bool same_ipv6(const uint8_t *a, const uint8_t *b) {
+    return same_words<uint64_t>(a, b, 2);
+}
+
 bool matches_ipv6(const hbs_client *client, const uint8_t *ipv6) {
-    return memcmp(client->ipv6, ipv6, sizeof client->ipv6) == 0 ||
-           memcmp(client->ll, ipv6, sizeof client->ll) == 0;
+    return same_ipv6(client->ipv6, ipv6) || same_ipv6(client->ll, ipv6);
 }
 
 // Compares the old words with the requested bits, change marks aside.
@@ -159,10 +183,10 @@ hbs_client *hbs_client_take(const uint8_t *mac) {
 hbs_client *hbs_find_by_mac(const uint8_t *mac) {
     if (mac == nullptr)
         return nullptr;
-    for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
-        if (memcmp(client->mac, mac, sizeof client->mac) == 0)
-            return client;
-    return nullptr;
+    working_copy *copy = client_list.first;
+    while (copy != nullptr && !same_mac(copy->record.mac, mac))
+        copy = copy->next;
+    return record_of(copy);
 }
 
 namespace {
@@ -170,16 +194,18 @@ namespace {
 // The two messages number differently on purpose: the first counts the clients with an address only.
 hbs_client *find_mac_client_by_ipv4(const uint8_t *ipv4) {
     int position = 0;
-    for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client)) {
-        if (hbs_ipv4_is_zero(client->ipv4)) {
+    constexpr uint8_t none[4] = {};
+    for (working_copy *copy = client_list.first; copy != nullptr; copy = copy->next) {
+        const hbs_client *client = &copy->record;
+        if (same_ipv4(client->ipv4, none)) {
             HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_find_by_ipv4: Client at pos %d has no ipv4 address",
                     static_cast<int>(client->dbpos));
             continue;
         }
         HBS_LOG(HBS_DEBUG, "HOSTBASE: hbs_find_by_ipv4: Client at pos %d has ipv4 address %s", position++,
                 hbs_ipv4_to_text(client->ipv4).text);
-        if (memcmp(client->ipv4, ipv4, sizeof client->ipv4) == 0)
-            return client;
+        if (same_ipv4(client->ipv4, ipv4))
+            return &copy->record;
     }
     return nullptr;
 }
@@ -191,28 +217,34 @@ hbs_client *hbs_find_by_ipv4(const uint8_t *ipv4) {
         return nullptr;
     if (hbs_client *client = find_mac_client_by_ipv4(ipv4))
         return client;
-    for (hbs_client *client = hbs_nomac_first(); client != nullptr; client = hbs_nomac_next(client))
-        if (memcmp(client->ipv4, ipv4, sizeof client->ipv4) == 0)
-            return client;
-    return nullptr;
+    working_copy *copy = nomac_list.first;
+    while (copy != nullptr && !same_ipv4(copy->record.ipv4, ipv4))
+        copy = copy->next;
+    return record_of(copy);
 }
+
+namespace {
+
+hbs_client *find_by_ipv6(const working_list *list, const uint8_t *ipv6) {
+    working_copy *copy = list->first;
+    while (copy != nullptr && !matches_ipv6(&copy->record, ipv6))
+        copy = copy->next;
+    return record_of(copy);
+}
+
+} // namespace
 
 hbs_client *hbs_find_by_ipv6(const uint8_t *ipv6) {
     if (ipv6 == nullptr || hbs_ipv6_is_zero(ipv6))
         return nullptr;
-    for (hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
-        if (matches_ipv6(client, ipv6))
-            return client;
-    return hbs_find_nomac_by_ipv6(ipv6);
+    hbs_client *client = find_by_ipv6(&client_list, ipv6);
+    return client != nullptr ? client : find_by_ipv6(&nomac_list, ipv6);
 }
 
 hbs_client *hbs_find_nomac_by_ipv6(const uint8_t *ipv6) {
     if (ipv6 == nullptr || hbs_ipv6_is_zero(ipv6))
         return nullptr;
-    for (hbs_client *client = hbs_nomac_first(); client != nullptr; client = hbs_nomac_next(client))
-        if (matches_ipv6(client, ipv6))
-            return client;
-    return nullptr;
+    return find_by_ipv6(&nomac_list, ipv6);
 }
 
 hbs_client *hbs_client_first() {
