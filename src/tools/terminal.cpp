@@ -11,6 +11,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "tools/whole_file.h"
+
 namespace {
 
 constexpr const char *enter_sequence = "\033[?1049h\033[?25l\033[H\033[2J"; // other screen, no cursor
@@ -20,17 +22,6 @@ winsize window_of(int fd) {
     winsize window = {};
     (void)ioctl(fd, TIOCGWINSZ, &window);
     return window;
-}
-
-bool write_all(const std::string &text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = write(STDOUT_FILENO, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR)
-            return false;
-        done += count > 0 ? static_cast<size_t>(count) : 0;
-    }
-    return true;
 }
 
 sigset_t awaited_signals() {
@@ -86,12 +77,12 @@ void live_screen::enter() {
     if (keys_)
         (void)tcsetattr(STDIN_FILENO, TCSADRAIN, &keys);
     if (terminal_)
-        (void)write_all(enter_sequence);
+        (void)write_all(STDOUT_FILENO, enter_sequence);
 }
 
 void live_screen::leave() {
     if (terminal_)
-        (void)write_all(leave_sequence);
+        (void)write_all(STDOUT_FILENO, leave_sequence);
     if (keys_)
         (void)tcsetattr(STDIN_FILENO, TCSADRAIN, &usual_);
 }
@@ -110,7 +101,7 @@ void live_screen::show(const std::vector<std::string> &lines) {
         text += terminal_ ? "\033[K" : "\n";
     }
     text += terminal_ ? "\033[J" : "";
-    broken_ = !write_all(text);
+    broken_ = !write_all(STDOUT_FILENO, text);
 }
 
 // The screen is given back while the program is stopped, as a shell's user expects.

@@ -37,17 +37,6 @@ class descriptor {
     int fd_;
 };
 
-bool write_all(int fd, const std::string &text) {
-    size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = write(fd, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR)
-            return false;
-        done += count > 0 ? static_cast<size_t>(count) : 0;
-    }
-    return true;
-}
-
 void write_into(const std::string &path, const std::string &text) {
     const descriptor file(path, O_WRONLY | O_CREAT | O_TRUNC);
     if (file == -1 || !write_all(file, text))
@@ -79,6 +68,17 @@ void replace(const std::string &path, const std::string &text, const struct stat
 }
 
 } // namespace
+
+bool write_all(int fd, const std::string &text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = write(fd, text.data() + done, text.size() - done);
+        if (count < 0 && errno != EINTR)
+            return false;
+        done += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+    return true;
+}
 
 void write_whole_file(const std::string &path, const std::string &text) {
     struct stat there = {};

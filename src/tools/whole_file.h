@@ -9,6 +9,9 @@
 // written to. Throws std::runtime_error, and leaves all as it was then.
 void write_whole_file(const std::string &path, const std::string &text);
 
+// However many pieces it takes. Returns false, and errno tells why, when something is left.
+bool write_all(int fd, const std::string &text);
+
 // None when it cannot be read; errno tells why.
 std::optional<std::string> file_text(const std::string &path);
 
