@@ -139,6 +139,15 @@ std::string cut_to_width(const std::string &text, int width) {
     return text.substr(0, text.size() - rest.size()) + (width > 0 ? "…" : "");
 }
 
+std::string without_last_character(const std::string &text) {
+    size_t last = 0, end = 0;
+    while (end < text.size()) {
+        last = end;
+        end += next_character(std::string_view(text).substr(end)).bytes;
+    }
+    return text.substr(0, last);
+}
+
 std::string json_printable(std::string_view document) {
     std::string result;
     while (!document.empty()) {

@@ -14,6 +14,9 @@ int display_width(std::string_view text);
 // The text cut to `width` cells, the last of them "…" when something was cut off.
 std::string cut_to_width(const std::string &text, int width);
 
+// The text without its last character; of bytes that are none, without the last byte.
+std::string without_last_character(const std::string &text);
+
 // A JSON document in which control characters and those that move or hide text stand as \uNNNN.
 std::string json_printable(std::string_view document);
 

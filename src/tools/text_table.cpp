@@ -66,11 +66,22 @@ void share_out(const text_table &table, std::vector<placed_column> &placed, int 
     }
 }
 
+// What lies beyond the edge is left out.
+void cut_at_edge(std::vector<placed_column> &placed, int width) {
+    for (placed_column &column : placed) {
+        column.width = std::clamp(width, 0, column.width);
+        width -= column.width + gap;
+    }
+    std::erase_if(placed, [](const placed_column &column) { return column.width == 0; });
+}
+
 std::vector<placed_column> place(const text_table &table, const drawing &how) {
     std::vector<placed_column> placed = place_all(table);
     if (how.width > 0) {
         drop_until_it_fits(table, placed, how.width);
         share_out(table, placed, how.width);
+        if (how.cut)
+            cut_at_edge(placed, how.width);
     }
     return placed;
 }

@@ -26,6 +26,7 @@ struct text_table {
 struct drawing {
     int width = 0;
     bool colour = false;
+    bool cut = false; // at the width, also what is never cut otherwise
 };
 
 // Title line and one line per row, without line ends. Columns that are empty in every row are left

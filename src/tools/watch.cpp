@@ -27,13 +27,19 @@ struct view {
     exit_status status = exit_ok;
 };
 
+drawing drawing_on_screen() {
+    drawing how = drawing_of(STDOUT_FILENO);
+    how.cut = true;
+    return how;
+}
+
 view look_now(const session &run, const watch_state &state, change_marks &marks) {
     view now;
     now.status = daemon_is_there(run.socket_path) ? exit_ok : exit_not_there;
     try {
         now.clients = read_database().clients;
         const std::vector<size_t> columns =
-            shown_client_columns(selected(now.clients, state.which), drawing_of(STDOUT_FILENO));
+            shown_client_columns(selected(now.clients, state.which), drawing_on_screen());
         now.marked = marks.update(now.clients, clock_type::now(), columns);
     } catch (const database_error &error) {
         now.error = error.what();
@@ -55,7 +61,7 @@ std::string title(const view &now, const std::vector<marked_client> &rows, const
 }
 
 std::vector<std::string> table_lines(const view &now, watch_state &state, size_t height) {
-    const drawing how = drawing_of(STDOUT_FILENO);
+    const drawing how = drawing_on_screen();
     const std::vector<marked_client> rows = wanted_rows(now.marked, state);
     const std::vector<std::string> table = draw_table(marked_table(rows), how);
     if (height > 0)

@@ -93,7 +93,7 @@ void type(watch_state &state, const std::string &key) {
         state.typing = false;
         state.search.clear();
     } else if (key == "\x7f" || key == "\b") {
-        state.search = state.search.substr(0, state.search.empty() ? 0 : state.search.size() - 1);
+        state.search = without_last_character(state.search);
     } else if (key.size() == 1 && static_cast<unsigned char>(key[0]) >= ' ') {
         state.search += key;
     }

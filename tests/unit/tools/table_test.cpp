@@ -36,6 +36,16 @@ TEST(TextTable, CutsACellOnlyAsFarAsItsColumnAllows) {
     EXPECT_EQ(draw_table(sample(), {3, false})[1], "lap…  1") << "what may not be dropped stays";
 }
 
+TEST(TextTable, IsCutAtTheEdgeWhereThatIsWanted) {
+    const text_table table = {{{"A"}, {"BB"}, {"CCCC"}}, {{{"aa"}, {"bbbb"}, {"cccc", style::good}}}};
+    EXPECT_EQ(draw_table(table, {.width = 6, .cut = true}), (lines{"A   BB", "aa  b…"}));
+    EXPECT_EQ(draw_table(table, {.width = 4, .cut = true}), (lines{"A", "aa"}));
+    EXPECT_EQ(draw_table(table, {.width = 13, .colour = true, .cut = true})[1],
+              "aa  bbbb  \033[32mcc…\033[0m");
+    EXPECT_EQ(draw_table(table, {.width = 99, .cut = true}), draw_table(table, {}));
+    EXPECT_EQ(shown_columns(table, {.width = 6, .cut = true}).size(), 2u);
+}
+
 TEST(TextTable, LeavesOutAColumnThatSaysNothing) {
     text_table table = sample();
     table.rows[0][2].text = table.rows[1][2].text = "";

@@ -88,6 +88,18 @@ TEST(WatchKeys, TypeASearchInWhichNoKeyMeansAnythingElse) {
     EXPECT_EQ(state.search, "");
 }
 
+TEST(WatchKeys, BackspaceTakesAWholeCharacter) {
+    watch_state state;
+    press_all(state, "/a\xe5\xb1\x85\xc3\xa9\x7f");
+    EXPECT_EQ(state.search, "a\xe5\xb1\x85");
+    press_all(state, "\x7f");
+    EXPECT_EQ(state.search, "a");
+    press_all(state, "\xb1\x85\x7f");
+    EXPECT_EQ(state.search, "a\xb1") << "bytes that are no character go one by one";
+    press_all(state, "\x7f\x7f\x7f");
+    EXPECT_EQ(state.search, "");
+}
+
 TEST(WatchRows, AreThoseThatAreWantedAndFound) {
     const std::vector<marked_client> all = {client_of(3, "TV", HBS_FLAG_ONLINE), client_of(1, "laptop"),
                                             client_of(2, "laptop2", HBS_FLAG_ONLINE)};
