@@ -67,15 +67,22 @@ std::vector<fact> remembered_facts(const look &now) {
             {"remembered trusted devices", count_text(now.files.trusted)}};
 }
 
+// The DHCP servers' files are not the daemon's to delete.
+std::string staying_leases(const look &now, const char *before, const char *after) {
+    const size_t count = now.files.leases.size();
+    return count == 0 ? ""
+                      : before + counted(count, "static lease") + (count == 1 ? " stays" : " stay") + after;
+}
+
 std::string reset_announcement(const look &before) {
     return "This deletes for good what is remembered of " + counted(before.files.remembered, "client") +
            ", " + counted(before.files.rules.size(), "rule") + " and " +
-           counted(before.files.trusted, "trusted device") + ".";
+           counted(before.files.trusted, "trusted device") + "." + staying_leases(before, " ", ".");
 }
 
 std::string remark_on_rest(const look &now) {
     return "what was set of the " + counted(now.db.clients.size(), "client") +
-           " in the table stays until gw_hostbase starts again";
+           " in the table stays until gw_hostbase starts again" + staying_leases(now, "; ", "");
 }
 
 // The answer tells of the last file only, which may not have been there: the files themselves are looked at.

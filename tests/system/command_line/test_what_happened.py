@@ -213,3 +213,17 @@ def test_reset_defaults(running):
                            "what was set of the 1 client in the table stays until gw_hostbase starts again\n")
     assert not running.exists(settings_files.WHITE_RULES)
     assert "T-SITE" in running.clients()[LAPTOP]["trust"], "it told the truth about what stays"
+
+
+def test_reset_defaults_tells_of_the_static_leases_that_stay(running):
+    running.make_lan()
+    running.hbsctl("static-lease", "set", NEW, FREE)
+    done = running.hbsctl("reset-defaults", "--yes")
+    assert done.stderr.endswith(". 1 static lease stays.\n")
+    assert done.stdout.endswith("stays until gw_hostbase starts again; 1 static lease stays\n")
+    file = settings_files.STATIC_LEASES.format("192.168.0.1")
+    assert FREE in running.read(file), "it told the truth"
+    running.hbsctl("internal-lease", "set", LAPTOP, "192.168.0.61")
+    assert ". 2 static leases stay.\n" in running.hbsctl("reset-defaults", "--yes").stderr
+    running.run("rm", file)
+    assert "static lease" not in running.hbsctl("reset-defaults", "--yes").stderr
