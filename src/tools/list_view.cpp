@@ -87,8 +87,11 @@ void print_rows(session &run, const std::vector<hbs_client> &clients, const list
 }
 
 void list(session &run, const list_options &options) {
+    const bool as_json = run.json || options.output == "json";
+    if (as_json && !options.columns.empty())
+        throw run_error(exit_usage, "--columns is for tables and CSV: JSON has every field");
     const std::vector<hbs_client> clients = selected(read_database().clients, options.which);
-    if (run.json || options.output == "json")
+    if (as_json)
         run.out << json_text(clients_json(clients)) << '\n';
     else if (options.output == "csv")
         print_csv(run, clients, options.columns.empty() ? field_names() : options.columns);
@@ -119,7 +122,7 @@ void add_list(CLI::App *app, session &run) {
         app, "list", "Show clients, by network and address",
         [](CLI::App *command, list_options &options) {
             add_selection(command, options.which);
-            command->add_option("--columns", options.columns, "What to show of each client")
+            command->add_option("--columns", options.columns, "What to show of each client; not with JSON")
                 ->check(one_of(field_names()))
                 ->type_name("")
                 ->delimiter(',');

@@ -39,7 +39,7 @@ std::optional<listen_address> parse_listen_address(const std::string &text) {
     const auto parts = split(text);
     if (!parts)
         return std::nullopt;
-    const auto port = parse_port(parts->port.empty() ? "0" : parts->port);
+    const auto port = parts->port.empty() ? std::optional(usual_port) : parse_port(parts->port);
     const std::string host = parts->host.empty() ? loopback : parts->host;
     return port && parse_ip(host) ? std::optional(listen_address{host, *port}) : std::nullopt;
 }

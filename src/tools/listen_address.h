@@ -4,12 +4,14 @@
 #include <optional>
 #include <string>
 
+constexpr int usual_port = 8080;
+
 struct listen_address {
     std::string host; // an IP address, without brackets
     int port = 0;     // 0: any free one
 };
 
-// "127.0.0.1:8080", "[::1]:8080", "127.0.0.1" or ":8080".
+// "127.0.0.1:8080", "[::1]:8080", ":8080", or "127.0.0.1" for the usual port.
 std::optional<listen_address> parse_listen_address(const std::string &text);
 
 // "http://127.0.0.1:8080/"

@@ -11,7 +11,7 @@
 namespace {
 
 struct serve_options {
-    listen_address where = {"127.0.0.1", 8080};
+    listen_address where = {"127.0.0.1", usual_port};
     double seconds = 0.5;
 };
 
@@ -44,14 +44,14 @@ void add_listen(CLI::App *command, listen_address &where) {
     const auto store = [&where](const std::string &text) {
         const auto address = parse_listen_address(text);
         if (!address)
-            throw CLI::ValidationError("'" + text + "' is no ADDRESS:PORT");
+            throw CLI::ValidationError("'" + text + "' is no ADDRESS[:PORT]");
         where = *address;
     };
     command
-        ->add_option_function<std::string>(
-            "--listen", store,
-            "Where (127.0.0.1:8080); port 0: any. Others than this machine see all with 0.0.0.0")
-        ->type_name("ADDRESS:PORT");
+        ->add_option_function<std::string>("--listen", store,
+                                           "Where (127.0.0.1:8080); without a port: 8080; port 0: any. "
+                                           "Others than this machine see all with 0.0.0.0")
+        ->type_name("ADDRESS[:PORT]");
 }
 
 } // namespace

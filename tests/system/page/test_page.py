@@ -14,6 +14,8 @@ import pytest
 from gateway import CHECKOUT, Box, lease_datagram, wait_for
 from lab.browser import Browser
 
+with open(os.path.join(CHECKOUT, "packaging", "hbsctl.schema.json"), encoding="ascii") as schema_file:
+    SCHEMA = json.load(schema_file)
 HARM = ["<script>document.title='taken'</script>", "</script><script>document.title='taken'</script>",
         "\"><img src=x onerror=document.title='taken'>", "{{nonce}}", "\u202egnp.exe", "a\x1b[2Jb", "&lt;b&gt;"]
 # As the page shows them.
@@ -146,8 +148,7 @@ def test_a_script_that_is_not_the_pages_own_does_not_run(browser, served):
 def test_clients_are_what_list_prints(house, served):
     status, headers, body = ask(house, served, "/clients.json")
     assert (status, headers["content-type"]) == (200, "application/json")
-    with open(os.path.join(CHECKOUT, "packaging", "hbsctl.schema.json"), encoding="ascii") as file:
-        jsonschema.Draft202012Validator(json.load(file)).validate(json.loads(body))
+    jsonschema.Draft202012Validator(SCHEMA).validate(json.loads(body))
     assert {client["mac"] for client in json.loads(body)["clients"]} == set(house.clients())
 
 
@@ -262,14 +263,27 @@ def test_an_address_in_use_is_told(house, served):
     second = house.hbsctl("serve", "--listen", served[len("http://"):].rstrip("/"), check=False)
     assert second.returncode == 5 and "cannot listen" in second.stderr
     wrong = house.hbsctl("serve", "--listen", "everywhere", check=False)
-    assert wrong.returncode == 2 and "'everywhere' is no ADDRESS:PORT" in wrong.stderr
+    assert wrong.returncode == 2 and "'everywhere' is no ADDRESS[:PORT]" in wrong.stderr
+
+
+def test_without_a_port_it_is_the_usual_one(house):
+    process = house.start("hbsctl", "serve", "--listen", "127.0.0.1", stdout=subprocess.PIPE, text=True)
+    try:
+        assert process.stdout.readline() == "http://127.0.0.1:8080/\n"
+        house.run("kill", house.run("pgrep", "-nx", "hbsctl").stdout.strip())
+        assert process.wait(20) == 0
+    finally:
+        process.kill()
+        process.stdout.close()
 
 
 def test_sigterm_ends_it_while_somebody_follows(house):
     process = house.start("hbsctl", "serve", "--listen", "127.0.0.1:0", "--json", stdout=subprocess.PIPE, text=True)
     following = None
     try:
-        url = json.loads(process.stdout.readline())["url"]
+        announced = json.loads(process.stdout.readline())
+        jsonschema.Draft202012Validator({**SCHEMA, "$ref": "#/$defs/served"}).validate(announced)
+        url = announced["url"]
         following = house.start("curl", "--silent", "--no-buffer", url + "events", stdout=subprocess.PIPE, text=True)
         assert following.stdout.readline().startswith("data: {")
         pid = int(house.run("pgrep", "-nx", "hbsctl").stdout)

@@ -66,7 +66,8 @@ TEST(ListenAddress, IsAnAddressAndAPort) {
                 {"0.0.0.0:80", "http://0.0.0.0:80/"},
                 {":0", "http://127.0.0.1:0/"},
                 {"[::1]:65535", "http://[::1]:65535/"},
-                {"10.0.0.1", "http://10.0.0.1:0/"}};
+                {"[::1]", "http://[::1]:8080/"},
+                {"10.0.0.1", "http://10.0.0.1:8080/"}};
     for (const auto &one : good) {
         const auto address = parse_listen_address(one.text);
         ASSERT_TRUE(address) << one.text;
