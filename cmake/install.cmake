@@ -126,6 +126,7 @@ set(CPACK_DEBIAN_QUERY_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_QUERY-DEV_PACKAGE_DEPENDS "libhbs-query1 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS ieee-data) # the makers' names
 set(CPACK_COMPONENT_DAEMON_DESCRIPTION "database of a gateway's LAN clients
 gw_hostbase keeps a record for every device on the LAN, in shared memory.")
 if(platform STREQUAL "host")

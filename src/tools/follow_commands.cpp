@@ -73,13 +73,27 @@ void show_events(const session &run, live_screen &screen, const std::vector<clie
     screen.show(lines);
 }
 
+// Said once when it goes and once when it comes; the status is that of the last look.
+void tell_presence(session &run, bool &there) {
+    const bool now = daemon_is_there(run.socket_path);
+    if (now != there)
+        run.err << (now ? "hbsctl: gw_hostbase is there again\n"
+                        : "hbsctl: gw_hostbase is not running: nothing changes until it is there again\n")
+                << std::flush;
+    there = now;
+    run.status = now ? exit_ok : exit_not_there;
+}
+
 void follow_events(session &run, const events_options &options) {
     std::vector<hbs_client> known = read_database().clients;
+    bool there = true;
+    tell_presence(run, there);
     live_screen screen(false);
     size_t left = options.count == 0 ? SIZE_MAX : options.count;
     if (options.since > 0)
         show_events(run, screen, events_since(known, options.since, this_moment()), left);
     while (left > 0 && screen.wait(milliseconds_of(options.seconds))) {
+        tell_presence(run, there);
         const auto now = clients_now();
         if (!now)
             continue;

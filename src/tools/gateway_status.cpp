@@ -126,17 +126,17 @@ gateway_status seen_status(const session &run, const database &db) {
     return status;
 }
 
-std::optional<bool> asked_mode(const session &run) {
+void ask_mode(const session &run, gateway_status &status) {
     try {
-        return is_routed(run.socket_path, run.answer_seconds);
-    } catch (const daemon_error &) {
-        return std::nullopt; // told as such: the rest is worth showing
+        status.routed = is_routed(run.socket_path, run.answer_seconds);
+    } catch (const daemon_error &error) { // told as such: the rest is worth showing
+        status.hangs = error.why == daemon_error::no_answer;
     }
 }
 
 gateway_status read_status(const session &run, const database &db) {
     gateway_status status = seen_status(run, db);
     if (status.running)
-        status.routed = asked_mode(run);
+        ask_mode(run, status);
     return status;
 }

@@ -32,7 +32,8 @@ struct gateway_status {
     pid_t pid = 0;                // 0: not known
     std::string version;          // of the daemon; empty: not known
     std::optional<double> uptime; // seconds
-    std::optional<bool> routed;   // none: the daemon does not answer
+    std::optional<bool> routed;   // none: nobody told
+    bool hangs = false;           // asked for its mode, the daemon did not answer in time
     head_count all;
     std::map<unsigned, head_count> networks;
     std::map<std::string, head_count> adapters;
@@ -47,8 +48,8 @@ gateway_status read_status(const session &run, const database &db);
 // All but the mode, which only the daemon knows: what costs it nothing.
 gateway_status seen_status(const session &run, const database &db);
 
-// None when the daemon does not answer.
-std::optional<bool> asked_mode(const session &run);
+// The mode, and whether the daemon tells it at all.
+void ask_mode(const session &run, gateway_status &status);
 
 // The part of it that the database tells.
 gateway_status status_of(const database &db);

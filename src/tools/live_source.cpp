@@ -32,7 +32,9 @@ gateway_status live_source::status_now(const database &db) {
     gateway_status status = seen_status(run_, db);
     const std::optional<pid_t> daemon = status.running ? std::optional(status.pid) : std::nullopt;
     if (daemon != asked_ || clock::now() - asked_at_ >= between_questions) {
-        routed_ = daemon ? asked_mode(run_) : std::nullopt;
+        if (daemon)
+            ask_mode(run_, status);
+        routed_ = status.routed;
         asked_ = daemon;
         asked_at_ = clock::now();
         shown_.clear();

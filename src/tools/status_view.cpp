@@ -68,18 +68,28 @@ json count_json(const head_count &heads) {
     return {{"clients", heads.clients}, {"online", heads.online}};
 }
 
+// Whether it is gone or hangs, which the status tells as well.
+void warn_of_trouble(session &run, const gateway_status &status) {
+    warn_when_daemon_is_gone(run);
+    if (!status.hangs)
+        return;
+    run.err << "hbsctl: gw_hostbase did not answer in time\n";
+    run.status = exit_no_answer;
+}
+
 void show_status(session &run) {
     const gateway_status status = read_status(run, read_database());
     if (run.json)
         run.out << json_text(status_json(status)) << '\n';
     else
         print_table(run, status_table(status));
-    warn_when_daemon_is_gone(run);
+    warn_of_trouble(run, status);
 }
 
 void show_metrics(session &run) {
-    write_metrics(run.out, read_status(run, read_database()));
-    warn_when_daemon_is_gone(run);
+    const gateway_status status = read_status(run, read_database());
+    write_metrics(run.out, status);
+    warn_of_trouble(run, status);
 }
 
 } // namespace

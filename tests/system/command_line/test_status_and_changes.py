@@ -50,10 +50,10 @@ def test_lists_show_what_is_wanted(house):
     assert lines_of(house.hbsctl("list", "--offline")) == ["0 clients, 0 on line"]
 
 
-def test_metrics_count_the_clients(house):
-    metrics = lines_of(house.hbsctl("metrics"))
-    assert "hostbase_up 1" in metrics and metrics[-1] == "# EOF"
-    assert 'hostbase_network_clients{network="1",state="online"} 1' in metrics
+@pytest.mark.parametrize("words", ["list -o json --columns name", "list --json --columns name"])
+def test_json_has_no_columns_to_choose(house, words):
+    done = house.hbsctl(*words.split(), check=False)
+    assert done.returncode == 2 and "--columns is for tables and CSV: JSON has every field" in done.stderr
 
 
 def test_each_change_is_told_as_it_happens(house):

@@ -50,6 +50,10 @@ TEST(Words, AFieldEndsAtItsNulOrItsEnd) {
     EXPECT_EQ(field_text(field), "ab");
     memset(field, 'x', sizeof field);
     EXPECT_EQ(field_text(field), "xxxx");
+    EXPECT_EQ(identity_text(field), "xxxx");
+    memcpy(field, "null", sizeof field);
+    EXPECT_EQ(identity_text(field), "") << "what the daemon writes where nothing is known";
+    EXPECT_EQ(field_text(field), "null") << "a host may be called so";
 }
 
 TEST(Words, AMacIsSixBytesInHexadecimal) {

@@ -1,0 +1,55 @@
+"""What hbsctl tells of a daemon that ends while its changes are followed, or that lives and does not answer."""
+
+import json
+
+import pytest
+from gateway import lease_datagram, wait_for
+
+GONE = "hbsctl: gw_hostbase is not running: nothing changes until it is there again\n"
+BACK = "hbsctl: gw_hostbase is there again\n"
+SILENT = "hbsctl: gw_hostbase did not answer in time\n"
+LAPTOP, PHONE = "02:aa:00:00:00:31", "02:aa:00:00:00:32"
+EVENTS = "exec hbsctl events --interval 0.1 --since 1h > /tmp/events 2> /tmp/told"
+
+
+def test_events_tell_once_that_it_is_gone_and_go_on(running):
+    running.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"))
+    wait_for("it is there", lambda: LAPTOP in running.clients())
+    following = running.start("sh", "-c", EVENTS)
+    try:
+        wait_for("they have begun", lambda: "laptop" in running.read("/tmp/events"))
+        running.daemon.kill()
+        wait_for("it is told", lambda: running.read("/tmp/told") == GONE)
+        running.start_daemon()
+        wait_for("it is told", lambda: running.read("/tmp/told") == GONE + BACK)
+        running.datagrams(lease_datagram(PHONE, "192.168.0.132", host=b"phone"))
+        wait_for("they go on", lambda: f"{PHONE} (phone) state" in running.read("/tmp/events"))
+        running.daemon.kill()
+        wait_for("it is told", lambda: running.read("/tmp/told") == GONE + BACK + GONE)
+        running.run("kill", running.run("pidof", "hbsctl").stdout.strip())
+        assert following.wait(60) == 3, "as it was when they ended"
+        assert running.read("/tmp/told") == GONE + BACK + GONE
+    finally:
+        following.kill()
+        following.wait()
+
+
+def test_events_of_what_a_daemon_left_behind(running):
+    running.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"))
+    wait_for("it is there", lambda: LAPTOP in running.clients())
+    running.daemon.kill()
+    done = running.hbsctl("events", "--since", "1h", "--count", "1", check=False)
+    assert (done.returncode, done.stderr, "laptop" in done.stdout) == (3, GONE, True)
+
+
+@pytest.mark.parametrize("command, told", [("status", "running, pid"), ("metrics", "hostbase_up 1\n")])
+def test_a_daemon_that_does_not_answer(running, command, told):
+    running.daemon.pause()
+    try:
+        done = running.hbsctl("--timeout", "0.5", command, check=False)
+        assert (done.returncode, done.stderr, told in done.stdout) == (4, SILENT, True)
+        status = json.loads(running.hbsctl("--timeout", "0.5", "status", "--json", check=False).stdout)
+        assert (status["running"], status["mode"]) == (True, None)
+    finally:
+        running.daemon.resume()
+    assert running.hbsctl(command).stderr == ""
