@@ -3,7 +3,6 @@
 import signal
 import subprocess
 
-import pytest
 from gateway import lease_datagram, wait_for
 from prometheus_client.openmetrics.parser import text_string_to_metric_families
 
