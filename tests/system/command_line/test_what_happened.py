@@ -1,10 +1,12 @@
 """hbsctl says what a command changed, that nothing changed, or why what was typed cannot be meant."""
 
 import json
+import subprocess
 
 import pytest
 from gateway import Box, lease_datagram, wait_for
 from lab import settings_files
+from lab.header import constant
 
 LAPTOP, LAPTOP_ADDRESS = "02:aa:00:00:00:31", "192.168.0.131"
 PHONE, PHONE_ADDRESS = "02:aa:00:00:00:32", "192.168.0.132"
@@ -68,6 +70,35 @@ REFUSED = {
                             "255.255.255.255 is no address that a host can have"),
 }
 
+# The codes of those commands.
+CODES = {
+    "static-lease set": "CMD_SET_STATIC_LEASE", "static-lease clear": "CMD_CLR_STATIC_LEASE",
+    "internal-lease set": "CMD_SET_INTERNAL_LEASE", "trust set": "CMD_SET_TRUSTED", "trust clear": "CMD_CLR_TRUSTED",
+    "mac-filter set": "CMD_SET_MACFILTER", "mac-filter clear": "CMD_CLR_MACFILTER",
+    "mac-filter modify": "CMD_MOD_MACFILTER", "rule set": "CMD_SET_RULE_TOD", "rule clear": "CMD_CLR_RULE_TOD",
+    "event wifi-assoc": "EVENT_WIFI_ASSOC", "event wifi-disassoc": "EVENT_WIFI_DISASSOC",
+    "event server": "EVENT_SERVER", "event subnet": "EVENT_SUBNET_MASK", "event dhcpv4-lease": "EVENT_DHCPV4_LEASE",
+    "event dhcpv6-lease": "EVENT_DHCPV6_LEASE", "event dhcpv6-release": "EVENT_DHCPV6_RELEASE",
+}
+# Stands before the daemon's socket and notes what comes, before it goes on.
+RECORDER = """
+import socket
+os.rename(wire.SOCKET, wire.SOCKET + ".daemon")
+front, back = (socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) for _ in range(2))
+front.bind(wire.SOCKET)
+back.bind("/var/tmp/recorder")
+back.connect(wire.SOCKET + ".daemon")
+back.settimeout(30)
+print("there", flush=True)
+while True:
+    datagram, sender = front.recvfrom(4096)
+    with open("/tmp/sent", "a") as file:
+        print(datagram.hex(), file=file)
+    back.send(datagram)
+    if sender:
+        front.sendto(back.recv(64), sender)
+"""
+
 # Said as if one after the other: words, status, what is printed on which output.
 CHANGES = [
     (f"static-lease set {NEW} {FREE} --comment desk", 0,
@@ -112,9 +143,9 @@ CHANGES = [
 ]
 
 
-@pytest.fixture(scope="module")
-def house():
-    """Two clients of network 0, each with a rule on the white list, the first one trusted; one of network 1."""
+def make_house():
+    """Two clients of network 0, each with a rule on the white list, the first one trusted; one of network 1. What the
+    daemon is sent is noted."""
     box = Box()
     box.make_lan()
     box.start_daemon()
@@ -125,8 +156,33 @@ def house():
     box.hbsctl("trust", "set", "site", LAPTOP)
     for mac in (LAPTOP, PHONE):
         box.hbsctl("mac-filter", "set", "white", mac, "--rule", "7f,1,2")
+    recorder = box.start_python(RECORDER, stdout=subprocess.PIPE)
+    assert recorder.stdout.readline() == b"there\n"
+    recorder.stdout.close()
+    return box
+
+
+@pytest.fixture(name="house", scope="module")
+def one_house():
+    box = make_house()
     yield box
     box.close()
+
+
+@pytest.fixture(name="forced", scope="module")
+def house_of_force():
+    """Another one, in which what cannot be meant was sent."""
+    box = make_house()
+    yield box
+    box.close()
+
+
+def sent(box):
+    """The codes of all that the daemon was sent, but for the questions for its mode."""
+    box.hbsctl("status")  # whose question comes behind all others
+    datagrams = [bytes.fromhex(line) for line in box.read("/tmp/sent").split()]
+    mode_question = constant("HBS_CMD_CLR_MACFILTER")
+    return [one[0] for one in datagrams if one[0] != mode_question or any(one[2:8])]
 
 
 def state_of(box):
@@ -142,12 +198,21 @@ def state_of(box):
 @pytest.mark.parametrize("case", REFUSED)
 def test_what_cannot_be_meant(house, case):
     words, reason = REFUSED[case]
-    before = state_of(house)
+    before, known = state_of(house), sent(house)
     done = house.hbsctl(*words.split(), check=False)
     assert done.returncode == 1
     assert done.stdout == ""
     assert done.stderr.startswith("hbsctl: ") and done.stderr.endswith(": nothing changed: " + reason + FORCE)
-    assert state_of(house) == before
+    assert (state_of(house), sent(house)) == (before, known)
+
+
+@pytest.mark.parametrize("case", REFUSED)
+def test_force_sends_it(forced, case):
+    words, _ = REFUSED[case]
+    known = sent(forced)
+    forced.hbsctl("--force", *words.split(), check=False)
+    code = constant("HBS_" + CODES[" ".join(words.split()[:2])])
+    assert sent(forced) == [*known, code]
 
 
 def test_changes_are_told(house):

@@ -29,49 +29,37 @@ PAGES_OF_THEIR_OWN = {
     "docs/installing.md: On a router": "packages/test_fresh_router.py",
     "docs/installing.md: Upgrading and removing": "packages/test_fresh_machine.py",
 }
-IN_TEST = "the stage {} of script/test runs it"
-LONG = "runs for long; {}"
-NAMED = "names the command, whose words stand elsewhere"
-NOT_RUN = {
-    "script/test": "this test is a part of it",
-    "script/test wifi": "this test is a part of it, on radios that only a virtual machine has",
-    "script/wifi": IN_TEST.format("wifi"),
-    "script/bootstrap --wifi": "fetches a kernel",
-    "script/test --build i386 system": "these tests with another build; " + IN_TEST.format("i386"),
-    "script/test --build musl system": "these tests with another build; " + IN_TEST.format("musl"),
-    "script/target --cuts 100": LONG.format("a machine boots for each"),
-    "script/bootstrap --target": "fetches 360 MB; " + IN_TEST.format("target"),
-    "script/check": IN_TEST.format("check"),
-    "script/tidy": IN_TEST.format("check"),
-    "script/target": IN_TEST.format("target"),
-    "script/bench": "minutes; " + IN_TEST.format("bench"),
-    "script/bench --ratios readers commands": IN_TEST.format("bench"),
-    "script/bench --counts --compare bench/stored.json": IN_TEST.format("bench"),
-    "script/race 60": LONG.format(IN_TEST.format("race")),
-    "script/race": IN_TEST.format("race"),
-    "script/fuzz TARGET 600": "TARGET stands for one; " + IN_TEST.format("fuzz"),
-    "script/kill_run 1000": LONG.format("tests/system/power_cut runs a short one"),
-    "script/kill_run": NAMED,
-    "script/model --histories 2000": LONG.format("tests/system/model runs a short one"),
-    "script/model": NAMED,
-    "script/faults": LONG.format("tests/system/faults runs a short one"),
-    "script/stress": LONG.format("tests/system/stress runs a short one"),
-    "script/storm": "minutes of load; its words are tried here",
-    "script/pictures": "would write the README's pictures anew: it is run with another directory",
-    "cmake -G Ninja -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform":
-        "stands for another gateway's directory; tests/system/porting builds one",
-    "ninja -C build/mygateway gw_hostbase": "as the one before it",
-    "script/new-platform DIR": "DIR stands for a directory; tests/system/porting names one",
-    "script/check-platform DIR": "DIR stands for a directory; tests/system/porting names one",
-    "cmake --install": NAMED,
-    "build/default/bin/gw_hostbase": "names the daemon, which would take this machine's places",
-    "script/box": NAMED,
-    "systemctl start gw_hostbase": "there is no systemd in a box; tests/system/linux_service looks at the unit",
-    "systemctl restart dnsmasq": "there is no systemd in a box",
-    "kill -HUP": NAMED,
+# Who runs the others: a stage of script/test, or a test, with numbers and directories that fit.
+BY_STAGE = {
+    "script/check": "check", "script/tidy": "check", "script/race": "race", "script/race 60": "race",
+    "script/fuzz TARGET 600": "fuzz", "script/bench": "bench", "script/target": "target", "script/wifi": "wifi",
+    "script/bench --counts --compare bench/stored.json": "bench", "script/bench --ratios readers commands": "bench",
 }
-# What hbsctl can do is tried by tests/system/command_line; here each command that is named has to be one.
-HBSCTL = re.compile(r"hbsctl ([a-z-]+)")
+BY_TEST = {
+    "build/default/bin/gw_hostbase": "gateway.py",
+    "cmake -G Ninja -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform": "porting/test_porting.py",
+    "ninja -C build/mygateway gw_hostbase": "porting/test_porting.py",
+    "script/check-platform DIR": "porting/test_porting.py",
+    "script/faults": "faults/test_faults.py",
+    "script/kill_run 1000": "power_cut/test_power_cut.py",
+    "script/model --histories 2000": "model/test_model.py",
+    "script/new-platform DIR": "porting/test_porting.py",
+    "script/pictures": "documents/test_commands.py",
+    "script/storm": "presence/test_storm.py",
+    "script/stress": "stress/test_stress.py",
+    "systemctl restart dnsmasq": "packages/test_fresh_router.py",
+}
+NOT_RUN = {
+    "systemctl start gw_hostbase": "there is no systemd in a box; tests/system/linux_service tries the unit",
+    "kill -HUP": "names what the daemon does to dnsmasq",
+    "script/bootstrap --target": "fetches 360 MB",
+    "script/bootstrap --wifi": "fetches a kernel",
+    "script/target --cuts 100": "boots a machine for each",
+    "script/test": "this test is a part of it",
+}
+# The first words of others.
+BEGUN = {"cmake --install", "script/box", "script/kill_run", "script/model"}
+STAGE = re.compile(r"script/test(?: --build \w+)? (\w+)$")
 PROOFS = ("script/test", "script/check", "script/kill_run", "script/model", "script/faults",
           "script/stress", "script/storm", "script/race", "script/fuzz",
           "script/bootstrap", "script/target")
@@ -105,14 +93,13 @@ def commands_of(page):
     return found
 
 
-def is_only_named(command):
-    """A file of the scripts, or words of hbsctl's."""
-    return command.startswith(("script/lab/", "hbsctl "))
-
-
 ALL = {page: commands_of(page) for page in DOCUMENTS}
-TO_RUN = sorted({command for commands in ALL.values() for command, has_test in commands.items()
-                 if not has_test and command not in NOT_RUN and not is_only_named(command)})
+NAMED = sorted({command for commands in ALL.values() for command in commands})
+OPEN = [command for command in NAMED if not any(commands.get(command) for commands in ALL.values())]
+HBSCTL = [command for command in OPEN if command.startswith("hbsctl ")]
+KNOWN = {*HBSCTL, *BY_STAGE, *BY_TEST, *NOT_RUN, *BEGUN}
+TO_RUN = [command for command in OPEN
+          if command not in KNOWN and not STAGE.match(command) and not command.startswith("script/lab/")]
 
 
 def shell(command, **how):
@@ -154,8 +141,22 @@ def test_the_documents_have_commands():
         page, _, heading = place.partition(": ")
         assert lines_of(sections_of(page)[heading] if heading else text_of(page)), place
         assert os.path.basename(page) in text_of(f"tests/system/{test}"), test
-    named = {command for commands in ALL.values() for command in commands}
-    assert sorted(set(NOT_RUN) - named) == [], "no document has it any more"
+    for table in (BY_STAGE, BY_TEST, NOT_RUN):
+        assert sorted(set(table) - set(NAMED)) == [], "no document has it any more"
+    assert all(any(other.startswith(begun + " ") for other in NAMED) for begun in BEGUN)
+
+
+def test_the_others_are_run_where_it_is_said():
+    stages = dict(re.findall(r"^stage_(\w+)\(\) \{ (.*) \}$", text_of("script/test"), re.MULTILINE))
+    for command, stage in BY_STAGE.items():
+        body = stages[stage]
+        scripts = "".join(text_of(script) for script in re.findall(r"script/\w+", body))
+        assert command.split()[0] in body + scripts, command
+    for command, test in BY_TEST.items():
+        program = os.path.basename(command.split()[0])
+        assert program in text_of(f"tests/system/{test}"), command
+    named = {STAGE.match(command).group(1) for command in NAMED if STAGE.match(command)}
+    assert len(named) > 1 and named <= set(stages)
 
 
 def test_each_line_is_a_command_or_none():
@@ -168,11 +169,13 @@ def test_each_line_is_a_command_or_none():
                 assert known or page in ("docs/architecture.md", "docs/platform.md"), (page, line)
 
 
-@pytest.mark.parametrize("page", DOCUMENTS)
-def test_hbsctl_has_each_command_that_is_named(page):
-    offered = set(re.findall(r"^  ([a-z-]+) ", shell("build/default/bin/hbsctl --help").stdout, re.MULTILINE))
-    named = {HBSCTL.match(command).group(1) for command in ALL[page] if HBSCTL.match(command)}
-    assert sorted(named - offered) == []
+@pytest.mark.parametrize("command", HBSCTL)
+def test_hbsctl_takes_each_word_that_is_named(laptop_and_tv, command):
+    """Each is offered behind those before it, in a LAN with a laptop; one in capitals stands for any client there."""
+    words = command.split()[1:]
+    for end, word in enumerate(words):
+        begun, wanted = ("", "laptop") if word.isupper() else (word, word)
+        assert wanted in laptop_and_tv.hbsctl("--complete", *words[:end], begun).stdout.split()
 
 
 def test_the_manual_page_has_each_command():
