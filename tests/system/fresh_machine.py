@@ -14,6 +14,9 @@ import subprocess
 from gateway import CHECKOUT
 
 LATER = "0.9.9"
+# What belongs to the kernel, to apt, dpkg and ldconfig, and to these tests.
+NOT_LOOKED_AT = ("/proc", "/sys", "/dev", "/root", "/var/lib/dpkg", "/var/lib/apt", "/var/lib/systemd", "/var/cache",
+                 "/var/log/apt", "/var/log/dpkg.log", "/var/log/alternatives.log", "/etc/ld.so.cache")
 PLACE = "/root/machine"
 
 
@@ -59,9 +62,9 @@ def fresh_system(packages):
     return archive
 
 
-def put_up(box, besides, now, later):
+def put_up(box, besides, now=(), later=()):
     """Make the machine in a box: Debian's packages `besides`, what ours need, and ours to be installed, in /root and,
-    of a later version, in /root/later."""
+    of a later version, in /root/later. Returns all that lies on it."""
     archive = fresh_system([*besides, *needs_of(now)])
     box.run("sh", "-ec", f"mkdir {PLACE} && tar --no-same-owner --exclude=./dev/* -C {PLACE} -xf {archive}",
             timeout=900)
@@ -69,21 +72,24 @@ def put_up(box, besides, now, later):
                          f"mkdir {PLACE}/root/later")
     box.write(f"{PLACE}/etc/apt/apt.conf.d/99box", 'APT::Sandbox::User "root";\n')
     for files, place in ((now, "root"), (later, "root/later")):
-        box.run("cp", *files, f"{PLACE}/{place}")
+        if files:
+            box.run("cp", *files, f"{PLACE}/{place}")
+    return everything(box)
 
 
-def inside(box, command, check=True, place="/root"):
+def inside(box, command, check=True, place="/root", seconds=900):
     """Run a line of a document on the machine."""
     return box.run("chroot", PLACE, "/usr/bin/env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "HOME=/root",
-                   "DEBIAN_FRONTEND=noninteractive", "bash", "-ec", f"cd {place}; {command}", check=check, timeout=900)
+                   "DEBIAN_FRONTEND=noninteractive", "bash", "-ec", f"cd {place}; {command}", check=check,
+                   timeout=seconds)
 
 
 def lines_of(page, heading=None):
-    """The commands of a document, or of one section of it."""
+    """The commands of a document, of one section of it, or of what stands before the first one ("")."""
     with open(os.path.join(CHECKOUT, "docs", page), encoding="utf-8") as file:
         text = file.read()
     if heading is not None:
-        text = text.split(f"\n## {heading}\n")[1].split("\n## ")[0]
+        text = f"\n## \n{text}".split(f"\n## {heading}\n")[1].split("\n## ")[0]
     return re.findall(r"^    (\S.*)$", text, re.MULTILINE)
 
 
@@ -100,8 +106,18 @@ def foreign_places(files):
     return [name for name in names - {"./", "./usr", "./lib"} if not name.startswith(("./usr/", "./lib/"))]
 
 
-def left_behind(box):
-    """What is named for us and lies on the machine, but for logs, packages and what runs."""
-    elsewhere = " ".join(f"! -path '/{place}/*'" for place in ("root", "proc", "tmp", "run", "var/log", "var/tmp",
-                                                               "var/cache", "var/lib/dpkg"))
-    return inside(box, f"find / -xdev \\( -name '*hbs*' -o -name '*hostbase*' \\) {elsewhere}").stdout.split()
+def everything(box):
+    """What lies on the machine: the size of each file, 0 for what is none."""
+    others = " -o ".join(f"-path {place}" for place in NOT_LOOKED_AT)
+    found = "-type f -printf '%s %p\\n' -o -printf '0 %p\\n'"
+    listed = inside(box, f"find / -xdev \\( {others} \\) -prune -o {found}")
+    return {place: int(size) for size, place in (line.split(" ", 1) for line in listed.stdout.splitlines())}
+
+
+def left_behind(box, before):
+    """What has come, gone or changed its size on the machine since it held what is given."""
+    return sorted({place for place, _ in everything(box).items() ^ before.items()})
+
+
+def has_ended(box):
+    return box.run("pidof", "gw_hostbase", check=False).returncode != 0

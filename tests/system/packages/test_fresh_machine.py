@@ -1,5 +1,5 @@
 """The packages on a fresh Debian machine: installed, used by docs/installing.md and docs/reading.md alone, upgraded,
-removed.
+removed. Stage fresh of script/test builds them on such a machine, too.
 """
 
 import json
@@ -7,11 +7,17 @@ import os
 import tempfile
 
 import pytest
-from fresh_machine import (CHECKOUT, LATER, foreign_places, inside, left_behind, lines_of, lintian_errors, names_of,
-                           package, put_up)
+from fresh_machine import (CHECKOUT, LATER, foreign_places, has_ended, inside, left_behind, lines_of, lintian_errors,
+                           names_of, package, put_up, run)
 from gateway import Box, wait_for
 
 BESIDES = ("gcc", "libc6-dev", "pkg-config", "python3")  # what docs/reading.md needs
+MAKERS = "ieee-data"
+# Where the settings and the gateway's values lie, and what the lines of the documents and the daemon left besides.
+SETTINGS = ("/nvram", "/var/lib/hbs-host")
+LEFT = ["/tmp/lan.html", "/tmp/reader", "/tmp/settings.json", "/var/log/gw_hostbase", "/var/tmp/clientlist_sock",
+        "/var/tmp/file_watch_thread.pid", "/var/tmp/gw_hostbase.lock", "/var/tmp/hostbase_shm.key",
+        "/var/tmp/udhcpd.delta"]
 LAPTOP = "02:aa:00:00:00:31"
 
 
@@ -25,7 +31,7 @@ def made_packages():
 def fresh_machine(packages):
     box = Box()
     try:
-        put_up(box, BESIDES, *packages)
+        box.before = put_up(box, (*BESIDES, MAKERS), *packages)
         yield box
     finally:
         box.close()
@@ -38,6 +44,11 @@ def test_lintian_finds_no_error(packages):
 def test_the_packages_hold_no_more_than_their_own(packages):
     assert names_of(packages[0]) == {"gw-hostbase-host", "hbsctl", "libhbs-query1", "libhbs-query-dev"}
     assert foreign_places(packages[0]) == []
+
+
+def test_the_command_line_suggests_the_list_of_makers(packages):
+    suggested = {file: run("dpkg-deb", "-f", file, "Suggests").strip() for file in packages[0]}
+    assert {os.path.basename(file).split("_")[0] for file, name in suggested.items() if name == MAKERS} == {"hbsctl"}
 
 
 def test_first_steps(machine):
@@ -64,13 +75,23 @@ def test_the_manual_pages_are_there(machine):
         inside(machine, f"dpkg -S /usr/share/man/{page}.gz")
 
 
+def test_the_maker_is_what_debians_list_says(machine):
+    """Of the first MAC of that list, and of one that a device made up."""
+    line = inside(machine, "grep -m 1 '(hex)' /usr/share/ieee-data/oui.txt").stdout
+    mac, maker = line.split()[0].replace("-", ":").lower() + ":00:00:01", line.split("(hex)")[1].strip()
+    inside(machine, f"hbsctl event dhcpv4-lease {mac} 192.168.0.140 --host radio; hbsctl wait radio --timeout 60")
+    listed = inside(machine, "hbsctl list --columns name,maker -o csv").stdout.splitlines()
+    assert f"radio,{maker}" in listed and "laptop,random" in listed
+    assert f"{mac} ({maker})" in inside(machine, "hbsctl show radio").stdout
+
+
 def test_settings_survive_an_upgrade(machine):
     before = inside(machine, "hbsctl export").stdout
     assert LAPTOP in before
     inside(machine, "apt-get install -y ./later/*.deb")
     assert LATER in inside(machine, "dpkg-query -W gw-hostbase-host").stdout
     inside(machine, "kill $(pidof gw_hostbase)")
-    wait_for("it has ended", lambda: machine.run("pidof", "gw_hostbase", check=False).returncode != 0)
+    wait_for("it has ended", lambda: has_ended(machine))
     inside(machine, "gw_hostbase > /var/log/gw_hostbase 2>&1 & until hbsctl status; do sleep 0.1; done")
     assert json.loads(inside(machine, "hbsctl export").stdout) == json.loads(before)
 
@@ -78,4 +99,8 @@ def test_settings_survive_an_upgrade(machine):
 def test_removing_takes_all_but_the_settings(machine):
     for line in lines_of("installing.md", "Upgrading and removing"):
         inside(machine, line)
-    assert left_behind(machine) == ["/nvram/8/hostbase.txt", "/var/lib/hbs-host"]
+    wait_for("the daemon has ended", lambda: has_ended(machine))
+    left = left_behind(machine, machine.before)
+    assert "/nvram/8/hostbase.txt" in left
+    others = [place for place in left if not place.startswith(SETTINGS)]
+    assert others == LEFT, "\n".join(others)

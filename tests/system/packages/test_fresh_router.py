@@ -8,8 +8,8 @@ import re
 import tempfile
 
 import pytest
-from fresh_machine import (CHECKOUT, LATER, PLACE, foreign_places, inside, left_behind, lines_of, lintian_errors,
-                           names_of, package, put_up)
+from fresh_machine import (CHECKOUT, LATER, PLACE, everything, foreign_places, has_ended, inside, left_behind, lines_of,
+                           lintian_errors, names_of, package, put_up)
 from router import Router, mac_of, wait_for
 
 # A router's own; the last one makes users, as systemd does where it is.
@@ -17,6 +17,10 @@ BESIDES = ("dnsmasq-base", "iproute2", "procps", "systemd-standalone-sysusers")
 MADE, INSTALL, ENABLE, TELL_DNSMASQ, RESTART, LIST, PURGE, UNTELL = (
     slice(0, 2), 2, 3, 4, 5, 6, 7, 8)
 LINES = lines_of("installing.md", "On a router")
+# What stays besides the settings: the daemon's user, the log that this test had written, and what is dnsmasq's.
+SETTINGS = "/var/lib/gw_hostbase"
+LEFT = ["/etc/group", "/etc/gshadow", "/etc/gshadow-", "/etc/passwd", "/etc/passwd-", "/etc/shadow", "/etc/shadow-",
+        "/run/dnsmasq/dnsmasq.pid", "/var/lib/misc/dnsmasq.leases", "/var/log/gw_hostbase"]
 LAPTOP, PHONE = mac_of(17), mac_of(18)
 DNSMASQ = ("port=0\nuser=root\nno-ping\ndhcp-authoritative\nno-resolv\nno-hosts\n"
            "dhcp-range=192.168.10.100,192.168.10.150,1h\n")
@@ -41,6 +45,7 @@ def fresh_router(packages):
         box.write(f"{PLACE}/etc/dnsmasq.d/lan.conf", DNSMASQ)
         box.lan('router.bridge("br-lan", 1, "192.168.10.1/24")\n'
                 'router.device("laptop", 17, "br-lan")\nrouter.device("phone", 18, "br-lan")\n')
+        box.before = everything(box)
         yield box
     finally:
         box.close()
@@ -53,9 +58,13 @@ def asked(machine):
     return words
 
 
-def unit():
+def unit_text():
     with open(f"{CHECKOUT}/packaging/linux/gw_hostbase.service", encoding="utf-8") as file:
-        return dict(line.split("=", 1) for line in file.read().splitlines() if re.match(r"[A-Z]\w+=", line))
+        return file.read()
+
+
+def unit():
+    return dict(line.split("=", 1) for line in unit_text().splitlines() if re.match(r"[A-Z]\w+=", line))
 
 
 def start_as_the_unit_says(machine):
@@ -113,7 +122,7 @@ def test_settings_survive_an_upgrade(machine):
     assert LATER in inside(machine, "dpkg-query -W gw-hostbase").stdout
     assert asked(machine) == ["daemon-reload", "try-restart gw_hostbase.service"]
     inside(machine, "kill $(pidof gw_hostbase)")
-    wait_for("it has ended", lambda: machine.run("pidof", "gw_hostbase", check=False).returncode != 0)
+    wait_for("it has ended", lambda: has_ended(machine))
     start_as_the_unit_says(machine)
     assert json.loads(inside(machine, "hbsctl export").stdout) == before
 
@@ -122,5 +131,12 @@ def test_removing_takes_all_but_the_settings(machine):
     inside(machine, LINES[PURGE])
     assert asked(machine) == ["--quiet disable --now gw_hostbase.service"]
     inside(machine, LINES[UNTELL])
-    left = left_behind(machine)
-    assert left == ["/var/lib/gw_hostbase", "/var/lib/gw_hostbase/hostbase.txt"], left
+    # What systemd does, that was told so: the daemon ends, and the directory goes that the unit names.
+    inside(machine, "kill $(pidof gw_hostbase)")
+    wait_for("the daemon has ended", lambda: has_ended(machine))
+    assert "RuntimeDirectory=gw_hostbase\n" in unit_text()
+    inside(machine, "rm -r /run/gw_hostbase")
+    left = left_behind(machine, machine.before)
+    assert "/var/lib/gw_hostbase/hostbase.txt" in left
+    others = [place for place in left if not place.startswith(SETTINGS)]
+    assert others == LEFT, "\n".join(others)
