@@ -92,6 +92,11 @@ def test_bootstrap_takes_its_words_in_any_order():
         ("--tests", "--target", "--list"), ("--target", "--tests", "--list"), ("--list", "--target", "--tests"))}
     assert len(lists) == 1
     assert {"chromium", "qemu-system-misc", "cmake"} <= set(lists.pop().split())
+    lists = {run_script("script/bootstrap", *words).stdout for words in (
+        ("--packages", "--target", "--list"), ("--list", "--target", "--packages"))}
+    assert len(lists) == 1
+    (names,) = (text.split() for text in lists)
+    assert {"cmake", "qemu-system-misc"} <= set(names) and "chromium" not in names
 
 
 def test_the_box_says_that_it_has_a_tmp_of_its_own():
