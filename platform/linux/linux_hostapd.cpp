@@ -1,21 +1,19 @@
 #include "linux_hostapd.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <hbs_msg.h>
 
 #include "common_text.h"
 #include "common_thread.h"
 #include "linux_conf.h"
+#include "linux_control.h"
 #include "linux_log.h"
 #include "linux_netlink.h"
 
@@ -27,11 +25,13 @@ constexpr int list_every = 10;          // ticks: figures are so fresh, and so l
 constexpr int gone_after = 10;          // ticks without its socket, and an access point is no more
 constexpr uint32_t default_settle = 5;  // seconds; a login with a slow server takes two or three
 constexpr unsigned most_stations = 256; // of one list that has no end
+constexpr int list_patience_ms = 2000;  // for one list
+constexpr int most_events = 64;         // of one access point before the next one's turn
 constexpr size_t reply_size = 4096;
 
 struct access_point {
     char name[IFNAMSIZ]; // empty = free
-    unsigned ssid;
+    unsigned ssid;       // 0 = no number was left
     int fd;              // -1 = not attached
     unsigned attachment; // how many there were
     int ticks;
@@ -40,46 +40,12 @@ struct access_point {
     bool list_now; // a station joined: what it is like is asked before the daemon is told
 };
 
-constexpr const char *own_directory = HBS_RUNTIME_DIR "/tmp";
-constexpr const char *own_prefix = "hostapd-";
-
 access_point points[LINUX_SSIDS];
 
-bool fill_address(sockaddr_un *address, const char *directory, const char *before, const char *name) {
-    *address = {};
-    address->sun_family = AF_UNIX;
-    const int length =
-        snprintf(address->sun_path, sizeof address->sun_path, "%s/%s%s", directory, before, name);
-    return length > 0 && static_cast<size_t>(length) < sizeof address->sun_path;
-}
-
-// Where answers come to: a path for each attachment, so that an answer that comes late, to a question of an
-// earlier one, is taken for none of this one's.
-bool own_address(sockaddr_un *address, const access_point *point) {
-    char before[48];
-    (void)snprintf(before, sizeof before, "%s%d-%u-", own_prefix, getpid(), point->attachment);
-    return fill_address(address, own_directory, before, point->name);
-}
-
-// What an earlier process left behind.
-void remove_old_addresses() {
-    DIR *folder = opendir(own_directory);
-    if (folder == nullptr)
-        return;
-    while (const dirent *entry = readdir(folder))
-        if (strncmp(entry->d_name, own_prefix, strlen(own_prefix)) == 0)
-            (void)unlinkat(dirfd(folder), entry->d_name, 0);
-    (void)closedir(folder);
-}
-
 void detach(access_point *point) {
-    sockaddr_un own;
-    if (point->fd < 0)
-        return;
-    (void)close(point->fd);
+    if (point->fd >= 0)
+        linux_control_close(point->fd, point->name, point->attachment);
     point->fd = -1;
-    if (own_address(&own, point))
-        (void)unlink(own.sun_path);
 }
 
 // When the daemon is told of a station that leaves now.
@@ -109,51 +75,29 @@ void take_event(access_point *point, const char *text) {
         linux_wifi_gone(point->ssid, station.mac, tell_at_ms());
 }
 
-// One datagram into text. Returns its length, -1 when none comes in time or the access point is gone.
-ssize_t receive(access_point *point, char text[reply_size], int timeout_ms) {
-    pollfd waiting = {point->fd, POLLIN, 0};
-    if (poll(&waiting, 1, timeout_ms) != 1)
-        return -1;
-    const ssize_t length = recv(point->fd, text, reply_size - 1, MSG_DONTWAIT);
-    if (length >= 0)
-        text[length] = '\0';
-    return length;
-}
-
-// Sends a command and waits for its answer; events that come meanwhile are taken. Who does not answer in time
-// is detached, and attached again later.
-bool ask(access_point *point, const char *command, char reply[reply_size]) {
+// Sends a command and waits for its answer; events that come meanwhile are taken. Returns the answer's
+// length, -1 for none: who does not answer in time is detached, and attached again later.
+ssize_t ask(access_point *point, const char *command, char reply[reply_size]) {
     const int64_t end = linux_now_ms() + patience_ms;
     bool sent = point->fd >= 0 && send(point->fd, command, strlen(command), MSG_DONTWAIT | MSG_NOSIGNAL) >= 0;
     while (sent) {
         const int64_t left = end - linux_now_ms();
-        if (left < 0 || receive(point, reply, static_cast<int>(left)) < 0)
+        const ssize_t length =
+            left < 0 ? -1 : linux_control_receive(point->fd, reply, reply_size, static_cast<int>(left));
+        if (length < 0)
             break;
         if (reply[0] != '<')
-            return true;
+            return length;
         take_event(point, reply);
     }
     complain(point, "does not answer");
     detach(point);
-    return false;
+    return -1;
 }
 
-bool attach(access_point *point) {
-    sockaddr_un own;
-    sockaddr_un theirs;
+bool ask_for_events(access_point *point) {
     char reply[reply_size];
-    point->attachment++;
-    if (!own_address(&own, point) || !fill_address(&theirs, linux_settings()->hostapd, "", point->name))
-        return false;
-    point->fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (point->fd < 0)
-        return false;
-    if (bind(point->fd, reinterpret_cast<sockaddr *>(&own), sizeof own) != 0 ||
-        connect(point->fd, reinterpret_cast<sockaddr *>(&theirs), sizeof theirs) != 0) {
-        detach(point);
-        return false;
-    }
-    if (!ask(point, "ATTACH", reply))
+    if (ask(point, "ATTACH", reply) < 0)
         return false;
     if (strncmp(reply, "OK", 2) == 0)
         return true;
@@ -162,57 +106,87 @@ bool attach(access_point *point) {
     return false;
 }
 
-// A list that breaks off leaves the knowledge as it was.
-void list_stations(access_point *point) {
-    char reply[reply_size];
-    char command[40] = "STA-FIRST";
-    linux_wifi_list_begin(point->ssid);
-    for (unsigned i = 0; i < most_stations; i++) {
-        linux_station station;
-        if (!ask(point, command, reply))
-            return;
-        if (reply[0] == '\0' || strncmp(reply, "FAIL", 4) == 0)
-            break;
-        if (!linux_hostapd_station(reply, &station)) {
-            complain(point, "lists what is no station");
-            detach(point);
-            return;
-        }
-        if (linux_hostapd_authorized(reply))
-            linux_wifi_here(point->ssid, &station, false, true);
-        (void)snprintf(command, sizeof command, "STA-NEXT %.17s", reply);
-    }
-    linux_wifi_list_end(point->ssid, tell_at_ms());
+bool attach(access_point *point) {
+    point->attachment++;
+    point->fd = linux_control_open(point->name, point->attachment);
+    return point->fd >= 0 && ask_for_events(point);
 }
 
-void read_texts(access_point *point) {
+// hostapd forgets, without a word, who did not take its events for a while. What happens between the two
+// commands is seen in the list that is asked for next.
+bool attach_anew(access_point *point) {
+    char reply[reply_size];
+    if (ask(point, "DETACH", reply) < 0)
+        return false;
+    if (strncmp(reply, "OK", 2) != 0)
+        linux_log(9, "hostapd of %s: it told its events to us no more", point->name);
+    return ask_for_events(point);
+}
+
+// Takes one station of a list, and makes the command for the next.
+bool take_station(const access_point *point, const char *reply, char *command, size_t size) {
+    linux_station station;
+    if (!linux_hostapd_station(reply, &station))
+        return false;
+    if (linux_hostapd_authorized(reply))
+        linux_wifi_here(point->ssid, &station, false, true);
+    (void)snprintf(command, size, "STA-NEXT %.17s", reply);
+    return true;
+}
+
+// Returns whether the list came to its end. One that breaks off leaves the knowledge as it was.
+bool list_stations(access_point *point) {
+    char reply[reply_size];
+    char command[40] = "STA-FIRST";
+    const int64_t end = linux_now_ms() + list_patience_ms;
+    linux_wifi_list_begin(point->ssid);
+    for (unsigned i = 0; i < most_stations && linux_now_ms() < end; i++) {
+        const ssize_t length = ask(point, command, reply);
+        if (length < 0)
+            return false;
+        if (length == 0 || linux_hostapd_refuses(reply)) {
+            linux_wifi_list_end(point->ssid, tell_at_ms());
+            return true;
+        }
+        if (!take_station(point, reply, command, sizeof command)) {
+            complain(point, "lists what is no station");
+            detach(point);
+            return false;
+        }
+    }
+    complain(point, "lists stations without an end");
+    return false;
+}
+
+// Returns whether the answers made sense. What one does not say stays as it was.
+bool read_texts(access_point *point) {
     char reply[reply_size];
     char modes[WLAN_TEXT_SIZE];
     char result[WLAN_TEXT_SIZE];
-    if (!ask(point, "GET_CONFIG", reply))
-        return;
-    linux_hostapd_value(reply, "key_mgmt", modes, sizeof modes);
-    if (modes[0] == '\0')
-        (void)common_copy_whole(modes, sizeof modes, "None");
-    if (!ask(point, "WPS_GET_STATUS", reply))
-        return;
-    linux_hostapd_value(reply, "Last WPS result", result, sizeof result);
-    linux_wifi_texts(point->ssid, modes, result);
+    if (ask(point, "GET_CONFIG", reply) < 0)
+        return false;
+    const bool has_modes = linux_hostapd_authentication(reply, modes, sizeof modes);
+    if (ask(point, "WPS_GET_STATUS", reply) < 0)
+        return false;
+    const bool has_result = linux_hostapd_wps_result(reply, result, sizeof result);
+    linux_wifi_texts(point->ssid, has_modes ? modes : nullptr, has_result ? result : nullptr);
+    if (!has_modes || !has_result)
+        complain(point, "does not say how it is set");
+    return has_modes && has_result;
 }
 
 void look_after(access_point *point) {
-    if (point->fd < 0) {
+    const bool attached = point->fd >= 0;
+    if (!attached) {
         if (!attach(point))
             return;
         linux_log(9, "hostapd of %s: attached, network %u", point->name, point->ssid);
         point->ticks = 0;
     }
-    if (point->ticks++ % list_every != 0)
+    if (point->ticks++ % list_every != 0 || (attached && !attach_anew(point)))
         return;
-    list_stations(point);
-    if (point->fd >= 0)
-        read_texts(point);
-    point->complained = point->complained && point->fd < 0;
+    if (list_stations(point) && read_texts(point))
+        point->complained = false;
 }
 
 access_point *point_named(const char *name) {
@@ -222,20 +196,12 @@ access_point *point_named(const char *name) {
     return nullptr;
 }
 
-bool is_socket(const char *name) {
-    sockaddr_un theirs;
-    struct stat file = {};
-    return strlen(name) < IFNAMSIZ && fill_address(&theirs, linux_settings()->hostapd, "", name) &&
-           stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode);
-}
-
 void begin(access_point *point, const char *name) {
     const unsigned attachments = point->attachment;
     *point = {};
     point->attachment = attachments;
     (void)common_copy_whole(point->name, sizeof point->name, name);
     point->fd = -1;
-    point->ssid = linux_wifi_number(name);
 }
 
 // In the order of their names, so that the numbers are the same at each start.
@@ -244,8 +210,9 @@ void find_points() {
     const int count = scandir(linux_settings()->hostapd, &entries, nullptr, versionsort);
     for (int i = 0; i < count; i++) {
         const char *name = entries[i]->d_name;
-        access_point *point = is_socket(name) ? point_named(name) : nullptr;
-        if (point == nullptr && is_socket(name) && (point = point_named("")) != nullptr)
+        const bool there = linux_control_is_there(name);
+        access_point *point = there ? point_named(name) : nullptr;
+        if (point == nullptr && there && (point = point_named("")) != nullptr)
             begin(point, name);
         if (point != nullptr)
             point->missing = 0;
@@ -260,10 +227,12 @@ void forget_missing(access_point *point) {
         return;
     linux_log(9, "hostapd of %s: gone", point->name);
     detach(point);
+    point->name[0] = '\0';
+    if (point->ssid == 0)
+        return;
     linux_wifi_list_begin(point->ssid);
     linux_wifi_list_end(point->ssid, tell_at_ms());
     linux_wifi_free(point->ssid);
-    point->name[0] = '\0';
 }
 
 bool tell(int direction, const uint8_t mac[6], unsigned ssid, int fd) {
@@ -307,8 +276,11 @@ void wait_for_events() {
     for (size_t i = 0; i < LINUX_SSIDS; i++) {
         if (waiting[i].fd < 0 || waiting[i].revents == 0)
             continue;
-        while (receive(&points[i], text, 0) >= 0)
+        for (int count = 0; count < most_events; count++) {
+            if (linux_control_receive(points[i].fd, text, sizeof text, 0) < 0)
+                break;
             take_event(&points[i], text);
+        }
         if ((waiting[i].revents & (POLLERR | POLLHUP)) != 0)
             detach(&points[i]);
     }
@@ -319,16 +291,26 @@ void list_joined() {
         if (!point.list_now || point.fd < 0)
             continue;
         point.list_now = false;
-        list_stations(&point);
+        (void)list_stations(&point);
     }
+}
+
+// Where all were given, one may have become free.
+bool has_number(access_point *point) {
+    if (point->ssid == 0)
+        point->ssid = linux_wifi_number(point->name);
+    if (point->ssid == 0)
+        complain(point, "no number is left for it");
+    return point->ssid != 0;
 }
 
 void look_after_all() {
     find_points();
     for (access_point &point : points) {
-        if (point.name[0] == '\0' || point.ssid == 0)
+        if (point.name[0] == '\0')
             continue;
-        look_after(&point);
+        if (has_number(&point))
+            look_after(&point);
         forget_missing(&point);
     }
 }
@@ -355,7 +337,7 @@ void *run(void *) {
 void linux_hostapd_start() {
     if (linux_settings()->hostapd[0] == '\0')
         return;
-    remove_old_addresses();
+    linux_control_clean();
     for (unsigned ssid = 1; ssid <= LINUX_SSIDS; ssid++)
         if (const char *device = linux_settings()->ssid[ssid - 1]; device[0] != '\0')
             linux_wifi_reserve(ssid, device);

@@ -57,6 +57,24 @@ bool linux_hostapd_authorized(const char *reply) {
     return flags[0] == '\0' || strstr(flags, "[AUTHORIZED]") != nullptr;
 }
 
+bool linux_hostapd_refuses(const char *reply) {
+    return strncmp(reply, "FAIL", 4) == 0 || strncmp(reply, "UNKNOWN COMMAND", 15) == 0;
+}
+
+bool linux_hostapd_authentication(const char *reply, char *modes, size_t size) {
+    char address[WLAN_MAC_TEXT_SIZE];
+    linux_hostapd_value(reply, "bssid", address, sizeof address);
+    if (address[0] == '\0')
+        return false;
+    linux_hostapd_value(reply, "key_mgmt", modes, size);
+    return modes[0] != '\0' || common_copy_whole(modes, size, "None");
+}
+
+bool linux_hostapd_wps_result(const char *reply, char *result, size_t size) {
+    linux_hostapd_value(reply, "Last WPS result", result, size);
+    return result[0] != '\0' || linux_hostapd_refuses(reply);
+}
+
 int linux_hostapd_event(const char *text, uint8_t mac[6]) {
     static constexpr struct {
         const char *word;

@@ -109,11 +109,11 @@ void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, b
     place *each = network_of(ssid) != nullptr ? find_or_add(station->mac) : nullptr;
     if (each == nullptr)
         return;
+    if (joined || (each->on & bit_of(ssid)) == 0)
+        each->last = ssid;
     each->on |= bit_of(ssid);
     each->listed |= bit_of(ssid);
     each->settled = false;
-    if (joined)
-        each->last = ssid;
     if (has_figures)
         each->station = *station;
 }
@@ -148,8 +148,10 @@ void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps
     network *found = network_of(ssid);
     if (found == nullptr)
         return;
-    (void)common_copy_whole(found->authentication, WLAN_TEXT_SIZE, authentication);
-    (void)common_copy_whole(found->wps_result, WLAN_TEXT_SIZE, wps_result);
+    if (authentication != nullptr)
+        (void)common_copy_whole(found->authentication, WLAN_TEXT_SIZE, authentication);
+    if (wps_result != nullptr)
+        (void)common_copy_whole(found->wps_result, WLAN_TEXT_SIZE, wps_result);
 }
 
 void linux_wifi_reserve(unsigned ssid, const char *device) {

@@ -39,6 +39,7 @@ void linux_wifi_gone(unsigned ssid, const uint8_t mac[6], int64_t tell_at_ms);
 void linux_wifi_list_begin(unsigned ssid);
 void linux_wifi_list_end(unsigned ssid, int64_t tell_at_ms);
 
+// A text that is null stays as it was.
 void linux_wifi_texts(unsigned ssid, const char *authentication, const char *wps_result);
 
 // Keeps a number for a device, as the settings have it. Before any other is given.

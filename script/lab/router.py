@@ -147,14 +147,14 @@ link.send(head + bytes.fromhex("01010000") + bytes(42))
 """
 
 
-def start_hostapd(*ports, process="hostapd"):
+def start_hostapd(*ports, process="hostapd", options=()):
     """One network for each port of a bridge, all of one process."""
     os.makedirs(lan.STATE, exist_ok=True)
     write("/run/lan/eap_users", EAP_USERS)
     for port in ports:
         write(f"/run/lan/{port}.conf", f"interface={port}\ndriver=wired\nctrl_interface=/run/hostapd\nieee8021x=1\n"
               "eap_server=1\neap_user_file=/run/lan/eap_users\nuse_pae_group_addr=1\neap_reauth_period=0\n")
-    lan.start_in_background(process, ["hostapd", *(f"/run/lan/{port}.conf" for port in ports)])
+    lan.start_in_background(process, ["hostapd", *options, *(f"/run/lan/{port}.conf" for port in ports)])
     lan.wait_until("hostapd serves", lambda: all(os.path.exists(f"/run/hostapd/{port}") for port in ports), 10.0)
 
 

@@ -125,20 +125,116 @@ while True:
 """
 
 
-@pytest.mark.parametrize("kind", ["nothing", "bytes", "texts"])
-def test_an_access_point_that_makes_no_sense(router, kind):
-    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
+@pytest.mark.parametrize("kind, said", [("nothing", "does not answer"), ("bytes", "lists what is no station"),
+                                        ("texts", "lists what is no station")])
+def test_an_access_point_that_makes_no_sense(router, kind, said):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")\n'
+               'router.ip("link add odd0 type veth peer name odd1")')
     with open(router.path("/root/odd"), "wb") as output:
         odd = router.start_python(GARBAGE, kind, stdout=output)
     wait_for("it is there", lambda: "bound" in router.read("/root/odd"))
     router.start_daemon()
     wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
-    if kind != "bytes":
-        wait_for("the log has it", lambda: "hostapd of odd0: " in router.log())
+    wait_for("the log has it", lambda: f"hostapd of odd0: {said}" in router.log())
     router.talk("192.168.10.17")
     wait_for("the daemon goes on", lambda: online(router.clients()) == {mac_of(17)})
     odd.kill()
     odd.wait()
+
+
+# An access point with one station. What its program says of it later is told by the rest of this text.
+ONE_STATION = """
+import socket, os
+os.makedirs("/run/hostapd", exist_ok=True)
+server = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+server.bind("/run/hostapd/late0")
+print("bound", flush=True)
+answers = {b"ATTACH": b"OK\\n", b"DETACH": b"OK\\n", b"STA-FIRST": b"02:aa:00:00:00:11\\nflags=[AUTHORIZED]\\n",
+           b"GET_CONFIG": b"bssid=02:ab:00:00:00:09\\nssid=home\\nkey_mgmt=WPA-PSK\\n"}
+attached = 0
+while True:
+    said, sender = server.recvfrom(4096)
+    print(said.decode(), flush=True)
+    attached += said == b"ATTACH"
+"""
+
+
+@pytest.fixture(name="one_station")
+def access_point_with_one_station(router):
+    """A function that starts it with such a rest."""
+    router.settings("log.level = debug", "wifi.settle = 0", "ssid.7 = late0")
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.ip("link add late0 type veth peer name late1",\n'
+               '          "link set late0 master lan0 up")')
+    started = []
+
+    def start(rest):
+        with open(router.path("/root/late"), "wb") as output:
+            started.append(router.start_python(ONE_STATION + rest, stdout=output))
+        wait_for("it is there", lambda: "bound" in router.read("/root/late"))
+        router.start_daemon()
+        wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
+        return router
+
+    yield start
+    for each in started:
+        each.kill()
+        each.wait()
+
+
+def test_garbage_takes_no_station_away(one_station):
+    router = one_station("""
+    listed = os.path.exists("/root/garbage") and said not in (b"ATTACH", b"DETACH")
+    server.sendto(b"\\x00\\xff" * 100 if listed else answers.get(said, b"FAIL\\n"), sender)
+""")
+    router.write("/root/garbage", "")
+    wait_for("the log has it", lambda: "hostapd of late0: lists what is no station" in router.log())
+    before = router.read("/root/late").count("ATTACH")
+    wait_for("it went on for a while", lambda: router.read("/root/late").count("ATTACH") >= before + 2)
+    assert station(router) == ("wifi", True, True, 7)
+    assert leavings_told(router) == 0
+
+
+def test_an_access_point_that_forgets_who_listens(one_station):
+    """As hostapd does with one whose queue was full. The station's leaving is told by an event, and no list."""
+    router = one_station("""
+    server.sendto(b"FAIL\\n" if said == b"DETACH" else answers.get(said, b"FAIL\\n"), sender)
+    if attached == 2 and said == b"WPS_GET_STATUS":
+        server.sendto(b"<3>AP-STA-DISCONNECTED 02:aa:00:00:00:11", sender)
+""")
+    wait_for("its leaving is heard", lambda: left(router, "late0"), 60)
+    wait_for("it is off line", lambda: not online(router.clients()))
+    assert "hostapd of late0: it told its events to us no more" in router.log()
+
+
+def test_a_socket_for_all_of_a_process_is_no_access_point(router):
+    router.settings("log.level = debug", "wifi = p-*")
+    router.lan("""
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.device("a", 17, "lan0", "192.168.10.17/24")
+os.makedirs("/run/hostapd")
+router.start_hostapd("p-a", options=["-g", "/run/hostapd/global"])
+router.lan.wait_until("its socket is there", lambda: os.path.exists("/run/hostapd/global"), 20)
+router.start_station("a")
+""")
+    router.start_daemon()
+    wait_for("it is associated", lambda: station(router) == ("wifi", True, True, 1))
+    assert "hostapd of global" not in router.log()
+
+
+def test_an_access_point_gets_a_number_when_one_is_free(router):
+    router.settings("log.level = debug", "wifi = p-*", *(f"ssid.{number} = other{number}" for number in range(1, 16)))
+    router.lan("""
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.device("a", 17, "lan0")
+router.device("b", 18, "lan0")
+router.start_hostapd("p-a")
+router.start_hostapd("p-b", process="hostapd-2")
+""")
+    router.start_daemon()
+    wait_for("the first one has the last number", lambda: "hostapd of p-a: attached, network 16" in router.log())
+    wait_for("none is left", lambda: "hostapd of p-b: no number is left" in router.log())
+    router.lan("router.stop_hostapd()")
+    wait_for("the other one has it", lambda: "hostapd of p-b: attached, network 16" in router.log(), 60)
 
 
 # Its first answer of a list comes when it is asked for anything else, to where the question came from.

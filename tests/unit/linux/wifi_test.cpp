@@ -62,6 +62,15 @@ TEST_F(LinuxWifi, AStationThatRoamedIsNotReportedGone) {
     EXPECT_FALSE(linux_wifi_ssid_of(a.mac, &ssid));
 }
 
+TEST_F(LinuxWifi, AStationWhoseRoamingWasMissedIsWhereItIsNew) {
+    linux_wifi_here(second, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(2));
+    linux_wifi_here(first, &a, false, true);
+    EXPECT_THAT(news(), ElementsAre(1));
+    linux_wifi_here(second, &a, false, true);
+    EXPECT_THAT(news(), IsEmpty()) << "the other one still lists it";
+}
+
 TEST_F(LinuxWifi, AStationThatIsOnNoneWhileItRoamsStaysWhereItWas) {
     linux_wifi_here(first, &a, true, false);
     EXPECT_THAT(news(), ElementsAre(1));
@@ -181,6 +190,12 @@ TEST_F(LinuxWifi, TextsAndSessions) {
     EXPECT_STREQ("WPA-PSK SAE", text);
     ASSERT_TRUE(linux_wifi_wps_result(first, text));
     EXPECT_STREQ("Success", text);
+    linux_wifi_texts(first, nullptr, nullptr);
+    EXPECT_TRUE(linux_wifi_authentication(first, text) && linux_wifi_wps_result(first, text))
+        << "as they were";
+    linux_wifi_texts(first, nullptr, "");
+    EXPECT_TRUE(linux_wifi_authentication(first, text));
+    EXPECT_FALSE(linux_wifi_wps_result(first, text)) << "none";
     EXPECT_EQ(0u, linux_wifi_next_cancel());
     EXPECT_TRUE(linux_wifi_cancel(second));
     EXPECT_FALSE(linux_wifi_cancel(9));
@@ -221,6 +236,30 @@ TEST(LinuxHostapd, WhoHasNotLoggedInIsNotThere) {
     EXPECT_TRUE(linux_hostapd_authorized("02:00:00:00:00:07\nflags=[AUTH][ASSOC][AUTHORIZED][WMM]\n"));
     EXPECT_FALSE(linux_hostapd_authorized("02:00:00:00:00:07\nflags=[AUTH][ASSOC]\n"));
     EXPECT_TRUE(linux_hostapd_authorized("02:00:00:00:00:07\nsignal=-43\n")) << "it does not say";
+}
+
+TEST(LinuxHostapd, Authentication) {
+    char modes[WLAN_TEXT_SIZE];
+    ASSERT_TRUE(linux_hostapd_authentication("bssid=02:00:00:00:00:01\nssid=home\nkey_mgmt=WPA-PSK SAE\n",
+                                             modes, sizeof modes));
+    EXPECT_STREQ("WPA-PSK SAE", modes);
+    ASSERT_TRUE(linux_hostapd_authentication("bssid=02:00:00:00:00:01\nssid=open\n", modes, sizeof modes));
+    EXPECT_STREQ("None", modes);
+    for (const char *no_settings : {"", "FAIL\n", "UNKNOWN COMMAND\n", "\xff\xfe", "key_mgmt=WPA-PSK\n"})
+        EXPECT_FALSE(linux_hostapd_authentication(no_settings, modes, sizeof modes)) << no_settings;
+}
+
+TEST(LinuxHostapd, WpsResult) {
+    char result[WLAN_TEXT_SIZE];
+    ASSERT_TRUE(
+        linux_hostapd_wps_result("PBC Status: Disabled\nLast WPS result: Success\n", result, sizeof result));
+    EXPECT_STREQ("Success", result);
+    for (const char *without : {"FAIL\n", "UNKNOWN COMMAND\n"}) {
+        EXPECT_TRUE(linux_hostapd_wps_result(without, result, sizeof result)) << without;
+        EXPECT_STREQ("", result);
+    }
+    for (const char *garbage : {"", "\xff\xfe", "OK\n"})
+        EXPECT_FALSE(linux_hostapd_wps_result(garbage, result, sizeof result)) << garbage;
 }
 
 TEST(LinuxHostapd, Garbage) {
