@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -20,6 +21,18 @@ namespace {
 
 // Never cleared: what a short datagram leaves unsaid is as its predecessor left it.
 uint8_t buffer[HBS_MSG_MAX];
+
+// Whether un_listen_thread has come so far that senders find the socket, or never will.
+pthread_mutex_t settled_lock = PTHREAD_MUTEX_INITIALIZER;
+pthread_cond_t settled_change = PTHREAD_COND_INITIALIZER;
+bool settled;
+
+void settle() {
+    (void)pthread_mutex_lock(&settled_lock);
+    settled = true;
+    (void)pthread_cond_broadcast(&settled_change);
+    (void)pthread_mutex_unlock(&settled_lock);
+}
 
 } // namespace
 
@@ -67,8 +80,16 @@ void hbs_command_socket_serve(hbs_command_server *server) {
 
 void *un_listen_thread(void *) {
     hbs_command_server server = {hbs_command_socket_open(), -1};
+    settle();
     if (server.socket < 0)
         return nullptr;
     for (;;)
         hbs_command_socket_serve(&server);
+}
+
+void hbs_command_socket_wait() {
+    (void)pthread_mutex_lock(&settled_lock);
+    while (!settled)
+        (void)pthread_cond_wait(&settled_change, &settled_lock);
+    (void)pthread_mutex_unlock(&settled_lock);
 }

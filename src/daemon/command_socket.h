@@ -17,3 +17,6 @@ void hbs_command_socket_serve(hbs_command_server *server);
 
 // Thread entry; the argument is ignored. Returns null, and only when the socket cannot be had.
 void *un_listen_thread(void *argument);
+
+// Waits until a thread that was started takes datagrams, or has found that it cannot.
+void hbs_command_socket_wait();

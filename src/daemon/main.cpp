@@ -103,6 +103,13 @@ void start_threads() {
         start_worker(&w, &attributes);
 }
 
+// Who is told that the daemon is ready sends at once, and sends once.
+void wait_for_command_socket() {
+    for (const worker &w : workers)
+        if (w.entry == un_listen_thread && w.runs)
+            hbs_command_socket_wait();
+}
+
 // Nobody waits for their end.
 void start_probe_threads() {
     pthread_attr_t attributes;
@@ -186,6 +193,7 @@ int main(int count, char *argv[]) {
     }
     start_threads();
     start_probe_threads();
+    wait_for_command_socket();
     (void)PCD_api_send_process_ready();
     static const worker &watcher = workers[std::size(workers) - 1];
     file_watcher_timer_set(&watcher.thread);

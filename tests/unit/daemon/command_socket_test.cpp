@@ -362,4 +362,25 @@ TEST_F(CommandSocket, Open_WithoutADescriptor_IsLogged) {
                 ElementsAre("log error opening datagram socket\n", "log error opening datagram socket\n"));
 }
 
+TEST_F(CommandSocket, Wait_EndsWhenSendersFindTheSocket) {
+    std::filesystem::remove(HBS_SOCKET_PATH); // of the other server
+    std::thread(un_listen_thread, nullptr).detach();
+    hbs_command_socket_wait();
+    const int sender = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    memcpy(address.sun_path, HBS_SOCKET_PATH, sizeof HBS_SOCKET_PATH);
+    EXPECT_EQ(connect(sender, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    (void)close(sender);
+}
+
+TEST_F(CommandSocket, Wait_EndsWhenTheSocketCannotBeHad) {
+    std::filesystem::remove(HBS_SOCKET_PATH);
+    std::filesystem::create_directory(HBS_SOCKET_PATH); // not to be unlinked
+    std::thread listener(un_listen_thread, nullptr);
+    hbs_command_socket_wait();
+    listener.join();
+    std::filesystem::remove(HBS_SOCKET_PATH);
+}
+
 } // namespace
