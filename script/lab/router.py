@@ -17,10 +17,17 @@ from lab.lan import ip
 SETTINGS = "/etc/gw_hostbase/linux.conf"
 RUNTIME = "/run/gw_hostbase"
 STATE = "/var/lib/gw_hostbase"
+QUEUE_LENGTH = "/proc/sys/net/unix/max_dgram_qlen"
 
 
 def prepare():
-    """IPv6 addresses of the bridges and the devices are there at once."""
+    """IPv6 addresses of the bridges and the devices are there at once. A queue of datagrams is as long as systemd has it
+    on a router, where this user may say so."""
+    try:
+        with open(QUEUE_LENGTH, "w", encoding="ascii") as setting:
+            setting.write("512")
+    except OSError:
+        pass
     for where in ("default", "all"):
         with open(f"/proc/sys/net/ipv6/conf/{where}/accept_dad", "w", encoding="ascii") as setting:
             setting.write("0")

@@ -9,8 +9,7 @@
 
 namespace {
 
-constexpr unsigned MOST_LEASES = 64;             // of one call
-constexpr const char *STATIC_TAG = "hbs-static"; // what the daemon's own lines for dnsmasq set
+constexpr unsigned MOST_LEASES = 64; // of one call
 
 bool read_mac(const char *text, uint8_t mac[6]) {
     if (text == nullptr)
@@ -64,17 +63,6 @@ hbs_note_kind kind_of(int family, bool leased) {
     return leased ? hbs_note_kind::lease_v6 : hbs_note_kind::release_v6;
 }
 
-bool has_word(const char *text, const char *word) {
-    const size_t length = strlen(word);
-    while (text != nullptr && *text != '\0') {
-        const size_t next = strcspn(text, " ");
-        if (next == length && memcmp(text, word, length) == 0)
-            return true;
-        text += next + (text[next] != '\0');
-    }
-    return false;
-}
-
 // --- dnsmasq: ACTION MAC|DUID ADDRESS [HOST]
 
 void read_dnsmasq(int count, const char *const argv[], hbs_environment get, hbs_note_visit visit,
@@ -89,7 +77,7 @@ void read_dnsmasq(int count, const char *const argv[], hbs_environment get, hbs_
                        : read_mac(get("DNSMASQ_MAC"), note.mac) || mac_of_duid(argv[2], note.mac);
     if (family == AF_INET && !note.has_mac)
         return;
-    note.dynamic = !has_word(get("DNSMASQ_TAGS"), STATIC_TAG);
+    note.dynamic = true;
     note.endless = !read_seconds(get("DNSMASQ_TIME_REMAINING"), &note.seconds);
     note.host = count > 4 ? argv[4] : nullptr;
     note.ifname = get("DNSMASQ_INTERFACE");

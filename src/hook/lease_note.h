@@ -13,7 +13,7 @@ struct hbs_lease_note {
     uint8_t mac[6];
     uint8_t address[16]; // an IPv4 address in the first four
     uint8_t ll[16];      // link-local address of a DHCPv6 client, :: = not known
-    bool dynamic;
+    bool dynamic;        // as read always: no server says otherwise
     bool endless;
     uint32_t seconds; // left
     const char *host;

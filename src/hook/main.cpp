@@ -13,8 +13,11 @@
 
 #include "hook/lease_note.h"
 #include "hook/link_local.h"
+#include "hook/static_lease.h"
 
 namespace {
+
+constexpr const char *SETTINGS = "/etc/gw_hostbase/linux.conf";
 
 const char *variable(const char *name) {
     return getenv(name);
@@ -25,6 +28,8 @@ void send_note(hbs_lease_note *note, void *context) {
     const bool v6 = note->kind == hbs_note_kind::lease_v6 || note->kind == hbs_note_kind::release_v6;
     if (v6 && note->has_mac && memcmp(note->ll, none, sizeof none) == 0)
         (void)hbs_link_local_of(note->mac, note->ll);
+    if (note->kind == hbs_note_kind::lease_v4)
+        note->dynamic = !hbs_is_static_lease(SETTINGS, note->mac, note->address);
     uint8_t datagram[HBS_MSG_MAX];
     const size_t length = hbs_note_datagram(note, time(nullptr), datagram, sizeof datagram);
     sockaddr_un address = {};

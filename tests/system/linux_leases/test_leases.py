@@ -1,6 +1,9 @@
 """dnsmasq and its clients, real on both sides: leases come to the daemon by hbs-lease-event, static ones go back."""
 
+import time
+
 import pytest
+from lab.router import QUEUE_LENGTH
 from router import LINUX_BIN, STATE, mac_of, online, wait_for
 
 HOOK = f"{LINUX_BIN}/hbs-lease-event"
@@ -54,11 +57,57 @@ def test_lease_renewal_and_release(house):
     wait_for("who gave its address back is off line", lambda: online(house.clients()) == {mac_of(18)})
 
 
-def test_expiry(house):
-    house.lan('router.signal_client("a", router.signal.SIGKILL)\nrouter.signal_client("b", router.signal.SIGKILL)\n'
-              'router.stop_dnsmasq()\nrouter.lease_runs_out_in(2)\nrouter.inside("a", "link set eth0 down")\n'
-              'router.inside("b", "link set eth0 down")\n' + SERVE)
-    wait_for("both leases ended", lambda: not online(house.clients()))
+# Behind a switch of their own, so that the router's port keeps its link when one goes.
+BEHIND_A_SWITCH = """
+router.bridge("lan0", 1, "192.168.10.1/24")
+router.ip("link add switch type bridge forward_delay 0 mcast_snooping 0", "link set switch up",
+          "link add up0 type veth peer name up1", "link set up0 master lan0 up", "link set up1 master switch up")
+router.device("a", 17, "switch")
+router.device("b", 18, "switch")
+"""
+
+
+def test_expiry(router):
+    """Neither a port without link nor missing traffic takes the devices off line, only the end of their leases."""
+    router.settings("log.level = debug", "presence = no")
+    router.lan(BEHIND_A_SWITCH)
+    router.write("/root/hook", f'#!/bin/sh\necho "$@" >> /root/told\nexec {HOOK} "$@"\n')
+    router.run("chmod", "755", "/root/hook")
+    serve = 'router.start_dnsmasq("/root/hook", "192.168.10.100,192.168.10.150,1h")\n'
+    router.start_daemon()
+    router.lan(serve + 'router.start_client("a")\nrouter.start_client("b")')
+    both = {mac_of(17), mac_of(18)}
+
+    def leased():
+        return {mac for mac, client in router.clients().items() if "DYNIP4" in client["flags"]}
+
+    wait_for("both have leases and are on line", lambda: leased() == online(router.clients()) == both)
+    router.lan('for name in ("a", "b"):\n    router.signal_client(name, router.signal.SIGKILL)\n'
+               '    router.inside(name, "link set eth0 down")\nrouter.stop_dnsmasq()\n')
+    assert (leased(), online(router.clients())) == (both, both)
+    router.lan("router.lease_runs_out_in(2)\n" + serve)
+    wait_for("the server gave both up", lambda: router.read("/root/told").count("del ") == 2)
+    wait_for("both leases ended", lambda: not leased() and not online(router.clients()))
+
+
+def test_ninety_leases_that_are_told_at_once(router):
+    if int(router.run("cat", QUEUE_LENGTH).stdout) < 90:
+        pytest.skip("this user may not have a queue as long as on a router")
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")')
+    router.start_daemon()
+    end = int(time.time()) + 36000
+    router.write("/var/lib/misc/dnsmasq.leases", "".join(
+        f"{end} {mac_of(number)} 192.168.10.{number} device-{number} *\n" for number in range(100, 190)))
+    router.lan(f'router.start_dnsmasq("{HOOK}", "192.168.10.100,192.168.10.250,1h")')
+    everybody = {(mac_of(number), f"192.168.10.{number}", f"device-{number}") for number in range(100, 190)}
+
+    def known():
+        return {(mac, client["ipv4"], client["host"]) for mac, client in router.clients().items()}
+
+    wait_for("all are known", lambda: known() == everybody)
+    router.stop_daemon()
+    router.start_daemon()  # which has dnsmasq tell its leases again
+    wait_for("all are known again", lambda: known() == everybody)
 
 
 def test_restart_of_the_daemon_and_of_dnsmasq(house):
@@ -112,7 +161,7 @@ def test_static_lease_set_obtained_and_cleared(house):
 
     before = times_read()
     house.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
-    wait_for("dnsmasq's file has it", lambda: house.read(hosts) == f"{mac_of(17)},set:hbs-static,192.168.10.77\n")
+    wait_for("dnsmasq's file has it", lambda: house.read(hosts) == f"{mac_of(17)},192.168.10.77\n")
     wait_for("dnsmasq has read it", lambda: times_read() > before)
     wait_for("the device has taken its lease", lambda: "obtained" in house.read("/run/lan/a.log"))
     house.lan('router.signal_client("a", router.signal.SIGUSR2)')
@@ -120,8 +169,18 @@ def test_static_lease_set_obtained_and_cleared(house):
     house.lan('router.signal_client("a", router.signal.SIGUSR1)')
     wait_for("it has the other one", lambda: house.client(17)["ipv4"] == "192.168.10.77")
     wait_for("as a static one", lambda: "STIP4" in house.client(17)["flags"])
+    before = times_read()
     house.hbsctl("static-lease", "clear", "192.168.10.77")
     wait_for("it is out of dnsmasq's file", lambda: house.read(hosts) == "")
+    wait_for("dnsmasq has read it again", lambda: times_read() > before)
+    released = house.read("/run/lan/a.log").count("released")
+    house.lan('router.signal_client("a", router.signal.SIGUSR2)')
+    wait_for("it gave its address back", lambda: house.read("/run/lan/a.log").count("released") > released)
+    house.lan('router.signal_client("a", router.signal.SIGUSR1)')
+    client = wait_for("it has one that anybody may have", lambda: house.client(17) and house.client(17)["lease_end"] and
+                      house.client(17)["ipv4"] != "192.168.10.77" and house.client(17))
+    assert client["ipv4"].startswith("192.168.10.1") and "DYNIP4" in client["flags"] and "STIP4" not in client["flags"]
+    assert house.lan("print(router.lan.pid_of('dnsmasq'))").strip() != "None"
 
 
 HOSTILE = ["$(touch /root/caught)", "a b\nc", "\"';|&", "\\x00\\", "x" * 300, "%s%n", "\udcff\udcfe", "-rf", ""]

@@ -80,13 +80,6 @@ TEST_F(LeaseNote, ALeaseWithoutEndLastsTenYears) {
               datagram<hbs_msg_dhcpv4>(notes({"add", MAC, "1.2.3.4"}).at(0)).seconds);
 }
 
-TEST_F(LeaseNote, TheTagMakesItAStaticOne) {
-    variables["DNSMASQ_TAGS"] = "known hbs-static lan0";
-    EXPECT_FALSE(notes({"add", MAC, "1.2.3.4"}).at(0).dynamic);
-    variables["DNSMASQ_TAGS"] = "known hbs-static-not";
-    EXPECT_TRUE(notes({"add", MAC, "1.2.3.4"}).at(0).dynamic);
-}
-
 TEST_F(LeaseNote, ALongNameIsCutInsideItsField) {
     const std::string name(500, 'x');
     const auto message = datagram<hbs_msg_dhcpv4>(notes({"add", MAC, "1.2.3.4", name.c_str()}).at(0));
