@@ -134,7 +134,8 @@ bool take(const char *key, const char *value, linux_conf *conf) {
     } paths[] = {{"events", conf->events},
                  {"hostapd", conf->hostapd},
                  {"dhcp.hosts", conf->dhcp_hosts},
-                 {"dhcp.pid", conf->dhcp_pid}};
+                 {"dhcp.pid", conf->dhcp_pid},
+                 {"dhcp.leases", conf->dhcp_leases}};
     for (const auto &known : paths)
         if (strcmp(known.key, key) == 0)
             return read_path(value, known.path);

@@ -46,7 +46,8 @@ struct linux_conf {
     char hostapd[LINUX_PATH];
     char dhcp_hosts[LINUX_PATH]; // empty = static leases are told to nobody
     char dhcp_pid[LINUX_PATH];
-    linux_number wifi_settle; // seconds
+    char dhcp_leases[LINUX_PATH]; // hbsctl goes by it
+    linux_number wifi_settle;     // seconds
     linux_number flap_enable;
     linux_number flap_dhcp_interval; // seconds, as the two below
     linux_number flap_wlan_interval;

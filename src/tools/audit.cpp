@@ -84,10 +84,15 @@ std::string client_label(const hbs_client &client) {
     return "the client " + (mac.empty() ? "number " + std::to_string(client.client_id) : mac);
 }
 
-void check_leases(const sightings_list &sightings, const hbs_client &client, std::vector<difference> &found) {
+bool can_be_seen(const lease_knowledge &leases, sighting::kind what) {
+    return what == sighting::ipv6_lease ? leases.ipv6 : what != sighting::dynamic_lease || leases.ipv4;
+}
+
+void check_leases(const sightings_list &sightings, const lease_knowledge &leases, const hbs_client &client,
+                  std::vector<difference> &found) {
     const std::string mac = mac_text(client.mac);
     for (const claim &one : claims_of(client)) {
-        if ((client.flags & one.flag) == 0 || one.address.empty() ||
+        if ((client.flags & one.flag) == 0 || one.address.empty() || !can_be_seen(leases, one.what) ||
             seen_as(sightings, one.what, mac, one.address))
             continue;
         found.push_back(
@@ -111,13 +116,15 @@ void check_reachable(const sightings_list &sightings, const hbs_client &client,
 
 } // namespace
 
-std::vector<difference> compare(const clients_list &clients, const sightings_list &sightings) {
+std::vector<difference> compare(const clients_list &clients, sightings_list sightings,
+                                const lease_knowledge &leases) {
     std::vector<difference> found;
+    sightings.insert(sightings.end(), leases.leases.begin(), leases.leases.end());
     for (const sighting &one : sightings)
         check_sighting(clients, one, found);
     for (const hbs_client &client : clients) {
         check_reachable(sightings, client, found);
-        check_leases(sightings, client, found);
+        check_leases(sightings, leases, client, found);
     }
     return found;
 }

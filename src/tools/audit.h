@@ -15,6 +15,13 @@ struct sighting {
     std::string place;   // interface or file
 };
 
+// What the DHCP servers hold, and whether what is not there is no lease: no server's file may be there to be
+// read.
+struct lease_knowledge {
+    std::vector<sighting> leases;
+    bool ipv4 = true, ipv6 = true;
+};
+
 // One thing that one side knows and the other does not.
 struct difference {
     std::string known_to; // "kernel", "leases" or "clients"
@@ -23,5 +30,5 @@ struct difference {
     std::string text; // a whole sentence without its full stop
 };
 
-std::vector<difference> compare(const std::vector<hbs_client> &clients,
-                                const std::vector<sighting> &sightings);
+std::vector<difference> compare(const std::vector<hbs_client> &clients, std::vector<sighting> sightings,
+                                const lease_knowledge &leases = {});

@@ -23,10 +23,9 @@ void print_json(session &run, const std::vector<difference> &differences) {
 } // namespace
 
 void audit(session &run) {
-    std::vector<sighting> sightings = kernel_neighbours();
-    const std::vector<sighting> leases = dhcp_leases();
-    sightings.insert(sightings.end(), leases.begin(), leases.end());
-    const std::vector<difference> differences = compare(read_database().clients, sightings);
+    const std::vector<sighting> neighbours = kernel_neighbours();
+    const lease_knowledge leases = dhcp_leases();
+    const std::vector<difference> differences = compare(read_database().clients, neighbours, leases);
     if (run.json)
         print_json(run, differences);
     else if (differences.empty())

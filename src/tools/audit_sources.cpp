@@ -12,6 +12,7 @@
 
 #include "base/paths.h"
 #include "tools/lan_networks.h"
+#include "tools/server_leases.h"
 #include "tools/whole_file.h"
 #include "tools/words.h"
 
@@ -64,6 +65,15 @@ std::vector<std::string> files_like(const char *pattern) {
 
 void append(std::vector<sighting> &all, const std::vector<sighting> &more) {
     all.insert(all.end(), more.begin(), more.end());
+}
+
+lease_knowledge gateway_leases() {
+    lease_knowledge known;
+    for (const std::string &file : files_like(HBS_DYNAMIC_LEASES_BEFORE "*" HBS_DYNAMIC_LEASES_AFTER))
+        append(known.leases, parse_leases(file_text(file).value_or(""), sighting::dynamic_lease, file));
+    append(known.leases,
+           parse_ipv6_leases(file_text(HBS_LEASEV6_DATABASE).value_or(""), HBS_LEASEV6_DATABASE));
+    return known;
 }
 
 } // namespace
@@ -121,12 +131,9 @@ std::vector<sighting> kernel_neighbours() {
     return all;
 }
 
-std::vector<sighting> dhcp_leases() {
-    std::vector<sighting> all;
-    for (const std::string &file : files_like(HBS_DYNAMIC_LEASES_BEFORE "*" HBS_DYNAMIC_LEASES_AFTER))
-        append(all, parse_leases(file_text(file).value_or(""), sighting::dynamic_lease, file));
+lease_knowledge dhcp_leases() {
+    lease_knowledge known = is_router() ? server_leases() : gateway_leases();
     for (const std::string &file : files_like(HBS_STATIC_LEASES_BEFORE "*" HBS_STATIC_LEASES_AFTER))
-        append(all, parse_leases(file_text(file).value_or(""), sighting::static_lease, file));
-    append(all, parse_ipv6_leases(file_text(HBS_LEASEV6_DATABASE).value_or(""), HBS_LEASEV6_DATABASE));
-    return all;
+        append(known.leases, parse_leases(file_text(file).value_or(""), sighting::static_lease, file));
+    return known;
 }

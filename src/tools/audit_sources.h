@@ -12,9 +12,10 @@
 // from its tables of both families. Throws std::runtime_error when the kernel cannot be asked.
 std::vector<sighting> kernel_neighbours();
 
-// All lease files of the DHCPv4 servers and the address database of the DHCPv6 server. A file that is
-// not there holds nothing.
-std::vector<sighting> dhcp_leases();
+// Static leases, and on a gateway all lease files of the DHCPv4 servers and the address database of the
+// DHCPv6 server, where a file that is not there holds nothing; on a Linux router those of the servers of such
+// machines.
+lease_knowledge dhcp_leases();
 
 // None for an entry that is gone, on no LAN interface, or has no address or MAC of the right length.
 std::optional<sighting> neighbour_sighting(const hbs_neighbour &entry, const std::string &interface);

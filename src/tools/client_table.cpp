@@ -41,6 +41,7 @@ std::string link_figures(const hbs_client &client) {
     std::vector<std::string> figures;
     for (uint32_t figure : client.wifi_link_info)
         figures.push_back(std::to_string(figure));
+    figures[0] = std::to_string(static_cast<int32_t>(client.wifi_link_info[0])); // the signal, in dBm
     const bool none = std::all_of(std::begin(client.wifi_link_info), std::end(client.wifi_link_info),
                                   [](uint32_t figure) { return figure == 0; });
     return none ? "" : joined(figures, " ");

@@ -114,7 +114,7 @@ int milliseconds_left(clock_type::time_point deadline) {
 
 // The answer, or the number of the signal that ended the wait.
 struct outcome {
-    int32_t answer;
+    std::string answer;
     int signal;
 };
 
@@ -126,18 +126,13 @@ outcome wait_for_answer(int fd, int signal_fd, double seconds, const std::string
     while (poll(waits, 2, milliseconds_left(deadline)) > 0) {
         signalfd_siginfo arrived = {};
         if ((waits[1].revents & POLLIN) != 0 && read(signal_fd, &arrived, sizeof arrived) == sizeof arrived)
-            return {0, static_cast<int>(arrived.ssi_signo)};
-        uint8_t bytes[8];
+            return {"", static_cast<int>(arrived.ssi_signo)};
+        char bytes[8192];
         const ssize_t size = recv(fd, bytes, sizeof bytes, MSG_DONTWAIT);
-        if (size == sizeof(int32_t)) {
-            int32_t answer = 0;
-            memcpy(&answer, bytes, sizeof answer);
-            return {answer, 0};
-        }
-        if (size >= 0 || errno != EAGAIN) {
-            throw size < 0 ? error_of_errno(socket_path)
-                           : daemon_error(daemon_error::failed, "the answer is not four bytes long");
-        }
+        if (size >= 0)
+            return {std::string(bytes, static_cast<size_t>(size)), 0};
+        if (errno != EAGAIN)
+            throw error_of_errno(socket_path);
     }
     throw daemon_error(daemon_error::no_answer, "gw_hostbase did not answer in time");
 }
@@ -170,7 +165,24 @@ int32_t send_command(const datagram &message, const std::string &socket_path, do
         raise(result.signal);
         throw daemon_error(daemon_error::no_answer, "interrupted before gw_hostbase answered");
     }
-    return result.answer;
+    int32_t answer = 0;
+    if (result.answer.size() != sizeof answer)
+        throw daemon_error(daemon_error::failed, "the answer is not four bytes long");
+    memcpy(&answer, result.answer.data(), sizeof answer);
+    return answer;
+}
+
+std::optional<std::string> ask_in_words(const std::string &question, const std::string &socket_path,
+                                        double seconds) {
+    try {
+        const outcome result = exchange(datagram(question.begin(), question.end()), socket_path, seconds);
+        if (result.signal == 0)
+            return result.answer;
+        raise(result.signal);
+    } catch (const daemon_error &) {
+        // Said in the header: there is no answer.
+    }
+    return std::nullopt;
 }
 
 bool daemon_is_there(const std::string &socket_path) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -21,6 +22,11 @@ void send_event(const datagram &message, const std::string &socket_path);
 // happens, and gives the answer. Throws daemon_error when none came within `seconds`. SIGINT, SIGTERM
 // and SIGHUP end the wait and, once the path is removed, the process.
 int32_t send_command(const datagram &message, const std::string &socket_path, double seconds);
+
+// Asks another program in the same way, one that answers in words. None when it does not, or when this user
+// may not ask.
+std::optional<std::string> ask_in_words(const std::string &question, const std::string &socket_path,
+                                        double seconds);
 
 // Whether somebody receives on the command socket; true as well when this user may not ask.
 bool daemon_is_there(const std::string &socket_path);

@@ -25,6 +25,12 @@ bool is_in_state(const explanation &known, const char *state) {
         [state](const neighbour_entry &entry) { return entry.state == state; });
 }
 
+// Seconds since it came, or went on or off line last; none when the record tells no such time.
+std::optional<uint32_t> presence_age(const explanation &known) {
+    const uint32_t since = known.client.online_time;
+    return since == 0 || since > known.now ? std::nullopt : std::optional(known.now - since);
+}
+
 std::string time_ago(unsigned seconds) {
     if (seconds < 120)
         return std::to_string(seconds) + " s ago";
@@ -35,7 +41,9 @@ std::string time_ago(unsigned seconds) {
 
 // Of a record whose clock is this machine's.
 std::string presence_since(const explanation &known) {
-    return time_ago(known.now - known.client.online_time);
+    const auto age = presence_age(known);
+    const std::vector<std::string> then = what_came_then(known);
+    return age ? time_ago(*age) + (then.empty() ? "" : ", when " + joined(then, ", and ")) : "";
 }
 
 std::string on_line_verdict(const explanation &known) {
@@ -102,11 +110,15 @@ bool is_lease_of(const sighting &lease, const hbs_client &client) {
 explanation gather_all(const hbs_client &client) {
     explanation known;
     known.client = client;
+    known.router = settings_of_router();
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC, &now);
     known.now = static_cast<uint32_t>(now.tv_sec);
     ask_kernel(known);
-    for (const sighting &lease : dhcp_leases())
+    if (known.router.is_router && !known.router.access_points.empty())
+        known.stations = stations_now(known.router.access_points, mac_text(client.mac));
+    const lease_knowledge leases = dhcp_leases();
+    for (const sighting &lease : leases.leases)
         if (is_lease_of(lease, client))
             known.leases.push_back(lease);
     return known;
@@ -117,7 +129,62 @@ void add_line(text_table &table, const std::string &name, const std::string &val
         table.rows.push_back({{name}, {value}});
 }
 
+std::vector<std::string> what_brings_it(const explanation &known) {
+    if (known.router.by_traffic && has_flag(known.client, HBS_FLAGS_ADDR))
+        return {"A lease, an association, an answer to the kernel's question, or a frame that a bridge hears "
+                "brings "
+                "it on line."};
+    return {"A lease, an association, or an answer to the kernel's question brings it on line."};
+}
+
+std::string leaving_text(const explanation &known) {
+    return "It leaves its Wi-Fi network: off line " +
+           (known.router.is_router
+                ? "once it has been at no access point for " + std::to_string(known.router.settle) + " s."
+                : std::string("at once."));
+}
+
+// What silence does to one that no association holds, and whose silence has not begun; empty = nothing.
+std::string silence_text(const explanation &known) {
+    if (known.router.by_traffic)
+        return "It gives no answer when it is asked for, and has not been heard for 30 seconds: off line.";
+    if (known.client.adapter_type == HBS_ADAPTER_WIFI || has_flag(known.client, HBS_FLAG_TIMER_ONLINE))
+        return "";
+    return std::string("It falls silent: off line ") + silent_minutes + " later.";
+}
+
+json stations_json(const explanation &known) {
+    const auto number_or_null = [](const auto &number) { return number ? json(*number) : json(nullptr); };
+    json stations = json::array();
+    for (const station_entry &entry : known.stations)
+        stations.push_back({{"access_point", entry.device},
+                            {"authorized", entry.authorized},
+                            {"signal", number_or_null(entry.signal)},
+                            {"inactive_milliseconds", number_or_null(entry.inactive)},
+                            {"connected_seconds", number_or_null(entry.connected)},
+                            {"receive_rate", number_or_null(entry.received)},
+                            {"transmit_rate", number_or_null(entry.sent)}});
+    return stations;
+}
+
 } // namespace
+
+std::vector<std::string> what_came_then(const explanation &known) {
+    const uint32_t age = presence_age(known).value_or(UINT32_MAX);
+    const auto is_then = [age](uint32_t seconds) {
+        return std::max(seconds, age) - std::min(seconds, age) <= 1;
+    };
+    std::vector<std::string> events;
+    for (const neighbour_entry &entry : known.neighbours)
+        if (is_then(entry.age))
+            events.push_back("the kernel's entry of " + entry.address + " became " + entry.state);
+    for (const station_entry &entry : known.stations)
+        if (entry.connected && is_then(*entry.connected))
+            events.push_back("it joined the access point " + entry.device);
+    if (const uint32_t lease = known.client.lease_start_uptime; lease != 0 && is_then(known.now - lease))
+        events.push_back("its first lease came");
+    return events;
+}
 
 std::string verdict(const explanation &known) {
     return has_flag(known.client, HBS_FLAG_ONLINE) ? on_line_verdict(known) : off_line_verdict(known);
@@ -126,12 +193,15 @@ std::string verdict(const explanation &known) {
 std::vector<std::string> what_would_change_it(const explanation &known) {
     const hbs_client &client = known.client;
     if (!has_flag(client, HBS_FLAG_ONLINE))
-        return {"A lease, an association, or an answer to the kernel's question brings it on line."};
+        return what_brings_it(known);
     std::vector<std::string> events;
     if (client.switch_port != 0)
         events.push_back("Port " + std::to_string(client.switch_port) + " loses its link: off line at once.");
-    if (has_flag(client, HBS_FLAG_ASSOC))
-        events.push_back("It leaves its Wi-Fi network: off line at once.");
+    if (has_flag(client, HBS_FLAG_ASSOC) || client.adapter_type == HBS_ADAPTER_WIFI)
+        events.push_back(leaving_text(known));
+    const std::string silence = has_flag(client, HBS_FLAG_ASSOC) ? "" : silence_text(known);
+    if (!silence.empty())
+        events.push_back(silence);
     if (has_flag(client, HBS_FLAG_TIMER_ONLINE))
         events.push_back("Its silence lasts: off line when the timer ends.");
     if (!date_text(client.lease_end).empty())
@@ -146,6 +216,8 @@ text_table explanation_table(const explanation &known) {
         add_line(table, "neighbour", neighbour_text(entry));
     for (const forwarding_entry &entry : known.forwarding)
         add_line(table, "port", forwarding_text(entry));
+    for (const station_entry &entry : known.stations)
+        add_line(table, "station", station_text(entry));
     for (const sighting &lease : known.leases)
         add_line(table, "lease file", lease_text(lease));
     add_line(table, "timers", timers_text(known.client));
@@ -176,9 +248,11 @@ json explanation_json(const explanation &known) {
             {"kernel_asked", known.kernel_asked},
             {"neighbours", neighbours},
             {"forwarding", forwarding},
+            {"stations", stations_json(known)},
             {"leases", leases},
             {"timers", timers_text(known.client)},
             {"presence_seconds", known.now - known.client.online_time},
+            {"then", what_came_then(known)},
             {"next", what_would_change_it(known)},
             {"verdict", verdict(known)}};
 }

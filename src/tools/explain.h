@@ -7,7 +7,9 @@
 
 #include "tools/audit.h"
 #include "tools/json_view.h"
+#include "tools/router_settings.h"
 #include "tools/session.h"
+#include "tools/station.h"
 
 // What the kernel says of a device now. Ages in seconds.
 struct neighbour_entry {
@@ -29,7 +31,9 @@ struct explanation {
     hbs_client client = {};
     std::vector<neighbour_entry> neighbours;
     std::vector<forwarding_entry> forwarding;
+    std::vector<station_entry> stations;
     std::vector<sighting> leases;
+    router_settings router;
     uint32_t now = 0;         // CLOCK_MONOTONIC seconds
     bool kernel_asked = true; // false: nothing is known of the kernel's tables
 };
@@ -39,6 +43,10 @@ std::string verdict(const explanation &known);
 
 // What would change that next, a sentence each.
 std::vector<std::string> what_would_change_it(const explanation &known);
+
+// What is known to have happened when its presence changed last, as clauses: the database keeps when that
+// was, not why. Empty when nothing that is seen now goes back to that moment.
+std::vector<std::string> what_came_then(const explanation &known);
 
 text_table explanation_table(const explanation &known);
 json explanation_json(const explanation &known);

@@ -54,8 +54,12 @@ std::optional<unsigned> network_of_interface(const std::string &name) {
                                                                      : std::nullopt;
 }
 
+bool is_router() {
+    return std::ifstream(kept_numbers).good();
+}
+
 bool is_known_to_be_no_lan(const std::string &name) {
-    return std::ifstream(kept_numbers).good() && !network_of_interface(name);
+    return is_router() && !network_of_interface(name);
 }
 
 std::vector<lan_network> lan_networks() {

@@ -20,6 +20,9 @@ std::vector<lan_network> lan_networks();
 // The number of the network of an interface name; none when it is no LAN interface.
 std::optional<unsigned> network_of_interface(const std::string &name);
 
+// Whether this is a Linux router, whose platform keeps which bridges are LAN networks.
+bool is_router();
+
 // Whether a router's LAN interfaces are known by name and this is none of them.
 bool is_known_to_be_no_lan(const std::string &name);
 

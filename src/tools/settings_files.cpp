@@ -29,7 +29,7 @@ bool parse_filed(const std::string &field, rule_values *rule) {
 }
 
 std::vector<sighting> static_leases() {
-    std::vector<sighting> leases = dhcp_leases();
+    std::vector<sighting> leases = dhcp_leases().leases;
     std::erase_if(leases, [](const sighting &one) { return one.what != sighting::static_lease; });
     return leases;
 }

@@ -2,7 +2,9 @@
 
 import json
 
-from router import mac_of, online, wait_for
+from router import LINUX_BIN, SETTINGS, mac_of, online, wait_for
+
+LEASES = "/var/lib/misc/dnsmasq.leases"
 
 
 def explained(router):
@@ -42,3 +44,26 @@ router.ip("route add default via 10.0.0.1")
     refused = router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.1", check=False)
     assert refused.returncode == 1 and "192.168.10.1 is the gateway's own address" in refused.stderr
     assert router.hbsctl("audit").stdout == "no differences\n"
+
+
+def test_leases_of_dnsmasq(router):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0")')
+    router.start_daemon()
+    router.lan(f'router.start_dnsmasq("{LINUX_BIN}/hbs-lease-event", "192.168.10.100,192.168.10.150,1h")\n'
+               'router.start_client("a")')
+    client = wait_for("its lease is known", lambda: router.client(17) and router.client(17)["lease_end"] and
+                      router.client(17))
+    wait_for("both sides agree", lambda: router.hbsctl("audit", check=False).stdout == "no differences\n")
+    assert explained(router)["leases"] == [{"address": client["ipv4"], "file": LEASES}]
+    # The server forgot it.
+    router.run("cp", LEASES, "/root/leases")
+    router.write(LEASES, "")
+    done = router.hbsctl("audit", check=False)
+    assert (done.returncode, done.stdout) == (1, f"the client {mac_of(17)} has a dynamic lease of {client['ipv4']}, but "
+                                              "no lease file holds it\n")
+    # Without a file there is nobody to ask; the settings name another place.
+    router.run("rm", LEASES)
+    assert router.hbsctl("audit").stdout == "no differences\n"
+    router.write(SETTINGS, "dhcp.leases = /root/leases\n")
+    assert router.hbsctl("audit").stdout == "no differences\n"
+    assert explained(router)["leases"] == [{"address": client["ipv4"], "file": "/root/leases"}]

@@ -1,5 +1,7 @@
 """Access points: stations as hostapd tells of them, roaming, restarts, and one that answers nonsense."""
 
+import json
+
 import pytest
 from router import mac_of, online, wait_for
 
@@ -31,6 +33,9 @@ def test_association_and_leaving(house):
     wait_for("it is associated", lambda: station(house) == ("wifi", True, True, 1))
     figures = house.client(17)["wifi_link_info"]
     assert len(figures) == 5
+    found = json.loads(house.hbsctl("explain", mac_of(17), "--json").stdout)
+    assert [(each["access_point"], each["authorized"]) for each in found["stations"]] == [("p-a", True)]
+    assert "It leaves its Wi-Fi network: off line once it has been at no access point for 5 s." in found["next"]
     house.run("hostapd_cli", "-i", "p-a", "deauthenticate", mac_of(17))
     house.lan('router.stop_station("a")')
     wait_for("it has left", lambda: house.log().count("Got DISASSOCIATED event") >= 1)

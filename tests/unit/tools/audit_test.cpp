@@ -87,6 +87,19 @@ TEST(Audit, AClientWhoseLeaseNobodyHolds) {
     EXPECT_EQ(sentences({client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_STIP4)}, {fixed}), texts{});
 }
 
+TEST(Audit, WhatNoServerCanBeAskedForIsNoDifference) {
+    const hbs_client client = client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_DYNIP4);
+    lease_knowledge leases;
+    leases.ipv6 = false;
+    EXPECT_EQ(compare({client}, {}, leases).size(), 1u);
+    leases.ipv4 = false;
+    EXPECT_EQ(compare({client}, {}, leases).size(), 0u);
+    const hbs_client fixed = client_of("02:aa:00:00:00:11", "192.168.0.11", HBS_FLAG_STIP4);
+    EXPECT_EQ(compare({fixed}, {}, leases).size(), 1u) << "the daemon's own files are always there";
+    leases.leases = {lease};
+    EXPECT_EQ(compare({}, {}, leases).size(), 1u) << "what is seen is a difference all the same";
+}
+
 TEST(Audit, AnIpv6LeaseCarriesNoMac) {
     hbs_client client = client_of("02:aa:00:00:00:11", "", HBS_FLAG_DYNIP6);
     memcpy(client.ipv6, parse_ip("fd00:2::1975")->ipv6.data(), 16);

@@ -61,6 +61,49 @@ TEST(Explain, WhatWouldChangeIt) {
     EXPECT_THAT(what_would_change_it(with_flags(0)), testing::ElementsAre(HasSubstr("brings it on line")));
 }
 
+TEST(Explain, WhatEndsAStationsPresence) {
+    explanation known = with_flags(HBS_FLAG_ONLINE | HBS_FLAG_ASSOC);
+    EXPECT_THAT(what_would_change_it(known),
+                testing::ElementsAre(HasSubstr("Wi-Fi network: off line at once")));
+    known.router = parse_router_settings("wifi.settle = 7");
+    EXPECT_THAT(what_would_change_it(known), testing::ElementsAre(HasSubstr("at no access point for 7 s")));
+    known.client.flags = HBS_FLAG_ONLINE;
+    known.client.adapter_type = HBS_ADAPTER_WIFI;
+    EXPECT_THAT(what_would_change_it(known),
+                testing::ElementsAre(HasSubstr("leaves"), HasSubstr("gives no answer")));
+}
+
+TEST(Explain, WhatSilenceDoes) {
+    explanation known = with_flags(HBS_FLAG_ONLINE);
+    EXPECT_THAT(what_would_change_it(known),
+                testing::ElementsAre("It falls silent: off line ten minutes later."));
+    known.router = parse_router_settings("");
+    EXPECT_THAT(what_would_change_it(known),
+                testing::ElementsAre(HasSubstr("not been heard for 30 seconds")));
+    known.client.flags = HBS_FLAG_DYNIP4;
+    EXPECT_THAT(what_would_change_it(known), testing::ElementsAre(HasSubstr("a frame that a bridge hears")));
+    known.client.flags = 0;
+    EXPECT_THAT(what_would_change_it(known), testing::ElementsAre(testing::Not(HasSubstr("frame"))));
+}
+
+TEST(Explain, WhatCameWhenItsPresenceChanged) {
+    explanation known = with_flags(HBS_FLAG_ONLINE); // 60 seconds ago
+    known.neighbours = {{"192.168.0.5", "reachable", "br0", 61}, {"fe80::5", "stale", "br0", 30}};
+    station_entry station;
+    station.device = "wlan0";
+    station.connected = 62;
+    known.stations = {station};
+    EXPECT_THAT(what_came_then(known),
+                testing::ElementsAre("the kernel's entry of 192.168.0.5 became reachable"));
+    known.stations[0].connected = 59;
+    known.client.lease_start_uptime = 40;
+    EXPECT_THAT(
+        what_came_then(known),
+        testing::ElementsAre(HasSubstr("entry"), HasSubstr("access point wlan0"), HasSubstr("first lease")));
+    known.client.online_time = 0;
+    EXPECT_THAT(what_came_then(known), testing::IsEmpty()) << "nobody knows when";
+}
+
 TEST(Explain, JsonHasEverything) {
     explanation known = with_flags(HBS_FLAG_ONLINE);
     known.neighbours = {{"192.168.0.5", "stale", "br0", 3}};

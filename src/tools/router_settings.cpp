@@ -1,0 +1,71 @@
+#include "tools/router_settings.h"
+
+#include <sstream>
+
+#include "tools/lan_networks.h"
+#include "tools/whole_file.h"
+#include "tools/words.h"
+
+namespace {
+
+constexpr const char *settings_file = "/etc/gw_hostbase/linux.conf";
+constexpr const char *blanks = " \t\r";
+
+std::string without_blanks(const std::string &text) {
+    const size_t begin = text.find_first_not_of(blanks);
+    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+}
+
+// A "#" at the start or behind a blank begins a comment.
+std::string without_comment(const std::string &line) {
+    for (size_t at = line.find('#'); at != std::string::npos; at = line.find('#', at + 1))
+        if (at == 0 || line[at - 1] == ' ' || line[at - 1] == '\t')
+            return line.substr(0, at);
+    return line;
+}
+
+bool is_in_other_case(const std::string &text, const std::string &word) {
+    std::string lower;
+    for (const char letter : text)
+        lower += static_cast<char>(tolower(static_cast<unsigned char>(letter)));
+    return lower == word;
+}
+
+void take_path(const std::string &value, std::string &path) {
+    if (value == "none" || value.starts_with('/') || value.empty())
+        path = value == "none" ? "" : value;
+}
+
+void take_setting(const std::string &key, const std::string &value, router_settings &settings) {
+    const bool yes = is_in_other_case(value, "yes");
+    if (key == "presence" && (yes || is_in_other_case(value, "no")))
+        settings.by_traffic = yes;
+    if (key == "wifi.settle" && !value.empty() && value.size() < 10 &&
+        value.find_first_not_of("0123456789") == std::string::npos)
+        settings.settle = static_cast<unsigned>(std::stoul(value));
+    if (key == "hostapd")
+        take_path(value, settings.access_points);
+    if (key == "dhcp.leases")
+        take_path(value, settings.leases);
+}
+
+} // namespace
+
+router_settings parse_router_settings(const std::string &text) {
+    router_settings settings;
+    settings.is_router = true;
+    settings.by_traffic = true;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const std::string said = without_comment(line);
+        const size_t equals = said.find('=');
+        if (equals != std::string::npos)
+            take_setting(without_blanks(said.substr(0, equals)), without_blanks(said.substr(equals + 1)),
+                         settings);
+    }
+    return settings;
+}
+
+router_settings settings_of_router() {
+    return is_router() ? parse_router_settings(file_text(settings_file).value_or("")) : router_settings();
+}

@@ -1,0 +1,36 @@
+// What hbsctl takes from a Linux router's settings.
+#include <gtest/gtest.h>
+
+#include "tools/router_settings.h"
+
+namespace router_settings_test {
+
+TEST(RouterSettings, WhatIsMissingIsAsTheDaemonHasIt) {
+    const router_settings preset = parse_router_settings("");
+    EXPECT_TRUE(preset.is_router && preset.by_traffic);
+    EXPECT_EQ(preset.settle, 5u);
+    EXPECT_EQ(preset.access_points, "/run/hostapd");
+    EXPECT_EQ(preset.leases, "");
+    EXPECT_FALSE(router_settings().by_traffic) << "on a gateway";
+}
+
+TEST(RouterSettings, TheLastWordCounts) {
+    const router_settings settings = parse_router_settings("# presence = yes\npresence = No # as before\n"
+                                                           "wifi.settle=3\nwifi.settle = 12\r\n"
+                                                           "hostapd = none\n\tdhcp.leases = /a#b\n");
+    EXPECT_FALSE(settings.by_traffic);
+    EXPECT_EQ(settings.settle, 12u);
+    EXPECT_EQ(settings.access_points, "");
+    EXPECT_EQ(settings.leases, "/a#b");
+}
+
+TEST(RouterSettings, WhatMakesNoSenseIsPassedOver) {
+    const router_settings settings = parse_router_settings(
+        "presence = perhaps\npresence\n=\nwifi.settle = soon\nwifi.settle = -1\nwifi.settle = 99999999999\n"
+        "hostapd = here\n\xff\xfe");
+    EXPECT_TRUE(settings.by_traffic);
+    EXPECT_EQ(settings.settle, 5u);
+    EXPECT_EQ(settings.access_points, "/run/hostapd");
+}
+
+} // namespace router_settings_test
