@@ -116,6 +116,11 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SECTION net)
+# What the daemon runs: killall and ip always, the others to find out names and addresses.
+if(platform STREQUAL "linux")
+    set(CPACK_DEBIAN_DAEMON_PACKAGE_DEPENDS "psmisc, iproute2")
+    set(CPACK_DEBIAN_DAEMON_PACKAGE_RECOMMENDS "ndisc6, nbtscan")
+endif()
 set(CPACK_DEBIAN_DAEMON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/postinst
     ${PROJECT_SOURCE_DIR}/packaging/prerm)
 # Only one daemon can be on a machine, and what reads its database is built for the same places.

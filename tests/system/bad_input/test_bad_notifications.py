@@ -7,7 +7,7 @@ import time
 import pytest
 
 from gateway import lease_line, wait_for
-from lab.places import RUNTIME
+from lab.places import PERSISTENT, RUNTIME
 
 MAC = "02:bb:00:00:00:0d"
 AFTER = "02:bb:00:00:00:0e"
@@ -89,11 +89,12 @@ def test_host_name_that_is_no_text_still_lists(running):
 
 
 def test_client_whose_lease_ends_takes_no_file_outside_its_directory(running):
-    running.write("/nvram/8/keep", "kept")
-    running.notify(lease_line(MAC, "192.168.0.57", 1, lease_file="../../nvram/8/keep"))
+    keep = f"{PERSISTENT}/keep"
+    running.write(keep, "kept")
+    running.notify(lease_line(MAC, "192.168.0.57", 1, lease_file=os.path.relpath(keep, f"{RUNTIME}/tmp")))
     wait_for("the lease runs out", lambda: "Lease expired for un-remembered CPE" in running.log())
     wait_for("the client is gone", lambda: MAC not in running.clients())
-    assert running.read("/nvram/8/keep") == "kept"
+    assert running.read(keep) == "kept"
 
 
 def test_missing_router_database_makes_no_client_and_comes_back(running):

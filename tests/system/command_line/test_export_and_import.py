@@ -5,6 +5,7 @@ import os
 
 import pytest
 from gateway import Box, lease_datagram, wait_for
+from lab import places
 
 LAPTOP, PHONE, NEW, OWN = "02:aa:00:00:00:31", "02:aa:00:00:00:32", "02:aa:00:00:00:3f", "02:aa:00:00:00:3e"
 SETTINGS = [
@@ -47,8 +48,8 @@ def test_what_was_exported_is_imported_again(house):
     assert devices[NEW]["static_lease"] == "192.168.0.60"
     house.hbsctl("reset-defaults", "--yes")
     house.daemon.kill()
-    for name in os.listdir(house.path("/nvram/8/dhcpd")):
-        os.unlink(house.path(f"/nvram/8/dhcpd/{name}"))
+    for name in os.listdir(house.path(f"{places.PERSISTENT}/dhcpd")):
+        os.unlink(house.path(f"{places.PERSISTENT}/dhcpd/{name}"))
     start(house)
     assert json.loads(house.hbsctl("export").stdout)["devices"] == []
     done = house.hbsctl("import", "/tmp/settings.json")

@@ -10,13 +10,13 @@ import pytest
 
 from commander import Commander
 from gateway import lan, lease_line, release_line, wait_for
-from lab import database, settings_files, wire
+from lab import database, places, settings_files, wire
 from lab.header import constant, pack
 
 SLOTS = database.MOST_CLIENTS
 LEASES = settings_files.STATIC_LEASES.format("192.168.0.1")
 RECORDS = settings_files.HOST_RECORDS.format("192.168.0.1")
-DYNAMIC_LEASES = "/var/lib/misc/landhcps00.192.168.0.1.leases"
+DYNAMIC_LEASES = f"{places.RUNTIME}/lib/misc/landhcps00.192.168.0.1.leases"
 LAPTOP, PHONE = lan.host("laptop").mac, lan.host("phone").mac
 TABLET, TV = "02:aa:00:00:00:33", "02:aa:00:00:00:34"
 ADDRESS = "192.168.0.50"
@@ -105,7 +105,7 @@ def test_what_another_process_writes_into_the_segment_chooses_no_victim(running,
     assert commander.ask(wire.trusted(5, wire.SITE, wire.BY_MAC, LAPTOP)) == 0
     told(running, map(lease_of, range(SLOTS - 1)))
     told(running, [release_of(SLOTS - 2)])  # the one who may go
-    running.write(f"/var/tmp/{victim}", "somebody's")
+    running.write(f"{places.RUNTIME}/tmp/{victim}", "somebody's")
     running.write(LEASES, f"{TABLET} {ADDRESS}\n")
     slots = range(FIRST_SLOT, FIRST_SLOT + SLOTS * SLOT_SIZE, SLOT_SIZE)
     marks = [(slot + at, size) for slot in slots for at, size in ((TRUST_AND_FLAGS, 8), (ONLINE_TIME, 4))]
@@ -113,7 +113,7 @@ def test_what_another_process_writes_into_the_segment_chooses_no_victim(running,
     running.python(f"database.overwrite({marks}, 0); database.overwrite({names}, 0x61)")
     told(running, [lease_of(SLOTS)])
     clients = running.clients()
-    lost = [LAPTOP not in clients, not running.exists(f"/var/tmp/{victim}"), TABLET not in running.read(LEASES)]
+    lost = [LAPTOP not in clients, not running.exists(f"{places.RUNTIME}/tmp/{victim}"), TABLET not in running.read(LEASES)]
     on_line = [number for number in range(SLOTS - 2) if not clients.get(mac_of(number), {}).get("online")]
     assert mac_of(SLOTS - 2) not in clients
     report(running, "zeroed marks and a planted file name", int(mac_of(SLOTS) not in clients),

@@ -7,7 +7,7 @@ import subprocess
 import pytest
 
 from gateway import BIN, DUMP, Daemon, daemon, lease_line, wait_for
-from lab import wire
+from lab import places, wire
 
 PROGRAM = f"{BIN}/gw_hostbase"
 MAC = "02:bb:00:00:00:71"
@@ -18,8 +18,8 @@ def traces(gateway):
     status = os.stat(gateway.path(wire.SOCKET))
     return (gateway.clients(), gateway.log(), gateway.journal(), status.st_ino, status.st_mtime_ns,
             gateway.run("ipcs", "-m").stdout,
-            {name: os.lstat(gateway.path(f"/var/tmp/{name}")).st_mtime_ns
-             for name in os.listdir(gateway.path("/var/tmp"))})
+            {name: os.lstat(gateway.path(f"{places.RUNTIME}/tmp/{name}")).st_mtime_ns
+             for name in os.listdir(gateway.path(f"{places.RUNTIME}/tmp"))})
 
 
 @pytest.fixture
@@ -56,7 +56,7 @@ def test_answers_come_without_a_gateway(gateway):
     wrong = gateway.run(PROGRAM, "--wrong", check=False, timeout=10)
     assert (wrong.returncode, wrong.stdout) == (2, "")
     assert wrong.stderr.startswith("Usage: gw_hostbase")
-    assert os.listdir(gateway.path("/var/tmp")) == []
+    assert os.listdir(gateway.path(f"{places.RUNTIME}/tmp")) == []
     assert gateway.log() == ""
 
 
