@@ -21,8 +21,8 @@ QUEUE_LENGTH = "/proc/sys/net/unix/max_dgram_qlen"
 
 
 def prepare():
-    """IPv6 addresses of the bridges and the devices are there at once. A queue of datagrams is as long as systemd has it
-    on a router, where this user may say so."""
+    """IPv6 addresses of the bridges and the devices are there at once. A queue of datagrams is as long as systemd has
+    it on a router, where this user may say so."""
     try:
         with open(QUEUE_LENGTH, "w", encoding="ascii") as setting:
             setting.write("512")

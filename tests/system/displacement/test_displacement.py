@@ -113,7 +113,8 @@ def test_what_another_process_writes_into_the_segment_chooses_no_victim(running,
     running.python(f"database.overwrite({marks}, 0); database.overwrite({names}, 0x61)")
     told(running, [lease_of(SLOTS)])
     clients = running.clients()
-    lost = [LAPTOP not in clients, not running.exists(f"{places.RUNTIME}/tmp/{victim}"), TABLET not in running.read(LEASES)]
+    lost = [LAPTOP not in clients, not running.exists(f"{places.RUNTIME}/tmp/{victim}"),
+            TABLET not in running.read(LEASES)]
     on_line = [number for number in range(SLOTS - 2) if not clients.get(mac_of(number), {}).get("online")]
     assert mac_of(SLOTS - 2) not in clients
     report(running, "zeroed marks and a planted file name", int(mac_of(SLOTS) not in clients),

@@ -59,8 +59,8 @@ def test_leases_of_dnsmasq(router):
     router.run("cp", LEASES, "/root/leases")
     router.write(LEASES, "")
     done = router.hbsctl("audit", check=False)
-    assert (done.returncode, done.stdout) == (1, f"the client {mac_of(17)} has a dynamic lease of {client['ipv4']}, but "
-                                              "no lease file holds it\n")
+    assert (done.returncode, done.stdout) == (1, f"the client {mac_of(17)} has a dynamic lease of {client['ipv4']}, "
+                                              "but no lease file holds it\n")
     # Without a file there is nobody to ask; the settings name another place.
     router.run("rm", LEASES)
     assert router.hbsctl("audit").stdout == "no differences\n"
