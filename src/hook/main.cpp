@@ -11,13 +11,12 @@
 
 #include <hbs_msg.h>
 
+#include "base/router_paths.h"
 #include "hook/lease_note.h"
 #include "hook/link_local.h"
 #include "hook/static_lease.h"
 
 namespace {
-
-constexpr const char *SETTINGS = "/etc/gw_hostbase/linux.conf";
 
 const char *variable(const char *name) {
     return getenv(name);
@@ -29,7 +28,7 @@ void send_note(hbs_lease_note *note, void *context) {
     if (v6 && note->has_mac && memcmp(note->ll, none, sizeof none) == 0)
         (void)hbs_link_local_of(note->mac, note->ll);
     if (note->kind == hbs_note_kind::lease_v4)
-        note->dynamic = !hbs_is_static_lease(SETTINGS, note->mac, note->address);
+        note->dynamic = !hbs_is_static_lease(HBS_ROUTER_SETTINGS, note->mac, note->address);
     uint8_t datagram[HBS_MSG_MAX];
     const size_t length = hbs_note_datagram(note, time(nullptr), datagram, sizeof datagram);
     sockaddr_un address = {};

@@ -2,13 +2,13 @@
 
 #include <sstream>
 
+#include "base/router_paths.h"
 #include "tools/lan_networks.h"
 #include "tools/whole_file.h"
 #include "tools/words.h"
 
 namespace {
 
-constexpr const char *settings_file = "/etc/gw_hostbase/linux.conf";
 constexpr const char *blanks = " \t\r";
 
 std::string without_blanks(const std::string &text) {
@@ -67,5 +67,6 @@ router_settings parse_router_settings(const std::string &text) {
 }
 
 router_settings settings_of_router() {
-    return is_router() ? parse_router_settings(file_text(settings_file).value_or("")) : router_settings();
+    return is_router() ? parse_router_settings(file_text(HBS_ROUTER_SETTINGS).value_or(""))
+                       : router_settings();
 }

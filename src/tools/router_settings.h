@@ -3,12 +3,14 @@
 
 #include <string>
 
+#include "base/router_paths.h"
+
 struct router_settings {
-    bool is_router = false;                     // otherwise nothing below counts
-    bool by_traffic = false;                    // whether traffic says who is present
-    unsigned settle = 5;                        // seconds for which a station may be at no access point
-    std::string access_points = "/run/hostapd"; // directory of their control sockets; empty = none
-    std::string leases;                         // the DHCP server's file; empty = the usual places
+    bool is_router = false;  // otherwise nothing below counts
+    bool by_traffic = false; // whether traffic says who is present
+    unsigned settle = 5;     // seconds for which a station may be at no access point
+    std::string access_points = HBS_ROUTER_ACCESS_POINTS; // directory of their control sockets; empty = none
+    std::string leases;                                   // the DHCP server's file; empty = the usual places
 };
 
 // Of this machine, where a daemon of the Linux platform has kept the numbers of its networks.

@@ -3,14 +3,15 @@
 #include <map>
 #include <sstream>
 
+#include "base/router_paths.h"
 #include "tools/router_settings.h"
 #include "tools/whole_file.h"
 #include "tools/words.h"
 
 namespace {
 
-constexpr const char *of_dnsmasq[] = {"/var/lib/misc/dnsmasq.leases", "/tmp/dhcp.leases"};
-constexpr const char *of_kea[] = {"/var/lib/kea/kea-leases4.csv", "/var/lib/kea/kea-leases6.csv"};
+constexpr const char *of_dnsmasq[] = {HBS_ROUTER_DNSMASQ_LEASES, HBS_ROUTER_DNSMASQ_LEASES_TOO};
+constexpr const char *of_kea[] = {HBS_ROUTER_KEA_LEASES4, HBS_ROUTER_KEA_LEASES6};
 constexpr const char *kea_title = "address,";
 
 std::vector<std::string> parts_of(const std::string &line) {
