@@ -94,7 +94,8 @@ def commands_of(page):
 
 
 ALL = {page: commands_of(page) for page in DOCUMENTS}
-NAMED = sorted({command for commands in ALL.values() for command in commands})
+# In the order in which they stand there: one may need what another built.
+NAMED = list(dict.fromkeys(command for commands in ALL.values() for command in commands))
 OPEN = [command for command in NAMED if not any(commands.get(command) for commands in ALL.values())]
 HBSCTL = [command for command in OPEN if command.startswith("hbsctl ")]
 KNOWN = {*HBSCTL, *BY_STAGE, *BY_TEST, *NOT_RUN, *BEGUN}
