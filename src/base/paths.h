@@ -51,6 +51,9 @@
 #define HBS_OUI_LIST "/usr/share/ieee-data/oui.txt"
 #define HBS_PROCESSES "/proc"
 #define HBS_NOWHERE "/dev/null"
+#ifndef HBS_DOCSIS_BRIDGE
+#define HBS_DOCSIS_BRIDGE 1 // 0 where there is none, an option of the build
+#endif
 #define HBS_BRIDGE_CPE HBS_PROCESSES "/net/dbrctl/cpe"
 #define HBS_BRIDGE_DELETE_CPE HBS_PROCESSES "/net/dbrctl/deletecpe"
 

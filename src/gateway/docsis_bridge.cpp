@@ -94,6 +94,8 @@ void remove_if_on_port(const char *line, uint32_t port) {
 } // namespace
 
 void hbs_remove_cpe_from_docsis_bridge(const uint8_t mac[6]) {
+    if (HBS_DOCSIS_BRIDGE == 0)
+        return;
     const hbs_mac_text mac_text = hbs_mac_to_text(mac);
     if (is_protected(mac, mac_text.text))
         return;
@@ -108,6 +110,8 @@ void hbs_remove_cpe_from_docsis_bridge(const uint8_t mac[6]) {
 }
 
 void hbs_remove_cpe_by_port(uint32_t port) {
+    if (HBS_DOCSIS_BRIDGE == 0)
+        return;
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_remove_cpe_by_port: port=%d", static_cast<int>(port));
     FILE *file = fopen(HBS_BRIDGE_CPE, "re");
     if (file == nullptr) {

@@ -74,6 +74,7 @@ def test_cable_out_and_in_also_on_port_6(router):
         router.talk(f"192.168.10.{16 + n}")
         lease(router, 16 + n, f"192.168.10.{16 + n}")
         wait_for("it is back", lambda: online(router.clients()) == everyone)
+    assert "docsis" not in router.log() and "cpe proc file" not in router.log()  # a router has no such bridge
 
 
 def test_a_port_that_is_down_for_a_moment_only(router):
