@@ -187,14 +187,16 @@ TEST_F(Semaphore, Polling_EndsSoonAfterThePost) {
     const timespec deadline = hbs_monotonic_in(10000);
     const int64_t taken = milliseconds_of([&] { EXPECT_TRUE(hbs_sem_poll_until(other_, &deadline)); });
     holder.join();
-    EXPECT_NEAR(200, taken, 190);
+    EXPECT_LT(taken, 8000) << "long before the deadline";
 }
 
 TEST_F(Semaphore, Polling_EndsAtItsDeadlineWhateverTheWallClockSays) {
     for (int ahead : {10, -10}) {
         wall_clock_ahead = ahead;
         const timespec deadline = hbs_monotonic_in(300);
-        EXPECT_NEAR(450, milliseconds_of([&] { EXPECT_FALSE(hbs_sem_poll_until(other_, &deadline)); }), 150);
+        const int64_t taken = milliseconds_of([&] { EXPECT_FALSE(hbs_sem_poll_until(other_, &deadline)); });
+        EXPECT_GE(taken, 290);
+        EXPECT_LT(taken, 8000) << "less than the wall clock is ahead or behind";
     }
 }
 
