@@ -15,7 +15,7 @@ OTHER_MAC = "02:aa:00:00:00:12"
 LINK_LOCAL = "fe80::aa:ff:fe00:11"
 READER = (*places.EMULATOR, BIN + "/hbs_reader")
 LEASE_ENDED = "Lease expired for un-remembered CPE"
-# Of the segment: its first words, and the first client; its address is what the program is given as bytes of IPv4.
+# Prints the bytes of the segment.
 LOOK = """
 import ctypes, struct
 libc = database.libc
