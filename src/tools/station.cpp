@@ -65,8 +65,8 @@ std::vector<station_entry> stations_now(const std::string &directory, const std:
             devices.push_back(file.path().filename());
     std::sort(devices.begin(), devices.end());
     for (const std::string &device : devices) {
-        const std::string answer =
-            ask_in_words("STA " + mac, directory + "/" + device, patience).value_or("");
+        const std::filesystem::path socket = std::filesystem::path(directory) / device;
+        const std::string answer = ask_in_words("STA " + mac, socket, patience).value_or("");
         if (const auto entry = parse_station(answer, mac, device))
             found.push_back(*entry);
     }

@@ -64,6 +64,8 @@ def child_of(pid):
 class Box:
     """A fresh box with nothing running in it, until close()."""
 
+    programs = BIN  # of the build whose database is read
+
     def __init__(self):
         self.daemon = None
         self._directory = tempfile.TemporaryDirectory(prefix="hbs-box-")
@@ -163,7 +165,7 @@ class Box:
 
         Whether they are what an ended daemon left behind is told by the reader's status, and asserted here.
         """
-        lister = database.lister(BIN)
+        lister = database.lister(self.programs)
         done = self.run(*lister, check=False)
         said = (done.returncode, "left behind" in done.stderr)
         gone = left_behind and lister[1:] == database.LIST

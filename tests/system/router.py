@@ -17,6 +17,8 @@ LOG = "/root/log"
 class Router(Box):
     """A box with nothing in it but the programs; LAN and daemon come by its methods."""
 
+    programs = LINUX_BIN
+
     def __init__(self):
         assert os.access(f"{LINUX_BIN}/gw_hostbase", os.X_OK), "not there: script/build --programs linux"
         super().__init__()

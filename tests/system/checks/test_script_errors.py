@@ -77,14 +77,16 @@ def test_words_of_test_that_make_no_sense(words, reason):
     assert (done.returncode, done.stderr.splitlines()[-1]) == (2, f"script/test: {reason}")
 
 
-def test_the_targets_files_are_missed_before_anything_is_built():
+def test_a_target_whose_files_could_not_be_fetched_fails_and_says_so():
     with tempfile.TemporaryDirectory() as directory:
         shutil.copytree(SCRIPTS, f"{directory}/script", ignore=shutil.ignore_patterns("__pycache__"))
-        done = run_script("script/test", "unit", "target", cwd=directory)
-        assert os.listdir(directory) == ["script"]
-    assert (done.returncode, done.stdout) == (2, "")
-    assert done.stderr == ("script/test: the files of stage target are not there; script/bootstrap --target fetches "
-                           "them\n")
+        for name in ("bootstrap", "build"):  # neither fetches nor builds anything
+            with open(f"{directory}/script/{name}", "w", encoding="ascii") as file:
+                file.write("#!/bin/sh\n")
+        done = run_script("script/test", "target", cwd=directory)
+    assert done.returncode == 1
+    assert ("script/test: the machine's files could not be fetched: stage target needs them "
+            "(script/bootstrap --target)\n== target FAILED") in done.stdout
 
 
 def test_bootstrap_takes_its_words_in_any_order():
