@@ -130,6 +130,7 @@ bool ask_until(int64_t until_us, linux_job job, void *context, size_t size) {
         }
         given_up = at == stage::running;
         at = given_up ? stage::running : stage::idle;
+        (void)pthread_cond_broadcast(&changed); // another may ask now
     }
     errno = ETIMEDOUT;
     return false;

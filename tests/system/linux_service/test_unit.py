@@ -24,6 +24,7 @@ def test_what_the_daemon_needs_to_live_there():
     assert settings["Type"] == "notify" and settings["SuccessExitStatus"] == "1"
     assert (settings["User"], settings["RuntimeDirectory"], settings["StateDirectory"]) == (
         "hostbase", "gw_hostbase", "gw_hostbase")
+    assert settings["RuntimeDirectoryPreserve"] == "yes"  # or each restart would make a new segment
     assert settings["RemoveIPC"] == "no"  # or readers would lose the segment at each stop
     needed = {"CAP_NET_ADMIN", "CAP_NET_RAW", "CAP_DAC_OVERRIDE", "CAP_KILL"}
     assert set(settings["AmbientCapabilities"].split()) == needed == set(settings["CapabilityBoundingSet"].split())
