@@ -1,5 +1,6 @@
 #include "linux_control.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -45,11 +46,27 @@ void linux_control_clean() {
     (void)closedir(folder);
 }
 
+namespace {
+
+// One that was killed leaves its socket behind.
+bool is_served(const sockaddr_un *theirs) {
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return true; // that cannot be told
+    const bool refused = connect(fd, reinterpret_cast<const sockaddr *>(theirs), sizeof *theirs) != 0 &&
+                         (errno == ECONNREFUSED || errno == ENOENT);
+    (void)close(fd);
+    return !refused;
+}
+
+} // namespace
+
 bool linux_control_is_there(const char *name) {
     sockaddr_un theirs;
     struct stat file = {};
     return strlen(name) < IFNAMSIZ && fill_address(&theirs, linux_settings()->hostapd, "", name) &&
-           stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode) && if_nametoindex(name) != 0;
+           stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode) && if_nametoindex(name) != 0 &&
+           is_served(&theirs);
 }
 
 int linux_control_open(const char *name, unsigned connection) {

@@ -109,6 +109,8 @@ bool ask_for_events(access_point *point) {
 bool attach(access_point *point) {
     point->attachment++;
     point->fd = linux_control_open(point->name, point->attachment);
+    if (point->fd < 0)
+        complain(point, "cannot be reached");
     return point->fd >= 0 && ask_for_events(point);
 }
 
@@ -144,7 +146,12 @@ bool list_stations(access_point *point) {
         const ssize_t length = ask(point, command, reply);
         if (length < 0)
             return false;
-        if (length == 0 || linux_hostapd_refuses(reply)) {
+        const bool refuses = length > 0 && linux_hostapd_refuses(reply);
+        if (refuses && i > 0) { // the station behind which it was asked for the next has just gone
+            point->list_now = true;
+            return false;
+        }
+        if (length == 0 || refuses) {
             linux_wifi_list_end(point->ssid, tell_at_ms());
             return true;
         }

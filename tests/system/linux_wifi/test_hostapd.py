@@ -112,6 +112,16 @@ def test_hostapd_is_restarted(house):
     wait_for("it is back", lambda: station(house) == ("wifi", True, True, 1))
 
 
+def test_hostapd_that_is_killed_leaves_its_socket_and_no_stations(house):
+    house.start_daemon()
+    house.lan('router.start_station("a")')
+    wait_for("it is associated", lambda: station(house) == ("wifi", True, True, 1))
+    house.lan('import signal\nrouter.stop_hostapd(signal.SIGKILL)\nrouter.stop_station("a")')
+    assert house.exists("/run/hostapd/p-a")
+    wait_for("it is gone", lambda: station(house) == ("wifi", False, False, 1), 60)
+    assert "hostapd of p-a: does not answer" in house.log()
+
+
 GARBAGE = """
 import socket, os
 os.makedirs("/run/hostapd", exist_ok=True)
@@ -154,7 +164,8 @@ os.makedirs("/run/hostapd", exist_ok=True)
 server = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
 server.bind("/run/hostapd/late0")
 print("bound", flush=True)
-answers = {b"ATTACH": b"OK\\n", b"DETACH": b"OK\\n", b"STA-FIRST": b"02:aa:00:00:00:11\\nflags=[AUTHORIZED]\\n",
+answers = {b"STA-NEXT 02:aa:00:00:00:11": b"",
+           b"ATTACH": b"OK\\n", b"DETACH": b"OK\\n", b"STA-FIRST": b"02:aa:00:00:00:11\\nflags=[AUTHORIZED]\\n",
            b"GET_CONFIG": b"bssid=02:ab:00:00:00:09\\nssid=home\\nkey_mgmt=WPA-PSK\\n"}
 attached = 0
 while True:
@@ -263,7 +274,8 @@ while True:
         except OSError:
             pass
         held = ""
-    server.sendto(b"OK" if said == b"ATTACH" else station if said == b"STA-FIRST" else b"FAIL", sender)
+    server.sendto(b"OK" if said == b"ATTACH" else station if said == b"STA-FIRST"
+                  else b"" if said.startswith(b"STA-NEXT") else b"FAIL", sender)
 """
 
 
