@@ -19,46 +19,76 @@
 #include "tools/command_tree.h"
 #include "tools/requests.h"
 
-// Receives datagrams on a path of its own and answers each with what `answer` gives; none: no answer. The
-// questions for its mode it answers itself, and does not keep.
-class fake_daemon {
+// Is there, and answers nothing. No thread of it runs, so a test that forks takes this one: the child of a
+// process with threads may wait for ever for what one of them held.
+class silent_daemon {
   public:
-    std::atomic<bool> routed = true;
-    std::string path = "/var/tmp/fake-daemon.sock";
-    std::vector<datagram> received; // read only when it is stopped, or after an answer
-    std::string last_sender;        // path of the last sender's socket
+    const std::string path = "/var/tmp/fake-daemon.sock";
 
-    explicit fake_daemon(std::function<std::optional<std::vector<uint8_t>>(const datagram &)> answer)
-        : answer_(answer) {
-        fd_ = socket(AF_UNIX, SOCK_DGRAM, 0);
+    silent_daemon() : fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
         sockaddr_un address = {};
         address.sun_family = AF_UNIX;
         path.copy(address.sun_path, sizeof address.sun_path - 1);
         unlink(path.c_str());
         EXPECT_EQ(bind(fd_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-        thread_ = std::thread([this] { serve(); });
     }
+    ~silent_daemon() { stop(); }
+    silent_daemon(const silent_daemon &) = delete;
+    silent_daemon &operator=(const silent_daemon &) = delete;
+
+    void stop() {
+        if (fd_ < 0)
+            return;
+        close(fd_);
+        unlink(path.c_str());
+        fd_ = -1;
+    }
+
+    // True when a datagram waits, at the latest in `milliseconds`.
+    bool is_asked(int milliseconds) const {
+        pollfd wait = {fd_, POLLIN, 0};
+        return poll(&wait, 1, milliseconds) > 0;
+    }
+
+    int fd() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+// Receives datagrams on a path of its own and answers each with what `answer` gives; none: no answer. The
+// questions for its mode it answers itself, and does not keep.
+class fake_daemon {
+  private:
+    silent_daemon socket_;
+
+  public:
+    std::atomic<bool> routed = true;
+    const std::string path = socket_.path;
+    std::vector<datagram> received; // read only when it is stopped, or after an answer
+    std::string last_sender;        // path of the last sender's socket
+
+    explicit fake_daemon(std::function<std::optional<std::vector<uint8_t>>(const datagram &)> answer)
+        : answer_(answer), thread_([this] { serve(); }) {}
     ~fake_daemon() { stop(); }
 
     void stop() {
         if (thread_.joinable()) {
             stop_ = true;
             thread_.join();
-            close(fd_);
-            unlink(path.c_str());
+            socket_.stop();
         }
     }
 
   private:
     void serve() {
-        pollfd wait = {fd_, POLLIN, 0};
-        while (poll(&wait, 1, 10) > 0 || !stop_) {
-            if ((wait.revents & POLLIN) == 0)
+        while (socket_.is_asked(10) || !stop_) {
+            if (!socket_.is_asked(0))
                 continue;
             datagram message(2048);
             sockaddr_un from = {};
             socklen_t length = sizeof from;
-            const ssize_t size = recvfrom(fd_, message.data(), message.size(), 0,
+            const ssize_t size = recvfrom(socket_.fd(), message.data(), message.size(), 0,
                                           reinterpret_cast<sockaddr *>(&from), &length);
             message.resize(static_cast<size_t>(size));
             last_sender = length > sizeof(sa_family_t) ? from.sun_path : "";
@@ -66,8 +96,8 @@ class fake_daemon {
             if (!question)
                 received.push_back(message);
             if (const auto reply = question ? mode_answer(message) : answer_(message))
-                sendto(fd_, reply->data(), reply->size(), 0, reinterpret_cast<sockaddr *>(&from), length);
-            wait.revents = 0;
+                sendto(socket_.fd(), reply->data(), reply->size(), 0, reinterpret_cast<sockaddr *>(&from),
+                       length);
         }
     }
 
@@ -85,7 +115,6 @@ class fake_daemon {
     }
 
     std::function<std::optional<std::vector<uint8_t>>(const datagram &)> answer_;
-    int fd_ = -1;
     std::atomic<bool> stop_ = false;
     std::thread thread_;
 };

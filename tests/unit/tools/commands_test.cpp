@@ -298,17 +298,13 @@ TEST(Answer, ArrivesOnASocketThatOnlyThisUserCanReach) {
 }
 
 TEST(Answer, AnInterruptedWaitLeavesNothingBehind) {
-    std::atomic<bool> asked = false;
-    fake_daemon daemon([&](const datagram &) {
-        asked = true;
-        return std::nullopt;
-    });
+    const silent_daemon daemon;
     const pid_t child = fork();
     if (child == 0) {
         (void)send_command(request_plain(HBS_CMD_DUMP), daemon.path, 3600);
         _exit(0);
     }
-    EXPECT_TRUE(wait_until([&] { return asked.load(); }, 60000));
+    EXPECT_TRUE(daemon.is_asked(60000));
     EXPECT_FALSE(traces_left().empty());
     kill(child, SIGTERM);
     int status = 0;

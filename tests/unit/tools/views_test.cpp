@@ -1,5 +1,4 @@
 // The commands that look at the published database, on a segment that the test lays out.
-#include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -7,8 +6,6 @@
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <thread>
 #include <vector>
 
 #include "support/gateway.h"
@@ -275,145 +272,6 @@ TEST_F(Views, ANameThatIsNearlyRightIsSuggested) {
     add(2, "tv", {192, 168, 0, 12});
     EXPECT_EQ(ctl({"show", "labtop"}, daemon.path).err,
               "hbsctl: no client has the MAC, address or name 'labtop': did you mean 'laptop'?\n");
-}
-
-// --- the live table
-// -------------------------------------------------------------------------------------------
-
-// Everything that a child printed on the descriptor until it closed it.
-std::string read_to_end(int fd) {
-    std::string text;
-    char block[4096];
-    ssize_t size = 0;
-    while ((size = read(fd, block, sizeof block)) > 0)
-        text.append(block, static_cast<size_t>(size));
-    return text;
-}
-
-int status_of_child(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
-
-TEST_F(Views, WatchIntoAPipePrintsOneTableAfterTheOther) {
-    add(1, "laptop", {192, 168, 0, 11});
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        _exit(ctl({"watch", "--interval", "0.1", "--count", "2"}, daemon.path).status);
-    }
-    close(ends[1]);
-    const std::string text = read_to_end(ends[0]);
-    close(ends[0]);
-    EXPECT_EQ(status_of_child(child), exit_ok);
-    size_t tables = 0;
-    for (size_t at = 0; (at = text.find("MAC ", at)) != std::string::npos; at++)
-        tables++;
-    EXPECT_EQ(tables, 2u);
-    EXPECT_EQ(text.find('\033'), std::string::npos) << "no terminal, no sequences";
-    EXPECT_NE(text.find("1 client, 1 on line"), std::string::npos);
-}
-
-TEST_F(Views, WatchAsJsonPrintsOneDocumentALine) {
-    add(1, "laptop", {192, 168, 0, 11});
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        _exit(ctl({"watch", "--json", "--interval", "0.1", "--count", "2"}, daemon.path).status);
-    }
-    close(ends[1]);
-    std::istringstream lines(read_to_end(ends[0]));
-    close(ends[0]);
-    EXPECT_EQ(status_of_child(child), exit_ok);
-    size_t count = 0;
-    for (std::string line; std::getline(lines, line); count++)
-        EXPECT_EQ(json::parse(line)["clients"].size(), 1u);
-    EXPECT_EQ(count, 2u);
-}
-
-TEST_F(Views, WatchEndsWhenNobodyReadsIt) {
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    const pid_t child = fork();
-    if (child == 0) {
-        close(ends[0]);
-        dup2(ends[1], STDOUT_FILENO);
-        _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
-    }
-    close(ends[1]);
-    close(ends[0]);
-    EXPECT_EQ(status_of_child(child), exit_ok);
-}
-
-TEST_F(Views, WatchOnATerminalRedrawsMarksChangesAndGivesTheScreenBack) {
-    hbs_client *client = add(1, "laptop", {192, 168, 0, 11});
-    int terminal = -1;
-    winsize window = {10, 60, 0, 0};
-    int end[2]; // of the child: who ends takes what the terminal still holds with it
-    ASSERT_EQ(pipe(end), 0);
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &window);
-    if (child == 0) {
-        close(end[1]);
-        unsetenv("NO_COLOR");
-        const exit_status status = ctl({"watch", "--interval", "0.1"}, daemon.path).status;
-        char none = 0;
-        (void)!read(end[0], &none, 1);
-        _exit(status);
-    }
-    std::string text;
-    const auto read_until = [&](const std::string &wanted) {
-        char block[4096];
-        ssize_t size = 0;
-        while (text.find(wanted) == std::string::npos && (size = read(terminal, block, sizeof block)) > 0)
-            text.append(block, static_cast<size_t>(size));
-        return text.find(wanted) != std::string::npos;
-    };
-    ASSERT_TRUE(read_until("\033[?1049h\033[?25l"));
-    ASSERT_TRUE(read_until("laptop"));
-    EXPECT_EQ(text.find("\033[1;33m*"), std::string::npos);
-    strcpy(client->host, "renamed");
-    ASSERT_TRUE(read_until("\033[1;33m*"));
-    ASSERT_TRUE(read_until("renamed"));
-    ASSERT_EQ(write(terminal, "\x03", 1), 1); // Ctrl-C
-    EXPECT_TRUE(read_until("\033[?25h\033[?1049l"));
-    close(end[0]);
-    close(end[1]);
-    EXPECT_EQ(status_of_child(child), exit_ok);
-    close(terminal);
-}
-
-TEST_F(Views, WatchStopsAndResumesLikeAnyProgram) {
-    int terminal = -1;
-    winsize window = {10, 60, 0, 0};
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &window);
-    if (child == 0)
-        _exit(ctl({"watch", "--interval", "0.1"}, daemon.path).status);
-    const std::string screen = "\033[?1049h";
-    std::atomic<int> screens = 0; // that it took, two at most
-    std::thread reader([&] {
-        std::string text;
-        char block[4096];
-        for (ssize_t size = 0; (size = read(terminal, block, sizeof block)) > 0;) {
-            text.append(block, static_cast<size_t>(size));
-            screens = text.find(screen) != text.rfind(screen) ? 2 : text.find(screen) != std::string::npos;
-        }
-    });
-    EXPECT_TRUE(wait_until([&] { return screens == 1; }, 60000));
-    kill(child, SIGTSTP);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
-    EXPECT_TRUE(WIFSTOPPED(status));
-    kill(child, SIGCONT);
-    EXPECT_TRUE(wait_until([&] { return screens == 2; }, 60000));
-    kill(child, SIGTERM);
-    EXPECT_EQ(status_of_child(child), exit_ok);
-    reader.join();
-    close(terminal);
 }
 
 TEST(Drawing, OfAPipeHasNoWidthAndNoColour) {
