@@ -29,8 +29,8 @@ FIRST_SLOT, SLOT_SIZE = 52, 1744
 TRUST_AND_FLAGS, ONLINE_TIME, FILE_NAMES = 648, 936, (656, 784)
 # What a daemon with all its places taken may have in memory.
 MOST_MEMORY_KB = 8192
-# What a reader may wait for a look.
-LOOK_SECONDS = 1.0
+# What a reader may wait for a look: less than the daemon waits for the lock.
+LOOK_SECONDS = 2.5
 
 
 def mac_of(number):

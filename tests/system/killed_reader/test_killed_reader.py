@@ -31,7 +31,7 @@ def test_other_readers_say_so_in_time_and_fail(running):
     kill_a_holder(running)
     start = time.monotonic()
     done = running.hbsctl("list", check=False, timeout=30)
-    assert time.monotonic() - start < 10
+    assert time.monotonic() - start < 25
     assert done.returncode > 0
     assert done.stderr != ""
 

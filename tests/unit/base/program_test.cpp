@@ -111,8 +111,7 @@ TEST_F(Program, IsKilledWhenItTakesTooLong) {
     EXPECT_EQ("hello\n", text);
     EXPECT_EQ(-1, read({"yes"}, text, 4));
     EXPECT_EQ("y\ny", text);
-    EXPECT_LT(std::chrono::steady_clock::now() - start,
-              4 * std::chrono::milliseconds(HBS_PROGRAM_MILLISECONDS));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
 }
 
 TEST_F(Program, LeavesNoDescriptorBehind) {

@@ -3,7 +3,10 @@
 #include <atomic>
 #include <cerrno>
 #include <gmock/gmock.h>
+#include <linux/netlink.h>
 #include <linux/sock_diag.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -25,6 +28,15 @@ std::atomic<bool> counts_drops{true};
 std::atomic<bool> loses{false}; // what comes in for other threads than this one is lost
 const std::thread::id tester = std::this_thread::get_id();
 std::atomic<int> lost{0};
+std::atomic<int> listening{-1}; // the monitor's socket
+std::atomic<int> reading{0};    // calls in which something may be taken or lost just now
+
+void note_monitor(int socket) {
+    sockaddr_nl name = {};
+    socklen_t size = sizeof(name);
+    if (getsockname(socket, reinterpret_cast<sockaddr *>(&name), &size) == 0 && name.nl_groups != 0)
+        listening = socket;
+}
 
 } // namespace fake
 
@@ -43,12 +55,20 @@ extern "C" int getsockopt(int socket, int level, int name, void *value, socklen_
 }
 
 extern "C" ssize_t recvmsg(int socket, msghdr *message, int flags) {
-    const ssize_t length = syscall(SYS_recvmsg, socket, message, flags);
-    if (!fake::loses || length < 0 || std::this_thread::get_id() == fake::tester)
-        return length;
-    fake::lost++;
-    errno = EAGAIN;
-    return -1;
+    if (std::this_thread::get_id() == fake::tester)
+        return syscall(SYS_recvmsg, socket, message, flags);
+    fake::note_monitor(socket);
+    fake::reading++;
+    ssize_t length = syscall(SYS_recvmsg, socket, message, flags);
+    int error = errno;
+    if (fake::loses && length >= 0) {
+        fake::lost++;
+        length = -1;
+        error = EAGAIN;
+    }
+    fake::reading--;
+    errno = error;
+    return length;
 }
 
 namespace {
@@ -112,18 +132,15 @@ class NeighbourOverrun : public PresenceTest {
         fake::loses = true;
         changes();
         ASSERT_TRUE(wait_until([before] { return fake::lost > before; }));
-        wait_until_idle();
+        ASSERT_TRUE(wait_until(everything_is_read));
         fake::loses = false;
     }
 
-    // The monitor reads everything at once: nothing more comes.
-    static void wait_until_idle() {
-        int seen = -1;
-        ASSERT_TRUE(wait_until([&seen] {
-            const int now = fake::lost;
-            sleep_milliseconds(20);
-            return std::exchange(seen, now) == now;
-        }));
+    // The kernel queues a notification before the change returns. In this order: what is taken from the queue
+    // is being read until it is lost.
+    static bool everything_is_read() {
+        pollfd queue = {fake::listening, POLLIN, 0};
+        return poll(&queue, 1, 0) == 0 && fake::reading == 0;
     }
 
     void overrun() {

@@ -162,7 +162,7 @@ TEST_F(QueryAttachment, WhenTheSemaphoreDoesNotCome_GivesUpAfterTheWait) {
     EXPECT_EQ(hostbase_get_host(mac_of(7).data(), host), HOSTBASE_BUSY);
     auto waited = clock_type::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(HOSTBASE_WAIT_MS - 20));
-    EXPECT_LT(waited, std::chrono::milliseconds(2 * HOSTBASE_WAIT_MS));
+    EXPECT_LT(waited, std::chrono::milliseconds(20 * HOSTBASE_WAIT_MS));
     EXPECT_STREQ(host, "untouched");
     sem_post(semaphore);
     EXPECT_EQ(hostbase_get_host(mac_of(7).data(), host), HOSTBASE_OK);

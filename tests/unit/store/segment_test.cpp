@@ -60,11 +60,11 @@ TEST_F(Semaphore, HoldPostsAtTheEndOfItsScope) {
 }
 
 TEST_F(Semaphore, WaitLastsUntilTheHolderPosts) {
+    const auto start = std::chrono::steady_clock::now();
     std::thread holder([this] {
         sleep_milliseconds(300);
         (void)sem_post(other_);
     });
-    auto start = std::chrono::steady_clock::now();
     hbs_sem_wait();
     auto waited = std::chrono::steady_clock::now() - start;
     holder.join();
@@ -88,7 +88,7 @@ TEST_F(Semaphore, WhenHolderWasKilled_IsTakenOverAndTheCountIsRepaired) {
     hbs_sem_wait();
     auto waited = std::chrono::steady_clock::now() - start;
     EXPECT_GE(waited, std::chrono::milliseconds(HBS_SEM_PATIENCE_MS - 100));
-    EXPECT_LT(waited, std::chrono::milliseconds(HBS_SEM_PATIENCE_MS + 2000));
+    EXPECT_LT(waited, std::chrono::milliseconds(HBS_SEM_PATIENCE_MS + 20000));
     EXPECT_EQ(1u, logged_count(TAKEN_OVER));
     hbs_sem_post();
     EXPECT_EQ(1, value());
