@@ -13,7 +13,11 @@
 
 namespace {
 
+constexpr const char *it_answers = "On line, because it answers: the kernel's neighbour entry is reachable.";
+constexpr const char *was_heard_of =
+    "On line, because it was heard of and nothing has said since that it left.";
 constexpr const char *silent_minutes = "ten minutes";
+constexpr unsigned silent_seconds = 30; // without a frame, where traffic says who is present
 
 bool has_flag(const hbs_client &client, uint32_t flag) {
     return (client.flags & flag) != 0;
@@ -46,20 +50,35 @@ std::string presence_since(const explanation &known) {
     return age ? time_ago(*age) + (then.empty() ? "" : ", when " + joined(then, ", and ")) : "";
 }
 
+// Where traffic says who is present.
+std::string by_traffic_verdict(const explanation &known) {
+    if (!known.kernel_asked)
+        return was_heard_of;
+    if (is_in_state(known, "reachable"))
+        return it_answers;
+    for (const forwarding_entry &entry : known.forwarding)
+        if (entry.age < silent_seconds)
+            return "On line, because a bridge heard it " + time_ago(entry.age) + ".";
+    return "On line, because it is only quiet: it has not been asked for its addresses in vain since it was "
+           "heard of.";
+}
+
 std::string on_line_verdict(const explanation &known) {
     const hbs_client &client = known.client;
     if (has_flag(client, HBS_FLAG_ASSOC))
         return "On line, because it is associated to Wi-Fi network " + std::to_string(client.wifi_index + 1) +
                ".";
+    if (known.router.by_traffic)
+        return by_traffic_verdict(known);
     if (has_flag(client, HBS_FLAG_TIMER_ONLINE))
         return std::string("On line, because it fell silent less than ") + silent_minutes +
                " ago and nothing has said since that it left.";
     if (is_in_state(known, "reachable"))
-        return "On line, because it answers: the kernel's neighbour entry is reachable.";
+        return it_answers;
     if (has_flag(client, HBS_FLAGS_IP4 | HBS_FLAGS_IP6) && !date_text(client.lease_end).empty())
         return "On line, because it has a lease until " + date_text(client.lease_end) +
                " and nothing has said that it left.";
-    return "On line, because it was heard of and nothing has said since that it left.";
+    return was_heard_of;
 }
 
 std::string off_line_verdict(const explanation &known) {
@@ -147,10 +166,19 @@ std::string leaving_text(const explanation &known) {
 // What silence does to one that no association holds, and whose silence has not begun; empty = nothing.
 std::string silence_text(const explanation &known) {
     if (known.router.by_traffic)
-        return "It gives no answer when it is asked for, and has not been heard for 30 seconds: off line.";
+        return "It gives no answer when it is asked for, and has not been heard for " +
+               std::to_string(silent_seconds) + " seconds: off line.";
     if (known.client.adapter_type == HBS_ADAPTER_WIFI || has_flag(known.client, HBS_FLAG_TIMER_ONLINE))
         return "";
     return std::string("It falls silent: off line ") + silent_minutes + " later.";
+}
+
+// What comes when its silence was timed to the end.
+std::string timer_text(const explanation &known) {
+    if (known.router.by_traffic)
+        return "Its silence lasts: it is asked for its addresses when the timer ends, and stays while it "
+               "answers.";
+    return "Its silence lasts: off line when the timer ends.";
 }
 
 json stations_json(const explanation &known) {
@@ -203,7 +231,7 @@ std::vector<std::string> what_would_change_it(const explanation &known) {
     if (!silence.empty())
         events.push_back(silence);
     if (has_flag(client, HBS_FLAG_TIMER_ONLINE))
-        events.push_back("Its silence lasts: off line when the timer ends.");
+        events.push_back(timer_text(known));
     if (!date_text(client.lease_end).empty())
         events.push_back("Its lease ends at " + date_text(client.lease_end) +
                          ", or it gives the lease back.");
@@ -244,6 +272,7 @@ json explanation_json(const explanation &known) {
     json leases = json::array();
     for (const sighting &lease : known.leases)
         leases.push_back({{"address", lease.address}, {"file", lease.place}});
+    const auto age = presence_age(known);
     return {{"client", client_json(known.client)},
             {"kernel_asked", known.kernel_asked},
             {"neighbours", neighbours},
@@ -251,7 +280,7 @@ json explanation_json(const explanation &known) {
             {"stations", stations_json(known)},
             {"leases", leases},
             {"timers", timers_text(known.client)},
-            {"presence_seconds", known.now - known.client.online_time},
+            {"presence_seconds", age ? json(*age) : json(nullptr)},
             {"then", what_came_then(known)},
             {"next", what_would_change_it(known)},
             {"verdict", verdict(known)}};

@@ -37,6 +37,24 @@ TEST(Explain, OnLineForEachReason) {
     EXPECT_THAT(verdict(with_flags(HBS_FLAG_ONLINE)), HasSubstr("was heard of"));
 }
 
+TEST(Explain, OnLineWhereTrafficSaysIt) {
+    explanation known = with_flags(HBS_FLAG_ONLINE | HBS_FLAG_TIMER_ONLINE);
+    known.router = parse_router_settings("");
+    EXPECT_THAT(verdict(known), HasSubstr("only quiet")) << "its time may have been renewed";
+    known.forwarding = {{"eth1", "br0", 0, 29, true}};
+    EXPECT_THAT(verdict(known), HasSubstr("a bridge heard it 29 s ago"));
+    known.forwarding[0].age = 30;
+    EXPECT_THAT(verdict(known), HasSubstr("only quiet"));
+    known.neighbours = {{"192.168.0.5", "stale", "br0", 3}, {"fe80::5", "reachable", "br0", 3}};
+    EXPECT_THAT(verdict(known), HasSubstr("it answers"));
+    known.client.flags |= HBS_FLAG_ASSOC;
+    EXPECT_THAT(verdict(known), HasSubstr("associated"));
+    known = with_flags(HBS_FLAG_ONLINE);
+    known.router = parse_router_settings("");
+    known.kernel_asked = false;
+    EXPECT_THAT(verdict(known), HasSubstr("was heard of"));
+}
+
 TEST(Explain, OffLineForEachReason) {
     explanation known = with_flags(HBS_FLAG_DYNIP4);
     known.forwarding = {{"eth1", "br0", 0, 5, false}};
@@ -80,6 +98,9 @@ TEST(Explain, WhatSilenceDoes) {
     known.router = parse_router_settings("");
     EXPECT_THAT(what_would_change_it(known),
                 testing::ElementsAre(HasSubstr("not been heard for 30 seconds")));
+    known.client.flags = HBS_FLAG_ONLINE | HBS_FLAG_TIMER_ONLINE;
+    EXPECT_THAT(what_would_change_it(known), testing::ElementsAre(HasSubstr("not been heard for 30 seconds"),
+                                                                  HasSubstr("it is asked for")));
     known.client.flags = HBS_FLAG_DYNIP4;
     EXPECT_THAT(what_would_change_it(known), testing::ElementsAre(HasSubstr("a frame that a bridge hears")));
     known.client.flags = 0;
@@ -113,6 +134,10 @@ TEST(Explain, JsonHasEverything) {
     EXPECT_EQ(7, document["forwarding"][0]["vlan"]);
     EXPECT_EQ(60, document["presence_seconds"]);
     EXPECT_EQ(verdict(known), document["verdict"]);
+    for (const uint32_t unknown : {0u, 101u}) {
+        known.client.online_time = unknown;
+        EXPECT_TRUE(explanation_json(known)["presence_seconds"].is_null()) << unknown;
+    }
 }
 
 struct entry_bytes {
