@@ -13,8 +13,17 @@ void put_text(char *field, size_t size, const char *text) {
     memcpy(field, text != nullptr ? text : "", length);
 }
 
+// The daemon gives a lease of no seconds no end, and one of very many an end before its time.
 uint32_t seconds_of(const hbs_lease_note *note) {
-    return note->endless ? HBS_NOTE_ENDLESS_SECONDS : note->seconds;
+    if (note->endless || note->seconds > HBS_NOTE_ENDLESS_SECONDS)
+        return HBS_NOTE_ENDLESS_SECONDS;
+    return note->seconds > 0 ? note->seconds : 1;
+}
+
+// 0 would be a lease without end.
+uint32_t end_of(const hbs_lease_note *note, int64_t now) {
+    const int64_t end = now + seconds_of(note);
+    return end > UINT32_MAX ? UINT32_MAX : end < 1 ? 1 : static_cast<uint32_t>(end);
 }
 
 template <typename Message> size_t put(const Message &message, uint8_t *buffer, size_t size) {
@@ -57,7 +66,7 @@ size_t lease_v6(const hbs_lease_note *note, int64_t now, uint8_t *buffer, size_t
     message.code = HBS_EVENT_DHCPV6_LEASE;
     memcpy(message.ll, note->ll, sizeof message.ll);
     memcpy(message.ipv6, note->address, sizeof message.ipv6);
-    message.lease_end = static_cast<uint32_t>(now) + seconds_of(note);
+    message.lease_end = end_of(note, now);
     put_text(message.host, sizeof message.host, note->host);
     put_text(message.oui, sizeof message.oui, note->oui);
     put_text(message.serial_number, sizeof message.serial_number, note->serial_number);

@@ -33,7 +33,7 @@ using hbs_environment = const char *(*)(const char *name);
 void hbs_notes_read(int count, const char *const argv[], hbs_environment environment, hbs_note_visit visit,
                     void *context);
 
-// A lease that does not end is told with so many seconds: ten years.
+// A lease that does not end, or not in less, is told with so many seconds: ten years.
 constexpr uint32_t HBS_NOTE_ENDLESS_SECONDS = 315360000;
 
 // Writes the datagram; now: seconds since the epoch. Returns its length, 0 when there is nothing to tell.

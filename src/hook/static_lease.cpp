@@ -33,14 +33,64 @@ bool hbs_hosts_have(const char *path, const uint8_t mac[6], const uint8_t ipv4[4
     return found;
 }
 
+namespace {
+
+// The daemon's own limits: what it refuses in its settings leaves what stood before.
+constexpr size_t LONGEST_LINE = 1023;
+constexpr size_t LONGEST_PLACE = 107;
+
+char *without_blanks(char *text) {
+    text += strspn(text, " \t");
+    size_t length = strlen(text);
+    while (length > 0 && strchr(" \t\r\n", text[length - 1]) != nullptr)
+        text[--length] = '\0';
+    return text;
+}
+
+// A "#" at the start or behind a blank begins a comment.
+void cut_comment(char *line) {
+    for (char *at = line; (at = strchr(at, '#')) != nullptr; at++)
+        if (at == line || at[-1] == ' ' || at[-1] == '\t') {
+            *at = '\0';
+            return;
+        }
+}
+
+// Takes a line "dhcp.hosts = PLACE"; empty = there is no such file.
+void take_place(char *line, char place[LONGEST_PLACE + 1]) {
+    cut_comment(line);
+    char *equals = strchr(line, '=');
+    if (equals == nullptr)
+        return;
+    *equals = '\0';
+    const char *value = without_blanks(equals + 1);
+    if (strcmp(value, "none") == 0)
+        value = "";
+    if (strcmp(without_blanks(line), "dhcp.hosts") == 0 && (*value == '\0' || *value == '/') &&
+        strlen(value) <= LONGEST_PLACE)
+        memcpy(place, value, strlen(value) + 1);
+}
+
+void read_place(FILE *settings, char place[LONGEST_PLACE + 1]) {
+    char line[LONGEST_LINE + 1];
+    bool begins = true; // a line
+    while (fgets(line, sizeof line, settings) != nullptr) {
+        const bool ends = strchr(line, '\n') != nullptr || feof(settings) != 0;
+        if (begins && ends)
+            take_place(line, place);
+        begins = ends;
+    }
+}
+
+} // namespace
+
 bool hbs_is_static_lease(const char *settings, const uint8_t mac[6], const uint8_t ipv4[4]) {
-    char line[256];
-    char place[128];
+    char place[LONGEST_PLACE + 1];
     (void)snprintf(place, sizeof place, "%s", USUAL_PLACE);
     FILE *file = fopen(settings, "re");
-    while (file != nullptr && fgets(line, sizeof line, file) != nullptr)
-        (void)sscanf(line, " dhcp.hosts = %127s", place);
-    if (file != nullptr)
+    if (file != nullptr) {
+        read_place(file, place);
         (void)fclose(file);
-    return hbs_hosts_have(place, mac, ipv4);
+    }
+    return place[0] != '\0' && hbs_hosts_have(place, mac, ipv4);
 }

@@ -80,6 +80,33 @@ TEST_F(LeaseNote, ALeaseWithoutEndLastsTenYears) {
               datagram<hbs_msg_dhcpv4>(notes({"add", MAC, "1.2.3.4"}).at(0)).seconds);
 }
 
+TEST_F(LeaseNote, SecondsAreThoseThatTheDaemonTakes) {
+    const auto seconds_of = [](const char *text) {
+        variables["DNSMASQ_TIME_REMAINING"] = text;
+        return datagram<hbs_msg_dhcpv4>(notes({"add", MAC, "1.2.3.4"}).at(0)).seconds;
+    };
+    EXPECT_EQ(1u, seconds_of("0")) << "none would be a lease that nothing ends";
+    EXPECT_EQ(86400u, seconds_of("86400"));
+    for (const char *long_time : {"315360001", "4294967294", "4294967295", "99999999999"})
+        EXPECT_EQ(HBS_NOTE_ENDLESS_SECONDS, seconds_of(long_time)) << long_time;
+}
+
+TEST_F(LeaseNote, TheEndOfADhcpv6LeaseLiesBehindItsStart) {
+    const auto end_of = [](const char *text, int64_t now) {
+        variables["DNSMASQ_TIME_REMAINING"] = text;
+        uint8_t bytes[HBS_MSG_MAX] = {};
+        const hbs_lease_note note = notes({"add", "00:02:00:00:ab", "fd00::5"}).at(0);
+        EXPECT_EQ(sizeof(hbs_msg_dhcpv6), hbs_note_datagram(&note, now, bytes, sizeof bytes));
+        hbs_msg_dhcpv6 message;
+        memcpy(&message, bytes, sizeof message);
+        return message.lease_end;
+    };
+    EXPECT_EQ(1000u + HBS_NOTE_ENDLESS_SECONDS, end_of("4294967295", 1000));
+    EXPECT_EQ(1000u + HBS_NOTE_ENDLESS_SECONDS, end_of("4294966296", 1000)) << "the sum would be 0: no end";
+    EXPECT_EQ(UINT32_MAX, end_of("600", UINT32_MAX));
+    EXPECT_EQ(1u, end_of("600", -7000)) << "a clock before the epoch";
+}
+
 TEST_F(LeaseNote, ALongNameIsCutInsideItsField) {
     const std::string name(500, 'x');
     const auto message = datagram<hbs_msg_dhcpv4>(notes({"add", MAC, "1.2.3.4", name.c_str()}).at(0));

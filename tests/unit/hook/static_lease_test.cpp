@@ -33,6 +33,19 @@ TEST(StaticLease, TheSettingsNameTheFile) {
     EXPECT_TRUE(hbs_is_static_lease(settings, mac, ipv4));
     std::ofstream(settings) << "dhcp.hosts = none\n";
     EXPECT_FALSE(hbs_is_static_lease(settings, mac, ipv4));
+    const std::string good = "dhcp.hosts = /tmp/hosts\n";
+    for (const std::string &refused :
+         {std::string("dhcp.hosts = hosts"), "dhcp.hosts = /" + std::string(107, 'x'),
+          "dhcp.hosts = /x" + std::string(1100, ' ') + "\n# dhcp.hosts = /x", std::string("dhcp.hosts /x"),
+          std::string("#dhcp.hosts = /x"), std::string("xdhcp.hosts = /x"),
+          std::string("dhcp.hosts2 = /x")}) {
+        std::ofstream(settings) << good << refused << "\n";
+        EXPECT_TRUE(hbs_is_static_lease(settings, mac, ipv4)) << "the daemon passes over " << refused;
+    }
+    for (const char *other : {"dhcp.hosts =", "dhcp.hosts = /tmp/hosts two", "dhcp.hosts = /x#1"}) {
+        std::ofstream(settings) << good << other << "\n";
+        EXPECT_FALSE(hbs_is_static_lease(settings, mac, ipv4)) << "the daemon takes " << other;
+    }
     (void)remove(settings);
     EXPECT_FALSE(hbs_is_static_lease(settings, mac, ipv4)) << "there is none at the usual place";
 }
