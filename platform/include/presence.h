@@ -14,8 +14,11 @@ extern "C" {
  * or 0; 0 leaves presence to leases, associations, links and timers. The same for the life of the process. */
 int PRESENCE_ByTraffic(void);
 
-/* Whether it is sure that no frame of a device has been heard of late. mac [in] 6 bytes. Returns 1 or 0; 0
- * when that cannot be told. */
+/* Who answers no question for its addresses and has sent nothing for so many seconds is not there. */
+#define PRESENCE_SILENT_SECONDS 30
+
+/* Whether it is sure that no frame of a device has been heard for PRESENCE_SILENT_SECONDS. mac [in] 6 bytes.
+ * Returns 1 or 0; 0 when that cannot be told. */
 int PRESENCE_IsSilent(const uint8_t mac[6]);
 
 /* Whether an address of a device is confirmed, or being asked for just now. mac [in] 6 bytes. Returns 1 or 0;

@@ -14,6 +14,7 @@
 #include <hbs_db.h>
 
 #include "linux_conf.h"
+#include "linux_watch.h"
 
 namespace {
 
@@ -65,8 +66,8 @@ bool linux_control_is_there(const char *name) {
     sockaddr_un theirs;
     struct stat file = {};
     return strlen(name) < IFNAMSIZ && fill_address(&theirs, linux_settings()->hostapd, "", name) &&
-           stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode) && if_nametoindex(name) != 0 &&
-           is_served(&theirs);
+           stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode) && linux_watch_start() &&
+           linux_watch_has(name) && is_served(&theirs);
 }
 
 int linux_control_open(const char *name, unsigned connection) {

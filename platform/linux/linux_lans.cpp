@@ -26,10 +26,8 @@ int free_number(const linux_lan_numbers *numbers) {
 }
 
 const linux_link *lan_of(const linux_view *view, const linux_conf *conf, const char *name) {
-    for (size_t i = 0; i < view->links; i++)
-        if (strcmp(view->link[i].name, name) == 0 && linux_is_lan(view, &view->link[i], conf))
-            return &view->link[i];
-    return nullptr;
+    const linux_link *link = linux_link_named(view, name);
+    return link != nullptr && linux_is_lan(view, link, conf) ? link : nullptr;
 }
 
 void log_too_many(const char *name) {

@@ -1,8 +1,8 @@
 #include "linux_neighbours.h"
 
+#include <cerrno>
 #include <cstring>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include "linux_log.h"
 #include "linux_netlink.h"
@@ -44,10 +44,18 @@ bool linux_neighbour_answers(const uint8_t mac[6]) {
 namespace {
 
 struct use {
-    unsigned device;
+    int device;
     int family;
     uint8_t address[16];
 };
+
+// Said once until the kernel takes one again.
+void tell_refusal(bool failed, int error) {
+    static bool said; // one thread runs all jobs
+    if (failed && !said)
+        linux_log(3, "the kernel does not ask a device whether it is there: %s", strerror(error));
+    said = failed;
+}
 
 bool use_address(void *context) {
     const use *wanted = static_cast<const use *>(context);
@@ -60,25 +68,28 @@ bool use_address(void *context) {
     } request = {};
     request.head.nlmsg_len = static_cast<uint32_t>(sizeof request - sizeof request.address + size);
     request.head.nlmsg_type = RTM_NEWNEIGH;
-    request.head.nlmsg_flags = NLM_F_REQUEST | NLM_F_CREATE;
+    request.head.nlmsg_flags = NLM_F_CREATE;
     request.body.ndm_family = static_cast<uint8_t>(wanted->family);
-    request.body.ndm_ifindex = static_cast<int>(wanted->device);
+    request.body.ndm_ifindex = wanted->device;
     request.body.ndm_flags = NTF_USE;
     request.destination = {static_cast<uint16_t>(RTA_LENGTH(size)), NDA_DST};
     memcpy(request.address, wanted->address, size);
-    const int socket = hbs_netlink_open();
-    if (socket < 0)
-        return false;
-    const bool sent = send(socket, &request, request.head.nlmsg_len, MSG_DONTWAIT) >= 0;
-    (void)close(socket);
-    return sent;
+    const bool asked = linux_ask(
+        &request.head, patience_ms, [](hbs_netlink_bytes, void *) {}, nullptr);
+    tell_refusal(!asked, errno);
+    return asked;
 }
 
 } // namespace
 
-void linux_neighbour_use(unsigned device, int family, const uint8_t *address) {
+void linux_neighbour_use(int device, int family, const uint8_t *address) {
+    static bool said; // callers hold the daemon's lock
+    if (device == 0)
+        return;
     use wanted = {device, family, {}};
     memcpy(wanted.address, address, family == AF_INET ? 4 : 16);
-    if (device != 0 && !linux_later(use_address, &wanted, sizeof wanted))
-        linux_log(9, "too many devices to be asked whether they are there");
+    const bool taken = linux_later(use_address, &wanted, sizeof wanted);
+    if (!taken && !said)
+        linux_log(3, "too many devices to be asked whether they are there: the rest is not asked");
+    said = !taken;
 }

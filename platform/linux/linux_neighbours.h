@@ -13,4 +13,5 @@ bool linux_neighbour_answers(const uint8_t mac[6]);
 bool linux_neighbour_match(hbs_netlink_bytes message, const uint8_t mac[6]);
 
 // Has the kernel ask for an address as if it had something to send there. Waits for nothing.
-void linux_neighbour_use(unsigned device, int family, const uint8_t *address);
+// device: the kernel's index, 0 = none, which does nothing.
+void linux_neighbour_use(int device, int family, const uint8_t *address);

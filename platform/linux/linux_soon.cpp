@@ -5,6 +5,8 @@
 #include <ctime>
 #include <pthread.h>
 
+#include <hbs_db.h>
+
 #include "base/scope.h"
 #include "common_thread.h"
 
@@ -29,7 +31,7 @@ int64_t linux_now_us() {
 
 namespace {
 
-constexpr size_t most_later = 64;
+constexpr size_t most_later = size_t{3} * HBS_MAX_CLIENTS; // each device has three addresses at most
 
 struct task {
     linux_job job;

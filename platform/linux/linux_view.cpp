@@ -189,6 +189,13 @@ const linux_link *linux_link_of(const linux_view *view, int index) {
     return nullptr;
 }
 
+const linux_link *linux_link_named(const linux_view *view, const char *name) {
+    for (size_t i = 0; i < view->links; i++)
+        if (strcmp(view->link[i].name, name) == 0)
+            return &view->link[i];
+    return nullptr;
+}
+
 bool linux_is_wifi(const linux_link *link, const linux_conf *conf) {
     return link->wifi || linux_names_match(&conf->wifi, link->name);
 }

@@ -55,6 +55,7 @@ bool linux_is_lan(const linux_view *view, const linux_link *link, const linux_co
 bool linux_is_outward(const linux_view *view, int index, const linux_conf *conf);
 
 const linux_link *linux_link_of(const linux_view *view, int index);
+const linux_link *linux_link_named(const linux_view *view, const char *name);
 
 // Whether a device has a phy, or the settings say that it is Wi-Fi.
 bool linux_is_wifi(const linux_link *link, const linux_conf *conf);

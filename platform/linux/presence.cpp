@@ -1,6 +1,4 @@
 // Presence by traffic: what the forwarding tables have heard.
-#include <net/if.h>
-#include <netif.h>
 #include <presence.h>
 #include <unistd.h>
 
@@ -9,19 +7,10 @@
 #include "linux_neighbours.h"
 #include "linux_watch.h"
 
-namespace {
-
-// Who answers no question for its address and has sent nothing for so long is not there. An entry is kept for
-// five minutes, so its age says more than that it is there.
-constexpr uint32_t silent_seconds = 30;
-
-} // namespace
-
 // A question that is not waited for: the kernel asks the device as it would for traffic of its own.
 void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address) {
-    char device[NETIF_NAME_SIZE];
-    if (NETIF_GetLanName(network, device) == 0)
-        linux_neighbour_use(if_nametoindex(device), family, address);
+    if (linux_watch_start())
+        linux_neighbour_use(linux_watch_lan_index(network + 1), family, address);
 }
 
 int PRESENCE_ByTraffic(void) {
@@ -33,13 +22,14 @@ void PRESENCE_Learned(const uint8_t mac[6], int ifindex) {
         linux_fdb_learned(mac, ifindex);
 }
 
+// An entry is kept for five minutes, so its age says more than that it is there.
 int PRESENCE_IsSilent(const uint8_t mac[6]) {
     linux_fdb_entry entry = {};
     const int found = mac != nullptr ? linux_fdb_find(mac, &entry) : -1;
     if (found < 0)
         return 0;
     const auto ticks = static_cast<uint32_t>(sysconf(_SC_CLK_TCK));
-    return found == 0 || entry.age / ticks >= silent_seconds ? 1 : 0;
+    return found == 0 || entry.age / ticks >= PRESENCE_SILENT_SECONDS ? 1 : 0;
 }
 
 int PRESENCE_IsAnswering(const uint8_t mac[6]) {

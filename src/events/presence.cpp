@@ -17,6 +17,9 @@
 
 namespace {
 
+// By then one that fell silent just now has been silent for long enough.
+constexpr uint32_t LOOK_AGAIN_SECONDS = PRESENCE_SILENT_SECONDS + 1;
+
 // A station that is associated may sleep.
 bool may_be_away(const hbs_client *client) {
     return (client->flags & HBS_FLAG_ASSOC) == 0 && PRESENCE_ByTraffic() != 0;
@@ -29,9 +32,12 @@ bool hbs_presence_reached() {
 }
 
 void hbs_presence_unanswered(hbs_client *client) {
-    if ((client->flags & HBS_FLAG_ONLINE) == 0 || hbs_mac_is_zero(client->mac) || !may_be_away(client) ||
-        PRESENCE_IsSilent(client->mac) == 0 || PRESENCE_IsAnswering(client->mac) != 0)
+    if ((client->flags & HBS_FLAG_ONLINE) == 0 || hbs_mac_is_zero(client->mac) || !may_be_away(client))
         return;
+    if (PRESENCE_IsSilent(client->mac) == 0 || PRESENCE_IsAnswering(client->mac) != 0) {
+        hbs_lease_timer_start(client, HBS_TIMER_ONLINE, LOOK_AGAIN_SECONDS);
+        return;
+    }
     hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
     hbs_clear_flags(client, 0, HBS_FLAG_ONLINE | HBS_FLAG_REACH | HBS_FLAG_REACH_2);
     hbs_clear_status_time(client);

@@ -12,8 +12,8 @@ constexpr uint32_t HBS_ONLINE_SECONDS = 600; // a stale wired client counts as o
 bool hbs_presence_reached();
 
 // A question for its address had no answer: it is off line when no other address of it answers and it sends
-// nothing either. A Wi-Fi station that
-// is associated sleeps, and stays.
+// nothing either. One of which something was heard just now is looked at again when it would have been silent
+// for long enough. A Wi-Fi station that is associated sleeps, and stays.
 void hbs_presence_unanswered(hbs_client *client);
 
 // Its time on line is over. Returns whether it stays: where traffic tells, a silent one is asked for its

@@ -74,6 +74,21 @@ TEST_F(PresenceByTraffic, NoAnswerOfOneAddressWhileAnotherAnswersSaysNothing) {
     EXPECT_FALSE(is_online(client));
 }
 
+TEST_F(PresenceByTraffic, NoAnswerOfOneThatWasJustHeardIsLookedAtAgain) {
+    hbs_client *client = reach(MAC_A, "192.168.0.20");
+    EXPECT_EQ(0, seconds_left(client, HBS_TIMER_ONLINE));
+    (void)fail("192.168.0.20");
+    EXPECT_TRUE(is_online(client));
+    EXPECT_GT(seconds_left(client, HBS_TIMER_ONLINE), 0);
+    EXPECT_LE(seconds_left(client, HBS_TIMER_ONLINE), 31) << "by then it has been silent for long enough";
+    write_values("presence.by_traffic = 1\nnetwork.1.ifname = lo\nnetwork.1.ipv4 = 192.168.0.1/24\n");
+    hbs_lease_timer_expire(client, HBS_TIMER_ONLINE);
+    EXPECT_THAT(journal_lines("presence ask "), ElementsAre("presence ask 0 192.168.0.20"));
+    EXPECT_TRUE(is_online(client)) << "it may answer";
+    (void)fail("192.168.0.20");
+    EXPECT_FALSE(is_online(client));
+}
+
 TEST_F(PresenceByTraffic, AnAssociatedStationSleeps) {
     hbs_client *client = reach(MAC_WIFI, "192.168.0.21");
     hbs_set_flags(client, 0, HBS_FLAG_ASSOC);

@@ -284,6 +284,8 @@ TEST_F(router_fixture, ABridgeWithAnAddressIsALan) {
     EXPECT_EQ(24u, made.entry[0].params.prefix_length);
     EXPECT_TRUE(linux_is_outward(&view, 4, &conf));
     EXPECT_FALSE(linux_is_outward(&view, 2, &conf));
+    EXPECT_EQ(3, linux_link_named(&view, "eth0")->index);
+    EXPECT_EQ(nullptr, linux_link_named(&view, "eth"));
 }
 
 TEST_F(router_fixture, OnePrefixIsPublishedAndTheOthersAreKept) {
