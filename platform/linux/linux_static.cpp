@@ -1,14 +1,11 @@
 #include "linux_static.h"
 
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <dirent.h>
+#include <poll.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <hbs_db.h>
@@ -20,74 +17,10 @@
 namespace {
 
 constexpr const char *directory = HBS_PERSISTENT_DIR "/dhcpd";
-constexpr const char *ending = ".static_leases";
 constexpr uint32_t changes = IN_CLOSE_WRITE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE;
 constexpr const char *server = "dnsmasq";
 constexpr const char *processes_of_unit = "/sys/fs/cgroup/system.slice/dnsmasq.service/cgroup.procs";
-constexpr mode_t readable = 0644; // dnsmasq is another user
-
-bool ends_with(const char *name, const char *end) {
-    const size_t length = strlen(name);
-    return length >= strlen(end) && strcmp(name + length - strlen(end), end) == 0;
-}
-
-void add_file(const char *name, FILE *hosts) {
-    char path[PATH_MAX];
-    (void)snprintf(path, sizeof path, "%s/%s", directory, name);
-    FILE *file = fopen(path, "re");
-    if (file == nullptr)
-        return;
-    char line[256];
-    char hosts_line[64];
-    while (fgets(line, sizeof line, file) != nullptr)
-        if (linux_static_line(line, hosts_line, sizeof hosts_line))
-            (void)fputs(hosts_line, hosts);
-    (void)fclose(file);
-}
-
-void add_files(FILE *hosts) {
-    DIR *folder = opendir(directory);
-    if (folder == nullptr)
-        return;
-    while (const dirent *entry = readdir(folder))
-        if (ends_with(entry->d_name, ending))
-            add_file(entry->d_name, hosts);
-    (void)closedir(folder);
-}
-
-bool same_contents(const char *one, const char *other) {
-    FILE *a = fopen(one, "re");
-    FILE *b = fopen(other, "re");
-    bool same = a != nullptr && b != nullptr;
-    for (int byte = 0; same && byte != EOF;) {
-        byte = fgetc(a);
-        same = byte == fgetc(b);
-    }
-    if (a != nullptr)
-        (void)fclose(a);
-    if (b != nullptr)
-        (void)fclose(b);
-    return same;
-}
-
-// Returns whether the file is another now.
-bool write_hosts(const char *path) {
-    char beside[PATH_MAX];
-    (void)snprintf(beside, sizeof beside, "%s.new", path);
-    FILE *hosts = fopen(beside, "we");
-    if (hosts == nullptr) {
-        linux_log(3, "%s cannot be written: %s", beside, strerror(errno));
-        return false;
-    }
-    add_files(hosts);
-    const bool prepared =
-        fchmod(fileno(hosts), readable) == 0 && fflush(hosts) == 0 && fsync(fileno(hosts)) == 0;
-    const bool written = fclose(hosts) == 0 && prepared;
-    if (written && !same_contents(beside, path) && rename(beside, path) == 0)
-        return true;
-    (void)unlink(beside);
-    return false;
-}
+constexpr int retry_ms = 1000;
 
 bool has_its_name(FILE *comm) {
     char name[16] = "";
@@ -131,28 +64,50 @@ void have_it_read(const char *pid_file) {
         linux_log(3, "dnsmasq (%d) cannot be told of static leases: %s", pid, strerror(errno));
 }
 
+// Said once until it succeeds. Returns -1 when changes are not heard of.
+int open_queue() {
+    static bool said;
+    const int queue = inotify_init1(IN_CLOEXEC);
+    const bool heard = queue >= 0 && inotify_add_watch(queue, directory, changes) >= 0;
+    if (!heard && !said)
+        linux_log(3, "changes of static leases are not heard of at once: %s", strerror(errno));
+    if (!heard && queue >= 0)
+        (void)close(queue);
+    said = !heard;
+    return heard ? queue : -1;
+}
+
+// Until something changes, or until it is to be tried again.
+void wait_for_change(int queue, bool again) {
+    alignas(inotify_event) char events[4096];
+    pollfd waiting = {queue, POLLIN, 0};
+    if (poll(&waiting, 1, again ? retry_ms : -1) > 0)
+        (void)!read(queue, events, sizeof events);
+}
+
 void *follow(void *) {
     const linux_conf *conf = linux_settings();
-    const bool writes = conf->dhcp_hosts[0] != '\0';
-    if (writes)
-        (void)write_hosts(conf->dhcp_hosts);
+    (void)linux_hosts_write(directory, conf->dhcp_hosts);
     have_it_read(conf->dhcp_pid); // and tell all its leases, which the daemon may not know
-    if (!writes)
-        return nullptr;
-    const int queue = inotify_init1(IN_CLOEXEC);
-    if (queue < 0 || inotify_add_watch(queue, directory, changes) < 0)
-        linux_log(3, "changes of static leases are not heard of: %s", strerror(errno));
-    alignas(inotify_event) char events[4096];
-    // What changed before the watch is seen at its first turn.
-    do {
-        if (write_hosts(conf->dhcp_hosts))
+    for (int queue = -1;;) {
+        if (queue < 0)
+            queue = open_queue();
+        // What changed before the watch is seen at its first turn.
+        const linux_hosts hosts = linux_hosts_write(directory, conf->dhcp_hosts);
+        if (hosts == linux_hosts::changed)
             have_it_read(conf->dhcp_pid);
-    } while (queue >= 0 && read(queue, events, sizeof events) > 0);
+        wait_for_change(queue, queue < 0 || hosts == linux_hosts::failed);
+    }
+}
+
+void *have_leases_told(void *) {
+    have_it_read(linux_settings()->dhcp_pid);
     return nullptr;
 }
 
 } // namespace
 
 void linux_static_start() {
-    (void)common_thread_start(follow);
+    const bool writes = linux_settings()->dhcp_hosts[0] != '\0';
+    (void)common_thread_start(writes ? follow : have_leases_told);
 }
