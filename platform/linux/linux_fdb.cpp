@@ -80,6 +80,17 @@ bool ask_all(search *asked) {
     return linux_ask(&request.head, patience_ms, visit, asked);
 }
 
+// Kernels before 5.0 answer no question for one MAC.
+bool ask_bridge(search *asked) {
+    static bool only_all; // one thread asks
+    if (asked->vlan_aware[asked->now] || only_all)
+        return ask_all(asked);
+    if (ask_one(asked))
+        return true;
+    only_all = errno == EOPNOTSUPP;
+    return only_all && ask_all(asked);
+}
+
 // A bridge that went meanwhile has no entries.
 bool is_no(int error) {
     return error == ENOENT || error == ENODEV || error == EINVAL;
@@ -87,11 +98,9 @@ bool is_no(int error) {
 
 bool ask_bridges(void *context) {
     auto *asked = static_cast<search *>(context);
-    for (asked->now = 0; asked->now < asked->bridges; asked->now++) {
-        const bool answered = asked->vlan_aware[asked->now] ? ask_all(asked) : ask_one(asked);
-        if (!answered && !is_no(errno))
+    for (asked->now = 0; asked->now < asked->bridges; asked->now++)
+        if (!ask_bridge(asked) && !is_no(errno))
             return false;
-    }
     return true;
 }
 

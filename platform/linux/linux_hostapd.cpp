@@ -69,6 +69,7 @@ void take_event(access_point *point, const char *text) {
     common_mac_to_text(station.mac, mac_text);
     linux_log(15, "hostapd of %s: %s %s", point->name, mac_text, direction > 0 ? "joined" : "left");
     point->list_now = point->list_now || direction > 0;
+    station.since_ms = linux_now_ms();
     if (direction > 0)
         linux_wifi_here(point->ssid, &station, true, false);
     else
@@ -125,11 +126,19 @@ bool attach_anew(access_point *point) {
     return ask_for_events(point);
 }
 
+// 0 where hostapd does not say.
+int64_t joined_at_ms(const char *reply) {
+    char seconds[16];
+    linux_hostapd_value(reply, "connected_time", seconds, sizeof seconds);
+    return seconds[0] != '\0' ? linux_now_ms() - strtol(seconds, nullptr, 10) * int64_t{1000} : 0;
+}
+
 // Takes one station of a list, and makes the command for the next.
 bool take_station(const access_point *point, const char *reply, char *command, size_t size) {
     linux_station station;
     if (!linux_hostapd_station(reply, &station))
         return false;
+    station.since_ms = joined_at_ms(reply);
     if (linux_hostapd_authorized(reply))
         linux_wifi_here(point->ssid, &station, false, true);
     (void)snprintf(command, size, "STA-NEXT %.17s", reply);
@@ -242,7 +251,15 @@ void forget_missing(access_point *point) {
     linux_wifi_free(point->ssid);
 }
 
-bool tell(int direction, const uint8_t mac[6], unsigned ssid, int fd) {
+// For what the daemon is told, -1 while there is none to be had.
+int news_socket() {
+    static int fd = -1;
+    if (fd < 0)
+        fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return fd;
+}
+
+bool tell(int direction, const uint8_t mac[6], unsigned ssid) {
     hbs_msg_wifi_assoc message = {};
     message.code = direction > 0 ? HBS_EVENT_WIFI_ASSOC : HBS_EVENT_WIFI_DISASSOC;
     common_mac_to_text(mac, message.mac_text);
@@ -250,17 +267,16 @@ bool tell(int direction, const uint8_t mac[6], unsigned ssid, int fd) {
     sockaddr_un daemon = {};
     daemon.sun_family = AF_UNIX;
     memcpy(daemon.sun_path, HBS_SOCKET_PATH, sizeof HBS_SOCKET_PATH);
-    return sendto(fd, &message, sizeof message, MSG_DONTWAIT | MSG_NOSIGNAL,
+    return sendto(news_socket(), &message, sizeof message, MSG_DONTWAIT | MSG_NOSIGNAL,
                   reinterpret_cast<sockaddr *>(&daemon), sizeof daemon) >= 0;
 }
 
 // What the daemon cannot take now is told at the next tick, as it is by then.
-void tell_news(int fd) {
+void tell_news() {
     uint8_t mac[6];
     unsigned ssid = 0;
     int direction = 0;
-    while ((direction = linux_wifi_next_news(linux_now_ms(), mac, &ssid)) != 0 &&
-           tell(direction, mac, ssid, fd))
+    while ((direction = linux_wifi_next_news(linux_now_ms(), mac, &ssid)) != 0 && tell(direction, mac, ssid))
         linux_wifi_told(mac, direction > 0 ? ssid : 0);
 }
 
@@ -322,8 +338,8 @@ void look_after_all() {
     }
 }
 
+// What the daemon is told of a station it may ask for at once: the figures come first.
 void *run(void *) {
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     int64_t next = 0;
     for (;;) {
         if (linux_now_ms() >= next) {
@@ -331,10 +347,9 @@ void *run(void *) {
             look_after_all();
         }
         cancel_sessions();
-        tell_news(fd);
-        wait_for_events();
         list_joined();
-        tell_news(fd);
+        tell_news();
+        wait_for_events();
     }
     return nullptr;
 }

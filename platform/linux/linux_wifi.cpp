@@ -91,10 +91,30 @@ unsigned seen_on(const place *each) {
     return now == 0 && !each->settled ? each->told : now;
 }
 
+// Lists come at different moments, and access points count whole seconds.
+constexpr int64_t same_moment_ms = 1000;
+
+// Whether a network that lists a station is where it is now, rather than where it joined last.
+bool is_later(const place *each, unsigned ssid, int64_t since_ms) {
+    if (since_ms == 0) // then only what is new is told
+        return (each->on & bit_of(ssid)) == 0;
+    return now_on(each) == 0 || since_ms > each->station.since_ms + same_moment_ms;
+}
+
+// Nothing is known of a station that comes but where it is.
+void arrive(place *each, unsigned ssid, int64_t since_ms) {
+    if (each->last != ssid)
+        memset(each->station.figure, 0, sizeof each->station.figure);
+    each->last = ssid;
+    each->station.since_ms = since_ms;
+}
+
 void leave(place *each, uint32_t networks_left, int64_t tell_at_ms) {
     if (each->on != 0 && (each->on & ~networks_left) == 0)
         each->tell_at_ms = tell_at_ms;
     each->on &= ~networks_left;
+    if (const unsigned now = now_on(each); now != 0 && now != each->last)
+        arrive(each, now, 0);
 }
 
 void drop_if_nothing_left(place *each) {
@@ -109,12 +129,12 @@ void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, b
     place *each = network_of(ssid) != nullptr ? find_or_add(station->mac) : nullptr;
     if (each == nullptr)
         return;
-    if (joined || (each->on & bit_of(ssid)) == 0)
-        each->last = ssid;
+    if (joined || is_later(each, ssid, station->since_ms))
+        arrive(each, ssid, station->since_ms);
     each->on |= bit_of(ssid);
     each->listed |= bit_of(ssid);
     each->settled = false;
-    if (has_figures)
+    if (has_figures && now_on(each) == ssid)
         each->station = *station;
 }
 

@@ -23,12 +23,14 @@ enum linux_figure : size_t {
 
 struct linux_station {
     uint8_t mac[6];
+    int64_t since_ms; // when it joined there, 0 = not said
     uint32_t figure[WLAN_LINK_FIGURES];
 };
 
 // --- what the access points say: the thread that asks them ---
 
-// A station is there: it joined (`joined`), or it is listed. figures null = not known now.
+// A station is there: it joined (`joined`), or it is listed. Of two networks that list it the one that it
+// joined later counts, and its figures are those of that one.
 void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, bool has_figures);
 
 // A station has left. When it is on no other network by tell_at_ms, the daemon is told that it is gone; until

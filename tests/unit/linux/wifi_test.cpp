@@ -71,6 +71,41 @@ TEST_F(LinuxWifi, AStationWhoseRoamingWasMissedIsWhereItIsNew) {
     EXPECT_THAT(news(), IsEmpty()) << "the other one still lists it";
 }
 
+// As after a start, when one access point has not noticed that the station went.
+TEST_F(LinuxWifi, OfTwoThatListItTheOneThatItJoinedLaterCounts) {
+    const auto listed = [this](unsigned ssid, int64_t since_ms) {
+        a.since_ms = since_ms;
+        a.figure[LINUX_SIGNAL] = ssid;
+        linux_wifi_here(ssid, &a, false, true);
+    };
+    const auto signal_on = [](unsigned ssid) {
+        linux_station found = {};
+        return linux_wifi_station(ssid, 0, &found) ? found.figure[LINUX_SIGNAL] : 0;
+    };
+    listed(first, 50000);
+    listed(second, 20000);
+    EXPECT_THAT(news(), ElementsAre(1));
+    EXPECT_EQ(first, signal_on(first)) << "the other one's figures are none of it now";
+    listed(second, 50900);
+    EXPECT_THAT(news(), IsEmpty()) << "they count whole seconds";
+    listed(second, 60000);
+    listed(first, 50100);
+    EXPECT_THAT(news(), ElementsAre(2));
+    EXPECT_EQ(second, signal_on(second));
+    a.since_ms = 70000;
+    linux_wifi_here(first, &a, true, false);
+    listed(second, 60000);
+    EXPECT_THAT(news(), ElementsAre(1));
+    EXPECT_EQ(0u, signal_on(first)) << "not said yet";
+    listed(first, 69500);
+    EXPECT_EQ(first, signal_on(first));
+    linux_wifi_gone(first, a.mac, now_ms);
+    EXPECT_THAT(news(), ElementsAre(2)) << "the one that still lists it";
+    EXPECT_EQ(0u, signal_on(second)) << "the other one's figures are none of it now";
+    listed(second, 60000);
+    EXPECT_EQ(second, signal_on(second));
+}
+
 TEST_F(LinuxWifi, AStationThatIsOnNoneWhileItRoamsStaysWhereItWas) {
     linux_wifi_here(first, &a, true, false);
     EXPECT_THAT(news(), ElementsAre(1));
