@@ -16,6 +16,7 @@ from lab import daemon, database, places, values
 STATE = "/run/lan"
 LEASE_FILE = "/var/lib/misc/dnsmasq.leases"
 LEASE_SECONDS = 3600
+SPARE_PORT = "port0.2"  # of the first network, always up
 HERE = os.path.dirname(os.path.realpath(__file__))
 JOIN_DEADLINE = 20.0
 LEAVE_DEADLINE = 10.0

@@ -9,9 +9,11 @@ import signal
 import socket
 import subprocess
 
-from lab import database, lan
+from lab import database, lan, notices, places
 
 SERVER_DIRECTORY = "/etc/dibbler"
+SERVER_STATE = "/var/lib/dibbler"
+EVENT_PROGRAM = f"{lan.STATE}/dhcp6-event"
 LEASE_SECONDS = 7200
 
 # Hosts that speak IPv6 only. They have no cable until up().
@@ -35,12 +37,23 @@ def start_server():
     os.makedirs(SERVER_DIRECTORY, exist_ok=True)
     with open(SERVER_DIRECTORY + "/server.conf", "w", encoding="ascii") as file:
         file.write(server_config())
+    with open(EVENT_PROGRAM, "w", encoding="ascii") as file:  # the server has it run without its own environment
+        file.write(f'#!/bin/sh\nHBS_BUILD={places.BUILD} exec {lan.HERE}/dhcp6-notify "$@"\n')
+    os.chmod(EVENT_PROGRAM, 0o755)
+    share_database()
     lan.start_in_background("dibbler-server", ["dibbler-server", "run"])
     lan.wait_until(f"the DHCPv6 server serves (see {lan.STATE}/dibbler-server.log)", server_bound, 10.0)
 
 
+def share_database():
+    """The server keeps its database at a place of its own: the daemon's, where that is another."""
+    kept = os.path.dirname(notices.DHCPV6_LEASES)
+    if not os.path.samefile(kept, SERVER_STATE):
+        subprocess.run(["mount", "--bind", kept, SERVER_STATE], check=True)
+
+
 def server_config():
-    lines = ["log-level 7", "log-mode short", f'script "{lan.HERE}/dhcp6-notify"']
+    lines = ["log-level 7", "log-mode short", f'script "{EVENT_PROGRAM}"']
     for network in lan.networks():
         prefix = network.prefix6.partition("/")[0]
         lines += [f'iface "{network.interface}" {{', f"valid-lifetime {LEASE_SECONDS}",

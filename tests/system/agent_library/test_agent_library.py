@@ -62,6 +62,7 @@ def test_daemon_offers_exactly_the_listed_symbols():
     assert dynamic_symbols(f"{BIN}/gw_hostbase", undefined=False) == listed_exports()
 
 
+@pytest.mark.simulated
 def test_library_binds_to_every_one_of_them():
     assert listed_exports() <= dynamic_symbols(LIBRARY, undefined=True)
 

@@ -125,6 +125,7 @@ def run_until_interrupted(command):
                 os.killpg(process.pid, signal.SIGKILL)
 
 
+@pytest.mark.simulated  # by default
 @pytest.mark.parametrize("command", TO_RUN)
 def test_command_does_what_the_page_says(command):
     program = command.split()[0]
@@ -195,6 +196,7 @@ def test_each_script_tells_its_words_and_takes_no_others(script):
     assert done.returncode != 0 and "nosuch" in done.stderr + done.stdout
 
 
+@pytest.mark.simulated
 def test_pictures_are_made():
     with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build")) as directory:
         done = shell(f"script/pictures {directory}")

@@ -3,12 +3,15 @@
 import os
 import re
 
+import pytest
+
 from gateway import BIN, CHECKOUT, lease_datagram, wait_for
 
 with open(os.path.join(CHECKOUT, "docs", "platform.md"), encoding="utf-8") as page:
     TEXT = page.read()
 COMMANDS = re.findall(r"^    ((?:mkdir|cp|echo|grep) .*)$", TEXT, re.MULTILINE)
 SMALLEST = re.search(r"The smallest file that makes one is:\n\n((?:    .+\n)+)", TEXT).group(1)
+pytestmark = pytest.mark.simulated
 LIBRARY = os.path.join(os.path.dirname(BIN), "lib", "libhbs_agent.so")
 
 

@@ -58,6 +58,7 @@ def test_no_build_directory_is_left_in_it(tree, program):
     assert CHECKOUT not in run("readelf", "-d", f"{tree}/{program}")
 
 
+@pytest.mark.simulated  # as the default build is
 def test_the_installed_daemon_is_read_by_the_manuals_example(tree):
     with open(f"{tree}/reader.c", "w", encoding="ascii") as file:
         file.write(manual_example(tree))

@@ -57,6 +57,7 @@ def test_the_projects_own_platforms_have_them_all(platform):
     assert (done.returncode, done.stderr) == (0, ""), done.stdout
 
 
+@pytest.mark.simulated
 def test_the_port_builds_and_starts(port, build, gateway):
     done = configure(build, port)
     assert done.returncode == 0, done.stderr

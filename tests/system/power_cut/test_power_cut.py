@@ -4,11 +4,14 @@ import os
 import re
 import subprocess
 
+import pytest
+
 from gateway import BIN, SCRIPTS
 
 KILLS = 25
 
 
+@pytest.mark.simulated
 def test_nothing_that_was_acknowledged_is_lost():
     done = subprocess.run([f"{SCRIPTS}/kill_run", str(KILLS)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                           text=True, timeout=300, check=False,

@@ -74,6 +74,7 @@ def test_release_empties_the_client_that_the_lease_made(running):
 
 def test_lease_database_of_ten_megabytes_cut_in_the_middle_of_a_line(gateway):
     gateway.make_lan()
+    gateway.hear(MAC)
     gateway.start_daemon()
     noise = '<AddrAddr valid="9" pref="8" timestamp="1795217411" prefix="128">fd00:2::50</AddrAddr>\n'
     filler = "<!--" + "x" * 2000 + "-->\n"

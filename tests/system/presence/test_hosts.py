@@ -90,6 +90,7 @@ def test_address_that_the_host_gave_itself_is_found_and_seeded(lan_with_laptop):
 
 def test_known_by_its_lease_first_and_by_its_mac_then(gateway):
     gateway.make_lan()
+    gateway.hear(LAPTOP.mac)
     gateway.start_daemon()
     gateway.hbsctl("event", "dhcpv6-lease", LINK_LOCAL, "fd00:2::1975", "--seconds", "3600", "--host",
                    "laptop.lan")
@@ -104,6 +105,7 @@ def test_known_by_its_lease_first_and_by_its_mac_then(gateway):
 
 def test_known_by_its_mac_first_and_by_its_lease_then(gateway):
     gateway.make_lan()
+    gateway.hear(LAPTOP.mac)
     gateway.start_daemon()
     gateway.notify(lease_line(LAPTOP.mac, "192.168.0.50", host="laptop"))
     wait_for("the client is there", lambda: client(gateway))
@@ -118,6 +120,7 @@ def test_known_by_its_mac_first_and_by_its_lease_then(gateway):
 
 def test_lease_finds_the_client_by_what_the_kernel_knows(gateway):
     gateway.make_lan()
+    gateway.hear(LAPTOP.mac)
     gateway.start_daemon()
     gateway.notify(lease_line(LAPTOP.mac, "192.168.0.50"))
     wait_for("the client is there", lambda: client(gateway))

@@ -30,6 +30,7 @@ def codes(gateway):
 def bridges(gateway):
     """The daemon up, both networks there, no host plugged in."""
     gateway.make_lan()
+    gateway.hear(MAC, OTHER_MAC)
     gateway.start_daemon()
     return gateway
 
@@ -110,6 +111,8 @@ def test_neighbours_on_the_wan_interfaces_are_never_clients(gateway):
     gateway.make_lan()
     gateway.run("ip", "link", "add", "erouter0", "type", "veth", "peer", "name", "isp0")
     gateway.run("ip", "link", "set", "erouter0", "up")
+    gateway.run("ip", "route", "add", "default", "dev", "erouter0")
+    gateway.hear(MAC, OTHER_MAC)
     gateway.start_daemon()
     gateway.run("ip", "neigh", "replace", "192.168.0.50", "lladdr", MAC, "nud", "stale", "dev", "erouter0")
     neigh(gateway, "replace", "192.168.0.51", "lladdr", OTHER_MAC, "nud", "stale")
@@ -120,6 +123,7 @@ def test_neighbours_on_the_wan_interfaces_are_never_clients(gateway):
 
 def test_entry_older_than_the_daemon_is_seen_at_its_next_event(gateway):
     gateway.make_lan()
+    gateway.hear(MAC, OTHER_MAC)
     neigh(gateway, "replace", "192.168.0.50", "lladdr", MAC, "nud", "stale")
     gateway.start_daemon()
     neigh(gateway, "replace", "192.168.0.51", "lladdr", OTHER_MAC, "nud", "stale")

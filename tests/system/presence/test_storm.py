@@ -2,6 +2,8 @@
 
 import re
 
+import pytest
+
 from gateway import SCRIPTS
 
 
@@ -9,6 +11,7 @@ def figure(printed, what):
     return int(re.search(rf"^{what}: (\d+)", printed, re.MULTILINE).group(1))
 
 
+@pytest.mark.simulated
 def test_storm_leaves_no_difference(gateway):
     done = gateway.run(f"{SCRIPTS}/storm", "--changes", "20000", "--devices", "20", check=False,
                        timeout=300)
