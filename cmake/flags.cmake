@@ -42,12 +42,26 @@ endif()
 
 # What is shipped is small and hard to turn: one pass over the whole program, nothing that nobody calls, no tables for
 # exceptions that no code of ours throws, all addresses bound before it runs.
-set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
-set(CMAKE_C_FLAGS_RELEASE "-Os -DNDEBUG")
+set(CMAKE_CXX_FLAGS_RELEASE "-Oz -DNDEBUG")
+set(CMAKE_C_FLAGS_RELEASE "-Oz -DNDEBUG")
 set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
 target_compile_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-ffunction-sections -fdata-sections
                        -fno-asynchronous-unwind-tables -fno-unwind-tables>)
 target_link_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections -Wl,-z,relro -Wl,-z,now>)
+
+# On a PC all calls go through the bound addresses themselves, and the list of what the loader has to move is short
+# where the C library reads that form (since 2.36): 7 KB less.
+include(CheckCSourceCompiles)
+check_c_source_compiles("
+    #include <features.h>
+    #if !defined(__x86_64__) || !__GLIBC_PREREQ(2, 36)
+    #error no
+    #endif
+    int main(void) { return 0; }" HBS_SHORT_LOADING)
+if(HBS_SHORT_LOADING)
+    target_compile_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-fno-plt>)
+    target_link_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-fno-plt -Wl,-z,pack-relative-relocs>)
+endif()
 
 # Links a target with the C driver, so that no C++ runtime library can slip in: a use of one is a
 # link error. CMake would add it by itself for a mixed target; an empty list keeps it out.

@@ -45,13 +45,6 @@ bool make_room(common_line *line, size_t more) {
     return true;
 }
 
-void add_bytes(common_line *line, const char *bytes, size_t length) {
-    if (line->cut || !make_room(line, length))
-        return;
-    memcpy(line->text + line->length, bytes, length);
-    line->length += length;
-}
-
 // What stands for itself, but for the double quote.
 struct plain_bytes {
     bool is[256] = {};
@@ -99,6 +92,13 @@ size_t escape_byte(char byte, char out[4]) {
 }
 
 } // namespace
+
+void common_line_add_bytes(common_line *line, const char *bytes, size_t length) {
+    if (line->cut || !make_room(line, length))
+        return;
+    memcpy(line->text + line->length, bytes, length);
+    line->length += length;
+}
 
 bool common_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number) {
     if (text == nullptr || *text == '\0' || is_blank(*text))
@@ -202,11 +202,7 @@ void common_line_add(common_line *line, const char *format, ...) {
     if (length < 0)
         return;
     size_t whole = static_cast<size_t>(length);
-    add_bytes(line, part, whole < sizeof part ? whole : sizeof part - 1);
-}
-
-void common_line_add_text(common_line *line, const char *text) {
-    add_bytes(line, text, strlen(text));
+    common_line_add_bytes(line, part, whole < sizeof part ? whole : sizeof part - 1);
 }
 
 void common_line_add_number(common_line *line, int64_t number) {
@@ -218,7 +214,7 @@ void common_line_add_number(common_line *line, int64_t number) {
     while ((left /= 10) != 0);
     if (number < 0)
         text[--at] = '-';
-    add_bytes(line, text + at, sizeof text - at);
+    common_line_add_bytes(line, text + at, sizeof text - at);
 }
 
 void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes) {
@@ -227,12 +223,12 @@ void common_line_add_escaped(common_line *line, const char *text, size_t length,
         const size_t start = i;
         while (i < length && is_plain(text[i], quotes))
             i++;
-        add_bytes(line, text + start, i - start);
+        common_line_add_bytes(line, text + start, i - start);
         if (i == length)
             return;
         char escaped[4];
         const size_t size = escape_byte(text[i], escaped);
-        add_bytes(line, escaped, size);
+        common_line_add_bytes(line, escaped, size);
         i++;
     }
 }

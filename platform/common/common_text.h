@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // Reads a whole text as a number, decimal or hexadecimal with "0x". Returns whether it is one inside
 // [low, high]; *number is untouched otherwise. A null text is no number.
@@ -46,8 +47,12 @@ struct common_line {
 // Adds formatted text as it is. Only for texts without control characters: the platform's own.
 void common_line_add(common_line *line, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-// The same without a format: a text, a number in decimal.
-void common_line_add_text(common_line *line, const char *text);
+// The same without a format: so many bytes, a text, a number in decimal. What stands in the code has a length
+// that the compiler knows.
+void common_line_add_bytes(common_line *line, const char *bytes, size_t length);
+inline __attribute__((always_inline)) void common_line_add_text(common_line *line, const char *text) {
+    common_line_add_bytes(line, text, strlen(text));
+}
 void common_line_add_number(common_line *line, int64_t number);
 
 // Adds text from elsewhere in printable ASCII: \n \t \r \\ \" and \xNN for any other byte outside 0x20-0x7e.

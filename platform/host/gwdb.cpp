@@ -12,7 +12,7 @@ int get_number(const char *call, const char *key, uint32_t *value) {
     int result = 0;
     if (host_told_to_fail(call, &result))
         return result;
-    return value != nullptr && common_text_to_u32(host_value_with("%s", key), value) ? 0 : -1;
+    return value != nullptr && common_text_to_u32(host_value(key), value) ? 0 : -1;
 }
 
 } // namespace

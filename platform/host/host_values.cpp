@@ -32,11 +32,12 @@ uint32_t edition;
 struct {
     char *text;          // the file's text, cut into keys and values in place
     host_entry *entries; // in the file's order, keys in lower case
-    uint32_t *order;     // places in `entries`, by key and then by place
     size_t count;
-    bool failures;    // some call is told to fail
-    struct stat seen; // of the file that the entries come from
-    bool settled;     // the entries hold as long as the file looks like `seen`
+    uint32_t *last_of; // the place in `entries`, counted from 1, of each key's last line; 0 = free
+    size_t mask;       // of a place in `last_of`, which is a power of two and never full
+    bool failures;     // some call is told to fail
+    struct stat seen;  // of the file that the entries come from
+    bool settled;      // the entries hold as long as the file looks like `seen`
 } table;
 
 int64_t nanoseconds(const timespec &time) {
@@ -59,7 +60,7 @@ bool has_settled(const struct stat &file) {
 void forget() {
     free(table.text);
     free(table.entries);
-    free(table.order);
+    free(table.last_of);
     table = {};
 }
 
@@ -93,6 +94,39 @@ void cut_comment(char *line) {
     }
 }
 
+// FNV-1a.
+size_t hash_of(const char *key) {
+    uint32_t hash = 2166136261U;
+    for (; *key != '\0'; key++)
+        hash = (hash ^ static_cast<unsigned char>(*key)) * 16777619U;
+    return hash;
+}
+
+// Where a key stands, or would stand.
+uint32_t *place_of(const char *key) {
+    size_t place = hash_of(key) & table.mask;
+    while (table.last_of[place] != 0 && strcmp(table.entries[table.last_of[place] - 1].key, key) != 0)
+        place = (place + 1) & table.mask;
+    return &table.last_of[place];
+}
+
+// The last line of a key in lower case, or null.
+const char *look_up(const char *key) {
+    const uint32_t last = table.count == 0 ? 0 : *place_of(key);
+    return last == 0 ? nullptr : table.entries[last - 1].value;
+}
+
+// Room for so many lines.
+bool make_room(size_t lines) {
+    size_t places = 2;
+    while (places < 2 * lines)
+        places *= 2;
+    table.entries = static_cast<host_entry *>(calloc(lines, sizeof(host_entry)));
+    table.last_of = static_cast<uint32_t *>(calloc(places, sizeof(uint32_t)));
+    table.mask = places - 1;
+    return table.entries != nullptr && table.last_of != nullptr;
+}
+
 void take_line(char *line) {
     cut_comment(line);
     char *equals = strchr(line, '=');
@@ -105,35 +139,7 @@ void take_line(char *line) {
     lower(key);
     table.failures = table.failures || strncmp(key, fail_prefix, strlen(fail_prefix)) == 0;
     table.entries[table.count++] = {key, trim(equals + 1)};
-}
-
-int by_key(const void *a, const void *b) {
-    const uint32_t first = *static_cast<const uint32_t *>(a);
-    const uint32_t second = *static_cast<const uint32_t *>(b);
-    const int keys = strcmp(table.entries[first].key, table.entries[second].key);
-    return keys != 0 ? keys : (first > second) - (first < second);
-}
-
-void sort_entries() {
-    for (size_t i = 0; i < table.count; i++)
-        table.order[i] = static_cast<uint32_t>(i);
-    qsort(table.order, table.count, sizeof table.order[0], by_key);
-}
-
-// The last line of a key in lower case, or null.
-const char *look_up(const char *key) {
-    size_t low = 0;
-    size_t high = table.count; // the first entry behind the key lies in [low, high]
-    while (low < high) {
-        const size_t middle = low + (high - low) / 2;
-        if (strcmp(table.entries[table.order[middle]].key, key) <= 0)
-            low = middle + 1;
-        else
-            high = middle;
-    }
-    if (low == 0 || strcmp(table.entries[table.order[low - 1]].key, key) != 0)
-        return nullptr;
-    return table.entries[table.order[low - 1]].value;
+    *place_of(key) = static_cast<uint32_t>(table.count);
 }
 
 // Cuts the text (size bytes and a NUL) into entries. A line with a NUL in it is none.
@@ -141,9 +147,7 @@ bool take_text(char *text, size_t size) {
     size_t lines = 1;
     for (size_t i = 0; i < size; i++)
         lines += text[i] == '\n';
-    table.entries = static_cast<host_entry *>(calloc(lines, sizeof(host_entry)));
-    table.order = static_cast<uint32_t *>(calloc(lines, sizeof(uint32_t)));
-    if (table.entries == nullptr || table.order == nullptr)
+    if (!make_room(lines))
         return false;
     char *end = text + size;
     for (char *line = text; line < end;) {
@@ -154,7 +158,6 @@ bool take_text(char *text, size_t size) {
             take_line(line);
         line = stop + 1;
     }
-    sort_entries();
     return true;
 }
 

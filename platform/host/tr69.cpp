@@ -35,9 +35,8 @@ void add_number(common_line *line, const char *name, const uint8_t *payload, siz
 }
 
 void add_reserved(common_line *line, const char *name, const uint8_t *start, size_t size) {
-    bool zero = true;
-    for (size_t i = 0; i < size; i++)
-        zero = zero && start[i] == 0;
+    const bool zero =
+        start[0] == 0 && memcmp(start, start + 1, size - 1) == 0; // each is as the one before it
     add_name(line, name);
     common_line_add_text(line, zero ? "zero" : "set");
 }

@@ -1,6 +1,8 @@
 // The interface index and the primary index.
 #include "store/instance_index.h"
 
+#include <cstddef>
+
 #include "base/log.h"
 #include "store/client_text.h"
 #include "store/ip_index.h"
@@ -46,17 +48,13 @@ const hbs_pri_entry *pri_after(const hbs_pri_entry *entry) {
 }
 
 const hbs_if_entry *find_if(uint32_t reference) {
-    const hbs_if_entry *entry = first_if();
-    while (entry != nullptr && entry->dbpos != reference)
-        entry = if_after(entry);
-    return entry;
+    return static_cast<const hbs_if_entry *>(
+        hbs_list_find(hbs_pool::interface, offsetof(hbs_if_entry, dbpos), &reference, sizeof reference));
 }
 
 const hbs_pri_entry *find_pri(uint32_t reference) {
-    const hbs_pri_entry *entry = first_pri();
-    while (entry != nullptr && entry->dbpos != reference)
-        entry = pri_after(entry);
-    return entry;
+    return static_cast<const hbs_pri_entry *>(
+        hbs_list_find(hbs_pool::primary, offsetof(hbs_pri_entry, dbpos), &reference, sizeof reference));
 }
 
 // All interface keys have two words.

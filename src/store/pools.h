@@ -5,6 +5,7 @@
 // every operation does nothing.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "base/db_layout.h"
@@ -39,4 +40,8 @@ void hbs_list_unlink(hbs_pool pool, const void *element);
 const void *hbs_list_first(hbs_pool pool); // null when empty
 const void *hbs_list_next(hbs_pool pool,
                           const void *element); // null at the end, and for an element off the list
+
+// The first element of the list whose bytes from `at` on are these, or null. size: 4 and more.
+const void *hbs_list_find(hbs_pool pool, size_t at, const void *bytes, size_t size);
+
 bool hbs_list_holds(hbs_pool pool, const void *element);

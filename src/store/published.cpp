@@ -1,15 +1,11 @@
 #include "store/published.h"
 
-#include <cstring>
-
 #include "base/text.h"
 #include "store/slots.h"
 
 const hbs_client *hbs_published_by_mac(const uint8_t mac[6]) {
     if (hbs_mac_is_zero(mac))
         return nullptr;
-    const hbs_slot *slot = hbs_slot_first();
-    while (slot != nullptr && memcmp(slot->record.mac, mac, sizeof slot->record.mac) != 0)
-        slot = hbs_slot_after(slot);
+    const hbs_slot *slot = hbs_slot_of_mac(mac);
     return slot == nullptr ? nullptr : &slot->record;
 }

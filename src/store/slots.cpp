@@ -40,6 +40,10 @@ const hbs_slot *hbs_slot_after(const hbs_slot *slot) {
     return as_slot(hbs_list_next(hbs_pool::clients, slot));
 }
 
+const hbs_slot *hbs_slot_of_mac(const uint8_t mac[6]) {
+    return as_slot(hbs_list_find(hbs_pool::clients, offsetof(hbs_client, mac), mac, sizeof hbs_client::mac));
+}
+
 const hbs_slot *hbs_slot_of(const hbs_client *client) {
     if (client == nullptr)
         return nullptr;

@@ -17,6 +17,9 @@ static_assert(sizeof(hbs_slot) == sizeof(hbs_client), "a slot is an element of t
 const hbs_slot *hbs_slot_first();
 const hbs_slot *hbs_slot_after(const hbs_slot *slot);
 
+// The first slot on the list with that MAC, or null.
+const hbs_slot *hbs_slot_of_mac(const uint8_t mac[6]);
+
 // The slot of a working copy: the one at its dbpos, while that is on the list and noted as the copy's own.
 // Null when there is none, so a stale dbpos never reaches a slot that another client has got since.
 const hbs_slot *hbs_slot_of(const hbs_client *client);

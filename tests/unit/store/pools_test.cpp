@@ -212,6 +212,36 @@ TEST_F(Pools, ScribbledLinksLeadNowhere) {
     EXPECT_EQ(hbs_pool_offset(b), hbs_segment()->pri_index.prev);
 }
 
+TEST_F(Pools, FindGivesTheFirstOfTheListWithTheseBytes) {
+    const auto find = [](uint32_t wanted) {
+        return hbs_list_find(hbs_pool::primary, offsetof(hbs_pri_entry, dbpos), &wanted, sizeof wanted);
+    };
+    EXPECT_EQ(nullptr, find(7)) << "nothing is on the list";
+    hbs_pri_entry *entries[4] = {take(), take(), take(), take()};
+    for (hbs_pri_entry *entry : entries)
+        entry->dbpos = entry == entries[0] ? 5 : 7;
+    hbs_list_link(hbs_pool::primary, entries[0], nullptr);
+    hbs_list_link(hbs_pool::primary, entries[2], nullptr);
+    hbs_list_link(hbs_pool::primary, entries[1], nullptr);
+    EXPECT_EQ(entries[0], find(5));
+    EXPECT_EQ(entries[2], find(7)) << "by the list's order; the one that is on no list does not count";
+    EXPECT_EQ(nullptr, find(6));
+    hbs_list_unlink(hbs_pool::primary, entries[2]);
+    EXPECT_EQ(entries[1], find(7));
+}
+
+TEST_F(Pools, FindComparesAllBytes) {
+    auto *slot = static_cast<hbs_client *>(hbs_pool_take(hbs_pool::clients));
+    memcpy(slot->mac, "\1\2\3\4\5\6", sizeof slot->mac);
+    hbs_list_link(hbs_pool::clients, slot, nullptr);
+    const auto find = [](const char *mac) {
+        return hbs_list_find(hbs_pool::clients, offsetof(hbs_client, mac), mac, 6);
+    };
+    EXPECT_EQ(slot, find("\1\2\3\4\5\6"));
+    EXPECT_EQ(nullptr, find("\1\2\3\4\5\7"));
+    EXPECT_EQ(nullptr, find("\0\2\3\4\5\6"));
+}
+
 TEST_F(Pools, NextOfAnElementOffTheListIsNone) {
     hbs_pri_entry *a = take();
     EXPECT_EQ(nullptr, hbs_list_next(hbs_pool::primary, a));
