@@ -47,8 +47,8 @@
 
 // --- the system's ----------------------------------------------------------------------------------------
 #define HBS_TEMPORARY_DIR "/tmp" // any system's, for hbsctl
-// Debian's list of makers (package ieee-data): lines such as "00-22-72   (hex)\t\tNAME".
-#define HBS_OUI_LIST "/usr/share/ieee-data/oui.txt"
+// Debian's lists of makers (package ieee-data), of MACs' first 24, 28 and 36 bits.
+#define HBS_MAKER_LISTS "/usr/share/ieee-data"
 #define HBS_PROCESSES "/proc"
 #define HBS_NOWHERE "/dev/null"
 #ifndef HBS_DOCSIS_BRIDGE

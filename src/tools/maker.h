@@ -9,5 +9,5 @@
 // Whether the MAC was made up by the device, as phones do that want to stay unknown.
 bool is_random_mac(const uint8_t mac[6]);
 
-// The maker's name; empty for a random MAC, an unknown maker, or where there is no list.
-std::string maker_of(const uint8_t mac[6], const char *list = HBS_OUI_LIST);
+// The maker's name; empty for a random MAC, an unknown maker, or where there are no lists.
+std::string maker_of(const uint8_t mac[6], const char *directory = HBS_MAKER_LISTS);
