@@ -7,8 +7,13 @@ _hbsctl()
     [[ $line == *[[:space:]] ]] && words+=("")
     local begun=${words[-1]}
     mapfile -t COMPREPLY < <("${words[0]}" --complete "${words[@]:1}" 2>/dev/null)
-    if [[ $begun == *:* && $COMP_WORDBREAKS == *:* ]]; then
-        COMPREPLY=("${COMPREPLY[@]#"${begun%"${begun##*:}"}"}")
-    fi
+    # So does a value behind "=".
+    local break
+    for break in : =; do
+        if [[ $begun == *"$break"* && $COMP_WORDBREAKS == *"$break"* ]]; then
+            COMPREPLY=("${COMPREPLY[@]#"${begun%"${begun##*"$break"}"}"}")
+            begun=${begun##*"$break"}
+        fi
+    done
 }
 complete -F _hbsctl hbsctl

@@ -35,6 +35,15 @@ def one_house():
     ("hbsctl show lap", ["laptop"]),
     ("hbsctl trust set site 192.168.0.13", ["192.168.0.131", "192.168.0.132"]),
     ("hbsctl show 02:aa:00:00:00:31", ["31"]),  # bash completes what is behind the last colon
+    ("hbsctl list --sort na", ["name"]),
+    ("hbsctl list --sort=se", ["seen"]),  # bash completes what is behind the sign
+    ("hbsctl list --columns ke", ["keywords"]),
+    ("hbsctl list --columns mac,ke", ["mac,keywords"]),
+    ("hbsctl watch --adapter wifi,e", ["wifi,ethernet"]),
+    ("hbsctl event dhcpv4-lease laptop 192.168.0.131 --adapter u", ["unknown", "usb"]),
+    ("hbsctl list -o w", ["wide"]),
+    ("hbsctl list --network ", [""]),
+    ("hbsctl list --online ", [""]),
     ("hbsctl nosuch", [""]),
     ("hbsctl list lap", [""]),
 ])
