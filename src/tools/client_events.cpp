@@ -30,25 +30,13 @@ void add_changes(std::vector<client_event> &events, const hbs_client &before, co
     }
 }
 
-// Seconds since the client came, or went on or off line last; none when the record tells no such time.
-std::optional<int32_t> age_of(const hbs_client &client, uint32_t now) {
-    const auto age = static_cast<int32_t>(now - client.online_time);
-    return client.online_time == 0 || age < 0 ? std::nullopt : std::optional(age);
-}
-
 } // namespace
-
-moment this_moment() {
-    timespec monotonic = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &monotonic);
-    return {time(nullptr), static_cast<uint32_t>(monotonic.tv_sec)};
-}
 
 std::vector<client_event> events_since(const std::vector<hbs_client> &clients, double seconds,
                                        const moment &now) {
     std::vector<client_event> events;
     for (const hbs_client &client : clients) {
-        const auto age = age_of(client, now.monotonic);
+        const auto age = age_of(client.online_time, now);
         const bool online = (client.flags & HBS_FLAG_ONLINE) != 0;
         if (age && *age < seconds)
             events.push_back({now.wall - *age, key_of(client), client_name(client), "state", "",

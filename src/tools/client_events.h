@@ -8,12 +8,7 @@
 
 #include <hbs_db.h>
 
-// One moment on both clocks.
-struct moment {
-    time_t wall;
-    uint32_t monotonic; // seconds
-};
-moment this_moment();
+#include "tools/time_text.h"
 
 struct client_event {
     time_t when;

@@ -2,6 +2,7 @@
 
 #include "tools/client_table.h"
 #include "tools/maker.h"
+#include "tools/time_text.h"
 #include "tools/words.h"
 
 namespace {
@@ -26,6 +27,13 @@ const std::vector<client_field> fields = {
      [](record one) { return is_random_mac(one.mac) ? std::string("random") : maker_of(one.mac); }},
     {"state", "state", false, true,
      [](record one) { return std::string((one.flags & HBS_FLAG_ONLINE) != 0 ? "online" : "offline"); }},
+    {"since", "time of the last change of its state", false, false,
+     [](record one) { return moment_text(one.online_time, this_moment()); }},
+    {"for", "time in its state", false, false,
+     [](record one) {
+         const auto age = age_of(one.online_time, this_moment());
+         return age ? duration_text(*age) : std::string();
+     }},
     {"reachable", "reachability", false, true, flagged<HBS_FLAG_REACH>},
     {"associated", "association", false, true, flagged<HBS_FLAG_ASSOC>},
     {"network", "network", false, true, [](record one) { return std::to_string(one.nwidx); }},

@@ -64,11 +64,16 @@ std::string mac_and_maker(const hbs_client &client) {
 
 // Since when it is known, or went on or off line last.
 std::string state_and_age(const hbs_client &client) {
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    const auto age = static_cast<int32_t>(static_cast<uint32_t>(now.tv_sec) - client.online_time);
+    const moment now = this_moment();
+    const auto age = age_of(client.online_time, now);
     const std::string state = is_online(client) ? "online" : "offline";
-    return client.online_time == 0 || age < 0 ? state : state + ", for " + duration_text(age);
+    return !age ? state
+                : state + ", for " + duration_text(*age) + ", since " + moment_text(client.online_time, now);
+}
+
+// To the minute: seconds are for who looks at one client.
+std::string short_since(const hbs_client &client) {
+    return moment_text(client.online_time, this_moment()).substr(0, sizeof "2026-11-21 01:02" - 1);
 }
 
 void add_presence(text_table &table, const hbs_client &client) {
@@ -102,9 +107,10 @@ std::string client_adapter(const hbs_client &client) {
 }
 
 std::vector<table_column> client_columns() {
-    return {{"MAC"},         {"STATE"},         {"NET", 0, 3},       {"IPV4"},
-            {"NAME", 8},     {"ADAPTER", 0, 4}, {"IPV6", 12, 8},     {"LL", 12, 10},
-            {"FLAGS", 6, 7}, {"TRUST", 0, 5},   {"LEASE END", 0, 6}, {"COMMENT", 8, 9}};
+    return {{"MAC"},          {"STATE"},         {"NET", 0, 3},       {"IPV4"},
+            {"NAME", 8},      {"ADAPTER", 0, 4}, {"IPV6", 12, 8},     {"LL", 12, 11},
+            {"FLAGS", 6, 7},  {"TRUST", 0, 5},   {"LEASE END", 0, 6}, {"SINCE", 0, 10},
+            {"COMMENT", 8, 9}};
 }
 
 std::vector<table_cell> client_row(const hbs_client &client) {
@@ -116,7 +122,8 @@ std::vector<table_cell> client_row(const hbs_client &client) {
         {client_name(client)},          {client_adapter(client)},
         {ipv6_text(client.ipv6)},       {ipv6_text(client.ll)},
         {flags_without_online(client)}, {trust_and_hotspot(client), style::warning},
-        {date_text(client.lease_end)},  {field_text(client.comment)}};
+        {date_text(client.lease_end)},  {short_since(client)},
+        {field_text(client.comment)}};
 }
 
 text_table client_table(const std::vector<hbs_client> &clients) {

@@ -63,6 +63,13 @@ void add_settings(json &object, const hbs_client &client) {
     object["mac_filter"] = client.mac_filter;
 }
 
+// A time of one of the clocks, as a time with its zone and as how long ago that was, in seconds.
+void add_time(json &object, const std::string &name, uint32_t seconds, const moment &now) {
+    const auto age = age_of(seconds, now);
+    object[name] = or_null(zoned_moment(seconds, now));
+    object[name + "_seconds"] = age ? json(*age) : json(nullptr);
+}
+
 void add_history(json &object, const hbs_client &client) {
     object["lease_file"] = field_text(client.lease_file);
     object["lease_file6"] = field_text(client.lease_file6);
@@ -97,20 +104,26 @@ json address_entries(const database &db, const std::vector<hbs_ip_entry> &entrie
 
 } // namespace
 
-json client_json(const hbs_client &client) {
+both_moments moments_now() {
+    return {this_moment(), this_moment(CLOCK_BOOTTIME)};
+}
+
+json client_json(const hbs_client &client, const both_moments &now) {
     json object = json::object();
     add_identity(object, client);
     add_presence(object, client);
     add_attachment(object, client);
     add_settings(object, client);
     add_history(object, client);
+    add_time(object, "since", client.online_time, now.presence);
+    add_time(object, "lease_start", client.lease_start_uptime, now.uptime);
     return object;
 }
 
-json clients_json(const std::vector<hbs_client> &clients) {
+json clients_json(const std::vector<hbs_client> &clients, const both_moments &now) {
     json list = json::array();
     for (const hbs_client &client : clients)
-        list.push_back(client_json(client));
+        list.push_back(client_json(client, now));
     return {{"clients", list}};
 }
 

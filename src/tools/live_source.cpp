@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "tools/client_selection.h"
 #include "tools/command_client.h"
 #include "tools/lan_networks.h"
 #include "tools/metrics_view.h"
@@ -18,6 +19,9 @@ std::string metrics_text(const gateway_status &status) {
     write_metrics(text, status);
     return text.str();
 }
+
+// Nothing has an age at the beginning of all clocks.
+constexpr both_moments no_ages = {};
 
 // What is left changes only when something happened.
 gateway_status without_uptime(gateway_status status) {
@@ -44,20 +48,31 @@ gateway_status live_source::status_now(const database &db) {
 }
 
 void live_source::look() {
-    const database db = read_database();
-    const gateway_status status = status_now(db);
-    const std::string clients = json_text(clients_json(db.clients)) + "\n";
-    const std::string metrics = metrics_text(status);
-    const std::string compared = clients + metrics_text(without_uptime(status));
-    if (shown_ == compared) {
+    try {
+        take_news(read_database());
+    } catch (const database_error &error) {
         const std::lock_guard hold(mutex_);
-        texts_.metrics = metrics;
-        return;
+        texts_.failure = error.what();
+        throw;
     }
-    const std::string page = json_text(page_json(status, db.clients, lan_networks()), -1);
+}
+
+void live_source::take_news(const database &db) {
+    const gateway_status status = status_now(db);
+    const std::vector<hbs_client> clients = selected(db.clients, {});
+    const std::string compared =
+        json_text(clients_json(clients, no_ages)) + metrics_text(without_uptime(status));
+    const bool news = shown_ != compared;
+    const std::string page = news ? json_text(page_json(status, db.clients, lan_networks()), -1) : "";
     shown_ = compared;
     const std::lock_guard hold(mutex_);
-    texts_ = {texts_.version + 1, page, clients, metrics};
+    texts_.clients = json_text(clients_json(clients)) + "\n";
+    texts_.metrics = metrics_text(status);
+    texts_.failure.clear();
+    if (!news)
+        return;
+    texts_.version++;
+    texts_.page = page;
     news_.notify_all();
 }
 

@@ -15,6 +15,7 @@ struct live_texts {
     std::string page;     // as page_json makes it, on one line
     std::string clients;  // as `list --json` prints them
     std::string metrics;
+    std::string failure = "not looked at yet"; // why the database cannot be read now; empty: it can
 };
 
 class live_source {
@@ -22,7 +23,7 @@ class live_source {
     explicit live_source(const session &run) : run_(run) {}
 
     // Looks at the database. Always called by the same thread, which talks to the daemon and heeds signals
-    // meanwhile. Throws database_error.
+    // meanwhile. Throws database_error, by which only the page stays as it was.
     void look();
 
     // What was seen last: at once when it is another version than `known`, otherwise when there is another
@@ -36,6 +37,7 @@ class live_source {
   private:
     using clock = std::chrono::steady_clock;
     gateway_status status_now(const database &db);
+    void take_news(const database &db);
 
     // Of the thread that looks:
     const session &run_;

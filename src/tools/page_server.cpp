@@ -47,6 +47,15 @@ httplib::Server::HandlerResponse look_at_request(const Request &request, Respons
     return httplib::Server::HandlerResponse::Unhandled;
 }
 
+// What a program reads that would not see that nothing is looked at any more.
+void give_text(live_source &source, std::string live_texts::*text, const char *kind, Response &response) {
+    const live_texts texts = source.newest();
+    if (texts.failure.empty())
+        response.set_content(texts.*text, kind);
+    else
+        refuse(response, 503, texts.failure);
+}
+
 void give_page(live_source &source, Response &response) {
     const std::string nonce = new_nonce();
     response.headers.erase("Content-Security-Policy");
@@ -100,11 +109,11 @@ struct page_server::parts {
         server.Get(
             "/clients.json",
             [this](const Request &, Response &response) {
-                response.set_content(source.newest().clients, "application/json");
+                give_text(source, &live_texts::clients, "application/json", response);
             });
         server.Get("/metrics", [this](const Request &, Response &response) {
-            response.set_content(source.newest().metrics,
-                                 "application/openmetrics-text; version=1.0.0; charset=utf-8");
+            give_text(source, &live_texts::metrics,
+                      "application/openmetrics-text; version=1.0.0; charset=utf-8", response);
         });
     }
 

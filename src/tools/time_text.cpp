@@ -45,6 +45,32 @@ std::string date_and_age(const uint8_t date[HBS_DATE_SIZE], time_t now) {
     return date_text(date) + (when >= now ? " (in " + apart + ")" : " (" + apart + " ago)");
 }
 
+moment this_moment(clockid_t clock) {
+    timespec monotonic = {}, wall = {};
+    (void)clock_gettime(clock, &monotonic);
+    (void)clock_gettime(CLOCK_REALTIME, &wall);
+    const time_t borrowed = wall.tv_nsec < monotonic.tv_nsec ? 1 : 0;
+    const time_t apart = wall.tv_sec - monotonic.tv_sec - borrowed;
+    return {monotonic.tv_sec + apart, static_cast<uint32_t>(monotonic.tv_sec)};
+}
+
+std::optional<int32_t> age_of(uint32_t seconds, const moment &now) {
+    const auto age = static_cast<int32_t>(now.monotonic - seconds);
+    return seconds == 0 || age < 0 ? std::nullopt : std::optional(age);
+}
+
+std::string zoned_moment(uint32_t seconds, const moment &now) {
+    const auto age = age_of(seconds, now);
+    return age ? zoned_time(now.wall - *age) : "";
+}
+
+std::string moment_text(uint32_t seconds, const moment &now) {
+    std::string text = zoned_moment(seconds, now);
+    if (!text.empty())
+        text.replace(text.find('T'), 1, " ").resize(sizeof "2026-11-21 01:02:03" - 1);
+    return text;
+}
+
 std::string duration_text(double seconds) {
     const auto all = static_cast<long>(seconds);
     const long days = all / 86400, hours = all / 3600 % 24, minutes = all / 60 % 60;

@@ -56,7 +56,7 @@ def test_a_wider_terminal_shows_more(house):
     narrow, wide = ({head for head in output_on(house, "hbsctl", "list", columns=columns)[0].lines()[0].split()}
                     for columns in (80, 200))
     assert narrow < wide
-    assert {"COMMENT", "LEASE", "END"} <= wide
+    assert {"COMMENT", "LEASE", "END", "SINCE"} <= wide
 
 
 def test_colour_is_for_terminals_that_have_it(house):

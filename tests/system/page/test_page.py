@@ -150,6 +150,8 @@ def test_clients_are_what_list_prints(house, served):
     assert (status, headers["content-type"]) == (200, "application/json")
     jsonschema.Draft202012Validator(SCHEMA).validate(json.loads(body))
     assert {client["mac"] for client in json.loads(body)["clients"]} == set(house.clients())
+    listed = json.loads(house.hbsctl("list", "--json").stdout)["clients"]
+    assert [client["mac"] for client in json.loads(body)["clients"]] == [client["mac"] for client in listed]
 
 
 def test_metrics_are_what_metrics_prints(house, served):

@@ -62,6 +62,20 @@ TEST(ClientJson, OfAFullRecordHasEverything) {
     EXPECT_EQ(object.at("mac_filter"), -3);
 }
 
+TEST(ClientJson, TimesOfOtherClocksHaveTheirZoneAndTheirAge) {
+    hbs_client client = {};
+    client.online_time = 990;
+    client.lease_start_uptime = 1940;
+    const json object = client_json(client, {{1000, 1000}, {1000, 2000}});
+    EXPECT_EQ(object.at("since"), "1970-01-01T00:16:30+00:00");
+    EXPECT_EQ(object.at("since_seconds"), 10);
+    EXPECT_EQ(object.at("lease_start"), "1970-01-01T00:15:40+00:00");
+    EXPECT_EQ(object.at("lease_start_seconds"), 60);
+    const json without = client_json({}, {{1000, 1000}, {1000, 2000}});
+    for (const char *name : {"since", "since_seconds", "lease_start", "lease_start_seconds"})
+        EXPECT_TRUE(without.at(name).is_null()) << name;
+}
+
 TEST(ClientJson, TheListHasTheShapeThatScriptsRelyOn) {
     EXPECT_EQ(json_text(clients_json({}), -1), R"({"clients":[]})");
     const json document = clients_json({hbs_client{}, hbs_client{}});

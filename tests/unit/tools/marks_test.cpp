@@ -72,7 +72,7 @@ TEST(ChangeMarks, AColumnWithoutRoomIsNotShown) {
     hbs_client client = client_of(1);
     strcpy(client.host, "laptop");
     strcpy(client.comment, "on the desk");
-    EXPECT_EQ(shown_client_columns({client}, {}), (std::vector<size_t>{0, 1, 2, 3, 4, 5, 11}));
+    EXPECT_EQ(shown_client_columns({client}, {}), (std::vector<size_t>{0, 1, 2, 3, 4, 5, 12}));
     EXPECT_EQ(shown_client_columns({client}, {.width = 50}), (std::vector<size_t>{0, 1, 2, 3, 4}));
 }
 
