@@ -133,7 +133,13 @@ std::vector<sighting> kernel_neighbours() {
 
 lease_knowledge dhcp_leases() {
     lease_knowledge known = is_router() ? server_leases() : gateway_leases();
-    for (const std::string &file : files_like(HBS_STATIC_LEASES_BEFORE "*" HBS_STATIC_LEASES_AFTER))
-        append(known.leases, parse_leases(file_text(file).value_or(""), sighting::static_lease, file));
+    append(known.leases, static_leases());
     return known;
+}
+
+std::vector<sighting> static_leases() {
+    std::vector<sighting> leases;
+    for (const std::string &file : files_like(HBS_STATIC_LEASES_BEFORE "*" HBS_STATIC_LEASES_AFTER))
+        append(leases, parse_leases(file_text(file).value_or(""), sighting::static_lease, file));
+    return leases;
 }

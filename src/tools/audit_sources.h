@@ -17,6 +17,9 @@ std::vector<sighting> kernel_neighbours();
 // machines.
 lease_knowledge dhcp_leases();
 
+// Of those only what users set; what is not there or cannot be read holds nothing.
+std::vector<sighting> static_leases();
+
 // None for an entry that is gone, on no LAN interface, or has no address or MAC of the right length.
 std::optional<sighting> neighbour_sighting(const hbs_neighbour &entry, const std::string &interface);
 

@@ -1,5 +1,6 @@
 #include "tools/gateway_status.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fcntl.h>
 #include <fstream>
@@ -8,6 +9,7 @@
 
 #include "base/counters.h"
 #include "base/paths.h"
+#include "tools/audit_sources.h"
 #include "tools/client_key.h"
 #include "tools/command_client.h"
 #include "tools/route_mode.h"
@@ -81,24 +83,38 @@ void count(head_count &counter, const hbs_client &client) {
     counter.online += (client.flags & HBS_FLAG_ONLINE) != 0;
 }
 
+// A static lease that was set just now is in the file, and on the client only with the server's next news.
+bool is_protected(const hbs_client &client, const std::vector<sighting> &static_leases) {
+    const std::string mac = mac_text(client.mac);
+    return (client.trust & HBS_TRUST_PROTECTED) != 0 || (client.flags & protecting_flags) != 0 ||
+           std::any_of(static_leases.begin(), static_leases.end(),
+                       [&](const sighting &lease) { return lease.mac == mac; });
+}
+
+bool is_nobody(const hbs_client &client) {
+    return key_of(client).empty();
+}
+
 } // namespace
 
-std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients) {
+std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients,
+                                         const std::vector<sighting> &static_leases) {
     const hbs_client *next = nullptr;
     int32_t earliest = INT32_MAX; // one of that time is never displaced
     for (const hbs_client &client : clients) {
-        const bool is_protected =
-            (client.trust & HBS_TRUST_PROTECTED) != 0 || (client.flags & protecting_flags) != 0;
         const auto since = static_cast<int32_t>(client.online_time);
-        if (is_protected || since >= earliest)
+        if (since >= earliest || is_protected(client, static_leases))
             continue;
         next = &client;
         earliest = since;
     }
-    return next == nullptr ? std::nullopt : std::optional(*next);
+    if (next != nullptr)
+        return *next;
+    const auto nobody = std::find_if(clients.begin(), clients.end(), is_nobody);
+    return nobody == clients.end() ? std::nullopt : std::optional(*nobody);
 }
 
-gateway_status status_of(const database &db) {
+gateway_status status_of(const database &db, const std::vector<sighting> &static_leases) {
     gateway_status status;
     for (const hbs_client &client : db.clients) {
         count(status.all, client);
@@ -111,12 +127,12 @@ gateway_status status_of(const database &db) {
                     {"dhcp", db.dhcp.size(), HBS_MAX_DHCP_ENTRIES},
                     {"rules", db.rules.size(), HBS_MAX_RULE_ENTRIES},
                     {"primary", db.primary.size(), HBS_MAX_PRI_ENTRIES}};
-    status.next_displaced = next_displaced(db.clients);
+    status.next_displaced = next_displaced(db.clients, static_leases);
     return status;
 }
 
 gateway_status seen_status(const session &run, const database &db) {
-    gateway_status status = status_of(db);
+    gateway_status status = status_of(db, static_leases());
     status.running = daemon_is_there(run.socket_path);
     if (!status.running)
         return status;

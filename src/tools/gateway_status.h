@@ -8,6 +8,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "tools/audit.h"
 #include "tools/database.h"
 #include "tools/session.h"
 
@@ -51,9 +52,10 @@ gateway_status seen_status(const session &run, const database &db);
 // The mode, and whether the daemon tells it at all.
 void ask_mode(const session &run, gateway_status &status);
 
-// The part of it that the database tells.
-gateway_status status_of(const database &db);
+// The part of it that the database and the files tell.
+gateway_status status_of(const database &db, const std::vector<sighting> &static_leases);
 
-// The client that has been on or off line longest of those that nothing protects; none when all are
-// protected.
-std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients);
+// The client that has been off line longest of those that nothing protects, a static lease in the DHCP
+// servers' files among it; otherwise the first with neither MAC nor address; none when all are protected.
+std::optional<hbs_client> next_displaced(const std::vector<hbs_client> &clients,
+                                         const std::vector<sighting> &static_leases);

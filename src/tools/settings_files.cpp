@@ -28,12 +28,6 @@ bool parse_filed(const std::string &field, rule_values *rule) {
     return count == 3 || count == 6;
 }
 
-std::vector<sighting> static_leases() {
-    std::vector<sighting> leases = dhcp_leases().leases;
-    std::erase_if(leases, [](const sighting &one) { return one.what != sighting::static_lease; });
-    return leases;
-}
-
 // Every line after the first, which holds the file's version, is one client.
 size_t clients_in(const std::string &text) {
     const auto lines = std::count(text.begin(), text.end(), '\n');

@@ -33,9 +33,9 @@ const char *mode_word(const gateway_status &status) {
 
 std::string displaced_text(const gateway_status &status) {
     if (!status.next_displaced)
-        return "nobody: all are protected";
-    const std::string name = client_name(*status.next_displaced);
-    return key_of(*status.next_displaced) + (name.empty() ? "" : " (" + name + ")");
+        return status.all.clients == 0 ? "nobody is there" : "nobody: all are protected";
+    const std::string name = client_name(*status.next_displaced), key = key_of(*status.next_displaced);
+    return (key.empty() ? "a record without MAC and address" : key) + (name.empty() ? "" : " (" + name + ")");
 }
 
 std::string spaced(std::string name) {

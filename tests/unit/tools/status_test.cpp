@@ -22,22 +22,45 @@ hbs_client client_of(uint32_t since, uint32_t flags = 0, uint32_t trust = 0) {
 }
 
 TEST(NextDisplaced, IsTheOldestThatNothingProtects) {
-    EXPECT_FALSE(next_displaced({}));
-    EXPECT_FALSE(next_displaced({client_of(1, HBS_FLAG_ONLINE), client_of(2, HBS_FLAG_STIP4),
-                                 client_of(3, HBS_FLAG_STIP6), client_of(4, 0, HBS_TRUST_BLACK)}));
+    EXPECT_FALSE(next_displaced({}, {}));
+    std::vector<hbs_client> all = {client_of(1, HBS_FLAG_ONLINE), client_of(2, HBS_FLAG_STIP4),
+                                   client_of(3, HBS_FLAG_STIP6), client_of(4, 0, HBS_TRUST_BLACK)};
+    for (hbs_client &client : all)
+        client.mac[0] = 2;
+    EXPECT_FALSE(next_displaced(all, {}));
     const auto next =
-        next_displaced({client_of(9), client_of(5), client_of(7), client_of(1, HBS_FLAG_ONLINE)});
+        next_displaced({client_of(9), client_of(5), client_of(7), client_of(1, HBS_FLAG_ONLINE)}, {});
     ASSERT_TRUE(next);
     EXPECT_EQ(next->online_time, 5u);
 }
 
 TEST(NextDisplaced, AmongEqualOnesIsTheFirst_AndNeverOneOfTheLastTime) {
     hbs_client first = client_of(5), second = client_of(5);
+    hbs_client one_of_the_last_time = client_of(0x7FFFFFFF);
+    one_of_the_last_time.mac[0] = 2;
     first.client_id = 1;
     second.client_id = 2;
-    EXPECT_EQ(next_displaced({first, second})->client_id, 1u);
-    EXPECT_FALSE(next_displaced({client_of(0x7FFFFFFF)}));
-    EXPECT_EQ(next_displaced({client_of(1), client_of(0x80000000u)})->online_time, 0x80000000u);
+    EXPECT_EQ(next_displaced({first, second}, {})->client_id, 1u);
+    EXPECT_FALSE(next_displaced({one_of_the_last_time}, {}));
+    EXPECT_EQ(next_displaced({client_of(1), client_of(0x80000000u)}, {})->online_time, 0x80000000u);
+}
+
+TEST(NextDisplaced, IsNobodyWithAStaticLeaseInTheFiles) {
+    hbs_client reserved = client_of(1), other = client_of(2);
+    reserved.mac[0] = other.mac[0] = 2;
+    reserved.mac[5] = 9;
+    const sighting lease = {sighting::static_lease, "02:00:00:00:00:09", "192.168.0.9", "file"};
+    EXPECT_EQ(next_displaced({reserved, other}, {lease})->online_time, 2u);
+    EXPECT_FALSE(next_displaced({reserved}, {lease}));
+}
+
+TEST(NextDisplaced, IsARecordThatNothingCanName_WhenAllOthersAreProtected) {
+    hbs_client known = client_of(1, HBS_FLAG_ONLINE), nobody = client_of(9, HBS_FLAG_ONLINE);
+    known.mac[0] = 2;
+    nobody.client_id = 7;
+    const auto next = next_displaced({known, nobody}, {});
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->client_id, 7u);
 }
 
 class Status : public QuerySegment {
@@ -110,6 +133,11 @@ TEST(Times, HaveTheirZone) {
     EXPECT_EQ(zoned_date(date), "1970-01-01T01:00:30+01:00");
     EXPECT_EQ(zoned_date(none), "");
     EXPECT_EQ(date_and_age(date, 20), "1970-01-01 01:00:30 (in 10 s)");
+    EXPECT_EQ(zoned_moment(30, {20, 50}), "1970-01-01T01:00:00+01:00") << "20 s before";
+    EXPECT_EQ(moment_text(30, {20, 50}), "1970-01-01 01:00:00");
+    EXPECT_EQ(zoned_moment(0, {20, 50}), "") << "never";
+    EXPECT_EQ(zoned_moment(51, {20, 50}), "") << "still to come";
+    EXPECT_EQ(age_of(0xFFFFFFFE, {20, 3}), 5) << "the clock has wrapped";
     EXPECT_EQ(date_and_age(date, 90), "1970-01-01 01:00:30 (1 min 0 s ago)");
     EXPECT_EQ(date_and_age(none, 90), "");
 }
