@@ -16,6 +16,13 @@ CLI::Option *add_parsed(CLI::App *command, const std::string &name, Value &targe
     return name[0] == '-' ? option : option->required();
 }
 
+// "0.1", "3600".
+std::string short_text(double number) {
+    char text[32];
+    (void)snprintf(text, sizeof text, "%.10g", number);
+    return text;
+}
+
 template <typename Bytes>
 std::optional<Bytes> of_family(const std::string &text, uint16_t family, Bytes ip_address::*field) {
     const auto address = parse_ip(text);
@@ -91,16 +98,15 @@ CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &ta
 }
 
 CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &target, double least,
-                         const std::string &help) {
-    constexpr double most = 3600;
-    const auto in_range = [least](const std::string &text) {
+                         const std::string &help, double most) {
+    const auto in_range = [least, most](const std::string &text) {
         double seconds = 0;
         // Written so that what is not a number at all ("nan") is refused as well.
         const bool fits = CLI::detail::lexical_cast(text, seconds) && seconds >= least && seconds <= most;
         return fits ? std::string() : "'" + text + "' is no number of seconds that is possible here";
     };
     return command->add_option(name, target, help)
-        ->check(CLI::Validator(in_range, CLI::Range(least, most).get_description()))
+        ->check(CLI::Validator(in_range, "FLOAT in [" + short_text(least) + " - " + short_text(most) + "]"))
         ->type_name("SECONDS")
         ->capture_default_str();
 }

@@ -29,9 +29,10 @@ using word_choices = std::vector<std::pair<std::string, uint32_t>>;
 CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &target,
                         const word_choices &choices, const std::string &help);
 
-// A time in seconds, from `least` to an hour; `target` holds its default.
+// A time in seconds, from `least` to `most`; `target` holds its default.
+constexpr double an_hour = 3600, a_year = 366 * 86400.0;
 CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &target, double least,
-                         const std::string &help);
+                         const std::string &help, double most = an_hour);
 
 // A time such as "90", "90s", "10m", "2h" or "1d"; `target` gets seconds.
 CLI::Option *add_duration(CLI::App *command, const std::string &name, double &target,

@@ -37,6 +37,20 @@ std::vector<std::string> names_of(const database &db) {
     return names;
 }
 
+std::string nobody_text(const database &db, const std::string &key) {
+    return "no client has the MAC, address or name '" + key + "'" + suggestion(key, names_of(db));
+}
+
+mac_bytes mac_of(const session &run, const database &db, const std::string &key) {
+    const std::vector<hbs_client> found = matching_clients(db, key);
+    if (found.empty())
+        throw nothing_to_send(run, nobody_text(db, key), "a MAC");
+    const auto mac = parse_mac(mac_text(one_client(db, key).mac));
+    if (!mac)
+        throw nothing_to_send(run, "the client '" + key + "' has no MAC, by which this is set", "a MAC");
+    return *mac;
+}
+
 } // namespace
 
 std::vector<std::string> nearest(const std::string &word, const std::vector<std::string> &known) {
@@ -62,10 +76,8 @@ std::string suggestion(const std::string &word, const std::vector<std::string> &
 
 std::vector<hbs_client> known_clients(const database &db, const std::string &key) {
     std::vector<hbs_client> found = matching_clients(db, key);
-    if (found.empty()) {
-        throw run_error(exit_negative, "no client has the MAC, address or name '" + key + "'" +
-                                           suggestion(key, names_of(db)));
-    }
+    if (found.empty())
+        throw run_error(exit_negative, nobody_text(db, key));
     return found;
 }
 
@@ -76,27 +88,45 @@ hbs_client one_client(const database &db, const std::string &key) {
     return found.front();
 }
 
-mac_bytes device_of(const database &db, const std::string &key) {
+run_error nothing_to_send(const session &run, const std::string &why, const std::string &missing) {
+    return run_error(exit_negative,
+                     why + (run.force ? "; --force sends nothing here without " + missing : ""));
+}
+
+meant_client client_meant(const session &run, const look &now, const std::string &key) {
+    if (!matching_clients(now.db, key).empty()) {
+        const hbs_client client = one_client(now.db, key);
+        return {client, key_of(client), {}};
+    }
+    const std::string why = nobody_text(now.db, key);
     if (const auto mac = parse_mac(key))
-        return *mac;
-    const auto mac = parse_mac(mac_text(one_client(db, key).mac));
-    if (!mac)
-        throw run_error(exit_negative, "the client '" + key + "' has no MAC, by which this is set");
-    return *mac;
+        return {{}, mac_text(mac->data()), why};
+    if (const auto address = parse_ip(key))
+        return {{}, ip_text(*address), why};
+    throw nothing_to_send(run, why, "a MAC or an address");
 }
 
-mac_bytes device_meant(const std::string &key) {
+mac_bytes device_of(const session &run, const look &now, const std::string &key) {
     const auto mac = parse_mac(key);
-    return mac ? *mac : device_of(read_database(), key);
+    return mac ? *mac : mac_of(run, now.db, key);
 }
 
-ipv6_bytes link_local_meant(const std::string &key) {
+mac_bytes device_meant(const session &run, const std::string &key) {
+    const auto mac = parse_mac(key);
+    return mac ? *mac : mac_of(run, read_database(), key);
+}
+
+ipv6_bytes link_local_meant(const session &run, const std::string &key) {
     const auto address = parse_ip(key);
     if (address && address->family == HBS_FAMILY_IPV6)
         return address->ipv6;
-    const auto ll = parse_ip(ipv6_text(one_client(read_database(), key).ll));
+    const database db = read_database();
+    if (matching_clients(db, key).empty())
+        throw nothing_to_send(run, nobody_text(db, key), "a link-local address");
+    const auto ll = parse_ip(ipv6_text(one_client(db, key).ll));
     if (!ll)
-        throw run_error(exit_negative, "the client '" + key + "' has no link-local address");
+        throw nothing_to_send(run, "the client '" + key + "' has no link-local address",
+                              "a link-local address");
     return ll->ipv6;
 }
 

@@ -5,6 +5,8 @@
 #include <vector>
 
 #include "tools/database.h"
+#include "tools/look.h"
+#include "tools/objections.h"
 #include "tools/session.h"
 #include "tools/words.h"
 
@@ -15,14 +17,28 @@ std::vector<hbs_client> known_clients(const database &db, const std::string &key
 // The only one that it stands for. Throws run_error when there are several, too.
 hbs_client one_client(const database &db, const std::string &key);
 
+// Who a command is about: a client, or only a MAC or an address that no client has.
+struct meant_client {
+    std::optional<hbs_client> client;
+    std::string key;   // as key_of names it
+    objection unknown; // that there is no such client
+};
+
+// Throws run_error for what names nobody or several: of a name alone no request can be made, not even with
+// --force.
+meant_client client_meant(const session &run, const look &now, const std::string &key);
+
 // A MAC as it stands, known or not; otherwise that of the one client.
-mac_bytes device_of(const database &db, const std::string &key);
+mac_bytes device_of(const session &run, const look &now, const std::string &key);
 
 // The same, which reads the database only when it has to.
-mac_bytes device_meant(const std::string &key);
+mac_bytes device_meant(const session &run, const std::string &key);
 
 // An IPv6 address as it stands; otherwise the link-local one of the one client.
-ipv6_bytes link_local_meant(const std::string &key);
+ipv6_bytes link_local_meant(const session &run, const std::string &key);
+
+// The end of a run that can send nothing, because this is not known of a client, and --force cannot know it.
+run_error nothing_to_send(const session &run, const std::string &why, const std::string &missing);
 
 // How a client is named in messages and looked up again: by its MAC, or by an address.
 std::string key_of(const hbs_client &client);

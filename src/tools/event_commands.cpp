@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr uint32_t most_ssids = 256; // what a client's record can tell apart
+constexpr uint32_t most_ssids = 16; // no device becomes a client on another one
 constexpr uint32_t router_entries = 8;
 constexpr uint32_t last_network = 15;
 
@@ -67,6 +67,10 @@ objection to_lease(const dhcpv4_lease &lease) {
                      network_known ? to_number("network", lease.network, 0, last_network) : std::nullopt});
 }
 
+objection to_lease6(const ipv6_bytes &ll, const ipv6_bytes &address) {
+    return first_of({to_link_local(ll), to_leased_address(address)});
+}
+
 objection to_subnet(const subnet_arguments &arguments) {
     return first_of({to_number("router entry", arguments.index, 1, router_entries),
                      to_host_address(arguments.before), to_host_address(arguments.after)});
@@ -107,7 +111,7 @@ void add_dhcpv4_events(CLI::App *event, session &run) {
     const auto lease = [&run](const char *name, hbs_code code) {
         return [&run, name, code](const dhcpv4_arguments &arguments) {
             dhcpv4_lease message = arguments.lease;
-            message.mac = device_meant(arguments.client);
+            message.mac = device_meant(run, arguments.client);
             message.code = code;
             message.dynamic = !arguments.is_static;
             tell_event(run, name, code, event_dhcpv4_lease(message), to_lease(message));
@@ -121,7 +125,7 @@ void add_dhcpv4_events(CLI::App *event, session &run) {
         event, "dhcpv4-release", "A device gave its IPv4 lease back", add_lease_head,
         [&run](const dhcpv4_arguments &arguments) {
             dhcpv4_lease head = arguments.lease;
-            head.mac = device_meant(arguments.client);
+            head.mac = device_meant(run, arguments.client);
             tell_event(run, "dhcpv4-release", HBS_EVENT_DHCPV4_RELEASE,
                        event_dhcpv4_release(head.mac, head.ipv4, !arguments.is_static, head.seconds),
                        to_lease(head));
@@ -142,11 +146,11 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
             add_identity(command, arguments.lease);
         },
         [&run](dhcpv6_arguments &arguments) {
-            arguments.lease.ll = link_local_meant(arguments.client);
+            arguments.lease.ll = link_local_meant(run, arguments.client);
             if (arguments.seconds != 0)
                 arguments.lease.lease_end = static_cast<uint32_t>(time(nullptr)) + arguments.seconds;
             tell_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease),
-                       to_link_local(arguments.lease.ll));
+                       to_lease6(arguments.lease.ll, arguments.lease.ipv6));
         });
     add_command<release6_arguments>(
         event, "dhcpv6-release", "A device gave its IPv6 lease back",
@@ -156,9 +160,9 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
             add_ipv6(command, "address", arguments.ipv6, "The address that it gave back");
         },
         [&run](const release6_arguments &arguments) {
-            const ipv6_bytes ll = link_local_meant(arguments.client);
+            const ipv6_bytes ll = link_local_meant(run, arguments.client);
             tell_event(run, "dhcpv6-release", HBS_EVENT_DHCPV6_RELEASE,
-                       event_dhcpv6_release(ll, arguments.ipv6), to_link_local(ll));
+                       event_dhcpv6_release(ll, arguments.ipv6), to_lease6(ll, arguments.ipv6));
         });
 }
 
@@ -170,7 +174,7 @@ void add_association(CLI::App *event, session &run, const char *name, const char
             command->add_option("ssid", arguments.ssid, "Number of the SSID, from 1")->required();
         },
         [&run, name, code](const wifi_arguments &arguments) {
-            const mac_bytes mac = device_meant(arguments.client);
+            const mac_bytes mac = device_meant(run, arguments.client);
             tell_event(run, name, code, event_wifi_assoc(code, mac, arguments.ssid),
                        first_of({to_device(mac), to_number("SSID", arguments.ssid, 1, most_ssids)}));
         });
@@ -183,7 +187,7 @@ void add_wifi_events(CLI::App *event, session &run) {
         event, "wifi-info", "The link figures of a device changed",
         [](CLI::App *command, std::string &client) { add_client(command, client); },
         [&run](const std::string &client) {
-            const mac_bytes mac = device_meant(client);
+            const mac_bytes mac = device_meant(run, client);
             tell_event(run, "wifi-info", HBS_EVENT_WIFI_ASSOC_INFO, event_wifi_info(mac), to_device(mac));
         });
     event->add_subcommand("xwifi-changed", "The set of extra Wi-Fi interfaces changed")->callback([&run] {

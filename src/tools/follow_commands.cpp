@@ -31,7 +31,7 @@ struct wait_options {
 };
 
 std::chrono::milliseconds milliseconds_of(double seconds) {
-    return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+    return std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
 }
 
 std::string in_quotes(const std::string &text) {
@@ -170,7 +170,7 @@ void add_follow_commands(CLI::App *app, session &run) {
             add_client(command, options.client);
             CLI::Option *online = command->add_flag("--online", options.online, "Until it is on line");
             command->add_flag("--offline", options.offline, "Until it is off line")->excludes(online);
-            add_seconds(command, "--timeout", options.seconds, 0, "Seconds to wait at most");
+            add_seconds(command, "--timeout", options.seconds, 0, "Seconds to wait at most", a_year);
         },
         [&run](const wait_options &options) { wait_for_client(run, options); });
 }

@@ -38,9 +38,12 @@ void confirm(session &run, const std::string &name, const std::string &what, wit
 // --- mode
 // ----------------------------------------------------------------------------------------------------
 
+std::string mode_word(const look &now) {
+    return now.routed ? "routed" : "bridge";
+}
+
 std::vector<fact> mode_facts(const look &now) {
-    return {{"mode", now.routed ? "routed" : "bridge"},
-            {"clients in the table", std::to_string(now.db.clients.size())}};
+    return {{"mode", mode_word(now)}, {"clients in the table", std::to_string(now.db.clients.size())}};
 }
 
 std::string bridge_announcement(const look &before) {
@@ -53,9 +56,11 @@ void set_mode(session &run, bool routed) {
     if (before.routed && !routed)
         confirm(run, "mode", bridge_announcement(before), without_terminal::goes_ahead);
     (void)send_command(request_route_mode(routed), run.socket_path, run.answer_seconds);
-    const std::vector<change> changes = changes_between(mode_facts(before), mode_facts(look_first(run)));
-    print_outcome(run, "mode", changes,
-                  changes.empty() ? std::string("the mode is ") + (before.routed ? "routed" : "bridge") : "");
+    const look after = look_first(run);
+    if (before.routed == after.routed) // clients may come and go meanwhile
+        print_outcome(run, "mode", {}, "the mode is " + mode_word(after));
+    else
+        print_outcome(run, "mode", changes_between(mode_facts(before), mode_facts(after)));
 }
 
 // --- reset-defaults

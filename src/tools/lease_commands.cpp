@@ -32,25 +32,35 @@ auto facts_of_lease(const mac_bytes &mac, const ip_address &address) {
 void set_lease(session &run, const lease_arguments &arguments) {
     const look before = look_first(run);
     static_lease lease = arguments.lease;
-    lease.mac = device_of(before.db, arguments.client);
+    lease.mac = device_of(run, before, arguments.client);
     carry_out(run, before,
               {"static-lease set", HBS_CMD_SET_STATIC_LEASE, request_set_static_lease(lease),
                to_static_lease(before, lease), facts_of_lease(lease.mac, lease.address)});
 }
 
-// An address as it stands, otherwise that of the client.
-ip_address address_meant(const look &now, const std::string &key) {
+// Of a device that is no client.
+std::optional<ip_address> reserved_address(const look &now, const std::string &mac) {
+    for (const sighting &lease : now.files.leases)
+        if (lease.mac == mac)
+            return parse_ip(lease.address);
+    return std::nullopt;
+}
+
+// An address as it stands, otherwise that of the client, or what is reserved for the MAC.
+ip_address address_meant(const session &run, const look &now, const std::string &key) {
     if (const auto address = parse_ip(key))
         return *address;
-    const auto address = parse_ip(ipv4_text(one_client(now.db, key).ipv4));
+    const meant_client who = client_meant(run, now, key);
+    const auto address = who.client ? parse_ip(ipv4_text(who.client->ipv4)) : reserved_address(now, who.key);
     if (!address)
-        throw run_error(exit_negative, "the client '" + key + "' has no IPv4 address");
+        throw nothing_to_send(run, who.unknown.value_or("the client '" + key + "' has no IPv4 address"),
+                              "an address");
     return *address;
 }
 
 void clear_lease(session &run, const clear_arguments &arguments) {
     const look before = look_first(run);
-    const ip_address address = address_meant(before, arguments.client);
+    const ip_address address = address_meant(run, before, arguments.client);
     const std::vector<hbs_client> holders = matching_clients(before.db, ip_text(address));
     const mac_bytes mac = holders.empty() ? mac_bytes{} : std::to_array(holders.front().mac);
     carry_out(run, before,
@@ -60,7 +70,7 @@ void clear_lease(session &run, const clear_arguments &arguments) {
 
 void set_internal(session &run, const lease_arguments &arguments) {
     const look before = look_first(run);
-    const mac_bytes mac = device_of(before.db, arguments.client);
+    const mac_bytes mac = device_of(run, before, arguments.client);
     const ip_address &address = arguments.lease.address;
     carry_out(run, before,
               {"internal-lease set", HBS_CMD_SET_INTERNAL_LEASE, request_set_internal_lease(mac, address),

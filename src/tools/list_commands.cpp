@@ -5,6 +5,7 @@
 #include "tools/arguments.h"
 #include "tools/carry_out.h"
 #include "tools/client_key.h"
+#include "tools/list_texts.h"
 
 namespace {
 
@@ -12,6 +13,7 @@ struct filter_arguments {
     uint32_t list = 0;
     std::string client, new_client;
     std::optional<rule_values> rule;
+    list_texts texts;
     filter_request request;
 };
 
@@ -52,14 +54,16 @@ void run_list_command(session &run, const list_command &command, const filter_ar
     request.code = command.code;
     request.list = static_cast<uint8_t>(arguments.list);
     request.rule = arguments.rule.value_or(rule_values{});
-    request.mac = device_of(before.db, arguments.client);
+    request.mac = device_of(run, before, arguments.client);
     if (!arguments.new_client.empty())
-        request.new_mac = device_of(before.db, arguments.new_client);
-    if (command.needs_client)
-        (void)known_clients(before.db, mac_text(request.mac.data()));
+        request.new_mac = device_of(run, before, arguments.new_client);
+    put_texts(request, arguments.texts, before.db);
+    const objection unknown =
+        command.needs_client ? client_meant(run, before, mac_text(request.mac.data())).unknown : std::nullopt;
     carry_out(run, before,
               {command.name, command.code, request_filter(request),
-               command.object(before, request, arguments.rule.has_value()), facts_of_devices(request)});
+               first_of({unknown, command.object(before, request, arguments.rule.has_value())}),
+               facts_of_devices(request)});
 }
 
 void add_list_and_client(CLI::App *command, filter_arguments &arguments) {
@@ -73,13 +77,13 @@ void add_rule_option(CLI::App *command, filter_arguments &arguments) {
 }
 
 void add_filter_texts(CLI::App *command, filter_arguments &arguments) {
-    filter_request &request = arguments.request;
+    list_texts &texts = arguments.texts;
     add_rule_option(command, arguments);
-    command->add_option("--filter-word", request.filter_word, "Filter word to keep with the client");
-    command->add_option("--comment", request.comment, "Comment to keep with the client");
-    command->add_option("--description", request.description, "Description of the rule");
-    command->add_option("--keywords", request.keywords, "Keyword list");
-    command->add_option("--domains", request.domains, "Domain list");
+    command->add_option("--filter-word", texts.filter_word, "Filter word; what is not given stays as it is");
+    command->add_option("--comment", arguments.request.comment, "Comment to keep with the client");
+    command->add_option("--description", texts.description, "Description of the rule; empty removes it");
+    command->add_option("--keywords", texts.keywords, "Keyword list; empty removes it");
+    command->add_option("--domains", texts.domains, "Domain list; empty removes it");
 }
 
 void add_filter_arguments(CLI::App *command, filter_arguments &arguments) {

@@ -38,14 +38,8 @@ objection to_own_address(const lan_network &network, const ipv4_bytes &address) 
                                       : std::nullopt;
 }
 
-objection to_place(const lan_network &network, const ipv4_bytes &address) {
+objection to_edge(const lan_network &network, const ipv4_bytes &address) {
     const std::string text = ipv4_text(address.data());
-    const bool inside = is_in(network, address);
-    if (network.number % folded != 0)
-        return inside ? objection(text + " belongs to network " + std::to_string(network.number))
-                      : std::nullopt;
-    if (!inside)
-        return text + " is not in " + network_text(network) + ", the network that has fixed addresses";
     if (address == first_address(network))
         return text + " is the network's own address";
     if (address == last_address(network))
@@ -53,17 +47,33 @@ objection to_place(const lan_network &network, const ipv4_bytes &address) {
     return std::nullopt;
 }
 
-// What is wrong with an address of another network is told before what it lacks in this one.
-objection to_every_place(std::vector<lan_network> networks, const ipv4_bytes &address) {
-    std::vector<objection> all;
-    all.reserve(2 * networks.size());
+// Why an address outside all networks that have fixed addresses cannot be one.
+objection to_outside(const std::vector<lan_network> &networks, const ipv4_bytes &address) {
+    std::vector<std::string> meant;
     for (const lan_network &network : networks)
-        all.push_back(to_own_address(network, address));
-    std::sort(networks.begin(), networks.end(),
-              [](const lan_network &left, const lan_network &right) { return left.number > right.number; });
-    for (const lan_network &network : networks)
-        all.push_back(to_place(network, address));
-    return first_of(all);
+        if (is_lease_network(network.number))
+            meant.push_back(network_text(network));
+        else if (is_in(network, address))
+            return ipv4_text(address.data()) + " belongs to network " + std::to_string(network.number);
+    if (meant.empty())
+        return std::nullopt;
+    return ipv4_text(address.data()) + " is not in " + joined(meant, " or ") +
+           (meant.size() == 1 ? ", the network that has fixed addresses"
+                              : ", the networks that have fixed addresses");
+}
+
+// A network may have several subnets: an address has to be in one of them.
+objection to_place(const std::vector<lan_network> &networks, const ipv4_bytes &address) {
+    std::vector<objection> own;
+    std::vector<objection> edges;
+    for (const lan_network &network : networks) {
+        own.push_back(to_own_address(network, address));
+        if (is_lease_network(network.number) && is_in(network, address))
+            edges.push_back(to_edge(network, address));
+    }
+    if (objection mine = first_of(own))
+        return mine;
+    return edges.empty() ? to_outside(networks, address) : first_of(edges);
 }
 
 objection to_holder(const look &now, const std::string &mac, const std::string &address) {
@@ -124,6 +134,21 @@ const hbs_rule_entry *entry_with(const look &now, uint32_t instance) {
     return found == now.db.rules.end() ? nullptr : &*found;
 }
 
+// All zero, the host's own, or an IPv4 address in IPv6's clothes.
+bool has_no_prefix(const ipv6_bytes &address) {
+    constexpr size_t prefix = 8;
+    return std::all_of(address.begin(), address.begin() + prefix, [](uint8_t byte) { return byte == 0; });
+}
+
+bool is_link_local(const ipv6_bytes &address) {
+    return address[0] == 0xFE && (address[1] & 0xC0) == 0x80;
+}
+
+std::string typed_text(const ipv6_bytes &address) {
+    const std::string text = ipv6_text(address.data());
+    return text.empty() ? "::" : text;
+}
+
 bool is_multicast_or_worse(const ipv4_bytes &address) {
     return address[0] >= 224;
 }
@@ -151,9 +176,14 @@ objection to_host_address(const ipv4_bytes &address) {
 }
 
 objection to_link_local(const ipv6_bytes &address) {
-    const bool link_local = address[0] == 0xFE && (address[1] & 0xC0) == 0x80;
-    return link_local ? std::nullopt
-                      : objection(ipv6_text(address.data()) + " is no link-local address (fe80::/10)");
+    return is_link_local(address) ? std::nullopt
+                                  : objection(typed_text(address) + " is no link-local address (fe80::/10)");
+}
+
+objection to_leased_address(const ipv6_bytes &address) {
+    constexpr uint8_t multicast = 0xFF;
+    const bool none = address[0] == multicast || is_link_local(address) || has_no_prefix(address);
+    return none ? objection(typed_text(address) + " is no address that a server gives") : std::nullopt;
 }
 
 objection to_number(const char *what, uint32_t number, uint32_t least, uint32_t most) {
@@ -166,8 +196,7 @@ objection to_number(const char *what, uint32_t number, uint32_t least, uint32_t 
 objection to_fixed_address(const look &now, const mac_bytes &mac, const ip_address &address) {
     if (address.family != HBS_FAMILY_IPV4)
         return "the daemon keeps fixed addresses for IPv4 only";
-    return first_of({to_device(mac), to_host_address(address.ipv4),
-                     to_every_place(now.networks, address.ipv4),
+    return first_of({to_device(mac), to_host_address(address.ipv4), to_place(now.networks, address.ipv4),
                      to_holder(now, text_of(mac), ip_text(address))});
 }
 

@@ -18,6 +18,9 @@ objection to_device(const mac_bytes &mac);
 // An address that no host can have, whatever the network.
 objection to_host_address(const ipv4_bytes &address);
 objection to_link_local(const ipv6_bytes &address);
+
+// An IPv6 address that no server gives.
+objection to_leased_address(const ipv6_bytes &address);
 objection to_number(const char *what, uint32_t number, uint32_t least, uint32_t most);
 
 // A fixed address in network 0 for a device.

@@ -51,24 +51,22 @@ struct step {
     objection why_not;
 };
 
-filter_request filter_of(const device_settings &device, uint8_t list, const rule_values &rule) {
+filter_request filter_of(const look &now, const device_settings &device, uint8_t list,
+                         const rule_values &rule) {
     filter_request request;
     request.code = HBS_CMD_SET_MACFILTER;
     request.list = list;
     request.mac = device.mac;
     request.rule = rule;
-    request.filter_word = device.filter_word;
-    request.comment = device.comment;
-    request.description = device.description;
-    request.keywords = device.keywords;
-    request.domains = device.domains;
+    request.comment = device.comment.value_or("");
+    put_texts(request, device.texts, now.db);
     return request;
 }
 
 void add_leases(std::vector<step> &steps, const look &now, const device_settings &device) {
     if (device.static_lease) {
-        const static_lease lease = {0, *device.static_lease, device.mac, device.comment,
-                                    device.host.value_or("")};
+        const static_lease lease = {device.lease_network, *device.static_lease, device.mac,
+                                    device.comment.value_or(""), device.host.value_or("")};
         steps.push_back(
             {HBS_CMD_SET_STATIC_LEASE, request_set_static_lease(lease), to_static_lease(now, lease)});
     }
@@ -82,21 +80,34 @@ void add_trust(std::vector<step> &steps, const device_settings &device) {
     for (uint32_t action : device.trusted_for)
         steps.push_back({HBS_CMD_SET_TRUSTED,
                          request_trust(HBS_CMD_SET_TRUSTED, static_cast<uint8_t>(action),
-                                       {HBS_SELECT_MAC, device.mac, {}}, device.comment),
+                                       {HBS_SELECT_MAC, device.mac, {}}, device.comment.value_or("")),
                          to_device(device.mac)});
 }
 
+// Texts alone go with a list, and with a rule, that the device has already.
+device_settings with_list(const look &now, device_settings device) {
+    if (is_on_list(device) || !is_any_given(device.texts))
+        return device;
+    for (const device_settings &there : settings_of(now)) {
+        if (there.mac != device.mac)
+            continue;
+        device.rules.assign(there.rules.begin(), there.rules.begin() + (there.rules.empty() ? 0 : 1));
+        device.lists = device.rules.empty() ? there.lists : std::vector{device.rules.front().first};
+    }
+    return device;
+}
+
 // A device is put on a list with each of its rules there, or with none.
-void add_lists(std::vector<step> &steps, const device_settings &device) {
+void add_lists(std::vector<step> &steps, const look &now, const device_settings &device) {
     for (const auto &[list, rule] : device.rules)
-        steps.push_back(
-            {HBS_CMD_SET_MACFILTER, request_filter(filter_of(device, list, rule)), to_device(device.mac)});
+        steps.push_back({HBS_CMD_SET_MACFILTER, request_filter(filter_of(now, device, list, rule)),
+                         to_device(device.mac)});
     for (uint8_t list : device.lists) {
         const bool has_rule = std::any_of(device.rules.begin(), device.rules.end(),
                                           [&](const auto &one) { return one.first == list; });
         if (!has_rule)
-            steps.push_back(
-                {HBS_CMD_SET_MACFILTER, request_filter(filter_of(device, list, {})), to_device(device.mac)});
+            steps.push_back({HBS_CMD_SET_MACFILTER, request_filter(filter_of(now, device, list, {})),
+                             to_device(device.mac)});
     }
 }
 
@@ -104,7 +115,7 @@ std::vector<step> steps_of(const look &now, const device_settings &device) {
     std::vector<step> steps;
     add_leases(steps, now, device);
     add_trust(steps, device);
-    add_lists(steps, device);
+    add_lists(steps, now, with_list(now, device));
     return steps;
 }
 
@@ -116,17 +127,18 @@ std::optional<ip_address> address_of(const hbs_client &client) {
 // A comment and a host name are set by an address: what else was set may have made the client first.
 std::vector<step> text_steps_of(const look &now, const device_settings &device) {
     const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
-    if (found.empty() || (device.comment.empty() && !device.host))
+    if (found.empty() || (!device.comment && !device.host))
         return {};
     const hbs_client &client = found.front();
+    const std::string comment = device.comment.value_or(field_text(client.comment));
     const std::string host = device.host.value_or(field_text(client.host));
     const bool marked = !device.host || (client.trust & HBS_TRUST_USER) != 0;
-    if (marked && field_text(client.comment) == device.comment && field_text(client.host) == host)
+    if (marked && field_text(client.comment) == comment && field_text(client.host) == host)
         return {};
     const auto address = address_of(client);
     if (!address)
         return {};
-    return {{HBS_CMD_SET_COMMENT_HOST, request_comment_host(*address, device.comment, host), std::nullopt}};
+    return {{HBS_CMD_SET_COMMENT_HOST, request_comment_host(*address, comment, host), std::nullopt}};
 }
 
 std::vector<fact> facts_of(const look &now, const std::vector<device_settings> &devices) {
@@ -138,12 +150,22 @@ std::vector<fact> facts_of(const look &now, const std::vector<device_settings> &
     return facts;
 }
 
+// An empty text that was asked for is one that is not there.
+bool is_nothing(const json &wanted) {
+    return wanted == "" || wanted == 0;
+}
+
 // A list may hold more than was asked for.
 bool is_in(const json &wanted, const json &got) {
     if (!wanted.is_array())
         return wanted == got;
     return std::all_of(wanted.begin(), wanted.end(),
                        [&](const json &one) { return std::find(got.begin(), got.end(), one) != got.end(); });
+}
+
+// What says of whom, or only of which network a new client is, is no setting that could be missing.
+bool is_key(const std::string &name) {
+    return name == "mac" || name == "network";
 }
 
 // Why a text could not be set, after a colon.
@@ -164,7 +186,7 @@ std::vector<std::string> missing_in(const look &now, const std::vector<device_se
         const json wanted = settings_json({device})["devices"][0];
         const json got = found == there.end() ? json::object() : settings_json({*found})["devices"][0];
         for (const auto &[name, value] : wanted.items())
-            if (name != "mac" && (!got.contains(name) || !is_in(value, got[name])))
+            if (!is_key(name) && (got.contains(name) ? !is_in(value, got[name]) : !is_nothing(value)))
                 missing.push_back(name + " of " + text_of(device) + why_missing(now, device, name));
     }
     return missing;
@@ -180,8 +202,8 @@ std::string content_of(session &run, const std::string &path) {
                                    : read_whole_file(path);
 }
 
-objection to_list_texts(const device_settings &device) {
-    return has_list_texts(device) && !is_on_list(device)
+objection to_list_texts(const look &now, const device_settings &device) {
+    return is_any_given(device.texts) && !is_on_list(with_list(now, device))
                ? objection(
                      "its description, keywords, domains and filter word need a list, and it is on none")
                : std::nullopt;
@@ -194,8 +216,8 @@ std::vector<step> all_steps(const session &run, const look &now,
     for (const device_settings &device : devices) {
         const std::string name = "import: " + text_of(device);
         // Its texts are sent last, to the address that the device has by then: here only their lengths count.
-        (void)request_comment_host(ip_address{}, device.comment, device.host.value_or(""));
-        heed(run, name, to_list_texts(device));
+        (void)request_comment_host(ip_address{}, device.comment.value_or(""), device.host.value_or(""));
+        heed(run, name, to_list_texts(now, device));
         for (const step &one : steps_of(now, device)) {
             heed(run, name, one.why_not);
             all.push_back(one);

@@ -35,42 +35,52 @@ trust_target target_of(const std::string &key) {
 void set_trust(session &run, const trust_arguments &arguments) {
     const look before = look_first(run);
     const auto mac = parse_mac(arguments.client);
-    const std::string key = mac ? mac_text(mac->data()) : key_of(one_client(before.db, arguments.client));
+    const meant_client who = client_meant(run, before, arguments.client);
+    const std::string &key = who.key;
     carry_out(run, before,
               {"trust set", HBS_CMD_SET_TRUSTED,
                request_trust(HBS_CMD_SET_TRUSTED, static_cast<uint8_t>(arguments.action), target_of(key),
                              arguments.comment),
-               mac ? to_device(*mac) : std::nullopt, facts_of_client(key)});
+               mac ? to_device(*mac) : who.unknown, facts_of_client(key)});
 }
 
 void clear_trust(session &run, const trust_arguments &arguments) {
     const look before = look_first(run);
-    const hbs_client client = one_client(before.db, arguments.client);
-    const std::string key = key_of(client);
-    carry_out(run, before,
-              {"trust clear", HBS_CMD_CLR_TRUSTED,
-               request_trust(HBS_CMD_CLR_TRUSTED, static_cast<uint8_t>(arguments.action), target_of(key), ""),
-               to_clearing_trust(client, arguments.action), facts_of_client(key)});
+    const meant_client who = client_meant(run, before, arguments.client);
+    carry_out(
+        run, before,
+        {"trust clear", HBS_CMD_CLR_TRUSTED,
+         request_trust(HBS_CMD_CLR_TRUSTED, static_cast<uint8_t>(arguments.action), target_of(who.key), ""),
+         who.client ? to_clearing_trust(*who.client, arguments.action) : who.unknown,
+         facts_of_client(who.key)});
 }
 
-ip_address address_of(const hbs_client &client) {
-    const std::string ipv4 = ipv4_text(client.ipv4);
-    const std::string ipv6 = ipv6_text(client.ipv6);
+// The address that was typed, otherwise one of the client's.
+ip_address address_of(const session &run, const meant_client &who, const std::string &typed) {
+    if (const auto address = parse_ip(typed))
+        return *address;
+    const hbs_client client = who.client.value_or(hbs_client{});
+    const std::string ipv4 = ipv4_text(client.ipv4), ipv6 = ipv6_text(client.ipv6);
     const auto address = parse_ip(!ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll));
     if (!address)
-        throw run_error(exit_negative, "the client has no address, by which its comment is set");
+        throw nothing_to_send(run,
+                              who.unknown.value_or("the client has no address, by which its comment is set"),
+                              "an address");
     return *address;
 }
 
 // The daemon always sets both texts: what is not given keeps its value.
 void set_comment(session &run, const comment_arguments &arguments) {
+    if (!arguments.comment && !arguments.host)
+        throw run_error(exit_usage, "comment: neither a text nor --host is given: there is nothing to set");
     const look before = look_first(run);
-    const hbs_client client = one_client(before.db, arguments.client);
-    const datagram message = request_comment_host(parse_ip(arguments.client).value_or(address_of(client)),
+    const meant_client who = client_meant(run, before, arguments.client);
+    const hbs_client client = who.client.value_or(hbs_client{});
+    const datagram message = request_comment_host(address_of(run, who, arguments.client),
                                                   arguments.comment.value_or(field_text(client.comment)),
                                                   arguments.host.value_or(field_text(client.host)));
     carry_out(run, before,
-              {"comment", HBS_CMD_SET_COMMENT_HOST, message, {}, facts_of_client(key_of(client))});
+              {"comment", HBS_CMD_SET_COMMENT_HOST, message, who.unknown, facts_of_client(who.key)});
 }
 
 void add_trust_arguments(CLI::App *command, trust_arguments &arguments) {

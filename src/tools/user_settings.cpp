@@ -9,6 +9,8 @@ namespace {
 
 constexpr int format_version = 1;
 constexpr const char *format_key = "hbsctl_settings";
+constexpr const char *hex_key = "hex";
+constexpr uint16_t folded_network = 8; // onto network 0
 
 // The words of a document for numbers of the interface.
 struct number_word {
@@ -20,7 +22,33 @@ constexpr number_word trust_kinds[] = {{1, HBS_TRUST_SITE, "site"}, {2, HBS_TRUS
 constexpr number_word list_kinds[] = {{HBS_LIST_WHITE, HBS_TRUST_WHITE, "white"},
                                       {HBS_LIST_BLACK, HBS_TRUST_BLACK, "black"}};
 
+// The texts of a document, each where it is kept.
+using maybe_text = std::optional<std::string>;
+struct text_place {
+    const char *name;
+    maybe_text &(*of)(device_settings &device);
+};
+constexpr text_place text_places[] = {
+    {"comment", [](device_settings &device) -> maybe_text & { return device.comment; }},
+    {"host", [](device_settings &device) -> maybe_text & { return device.host; }},
+    {"description", [](device_settings &device) -> maybe_text & { return device.texts.description; }},
+    {"keywords", [](device_settings &device) -> maybe_text & { return device.texts.keywords; }},
+    {"domains", [](device_settings &device) -> maybe_text & { return device.texts.domains; }}};
+
 // --- from what is there -----------------------------------------------------------------------------------
+
+void take_text(std::optional<std::string> &target, const std::string &text) {
+    if (!text.empty())
+        target = text;
+}
+
+void take_list_texts(list_texts &texts, const hbs_client &client) {
+    take_text(texts.description, field_text(client.description));
+    take_text(texts.keywords, field_text(client.keyword_list));
+    take_text(texts.domains, field_text(client.domain_list));
+    if (client.mac_filter != 0)
+        texts.filter_word = static_cast<uint32_t>(client.mac_filter);
+}
 
 void take_client(device_settings &device, const hbs_client &client) {
     for (const number_word &kind : trust_kinds)
@@ -29,28 +57,23 @@ void take_client(device_settings &device, const hbs_client &client) {
     for (const number_word &kind : list_kinds)
         if ((client.trust & kind.trust_bit) != 0)
             device.lists.push_back(static_cast<uint8_t>(kind.number));
-    device.comment = field_text(client.comment);
+    take_text(device.comment, field_text(client.comment));
     if ((client.trust & HBS_TRUST_USER) != 0)
         device.host = field_text(client.host);
-    device.description = field_text(client.description);
-    device.keywords = field_text(client.keyword_list);
-    device.domains = field_text(client.domain_list);
-    device.filter_word = static_cast<uint32_t>(client.mac_filter);
+    // Static leases make clients in the networks 0 and 8 only.
+    device.lease_network = client.nwidx == folded_network ? folded_network : 0;
+    take_list_texts(device.texts, client);
 }
 
 // What the daemon left of a list that the device was taken off can only be set with a list again.
 void drop_texts_of_no_list(device_settings &device) {
-    if (is_on_list(device))
-        return;
-    device.description.clear();
-    device.keywords.clear();
-    device.domains.clear();
-    device.filter_word = 0;
+    if (!is_on_list(device))
+        device.texts = {};
 }
 
 bool is_anything_set(const device_settings &device) {
-    return device.static_lease || device.internal_lease || !device.trusted_for.empty() ||
-           !device.comment.empty() || device.host || is_on_list(device) || has_list_texts(device);
+    return device.static_lease || device.internal_lease || !device.trusted_for.empty() || device.comment ||
+           device.host || is_on_list(device) || is_any_given(device.texts);
 }
 
 // The file of static leases tells both kinds alike; only the one of a client was meant for a client.
@@ -75,9 +98,29 @@ json words_of(const number_word (&kinds)[Count], const Numbers &numbers) {
     return words;
 }
 
-void put_text(json &object, const char *name, const std::string &text) {
-    if (!text.empty())
-        object[name] = text;
+bool is_utf8(const std::string &text) {
+    try {
+        (void)json(text).dump();
+        return true;
+    } catch (const json::exception &) {
+        return false;
+    }
+}
+
+std::string hex_of(const std::string &bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        char digits[3];
+        (void)snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(byte));
+        text += digits;
+    }
+    return text;
+}
+
+void put_texts_of(json &object, device_settings device) {
+    for (const text_place &place : text_places)
+        if (const maybe_text &text = place.of(device))
+            object[place.name] = is_utf8(*text) ? json(*text) : json{{hex_key, hex_of(*text)}};
 }
 
 json rules_of(const device_settings &device) {
@@ -91,22 +134,19 @@ json device_json(const device_settings &device) {
     json object = {{"mac", mac_text(device.mac.data())}};
     if (device.static_lease)
         object["static_lease"] = ip_text(*device.static_lease);
+    if (device.static_lease && device.lease_network != 0)
+        object["network"] = device.lease_network;
     if (device.internal_lease)
         object["internal_lease"] = ip_text(*device.internal_lease);
     if (!device.trusted_for.empty())
         object["trust"] = words_of(trust_kinds, device.trusted_for);
-    put_text(object, "comment", device.comment);
-    if (device.host)
-        object["host"] = *device.host;
+    put_texts_of(object, device);
     if (!device.lists.empty())
         object["lists"] = words_of(list_kinds, device.lists);
     if (!device.rules.empty())
         object["rules"] = rules_of(device);
-    put_text(object, "description", device.description);
-    put_text(object, "keywords", device.keywords);
-    put_text(object, "domains", device.domains);
-    if (device.filter_word != 0)
-        object["filter_word"] = device.filter_word;
+    if (device.texts.filter_word)
+        object["filter_word"] = *device.texts.filter_word;
     return object;
 }
 
@@ -134,10 +174,23 @@ mac_bytes parse_device(const std::string &text) {
 }
 
 // Nothing is rounded or folded on the way.
-uint32_t word_of(const json &value) {
-    if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX)
-        throw request_error(value.dump() + " is no number from 0 to 4294967295");
+uint32_t number_up_to(uint32_t most, const json &value) {
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > most)
+        throw request_error(value.dump() + " is no number from 0 to " + std::to_string(most));
     return value.get<uint32_t>();
+}
+
+std::string bytes_of(const std::string &hex) {
+    std::string bytes;
+    if (hex.size() % 2 != 0 || hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+        throw request_error("'" + hex + "' is no text in hexadecimal digits");
+    for (size_t at = 0; at < hex.size(); at += 2)
+        bytes += static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
+    return bytes;
+}
+
+std::string parse_text(const json &value) {
+    return value.is_object() ? bytes_of(value.at(hex_key)) : value.get<std::string>();
 }
 
 using taker = void (*)(device_settings &device, const json &value);
@@ -147,6 +200,10 @@ const std::map<std::string, taker> &takers() {
         {"mac", [](device_settings &device, const json &value) { device.mac = parse_device(value); }},
         {"static_lease",
          [](device_settings &device, const json &value) { device.static_lease = parse_lease(value); }},
+        {"network",
+         [](device_settings &device, const json &value) {
+             device.lease_network = static_cast<uint16_t>(number_up_to(UINT16_MAX, value));
+         }},
         {"internal_lease",
          [](device_settings &device, const json &value) { device.internal_lease = parse_lease(value); }},
         {"trust",
@@ -154,8 +211,6 @@ const std::map<std::string, taker> &takers() {
              for (const json &word : value)
                  device.trusted_for.push_back(number_of(trust_kinds, word));
          }},
-        {"comment", [](device_settings &device, const json &value) { device.comment = value; }},
-        {"host", [](device_settings &device, const json &value) { device.host = value.get<std::string>(); }},
         {"lists",
          [](device_settings &device, const json &value) {
              for (const json &word : value)
@@ -166,21 +221,31 @@ const std::map<std::string, taker> &takers() {
              for (const json &one : value)
                  device.rules.emplace_back(number_of(list_kinds, one.at("list")), parse_rule(one.at("rule")));
          }},
-        {"description", [](device_settings &device, const json &value) { device.description = value; }},
-        {"keywords", [](device_settings &device, const json &value) { device.keywords = value; }},
-        {"domains", [](device_settings &device, const json &value) { device.domains = value; }},
-        {"filter_word",
-         [](device_settings &device, const json &value) { device.filter_word = word_of(value); }}};
+        {"filter_word", [](device_settings &device, const json &value) {
+             device.texts.filter_word = number_up_to(UINT32_MAX, value);
+         }}};
     return all;
+}
+
+// Returns whether there is a text of that name.
+bool take_as_text(device_settings &device, const std::string &name, const json &value) {
+    for (const text_place &place : text_places) {
+        if (name != place.name)
+            continue;
+        place.of(device) = parse_text(value);
+        return true;
+    }
+    return false;
 }
 
 device_settings parse_one(const json &object) {
     device_settings device;
     for (const auto &[name, value] : object.items()) {
         const auto found = takers().find(name);
-        if (found == takers().end())
+        if (found != takers().end())
+            found->second(device, value);
+        else if (!take_as_text(device, name, value))
             throw request_error("'" + name + "' is nothing that can be set");
-        found->second(device, value);
     }
     if (device.mac == mac_bytes{})
         throw request_error("a device has no \"mac\"");
@@ -191,11 +256,6 @@ device_settings parse_one(const json &object) {
 
 bool is_on_list(const device_settings &device) {
     return !device.lists.empty() || !device.rules.empty();
-}
-
-bool has_list_texts(const device_settings &device) {
-    return !device.description.empty() || !device.keywords.empty() || !device.domains.empty() ||
-           device.filter_word != 0;
 }
 
 std::vector<device_settings> settings_of(const look &now) {

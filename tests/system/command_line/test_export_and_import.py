@@ -73,6 +73,59 @@ def test_texts_of_a_device_that_is_on_no_list(house):
         f"comment of {LAPTOP}: changed from 'other' to 'desk'\n")
 
 
+def imported(house, *devices):
+    house.write("/tmp/some.json", json.dumps({"hbsctl_settings": 1, "devices": list(devices)}))
+    return house.hbsctl("import", "/tmp/some.json")
+
+
+def exported_of(house, mac):
+    devices = json.loads(house.hbsctl("export").stdout)["devices"]
+    return next(device for device in devices if device["mac"] == mac)
+
+
+def test_what_the_file_leaves_out_stays(house):
+    """Each of what it may name, alone, on a device that has everything; then empty ones, which remove."""
+    for words in SETTINGS[:4]:
+        house.hbsctl(*words.split())
+    house.hbsctl(*f"mac-filter set white {LAPTOP} --rule 7f,1,2 --filter-word 5 --description child --keywords games "
+                 "--domains example.org".split())
+    known = exported_of(house, LAPTOP)
+    assert len(known) == 10
+    for name, value in {"trust": ["site"], "host": "theirs", "comment": "hall", "lists": ["white"],
+                        "rules": [{"list": "white", "rule": "7f,1,2,4,5,6"}], "description": "adult",
+                        "keywords": "news", "domains": "example.com", "filter_word": 6}.items():
+        before = exported_of(house, LAPTOP)
+        house.write("/tmp/some.json", json.dumps({"hbsctl_settings": 1, "devices": [{"mac": LAPTOP, name: value}]}))
+        done = house.hbsctl("import", "/tmp/some.json", check=False)
+        assert "not as in the file" not in done.stderr, (name, done.stderr)
+        wanted = before if name in ("trust", "lists", "rules") else {**before, name: value}
+        after = exported_of(house, LAPTOP)
+        assert {**after, "rules": None} == {**wanted, "rules": None}, name
+    done = imported(house, {"mac": LAPTOP, "comment": "", "description": "", "keywords": "", "filter_word": 0})
+    assert done.stderr == ""
+    left = exported_of(house, LAPTOP)
+    assert set(known) - set(left) == {"comment", "description", "keywords", "filter_word"}
+    assert (left["host"], left["domains"]) == ("theirs", "example.com")
+
+
+def test_texts_that_are_no_utf_8_and_the_network_of_a_lease_come_back(house):
+    raw = b"K\xfcche \xe2\x80\xae\x7f"
+    house.run("bash", "-c", 'hbsctl comment "$1" "$(printf "K\\xfcche \\xe2\\x80\\xae\\x7f")"', "bash", LAPTOP)
+    house.run("bash", "-c", 'hbsctl mac-filter set white "$1" --rule 7f,1,2 --description "$(printf "a\\xff")"', "bash",
+              LAPTOP)
+    house.hbsctl(*f"static-lease set {NEW} 192.168.0.60 --network 8".split())
+    device = exported_of(house, LAPTOP)
+    assert (device["comment"], device["description"]) == ({"hex": raw.hex()}, {"hex": "61ff"})
+    assert exported_of(house, NEW)["network"] == 8
+    exported = house.hbsctl("export", "/tmp/settings.json") and house.read("/tmp/settings.json")
+    house.hbsctl("comment", LAPTOP, "other")
+    house.hbsctl("mac-filter", "set", "white", LAPTOP, "--rule", "7f,1,2", "--description", "other")
+    house.hbsctl("static-lease", "clear", "192.168.0.60")
+    assert house.hbsctl("import", "/tmp/settings.json").stderr == ""
+    assert json.loads(house.hbsctl("export").stdout) == json.loads(exported)
+    assert json.loads(house.hbsctl("show", NEW, "--json").stdout)["clients"][0]["network"] == 8
+
+
 def test_texts_of_a_device_that_is_not_there_yet(house):
     house.write("/tmp/settings.json", json.dumps({"hbsctl_settings": 1, "devices": [
         {"mac": NEW, "comment": "desk", "host": "mine"}]}))
@@ -99,6 +152,10 @@ def test_texts_of_a_device_that_is_not_there_yet(house):
     ({"mac": NEW, "filter_word": -1}, "-1 is no number"),
     ({"mac": NEW, "filter_word": 4294967296}, "4294967296 is no number"),
     ({"mac": NEW, "filter_word": 1.5}, "1.5 is no number"),
+    ({"mac": NEW, "network": 70000}, "70000 is no number"),
+    ({"mac": NEW, "comment": {"hex": "4"}}, "'4' is no text in hexadecimal digits"),
+    ({"mac": NEW, "host": {"hex": "zz"}}, "'zz' is no text in hexadecimal digits"),
+    ({"mac": NEW, "host": {"bytes": "00"}}, "these are no exported settings"),
 ])
 def test_what_is_no_export_is_refused_before_anything_is_sent(house, device, reason):
     document = {"hbsctl_settings": 1, "devices": [{"mac": LAPTOP, "trust": ["site"]}, device]}

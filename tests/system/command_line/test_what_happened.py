@@ -13,7 +13,10 @@ PHONE, PHONE_ADDRESS = "02:aa:00:00:00:32", "192.168.0.132"
 ELSEWHERE, ELSEWHERE_ADDRESS = "02:aa:00:00:00:33", "192.168.1.133"
 NEW, FREE = "02:aa:00:00:00:3f", "192.168.0.60"
 GROUP = "01:00:5e:00:00:01"
+STRANGER = "02:bb:11:22:33:44"  # unlike all the others
 FORCE = " (--force sends it all the same)\n"
+
+NOBODY = "no client has the MAC, address or name '{}'"
 
 # Words, and why they cannot be meant. Nothing may have changed afterwards.
 REFUSED = {
@@ -58,13 +61,23 @@ REFUSED = {
     "clear no instance": ("rule clear white laptop 7f,1,2 --instance 9", "no rule has the instance 9"),
     "clear no rule": ("rule clear white laptop 5,6,7",
                       f"{LAPTOP} has no rule 5,6,7 on the white list; it has 7f,1,2"),
-    "SSID 0": ("event wifi-assoc laptop 0", "there is no SSID 0: they go from 1 to 256"),
-    "SSID 99999": ("event wifi-disassoc laptop 99999", "there is no SSID 99999: they go from 1 to 256"),
+    "SSID 0": ("event wifi-assoc laptop 0", "there is no SSID 0: they go from 1 to 16"),
+    "SSID 99999": ("event wifi-disassoc laptop 99999", "there is no SSID 99999: they go from 1 to 16"),
+    "SSID 17": ("event wifi-assoc laptop 17", "there is no SSID 17: they go from 1 to 16"),
     "server 0": ("event server 0 started", "there is no router entry 0: they go from 1 to 8"),
     "subnet 0": ("event subnet 0 192.168.0.1 10.0.0.1", "there is no router entry 0: they go from 1 to 8"),
     "no link-local": ("event dhcpv6-lease fd00::1 fd00:2::1", "fd00::1 is no link-local address (fe80::/10)"),
     "no link-local released": ("event dhcpv6-release fd00::1 fd00:2::1",
                                "fd00::1 is no link-local address (fe80::/10)"),
+    "IPv6 lease of a group": ("event dhcpv6-lease fe80::1 ff02::1", "ff02::1 is no address that a server gives"),
+    "IPv6 lease of a link-local": ("event dhcpv6-lease fe80::1 fe80::2", "fe80::2 is no address that a server gives"),
+    "IPv6 lease of nothing": ("event dhcpv6-release fe80::1 ::", ":: is no address that a server gives"),
+    "trust of nobody cleared": (f"trust clear site {NEW}", NOBODY.format(NEW)),
+    "trust by nobody's address": (f"trust set site {FREE}", NOBODY.format(FREE)),
+    "trust by nobody's address cleared": (f"trust clear site {FREE}", NOBODY.format(FREE)),
+    "comment of nobody": (f"comment {FREE} door", NOBODY.format(FREE)),
+    "rule of nobody": (f"rule set white {NEW} 5,6,7", NOBODY.format(NEW)),
+    "rule of nobody cleared": (f"rule clear white {NEW} 5,6,7", NOBODY.format(NEW)),
     "lease of a group": (f"event dhcpv4-lease {GROUP} {FREE}", f"{GROUP} is the address of a group, not of a device"),
     "lease of no address": (f"event dhcpv4-lease {NEW} 255.255.255.255",
                             "255.255.255.255 is no address that a host can have"),
@@ -76,6 +89,7 @@ CODES = {
     "internal-lease set": "CMD_SET_INTERNAL_LEASE", "trust set": "CMD_SET_TRUSTED", "trust clear": "CMD_CLR_TRUSTED",
     "mac-filter set": "CMD_SET_MACFILTER", "mac-filter clear": "CMD_CLR_MACFILTER",
     "mac-filter modify": "CMD_MOD_MACFILTER", "rule set": "CMD_SET_RULE_TOD", "rule clear": "CMD_CLR_RULE_TOD",
+    "comment": "CMD_SET_COMMENT_HOST",
     "event wifi-assoc": "EVENT_WIFI_ASSOC", "event wifi-disassoc": "EVENT_WIFI_DISASSOC",
     "event server": "EVENT_SERVER", "event subnet": "EVENT_SUBNET_MASK", "event dhcpv4-lease": "EVENT_DHCPV4_LEASE",
     "event dhcpv6-lease": "EVENT_DHCPV6_LEASE", "event dhcpv6-release": "EVENT_DHCPV6_RELEASE",
@@ -185,6 +199,10 @@ def sent(box):
     return [one[0] for one in datagrams if one[0] != mode_question or any(one[2:8])]
 
 
+def code_of(words):
+    return constant("HBS_" + (CODES.get(words.split()[0]) or CODES[" ".join(words.split()[:2])]))
+
+
 def state_of(box):
     """All that a command may change."""
     files = [box.read(path) for path in (
@@ -202,7 +220,8 @@ def test_what_cannot_be_meant(house, case):
     done = house.hbsctl(*words.split(), check=False)
     assert done.returncode == 1
     assert done.stdout == ""
-    assert done.stderr.startswith("hbsctl: ") and done.stderr.endswith(": nothing changed: " + reason + FORCE)
+    assert done.stderr.startswith("hbsctl: ") and done.stderr.endswith(FORCE)
+    assert f": nothing changed: {reason}" in done.stderr
     assert (state_of(house), sent(house)) == (before, known)
 
 
@@ -211,8 +230,7 @@ def test_force_sends_it(forced, case):
     words, _ = REFUSED[case]
     known = sent(forced)
     forced.hbsctl("--force", *words.split(), check=False)
-    code = constant("HBS_" + CODES[" ".join(words.split()[:2])])
-    assert sent(forced) == [*known, code]
+    assert sent(forced) == [*known, code_of(words)]
 
 
 def test_changes_are_told(house):
@@ -225,6 +243,50 @@ def test_force_sends_what_cannot_be_meant(house):
     done = house.hbsctl("--force", "static-lease", "set", NEW, "192.168.0.255")
     assert f"static lease 192.168.0.255 for {NEW}: set\n" in done.stdout
     assert house.clients()[NEW]["ipv4"] == "192.168.0.255"
+
+
+# Where not even --force has what a request is made of: words, why, and what it is.
+UNSENDABLE = [
+    ("trust clear site nobody", NOBODY.format("nobody"), "a MAC or an address"),
+    (f"comment {STRANGER} door", NOBODY.format(STRANGER), "an address"),
+    (f"static-lease clear {STRANGER}", NOBODY.format(STRANGER), "an address"),
+    ("static-lease set nobody 192.168.0.60", NOBODY.format("nobody"), "a MAC"),
+    ("event dhcpv6-release laptop fd00:2::1", "the client 'laptop' has no link-local address", "a link-local address"),
+]
+
+
+@pytest.mark.parametrize("words, reason, missing", UNSENDABLE)
+def test_what_cannot_even_be_sent_is_said(house, words, reason, missing):
+    known = sent(house)
+    done = house.hbsctl("--force", *words.split(), check=False)
+    said = f"hbsctl: {reason}; --force sends nothing here without {missing}\n"
+    assert (done.returncode, done.stdout, done.stderr) == (1, "", said)
+    assert sent(house) == known
+    without = house.hbsctl(*words.split(), check=False)
+    assert (without.returncode, without.stderr) == (1, f"hbsctl: {reason}\n")
+
+
+def test_a_comment_without_anything_to_set_is_refused(house):
+    before = house.clients()[LAPTOP]["trust"]
+    done = house.hbsctl("comment", "laptop", check=False)
+    assert (done.returncode, "neither a text nor --host is given" in done.stderr) == (2, True)
+    assert house.clients()[LAPTOP]["trust"] == before
+
+
+def test_what_a_list_command_does_not_name_stays(house):
+    def texts():
+        client = json.loads(house.hbsctl("show", LAPTOP, "--json").stdout)["clients"][0]
+        return [client[name] for name in ("description", "keyword_list", "domain_list", "mac_filter")]
+    house.hbsctl("mac-filter", "set", "white", LAPTOP, "--rule", "b,1,1", "--description", "child", "--keywords",
+                 "games", "--domains", "example.org", "--filter-word", "5")
+    assert texts() == ["child", "games", "example.org", 5]
+    house.hbsctl("mac-filter", "set", "white", LAPTOP, "--rule", "b,1,2")
+    assert texts() == ["child", "games", "example.org", 5]
+    house.hbsctl("mac-filter", "set", "white", LAPTOP, "--rule", "b,1,2", "--keywords", "", "--filter-word", "6")
+    assert texts() == ["child", "", "example.org", 6]
+    house.hbsctl("mac-filter", "set", "white", PHONE, "--rule", "b,1,3")
+    house.hbsctl("mac-filter", "modify", "white", PHONE, LAPTOP, "--rule", "b,1,3", "--description", "twin")
+    assert texts() == ["twin", "", "example.org", 6]
 
 
 def test_as_json(house):
@@ -254,12 +316,23 @@ def test_bridge_mode(running):
         assert (words, refused.returncode) == (words, 1)
         assert "nothing changed: the gateway is in bridge mode, in which it ignores this" in refused.stderr
     assert "LEASE CMD" not in running.log()[len(log):]
-    forced = running.hbsctl("trust", "set", "site", NEW, "--force", check=False)
-    assert (forced.returncode, forced.stdout) == (1, "")
     assert running.hbsctl("mode", "bridge", check=False).stderr == (
         "hbsctl: mode: nothing changed: the mode is bridge\n")
     assert running.hbsctl("mode", "routed").stdout == (
         "mode: changed from 'bridge' to 'routed'\nclients in the table: changed from '0' to '1'\n")
+
+
+def test_force_sends_in_bridge_mode_what_the_mode_ignores(forced):
+    forced.hbsctl("mode", "bridge", "--yes")
+    for words in [*IN_BRIDGE_MODE, f"trust clear site {LAPTOP}", f"rule set white {LAPTOP} 5,6,7",
+                  f"comment {LAPTOP_ADDRESS} door"]:
+        known = sent(forced)
+        refused = forced.hbsctl(*words.split(), check=False)
+        assert (refused.returncode, sent(forced)) == (1, known)
+        assert "in bridge mode" in refused.stderr
+        done = forced.hbsctl("--force", *words.split(), check=False)
+        assert (done.returncode, done.stdout) == (1, "")
+        assert sent(forced) == [*known, code_of(words)]
 
 
 def test_reset_defaults(running):

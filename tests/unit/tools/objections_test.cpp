@@ -84,6 +84,36 @@ TEST(Objections, ToStaticLeases) {
     }
 }
 
+struct subnet_row {
+    const char *address, *reason; // null: it can be meant
+};
+
+// A network may have several subnets, networks 0 and 8 are one to the daemon, and others may lie around them.
+TEST(Objections, ToAddressesNameNoSubnetThatAnotherOneMakesUpFor) {
+    const subnet_row rows[] = {
+        {"192.168.0.60", nullptr},
+        {"10.0.0.60", nullptr},
+        {"172.16.0.60", nullptr},
+        {"10.0.0.1", "10.0.0.1 is the gateway's own address"},
+        {"10.0.0.255", "10.0.0.255 is the network's broadcast address"},
+        {"192.168.1.60", "192.168.1.60 belongs to network 1"},
+        {"192.168.2.60", "192.168.2.60 belongs to network 2"},
+        {"192.168.16.60", "192.168.16.60 belongs to network 16"},
+        {"10.9.0.60",
+         "10.9.0.60 is not in 192.168.0.0/24 or 10.0.0.0/24 or 172.16.0.0/24, the networks that have "
+         "fixed addresses"}};
+    look now = house();
+    const ipv4_bytes mask = ipv4("255.255.255.0");
+    for (const auto &[number, address] :
+         {std::pair(0u, "10.0.0.1"), {8u, "172.16.0.1"}, {2u, "192.168.2.1"}, {16u, "192.168.16.1"}})
+        now.networks.push_back({number, ipv4(address), mask});
+    for (const subnet_row &row : rows)
+        EXPECT_EQ(to_fixed_address(now, mac(fresh), *parse_ip(row.address)).value_or(""),
+                  row.reason == nullptr ? "" : row.reason);
+    now.networks.push_back({3, ipv4("10.8.0.1"), ipv4("255.0.0.0")});
+    EXPECT_EQ(to_fixed_address(now, mac(fresh), *parse_ip("10.0.0.60")), std::nullopt);
+}
+
 TEST(Objections, ToAddressesOfNoNetworkNeedToKnowTheNetworks) {
     look now = house();
     now.networks.clear();
@@ -165,6 +195,15 @@ TEST(Objections, ToNumbersAndLinkLocalAddresses) {
     EXPECT_EQ(to_link_local(parse_ip("fe80::1")->ipv6), std::nullopt);
     EXPECT_EQ(to_link_local(parse_ip("febf::1")->ipv6), std::nullopt);
     EXPECT_EQ(to_link_local(parse_ip("fec0::1")->ipv6), "fec0::1 is no link-local address (fe80::/10)");
+    EXPECT_EQ(to_link_local(parse_ip("::")->ipv6), ":: is no link-local address (fe80::/10)");
+}
+
+TEST(Objections, ToAddressesThatNoServerGives) {
+    for (const char *text : {"2001:db8::1", "fd00:2::1", "64:ff9b::1"})
+        EXPECT_EQ(to_leased_address(parse_ip(text)->ipv6), std::nullopt) << text;
+    for (const char *text : {"::", "::1", "ff02::1", "fe80::1", "::ffff:192.168.0.1"})
+        EXPECT_EQ(to_leased_address(parse_ip(text)->ipv6),
+                  std::string(text) + " is no address that a server gives");
 }
 
 TEST(Changes, AreWhatTwoLooksDifferIn) {

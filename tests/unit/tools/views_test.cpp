@@ -260,11 +260,21 @@ TEST_F(Views, WhatTheDaemonWouldAnswerForAnUnknownClientIsNotAsked) {
     EXPECT_EQ(ctl({"comment", "192.168.0.99", "x"}, daemon.path).status, exit_negative);
     EXPECT_EQ(ctl({"comment", "twin", "x"}, daemon.path).status, exit_negative);
     EXPECT_EQ(ctl({"trust", "clear", "site", "02:aa:00:00:00:09"}, daemon.path).status, exit_negative);
-    EXPECT_EQ(ctl({"rule", "set", "white", "02:aa:00:00:00:09", "1,2,3", "--force"}, daemon.path).status,
-              exit_negative);
+    EXPECT_EQ(ctl({"rule", "set", "white", "02:aa:00:00:00:09", "1,2,3"}, daemon.path).status, exit_negative);
     EXPECT_EQ(ctl({"rule", "clear", "white", "twin", "1,2,3", "--force"}, daemon.path).status, exit_negative);
     daemon.stop();
     EXPECT_TRUE(daemon.received.empty());
+}
+
+TEST_F(Views, WithForceAnUnknownClientIsSentUnderItsMacOrAddress) {
+    EXPECT_EQ(ctl({"comment", "192.168.0.99", "x", "--force"}, daemon.path).status, exit_negative);
+    EXPECT_EQ(ctl({"trust", "clear", "site", "02:aa:00:00:00:09", "--force"}, daemon.path).status,
+              exit_negative);
+    EXPECT_EQ(ctl({"rule", "set", "white", "02:aa:00:00:00:09", "1,2,3", "--force"}, daemon.path).status,
+              exit_negative);
+    daemon.stop();
+    ASSERT_EQ(daemon.received.size(), 3u);
+    EXPECT_EQ(daemon.received[0], request_comment_host(*parse_ip("192.168.0.99"), "x", ""));
 }
 
 TEST_F(Views, ANameThatIsNearlyRightIsSuggested) {
