@@ -111,6 +111,12 @@ def test_installed_and_used(machine):
     assert laptop["ipv4"].startswith("192.168.10.1")
 
 
+def test_what_starts_the_daemon_is_there_and_names_it(machine):
+    assert inside(machine, "cat /usr/lib/systemd/system/gw_hostbase.service").stdout == unit_text()
+    script = "/usr/share/doc/gw_hostbase/examples/gw_hostbase.init"
+    assert "command /usr/sbin/gw_hostbase\n" in inside(machine, f"test -x {script} && cat {script}").stdout
+
+
 def test_settings_survive_an_upgrade(machine):
     inside(machine, "hbsctl trust set site laptop --comment 'front desk'")
     inside(machine, "hbsctl mac-filter set black phone --rule 7f,1,2 --description child")

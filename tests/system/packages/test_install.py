@@ -107,6 +107,35 @@ def test_cmake_finds_the_library(tree):
         run("cmake", "--build", f"{directory}/build")
 
 
+def started_by(unit):
+    with open(unit, encoding="utf-8") as file:
+        return re.search(r"^ExecStart=(.*)$", file.read(), re.MULTILINE).group(1)
+
+
+def test_the_unit_names_the_daemon_where_it_is():
+    """Whatever prefix it was configured for, and whatever root it is put below."""
+    with tempfile.TemporaryDirectory() as directory:
+        for prefix, how in (("/opt/hostbase", {"DESTDIR": f"{directory}/root"}), (f"{directory}/here", {})):
+            run("cmake", "--install", BUILD, "--prefix", prefix, "--component", "daemon", env={**os.environ, **how})
+            tree = how.get("DESTDIR", "") + prefix
+            unit = f"{tree}/lib/systemd/system/gw_hostbase.service"
+            assert os.path.exists(f"{tree}/sbin/gw_hostbase")
+            assert (started_by(unit), os.access(unit, os.X_OK)) == (f"{prefix}/sbin/gw_hostbase", False)
+
+
+def test_the_line_that_takes_it_away_again_leaves_no_file():
+    """As it stands in the README, where the list of what was installed is this test's own."""
+    with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build"), prefix="installed.") as directory:
+        run("cmake", "--install", BUILD, "--prefix", f"{directory}/prefix")
+        os.makedirs(f"{directory}/build/default")
+        kept = f"{directory}/build/default/install_manifest.txt"
+        shutil.copy(f"{BUILD}/install_manifest.txt", kept)
+        with open(kept, encoding="utf-8") as file:
+            assert all(line.startswith(f"{directory}/") for line in file.read().splitlines())
+        run("bash", "-c", "xargs rm < build/default/install_manifest.txt", cwd=directory)
+        assert [files for _, _, files in os.walk(f"{directory}/prefix") if files] == []
+
+
 @pytest.mark.parametrize("platform, package, other", [("host", "gw-hostbase-host", "gw-hostbase"),
                                                       ("linux", "gw-hostbase", "gw-hostbase-host")])
 def test_each_platform_has_a_package_of_its_own(platform, package, other):
@@ -131,6 +160,8 @@ def test_the_packages_install_and_go_again():
             root = "/root/fresh"
             box.run("sh", "-c", NEW_ROOT, "sh", root)
             box.run(*DPKG, f"--root={root}", "-i", *(f"{directory}/{name}" for name in files))
+            unit = f"{root}/usr/lib/systemd/system/gw_hostbase.service"
+            assert "ExecStart=/usr/sbin/gw_hostbase\n" in box.read(unit)
             assert "gw_hostbase 0." in box.run(f"{root}/usr/sbin/gw_hostbase", "--version").stdout
             assert box.run(f"{root}/usr/bin/hbsctl", "--version").stdout
             box.run(*DPKG, f"--root={root}", "-P", *PACKAGES)
