@@ -15,9 +15,10 @@ DOCUMENTS = ("README.md", "CHANGELOG.md",
              *sorted(f"docs/{name}" for name in os.listdir(f"{CHECKOUT}/docs") if name.endswith(".md")))
 # Lines of their own, and words in a text that begin as a command does.
 BLOCK = re.compile(r"(?<=\n\n)((?:    .+\n)+)")
-INLINE = re.compile(r"`((?:script/|cmake |cd |build/|hbsctl |kill |systemctl |gw_hostbase )[^`]+)`")
-COMMAND = re.compile(r"\(?(?:(?:script|build)/\S|/tmp/reader|(?:hbsctl|cmake|cd|ninja|cc|python3|mkdir|cp|echo|grep|"
-                     r"printf|setsid|sleep|socat|apt-get|gw_hostbase|systemctl|dnsmasq|until|kill|for|rm|ip|sudo) )")
+PROGRAMS = (r"(?:hbsctl|cmake|cd|ninja|cc|python3|mkdir|cp|echo|grep|printf|setsid|sleep|socat|apt-get|gw_hostbase|"
+            r"systemctl|dnsmasq|until|kill|for|rm|ip|sudo|xargs|sysctl|sed|pkg-config|dpkg|ldconfig|cpack|nft|bridge) ")
+INLINE = re.compile(rf"`((?:script/|build/|{PROGRAMS})[^`]+)`")
+COMMAND = re.compile(rf"\(?(?:(?:script|build)/\S|/tmp/reader|{PROGRAMS})")
 REMARK = re.compile(r" {2,}# .*$")
 # Who runs all commands that stand as lines in a document, or below one of its headings.
 PAGES_OF_THEIR_OWN = {
@@ -46,10 +47,15 @@ BY_TEST = {
     "script/new-platform DIR": "porting/test_porting.py",
     "script/pictures": "documents/test_commands.py",
     "script/storm": "presence/test_storm.py",
+    "pkg-config hbs_query": "packages/test_install.py",
     "script/stress": "stress/test_stress.py",
+    "sysctl net.unix.max_dgram_qlen=512": "documents/test_commands.py",
     "systemctl restart dnsmasq": "packages/test_fresh_router.py",
+    "xargs rm < build/default/install_manifest.txt": "packages/test_install.py",
 }
 NOT_RUN = {
+    "apt-get update": "asks Debian's servers",
+    "sed -i": "names what the daemon's edits are measured beside",
     "systemctl start gw_hostbase": "there is no systemd in a box; tests/system/linux_service tries the unit",
     "kill -HUP": "names what the daemon does to dnsmasq",
     "script/bootstrap --target": "fetches 360 MB",
@@ -172,6 +178,19 @@ def test_each_line_is_a_command_or_none():
                 assert known or page in ("docs/architecture.md", "docs/platform.md"), (page, line)
 
 
+@pytest.mark.parametrize("span, is_command", [
+    ("`xargs rm < build/default/list`", True), ("`pkg-config hbs_query`", True), ("`script/run --once`", True),
+    ("`hbsctl list`", True), ("`mode bridge`", False), ("`key = value`", False), ("`hbsctl`", False),
+    ("`ip-address`", False)])
+def test_words_in_a_text_that_are_a_command_are_found(span, is_command):
+    assert bool(INLINE.fullmatch(span)) == is_command
+
+
+def test_more_datagrams_may_wait(running):
+    """In a network of the test's own."""
+    assert running.run(*"sysctl net.unix.max_dgram_qlen=512".split()).stdout == "net.unix.max_dgram_qlen = 512\n"
+
+
 @pytest.mark.parametrize("command", HBSCTL)
 def test_hbsctl_takes_each_word_that_is_named(laptop_and_tv, command):
     """Each is offered behind those before it, in a LAN with a laptop; one in capitals stands for any client there."""
@@ -181,10 +200,24 @@ def test_hbsctl_takes_each_word_that_is_named(laptop_and_tv, command):
         assert wanted in laptop_and_tv.hbsctl("--complete", *words[:end], begun).stdout.split()
 
 
-def test_the_manual_page_has_each_command():
-    offered = re.findall(r"^  ([a-z][a-z-]*) ", shell("build/default/bin/hbsctl --help").stdout, re.MULTILINE)
-    page = text_of("packaging/hbsctl.1").replace("\\-", "-")
-    assert len(offered) > 20 and [name for name in offered if not re.search(rf"\b{name}\b", page)] == []
+def helps_below(*words):
+    """What each command says of itself with --help, by its words; those of events the page leaves to it."""
+    text = shell(" ".join(["build/default/bin/hbsctl", *words, "--help"])).stdout
+    names = re.findall(r"^  ([a-z][a-z0-9-]*) ", text.partition("\nSubcommands:\n")[2].split("\n\n")[0], re.MULTILINE)
+    found = {words: text}
+    for name in names if words != ("event",) else []:
+        found.update(helps_below(*words, name))
+    return found
+
+
+def test_the_manual_page_has_each_command_and_each_option_and_no_others():
+    page = re.sub(r"\\f.", "", text_of("packaging/hbsctl.1").replace("\\-", "-"))
+    helps = helps_below()
+    assert len(helps) > 30
+    assert [words for words in helps if not all(re.search(rf"\b{word}\b", page) for word in words)] == []
+    offered = {option for text in helps.values() for option in re.findall(r"--[a-z][a-z-]+", text)}
+    named = set(re.findall(r"--[a-z][a-z-]+", page))
+    assert (offered - named, named - offered) == (set(), set())
 
 
 @pytest.mark.parametrize("script", PROOFS)
