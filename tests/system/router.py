@@ -41,10 +41,10 @@ class Router(Box):
     def log(self):
         return self.read(LOG)
 
-    def start_daemon(self, **environment):
-        """Start the daemon and wait until it takes what comes in on every road."""
+    def start_daemon(self, words=(), **environment):
+        """Start the daemon and wait until it takes what comes in on every road. words: of a program that runs it."""
         with open(self.path(LOG), "ab") as output:
-            self._process = self.start("env", *(f"{key}={value}" for key, value in environment.items()),
+            self._process = self.start("env", *(f"{key}={value}" for key, value in environment.items()), *words,
                                        f"{LINUX_BIN}/gw_hostbase", stdin=subprocess.DEVNULL, stdout=output,
                                        stderr=output)
         wait_for("the daemon is ready", self.is_ready)
@@ -61,6 +61,11 @@ class Router(Box):
         status = self._process.wait(20)
         os.unlink(self.path(f"{RUNTIME}/tmp/file_watch_thread.pid"))
         return status
+
+    def inner_pid(self):
+        """The daemon's pid as the box numbers it."""
+        status = daemon.text_of(f"/proc/{child_of(self._process.pid)}/status").splitlines()
+        return next(line.split()[-1] for line in status if line.startswith("NSpid:"))
 
     def pause(self):
         os.kill(child_of(self._process.pid), signal.SIGSTOP)

@@ -183,6 +183,23 @@ def test_static_lease_set_obtained_and_cleared(house):
     assert house.lan("print(router.lan.pid_of('dnsmasq'))").strip() != "None"
 
 
+def test_static_leases_that_cannot_be_read_take_none_away(router):
+    hosts = f"{STATE}/dhcp-hosts"
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
+    line = f"{mac_of(17)},192.168.10.77\n"
+    wait_for("the file has it", lambda: router.read(hosts) == line)
+    router.run("mkdir", f"{STATE}/dhcpd/other.static_leases")  # which can be opened, but not read
+    router.hbsctl("static-lease", "set", mac_of(18), "192.168.10.78")
+    wait_for("the log has it", lambda: "other.static_leases cannot be read, dnsmasq keeps the static leases that it has"
+             in router.log())
+    assert router.read(hosts) == line
+    router.run("rmdir", f"{STATE}/dhcpd/other.static_leases")
+    wait_for("it is tried again", lambda: router.read(hosts).count("\n") == 2)
+    assert router.log().count("cannot be read, dnsmasq") == 1
+
+
 HOSTILE = ["$(touch /root/caught)", "a b\nc", "\"';|&", "\\x00\\", "x" * 300, "%s%n", "\udcff\udcfe", "-rf", ""]
 
 

@@ -49,3 +49,33 @@ def test_switched_off_by_the_settings(router):
     router.talk("192.168.10.17")
     wait_for("it is there", lambda: router.client(17))
     assert not router.client(17)["online"]
+
+
+def test_one_that_leaves_just_after_it_was_heard(router):
+    """The question for its address comes before it has been silent for long enough, and nobody asks again."""
+    router.lan(BEHIND_A_SWITCH + 'router.fast_neighbours("lan0")')
+    router.start_daemon()
+    router.talk("192.168.10.17", "192.168.10.18")
+    wait_for("both are on line", lambda: online(router.clients()) == {mac_of(17), mac_of(18)})
+    router.lan('router.inside("a", "link set eth0 down")')
+    router.talk("192.168.10.17")
+    wait_for("nobody answered", lambda: f"Got ARP GONE event for [{mac_of(17)}]" in router.log())
+    wait_for("it is off line", lambda: mac_of(17) not in online(router.clients()), 120)
+    assert f"neither answer nor traffic of [{mac_of(17)}]" in router.log()
+
+
+def test_a_silent_one_that_is_linked_stays(router):
+    """No bridge has it any more and its neighbour entry is stale: that alone says nothing."""
+    router.lan(BEHIND_A_SWITCH + 'router.device("c", 19, "lan0", "192.168.10.19/24")\n'
+               'router.fast_neighbours("lan0")')
+    router.start_daemon()
+    router.talk("192.168.10.19")
+    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(19)})
+    wait_for("its entry is stale", lambda: f"Got STALE event for [{mac_of(19)}]" in router.log())
+    flush = ("ip", "link", "set", "p-c", "type", "bridge_slave", "fdb_flush")
+    wait_for("no bridge has it", lambda: router.run(*flush) and
+             mac_of(19) not in router.run("bridge", "fdb", "show", "dev", "p-c").stdout)
+    # What comes after all that has been handled.
+    router.talk("192.168.10.18")
+    wait_for("another one is there", lambda: mac_of(18) in online(router.clients()))
+    assert mac_of(19) in online(router.clients())

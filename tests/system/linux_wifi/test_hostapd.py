@@ -292,3 +292,51 @@ def test_an_answer_that_comes_late_is_none_of_a_later_question(router):
     assert "refuses" not in router.log()
     late.kill()
     late.wait()
+
+
+# Two access points that list the same station; the one whose name comes last has not noticed that it went.
+BOTH = """
+import select, socket
+os.makedirs("/run/hostapd", exist_ok=True)
+seconds = {"new0": 5, "old0": 5000}
+servers = {}
+for name in seconds:
+    server = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+    server.bind(f"/run/hostapd/{name}")
+    servers[server] = name
+print("bound", flush=True)
+while True:
+    for server in select.select(list(servers), [], [])[0]:
+        name = servers[server]
+        said, sender = server.recvfrom(4096)
+        print(name, said.decode(), flush=True)
+        station = (f"02:aa:00:00:00:11\\nflags=[AUTHORIZED]\\nconnected_time={seconds[name]}\\n"
+                   f"signal=-{seconds[name]}\\n")
+        known = {b"ATTACH": b"OK\\n", b"DETACH": b"OK\\n", b"STA-FIRST": station.encode(),
+                 b"STA-NEXT 02:aa:00:00:00:11": b""}
+        server.sendto(known.get(said, b"FAIL\\n"), sender)
+"""
+
+
+def test_a_station_that_two_access_points_list_is_where_it_came_later(router):
+    router.settings("log.level = debug", "ssid.3 = new0", "ssid.4 = old0")
+    router.lan("""
+router.bridge("lan0", 1, "192.168.10.1/24")
+for name in ("new", "old"):
+    router.ip(f"link add {name}0 type veth peer name {name}1", f"link set {name}0 master lan0 up")
+""")
+    with open(router.path("/root/both"), "wb") as output:
+        both = router.start_python(BOTH, stdout=output)
+    wait_for("they are there", lambda: "bound" in router.read("/root/both"))
+    router.start_daemon()
+
+    def rounds():
+        return min(router.read("/root/both").count(f"{name} STA-FIRST") for name in ("new0", "old0"))
+
+    wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 3))
+    assert router.client(17)["wifi_link_info"][0] == 2 ** 32 - 5  # the signal there
+    before = rounds()
+    wait_for("both were asked again", lambda: rounds() >= before + 2, 60)
+    assert station(router) == ("wifi", True, True, 3)
+    both.kill()
+    both.wait()
