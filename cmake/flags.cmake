@@ -42,8 +42,8 @@ endif()
 
 # What is shipped is small and hard to turn: one pass over the whole program, nothing that nobody calls, no tables for
 # exceptions that no code of ours throws, all addresses bound before it runs.
-set(CMAKE_CXX_FLAGS_RELEASE "-Oz -DNDEBUG")
-set(CMAKE_C_FLAGS_RELEASE "-Oz -DNDEBUG")
+set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
+set(CMAKE_C_FLAGS_RELEASE "-Os -DNDEBUG")
 set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
 target_compile_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-ffunction-sections -fdata-sections
                        -fno-asynchronous-unwind-tables -fno-unwind-tables>)

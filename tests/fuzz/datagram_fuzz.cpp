@@ -1,27 +1,14 @@
 // One datagram of the command socket, through the real handlers.
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 #include <hbs_msg.h>
 
-#include "base/state.h"
 #include "daemon/dispatcher.h"
-#include "events/route_mode.h"
-#include "fuzz_box.h"
-#include "store/client_timers.h"
-#include "store/clients.h"
-#include "store/shm.h"
-
-static void ignore(hbs_client *) {}
+#include "fuzz_daemon.h"
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz_in_box();
-    setenv("PATH", "/nonexistent", 1); // the programs that handlers run would only take time
-    hbs_clients_init();
-    hbs_lease_timers_register(ignore, ignore, ignore);
-    hbs_list_mutex_init();
-    hbs_shm_init();
+    fuzz_start_daemon();
     return 0;
 }
 
@@ -31,9 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     uint8_t buffer[HBS_MSG_MAX] = {};
     memcpy(buffer, data, std::min(size, sizeof(buffer)));
     {
-        hbs_list_hold hold;
-        (void)hbs_set_route_mode(0); // every input starts with an empty database ...
-        hbs_db_ready = 1;            // ... that takes events
+        const hbs_list_hold hold;
+        fuzz_forget_clients();
     }
     hbs_command command{};
     command.buffer = buffer;

@@ -55,6 +55,12 @@ def test_a_fuzz_target_that_is_none():
     assert named == set(os.listdir(os.path.join(CHECKOUT, "tests", "fuzz", "seeds")))
 
 
+@pytest.mark.parametrize("words", [[], ["soon"], ["1;true"], ["-1"]])
+def test_minutes_of_fuzzing_that_are_no_number(words):
+    done = run_script("script/fuzz", "--minutes", *words)
+    assert (done.returncode, done.stderr) == (2, "script/fuzz: --minutes takes a number of them\n")
+
+
 def run_script(*command, cwd=CHECKOUT):
     return subprocess.run(command, cwd=cwd, capture_output=True, text=True, check=False)
 

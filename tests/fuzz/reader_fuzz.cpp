@@ -1,0 +1,123 @@
+// The reader library over a segment in which anything may stand: triples of a place (two bytes, of 16 each)
+// and a word are written over a small sound database, then every call is made. Nothing is read outside, every
+// text ends inside its field, and no call lasts.
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <memory>
+#include <semaphore.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
+#include <vector>
+
+#include <hbs_db.h>
+#include <hostbase_query.h>
+
+#include "fuzz_box.h"
+
+// Nobody writes meanwhile: nothing comes of waiting.
+extern "C" int nanosleep(const timespec *, timespec *) {
+    return 0;
+}
+
+namespace {
+
+constexpr uint8_t mac[6] = {2, 0xaa, 0, 0, 0, 1};
+constexpr uint8_t ipv4[4] = {192, 168, 0, 20};
+constexpr uint8_t ipv6[16] = {0xfd, 1};
+
+hbs_db *db;
+
+uint32_t offset_of(const void *element) {
+    return static_cast<uint32_t>(static_cast<const uint8_t *>(element) -
+                                 reinterpret_cast<const uint8_t *>(db));
+}
+
+template <typename Element> void make_list(hbs_list_head *head, Element *pool, unsigned count) {
+    head->next = head->prev = offset_of(head);
+    for (unsigned i = 0; i < count; i++) {
+        auto *last = reinterpret_cast<hbs_list_head *>(reinterpret_cast<uint8_t *>(db) + head->prev);
+        pool[i].next = offset_of(head);
+        pool[i].prev = head->prev;
+        last->next = head->prev = offset_of(&pool[i]);
+    }
+}
+
+void make_sound() {
+    memset(static_cast<void *>(db), 0, HBS_SHM_SIZE);
+    make_list(&db->clients, db->client_pool, 4);
+    make_list(&db->ip_index, db->ip_pool, 4);
+    make_list(&db->if_index, db->if_pool, 4);
+    make_list(&db->dhcp_index, db->dhcp_pool, 4);
+    make_list(&db->rule_index, db->rule_pool, 4);
+    make_list(&db->pri_index, db->pri_pool, 4);
+    memcpy(db->client_pool[2].mac, mac, sizeof mac);
+    memcpy(db->client_pool[3].ipv4, ipv4, sizeof ipv4);
+    memcpy(db->client_pool[3].ipv6, ipv6, sizeof ipv6);
+}
+
+void scribble(const uint8_t *data, size_t size) {
+    for (; size >= 6; data += 6, size -= 6) {
+        const size_t place = (data[0] << 8 | data[1]) * size_t{16} + (data[0] & 3U) * 4;
+        uint32_t word = 0;
+        memcpy(&word, data + 2, sizeof word);
+        if (place + sizeof word <= HBS_SHM_SIZE)
+            memcpy(reinterpret_cast<uint8_t *>(db) + place, &word, sizeof word);
+    }
+}
+
+template <size_t Size> void expect_text(int (*get)(const uint8_t *, char *)) {
+    std::vector<char> field(Size, 'x');
+    if (get(mac, field.data()) == HOSTBASE_OK && memchr(field.data(), '\0', Size) == nullptr)
+        abort();
+}
+
+template <typename Element> void expect_list(int (*get)(Element *, size_t, size_t *), size_t most) {
+    for (const size_t room : {size_t{0}, size_t{2}, most}) {
+        std::vector<Element> elements(room);
+        size_t count = 0;
+        if (get(elements.data(), room, &count) == HOSTBASE_OK && count > most)
+            abort();
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz_in_box();
+    const int key = open(HBS_SHM_KEY_FILE, O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    const int id = shmget(ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID), HBS_SHM_SIZE, IPC_CREAT | 0777);
+    db = static_cast<hbs_db *>(shmat(id, nullptr, 0));
+    (void)sem_unlink(HBS_SEMAPHORE_NAME);
+    const bool made = sem_open(HBS_SEMAPHORE_NAME, O_CREAT, 0666, 1) != SEM_FAILED;
+    return key >= 0 && close(key) == 0 && id != -1 && made ? 0 : 1;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    make_sound();
+    scribble(data, size);
+    hbs_client client;
+    uint32_t number = 0;
+    (void)hostbase_find_by_mac(mac, &client);
+    (void)hostbase_find_by_ipv4(ipv4, &client);
+    (void)hostbase_find_by_ipv6(ipv6, &client);
+    (void)hostbase_get_adapter_type(mac, &number);
+    (void)hostbase_get_SSID(mac, &number);
+    expect_text<HBS_HOST_SIZE>(hostbase_get_host);
+    expect_text<HBS_OUI_SIZE>(hostbase_get_manuf_oui);
+    expect_text<HBS_SERIAL_SIZE>(hostbase_get_ser_num);
+    expect_text<HBS_PRODUCT_SIZE>(hostbase_get_prod_class);
+    expect_list(hostbase_get_clients, HBS_MAX_CLIENTS);
+    expect_list(hostbase_get_ip_index, HBS_MAX_IP_ENTRIES);
+    expect_list(hostbase_get_if_index, HBS_MAX_IF_ENTRIES);
+    expect_list(hostbase_get_dhcp_index, HBS_MAX_DHCP_ENTRIES);
+    expect_list(hostbase_get_rule_index, HBS_MAX_RULE_ENTRIES);
+    expect_list(hostbase_get_pri_index, HBS_MAX_PRI_ENTRIES);
+    const auto copy = std::make_unique<hbs_db>();
+    (void)hostbase_snapshot(copy.get());
+    return 0;
+}
