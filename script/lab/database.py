@@ -16,6 +16,7 @@ MOST_CLIENTS = constant("HBS_MAX_CLIENTS")
 # Status of a reader that shows what an ended daemon left behind.
 READER_WITHOUT_DAEMON = 3
 LIST = ("list", "--json")
+AGES = ("since", "since_seconds", "lease_start", "lease_start_seconds")
 
 
 def lister(directory):
@@ -31,8 +32,10 @@ class DatabaseError(Exception):
 
 
 def parse(listed):
-    """The clients that `hbsctl list --json` printed, by MAC text (None: the zero address)."""
-    clients = json.loads(listed)["clients"]
+    """The clients that `hbsctl list --json` printed, by MAC text (None: the zero address). Without how long ago it is
+    that they came, which is another at each look."""
+    clients = [{key: value for key, value in each.items() if key not in AGES}
+               for each in json.loads(listed)["clients"]]
     by_mac = {client["mac"]: client for client in clients}
     if len(by_mac) != len(clients):
         raise DatabaseError("a MAC address is listed twice")
