@@ -93,7 +93,8 @@ def plain(names):
 def report(runs, reached):
     print("| target | executions | a second | new inputs kept | |\n|---|---|---|---|---|")
     for run in runs:
-        print(f"| {run.target} | {run.executions:,} | {run.a_second:,} | {run.kept} | {'FAILED' if run.failed else ''} |")
+        result = "FAILED" if run.failed else ""
+        print(f"| {run.target} | {run.executions:,} | {run.a_second:,} | {run.kept} | {result} |")
     print("\n| folder | functions | reached |\n|---|---|---|")
     folders = collections.defaultdict(list)
     for path, counts in reached.items():
