@@ -30,8 +30,8 @@ def test_a_kernel_that_answers_no_question_for_one_address(router, shim):
     router.write("/root/old-kernel", "")
     router.lan(ONE_LAN)
     router.start_daemon(**shim)
-    router.talk("192.168.10.17", "192.168.10.18")
-    wait_for("each is on its port", lambda: [router.place(number) for number in (17, 18)] ==
+    wait_for("each is on its port", lambda: router.talk("192.168.10.17", "192.168.10.18") and
+             [router.place(number) for number in (17, 18)] ==
              [("ethernet", 1), ("ethernet", 2)])
     assert "does not answer in time" not in router.log()
 
@@ -105,8 +105,7 @@ def test_a_kernel_that_keeps_who_asks_waiting(router, hold_links):
     """Its lock on all links is held, for as long as the test likes: under the daemon's own nobody waits for it."""
     router.lan(ONE_LAN)
     router.start_daemon()
-    router.talk("192.168.10.17")
-    wait_for("it is on its port", lambda: router.place(17) == ("ethernet", 1))
+    wait_for("it is on its port", lambda: router.talk("192.168.10.17") and router.place(17) == ("ethernet", 1))
     release = hold_links()
     wire.send_all([lease_datagram(mac_of(17), "192.168.10.17", host=b"renamed")],
                   router.path("/run/gw_hostbase/tmp/clientlist_sock"), 60)

@@ -15,9 +15,9 @@ router.device("b", 18, "switch", "192.168.10.18/24")
 def test_it_comes_by_an_answer_and_goes_when_it_gives_none(router):
     router.lan(BEHIND_A_SWITCH)
     router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.18")
     both = {mac_of(17), mac_of(18)}
-    wait_for("both are on line by their answers", lambda: online(router.clients()) == both)
+    wait_for("both are on line by their answers", lambda: router.talk("192.168.10.17", "192.168.10.18") and
+             online(router.clients()) == both)
     # It vanishes while the router has something for it; the table forgets it within some seconds.
     router.run("ip", "link", "set", "lan0", "type", "bridge", "ageing_time", "300")
     router.lan('router.inside("a", "link set eth0 down")\nrouter.inside("b", "link set eth0 arp off")')
@@ -33,8 +33,7 @@ def test_it_comes_by_an_answer_and_goes_when_it_gives_none(router):
 def test_one_that_is_still_heard_stays(router):
     router.lan(BEHIND_A_SWITCH)
     router.start_daemon()
-    router.talk("192.168.10.17")
-    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
     # Its address does not answer any more, but the device itself is there.
     router.lan('router.inside("a", "address flush dev eth0")')
     router.talk("192.168.10.17")
@@ -46,8 +45,7 @@ def test_switched_off_by_the_settings(router):
     router.settings("log.level = debug", "presence = no")
     router.lan(BEHIND_A_SWITCH)
     router.start_daemon()
-    router.talk("192.168.10.17")
-    wait_for("it is there", lambda: router.client(17))
+    wait_for("it is there", lambda: router.talk("192.168.10.17") and router.client(17))
     assert not router.client(17)["online"]
 
 
@@ -55,8 +53,8 @@ def test_one_that_leaves_just_after_it_was_heard(router):
     """The question for its address comes before it has been silent for long enough, and nobody asks again."""
     router.lan(BEHIND_A_SWITCH + 'router.fast_neighbours("lan0")')
     router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.18")
-    wait_for("both are on line", lambda: online(router.clients()) == {mac_of(17), mac_of(18)})
+    wait_for("both are on line", lambda: router.talk("192.168.10.17", "192.168.10.18") and
+             online(router.clients()) == {mac_of(17), mac_of(18)})
     router.lan('router.inside("a", "link set eth0 down")')
     router.talk("192.168.10.17")
     wait_for("nobody answered", lambda: f"Got ARP GONE event for [{mac_of(17)}]" in router.log())
@@ -69,13 +67,11 @@ def test_a_silent_one_that_is_linked_stays(router):
     router.lan(BEHIND_A_SWITCH + 'router.device("c", 19, "lan0", "192.168.10.19/24")\n'
                'router.fast_neighbours("lan0")')
     router.start_daemon()
-    router.talk("192.168.10.19")
-    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(19)})
+    wait_for("it is on line", lambda: router.talk("192.168.10.19") and online(router.clients()) == {mac_of(19)})
     wait_for("its entry is stale", lambda: f"Got STALE event for [{mac_of(19)}]" in router.log())
     flush = ("ip", "link", "set", "p-c", "type", "bridge_slave", "fdb_flush")
     wait_for("no bridge has it", lambda: router.run(*flush) and
              mac_of(19) not in router.run("bridge", "fdb", "show", "dev", "p-c").stdout)
     # What comes after all that has been handled.
-    router.talk("192.168.10.18")
-    wait_for("another one is there", lambda: mac_of(18) in online(router.clients()))
+    wait_for("another one is there", lambda: router.talk("192.168.10.18") and mac_of(18) in online(router.clients()))
     assert mac_of(19) in online(router.clients())

@@ -29,9 +29,11 @@ router.device("w", 21, "wanbr", "10.0.0.1/24")
 router.ip("route add default via 10.0.0.1")
 """)
     router.start_daemon()
-    router.talk("172.17.0.2", "172.18.0.2", "10.0.0.1", "192.168.10.11", "192.168.20.11", "fd00:10::11")
-    wait_for("the devices of both LANs are there", lambda: networks(router) == {17: 0, 18: 1})
-    client = wait_for("with its IPv6 address", lambda: router.client(17)["ipv6"] and router.client(17))
+    everybody = "172.17.0.2", "172.18.0.2", "10.0.0.1", "192.168.10.11", "192.168.20.11", "fd00:10::11"
+    wait_for("the devices of both LANs are there", lambda: router.talk(*everybody) and
+             networks(router) == {17: 0, 18: 1})
+    client = wait_for("with its IPv6 address", lambda: router.talk("fd00:10::11") and
+                      router.client(17)["ipv6"] and router.client(17))
     assert (client["ipv4"], client["ipv6"], client["ifname"]) == ("192.168.10.11", "fd00:10::11", "lan0")
     assert router.read(f"{STATE}/networks") == "1 lan0\n2 lan1\n"
     assert networks(router) == {17: 0, 18: 1}
@@ -59,8 +61,8 @@ router.device("a", 17, "lan0", "192.168.10.11/24", "10.77.0.11/16")
 router.device("b", 18, "lan1", "fd00:20::11/64", "fd00:21::11/64")
 """)
     router.start_daemon()
-    router.talk("192.168.10.11")
-    wait_for("it has its first address", lambda: router.client(17) and router.client(17)["ipv4"] == "192.168.10.11")
+    wait_for("it has its first address", lambda: router.talk("192.168.10.11") and
+             router.client(17) and router.client(17)["ipv4"] == "192.168.10.11")
     # A second subnet of the same bridge, and prefixes of a bridge that had none.
     router.lan("""
 router.ip("address add 10.77.0.1/16 dev lan0", "address add fd00:20::1/64 dev lan1 nodad",
@@ -95,8 +97,8 @@ def test_settings_say_which_number_and_what_is_left_out(router):
 router.device("a", 17, "lan1", "192.168.20.11/24")
 router.device("g", 18, "guest7", "192.168.30.11/24")
 """)
-    router.talk("192.168.20.11", "192.168.30.11")
-    wait_for("it is in network 3", lambda: networks(router) == {17: 2})
+    wait_for("it is in network 3", lambda: router.talk("192.168.20.11", "192.168.30.11") and
+             networks(router) == {17: 2})
 
 
 def test_a_ninth_bridge_is_named_in_the_log(router):

@@ -14,8 +14,7 @@ def explained(router):
 def test_a_device_comes_and_loses_its_cable(router):
     router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
     router.start_daemon()
-    router.talk("192.168.10.17")
-    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
     found = explained(router)
     assert found["verdict"] == "On line, because it answers: the kernel's neighbour entry is reachable."
     assert [(entry["address"], entry["interface"]) for entry in found["neighbours"]] == [("192.168.10.17", "lan0")]
@@ -39,8 +38,8 @@ router.device("w", 18, "wanbr", "10.0.0.1/24")
 router.ip("route add default via 10.0.0.1")
 """)
     router.start_daemon()
-    router.talk("192.168.10.17", "10.0.0.1")
-    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    wait_for("it is on line", lambda: router.talk("192.168.10.17", "10.0.0.1") and
+             online(router.clients()) == {mac_of(17)})
     refused = router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.1", check=False)
     assert refused.returncode == 1 and "192.168.10.1 is the gateway's own address" in refused.stderr
     assert router.hbsctl("audit").stdout == "no differences\n"

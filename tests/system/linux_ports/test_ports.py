@@ -21,8 +21,9 @@ def test_ports_are_numbered_by_name_and_beyond_four(router):
     router.lan(EIGHT_PORTS)
     router.lan('router.device("d10", 26, "lan0", "192.168.10.26/24")')
     router.start_daemon()
-    router.talk(*(f"192.168.10.{number}" for number in (*range(17, 25), 26)))
-    wait_for("each is on its own port", lambda: [router.place(16 + n) for n in range(1, 9)] ==
+    everybody = [f"192.168.10.{number}" for number in (*range(17, 25), 26)]
+    wait_for("each is on its own port", lambda: router.talk(*everybody) and
+             [router.place(16 + n) for n in range(1, 9)] ==
              [("ethernet", n) for n in range(1, 9)])
     assert router.place(26) == ("ethernet", 9)  # behind d8, although "d10" comes before "d2" letter by letter
 
@@ -31,16 +32,17 @@ def test_ports_as_configured(router):
     router.settings("log.level = debug", "port.6 = p-d1", "port.1 = p-d2")
     router.lan(EIGHT_PORTS)
     router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.18", "192.168.10.19")
-    wait_for("as configured, the others in between", lambda: [router.place(number) for number in (17, 18, 19)] ==
+    wait_for("as configured, the others in between", lambda:
+             router.talk("192.168.10.17", "192.168.10.18", "192.168.10.19") and
+             [router.place(number) for number in (17, 18, 19)] ==
              [("ethernet", 6), ("ethernet", 1), ("ethernet", 2)])
 
 
 def test_a_device_that_moves_to_another_port(router):
     router.lan(EIGHT_PORTS + 'router.fast_neighbours("lan0")')
     router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.18")
-    wait_for("it is on port 1", lambda: router.place(17) == ("ethernet", 1))
+    wait_for("it is on port 1", lambda: router.talk("192.168.10.17", "192.168.10.18") and
+             router.place(17) == ("ethernet", 1))
     # Its cable goes where another's was.
     router.lan("""
 router.ip("link set p-d1 nomaster", "link set p-d2 nomaster")
@@ -64,11 +66,12 @@ router.ip("link set p-d2 master lan0")
 def test_cable_out_and_in_also_on_port_6(router):
     router.lan(EIGHT_PORTS)
     router.start_daemon()
-    router.talk(*(f"192.168.10.{16 + n}" for n in range(1, 9)))
+    addresses = [f"192.168.10.{16 + n}" for n in range(1, 9)]
+    router.talk(*addresses)
     for n in range(1, 9):
         lease(router, 16 + n, f"192.168.10.{16 + n}")
     everyone = {mac_of(16 + n) for n in range(1, 9)}
-    wait_for("all are on line", lambda: online(router.clients()) == everyone)
+    wait_for("all are on line", lambda: router.talk(*addresses) and online(router.clients()) == everyone)
     for n in (2, 6):
         router.lan('router.inside(sys.argv[1], "link set eth0 down")', f"d{n}")
         wait_for(f"port {n} is off line", lambda: online(router.clients()) == everyone - {mac_of(16 + n)})
@@ -76,7 +79,7 @@ def test_cable_out_and_in_also_on_port_6(router):
         router.lan('router.inside(sys.argv[1], "link set eth0 up")', f"d{n}")
         router.talk(f"192.168.10.{16 + n}")
         lease(router, 16 + n, f"192.168.10.{16 + n}")
-        wait_for("it is back", lambda: online(router.clients()) == everyone)
+        wait_for("it is back", lambda: router.talk(*addresses) and online(router.clients()) == everyone)
     assert "docsis" not in router.log() and "cpe proc file" not in router.log()  # a router has no such bridge
 
 
@@ -85,7 +88,7 @@ def test_a_port_that_is_down_for_a_moment_only(router):
     router.start_daemon()
     router.talk("192.168.10.17")
     lease(router, 17, "192.168.10.17")
-    wait_for("it is on line", lambda: online(router.clients()) == {mac_of(17)})
+    wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
     router.lan('router.ip("link set p-d1 down", "link set p-d1 up")')
     # What it sends next brings it back, so the log is looked at.
     wait_for("it was off line", lambda: f"force offline device {mac_of(17)}" in router.log())
@@ -100,8 +103,8 @@ lines = "".join(f"fdb replace 02:cc:00:00:{n >> 8:02x}:{n & 255:02x} dev p-d{n %
                 for n in range(1000))
 subprocess.run(["bridge", "-batch", "-"], input=lines, text=True, check=True)
 """)
-    router.talk("192.168.10.22")
-    wait_for("its port is found among them", lambda: router.place(22) == ("ethernet", 6))
+    wait_for("its port is found among them", lambda: router.talk("192.168.10.22") and
+             router.place(22) == ("ethernet", 6))
 
 
 def dropped(router):
@@ -113,9 +116,9 @@ def dropped(router):
 def test_more_changes_than_the_watcher_can_be_told(router):
     router.lan(EIGHT_PORTS)
     router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.22")
     both = {mac_of(17), mac_of(22)}
-    wait_for("both are on line", lambda: online(router.clients()) == both)
+    wait_for("both are on line", lambda: router.talk("192.168.10.17", "192.168.10.22") and
+             online(router.clients()) == both)
     router.pause()
 
     def lost():
@@ -164,12 +167,11 @@ def test_a_port_that_is_wifi_and_one_that_vanishes(router):
     router.settings("log.level = debug", "wifi = p-d2")
     router.lan(EIGHT_PORTS)
     router.start_daemon()
-    router.talk("192.168.10.17", "192.168.10.18", "192.168.10.19")
-    wait_for("by its device", lambda: [router.place(number) for number in (17, 18, 19)] ==
+    wait_for("by its device", lambda: router.talk("192.168.10.17", "192.168.10.18", "192.168.10.19") and
+             [router.place(number) for number in (17, 18, 19)] ==
              [("ethernet", 1), ("wifi", None), ("ethernet", 2)])
     lease(router, 19, "192.168.10.19")
     wait_for("it is on line", lambda: mac_of(19) in online(router.clients()))
     router.lan('router.ip("link del p-d3")')
     wait_for("it is off line", lambda: mac_of(19) not in online(router.clients()))
-    router.talk("192.168.10.20")
-    wait_for("the numbers stay", lambda: router.place(20) == ("ethernet", 3))
+    wait_for("the numbers stay", lambda: router.talk("192.168.10.20") and router.place(20) == ("ethernet", 3))

@@ -92,8 +92,7 @@ def test_log_has_priorities_and_a_threshold(router):
     router.settings("log.level = error")
     router.lan(ONE_LAN)
     router.start_daemon()
-    router.talk("192.168.10.17")
-    wait_for("it is a client", lambda: router.client(17))
+    wait_for("it is a client", lambda: router.talk("192.168.10.17") and router.client(17))
     lines = router.log().splitlines()
     assert lines and all(line.startswith(("<1>", "<2>", "<3>")) for line in lines)
 

@@ -151,8 +151,7 @@ def test_an_access_point_that_makes_no_sense(router, kind, said):
     router.start_daemon()
     wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
     wait_for("the log has it", lambda: f"hostapd of odd0: {said}" in router.log())
-    router.talk("192.168.10.17")
-    wait_for("the daemon goes on", lambda: online(router.clients()) == {mac_of(17)})
+    wait_for("the daemon goes on", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
     odd.kill()
     odd.wait()
 
