@@ -6,10 +6,11 @@
  * inside it looks once and compares; else it reads until two looks agree, because each restart of the
  * daemon leaves one more holder admitted. It follows no link that leaves its pool.
  *
- * While a call holds the semaphore (microseconds) the signals of its thread are held back, so that a
- * reader that is interrupted, terminated or stopped by a signal never keeps the semaphore. Only
- * SIGKILL and SIGSTOP at that very moment can: the semaphore then has one holder fewer to give until
- * the daemon's next start posts it again. Valid C11 and C++20. */
+ * While a call holds the semaphore (microseconds, while the caller's buffers are in memory) the signals
+ * of its thread are held back, so that a reader that is interrupted, terminated or stopped by a signal
+ * never keeps the semaphore. Only SIGKILL and SIGSTOP at that very moment can, and a buffer that cannot be
+ * written: the daemon then takes the semaphore over, at its next event or within half a minute.
+ * Valid C11 and C++20. */
 #ifndef HOSTBASE_QUERY_H
 #define HOSTBASE_QUERY_H
 

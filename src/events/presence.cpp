@@ -63,9 +63,10 @@ bool has_address(const hbs_client *client) {
 } // namespace
 
 bool hbs_presence_stays(hbs_client *client) {
-    if (PRESENCE_ByTraffic() == 0)
+    // Without a MAC no answer could be told from another's.
+    if (PRESENCE_ByTraffic() == 0 || hbs_mac_is_zero(client->mac))
         return false;
-    const bool silent = hbs_mac_is_zero(client->mac) || PRESENCE_IsSilent(client->mac) != 0;
+    const bool silent = PRESENCE_IsSilent(client->mac) != 0;
     if (silent && !has_address(client))
         return false;
     if (silent)

@@ -80,9 +80,10 @@ bool is_all_zero(const uint8_t *bytes, size_t size) {
 
 bool take_match(const uint8_t *base, void *what) {
     finding *answer = &static_cast<search *>(what)->answer;
-    return copy_match(base, what, answer) &&
-           (answer->found == 0 ||
-            memcmp(&answer->client, base + answer->client.dbpos, sizeof answer->client) == 0);
+    const bool copied = copy_match(base, what, answer);
+    hbs_query_look_anew();
+    return copied && (answer->found == 0 ||
+                      memcmp(&answer->client, base + answer->client.dbpos, sizeof answer->client) == 0);
 }
 
 bool give_match(const void *copy, void *what) {

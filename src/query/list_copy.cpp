@@ -16,7 +16,7 @@ struct list_call {
     const hbs_pool_layout *list;
     uint8_t *elements;
     size_t capacity;
-    size_t *count;
+    size_t found; // how many the list holds
 };
 
 size_t pool_size(const hbs_pool_layout *list) {
@@ -44,17 +44,15 @@ bool still_stands(const uint8_t *base, const list_call *call, size_t copied) {
 }
 
 bool take_list(const uint8_t *base, void *what) {
-    const list_call *call = static_cast<const list_call *>(what);
+    list_call *call = static_cast<list_call *>(what);
     const hbs_pool_layout *list = call->list;
     const uint8_t *pool = base + list->first;
     const uint32_t first = hbs_query_word(base + list->head);
-    size_t found = 0;
-    if (!collect(call, pool, first, nullptr, &found) || !collect(call, pool, first, call->elements, &found))
+    if (!collect(call, pool, first, nullptr, &call->found) ||
+        !collect(call, pool, first, call->elements, &call->found))
         return false;
-    if (!still_stands(base, call, found < call->capacity ? found : call->capacity))
-        return false;
-    *call->count = found;
-    return true;
+    hbs_query_look_anew();
+    return still_stands(base, call, call->found < call->capacity ? call->found : call->capacity);
 }
 
 bool copy_pool(const uint8_t *base, const void *what, void *into) {
@@ -66,12 +64,11 @@ bool copy_pool(const uint8_t *base, const void *what, void *into) {
 }
 
 bool give_list(const void *copy, void *what) {
-    const list_call *call = static_cast<const list_call *>(what);
+    list_call *call = static_cast<list_call *>(what);
     const uint8_t *pool = static_cast<const uint8_t *>(copy) + POOL_AT;
     const uint32_t first = hbs_query_word(pool - POOL_AT);
-    size_t found = 0;
-    return collect(call, pool, first, nullptr, &found) &&
-           collect(call, pool, first, call->elements, call->count);
+    return collect(call, pool, first, nullptr, &call->found) &&
+           collect(call, pool, first, call->elements, &call->found);
 }
 
 } // namespace
@@ -79,9 +76,12 @@ bool give_list(const void *copy, void *what) {
 int hbs_query_copy_list(hbs_pool pool, void *elements, size_t capacity, size_t *count) {
     static_assert(sizeof(hbs_client) % 4 == 0 && sizeof(hbs_ip_entry) % 4 == 0,
                   "the second private copy is 4-byte aligned because every element is");
-    list_call call = {&hbs_layout_of(pool), static_cast<uint8_t *>(elements), capacity, count};
+    list_call call = {&hbs_layout_of(pool), static_cast<uint8_t *>(elements), capacity, 0};
     const hbs_query_look look = {take_list, copy_pool, give_list, &call, POOL_AT + pool_size(call.list)};
-    return hbs_query_agree(&look);
+    const int result = hbs_query_agree(&look);
+    if (result == HOSTBASE_OK)
+        *count = call.found;
+    return result;
 }
 
 namespace {
@@ -103,6 +103,7 @@ bool take_segment(const uint8_t *base, void *db) {
     if (!is_sound_segment(base))
         return false;
     memcpy(db, base, HBS_SHM_SIZE);
+    hbs_query_look_anew();
     return memcmp(db, base, HBS_SHM_SIZE) == 0 && is_sound_segment(db);
 }
 

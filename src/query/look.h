@@ -1,6 +1,7 @@
 // Looks at the segment: once while nobody else can be inside, else until two looks agree.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -17,6 +18,12 @@ struct hbs_query_look {
     void *call; // handed to all three
     size_t size;
 };
+
+// Between a copy and its comparison: for a compiler that knows of no other writer they are the same by
+// themselves.
+inline void hbs_query_look_anew() {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+}
 
 // Returns HOSTBASE_OK when one of `take` and `give` did. Failures: those of hbs_query_acquire, HOSTBASE_BUSY,
 // HOSTBASE_UNSTABLE and HOSTBASE_NO_MEMORY.

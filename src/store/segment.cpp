@@ -137,9 +137,24 @@ bool is_damaged() {
            memcmp(shared + all.from, own + all.from, all.to - all.from) != 0;
 }
 
+bool is_semaphore_taken() {
+    int free = 0;
+    return semaphore != SEM_FAILED && sem_getvalue(semaphore, &free) == 0 && free == 0;
+}
+
+// A reader that was killed inside would keep the semaphore until the next event.
+void end_lost_hold() {
+    static bool was_taken;
+    const bool taken = is_semaphore_taken();
+    if (taken && was_taken)
+        const hbs_shm_hold takes_over;
+    was_taken = taken && !was_taken;
+}
+
 } // namespace
 
 void hbs_segment_repair() {
+    end_lost_hold();
     if (!is_damaged() || (semaphore != SEM_FAILED && sem_trywait(semaphore) != 0))
         return;
     publish_shares(SHARES);

@@ -20,8 +20,9 @@ constexpr int HBS_WHOLE_BURST = 128;
 constexpr int HBS_CALM_MS = 20;
 void *hbs_segment_edit(uint32_t offset, uint32_t size);
 
-// Compares all of it, and makes it like the image when it differs. Waits for nobody: while readers have the
-// semaphore, nothing is done. For a timer, so that damage does not outlive the last event.
+// Compares all of it, and makes it like the image when it differs. While readers have the semaphore, nothing
+// is done; when they have it at the next call, too, it is waited for as by an event, and taken over from who
+// is lost. For a timer, so that neither damage nor a lost holder outlives the last event.
 void hbs_segment_repair();
 
 // What the readers see. Only its first hbs_segment_size() bytes are there.

@@ -1,6 +1,8 @@
 // What the segment holds after a hold, whoever wrote to it in between.
 #include <cstring>
+#include <fcntl.h>
 #include <functional>
+#include <semaphore.h>
 
 #include "store/index.h"
 #include "store/publish.h"
@@ -41,6 +43,36 @@ TEST_F(SegmentRepair, TheNextHoldPutsAllOfItRight) {
     scribble();
     { const hbs_shm_hold next; }
     EXPECT_TRUE(is_sound());
+}
+
+// A reader that is killed inside, as others see it.
+TEST_F(SegmentRepair, SemaphoreThatIsTakenAtTwoLooks_IsTakenOver) {
+    sem_t *readers = sem_open(HBS_SEMAPHORE_NAME, 0);
+    ASSERT_NE(SEM_FAILED, readers);
+    const auto value = [readers] {
+        int number = -1;
+        (void)sem_getvalue(readers, &number);
+        return number;
+    };
+    while (value() > 0)
+        ASSERT_EQ(0, sem_trywait(readers));
+    scribble();
+    hbs_segment_repair();
+    EXPECT_EQ(0, value()) << "it may only be slow";
+    hbs_segment_repair();
+    EXPECT_EQ(1, value());
+    EXPECT_TRUE(is_sound());
+    EXPECT_EQ(1u, logged_containing("database semaphore not released"));
+    ASSERT_EQ(0, sem_trywait(readers)); // one that lets go in time is left alone
+    hbs_segment_repair();
+    ASSERT_EQ(0, sem_post(readers));
+    hbs_segment_repair();
+    ASSERT_EQ(0, sem_trywait(readers));
+    hbs_segment_repair();
+    ASSERT_EQ(0, sem_post(readers));
+    EXPECT_EQ(1, value());
+    EXPECT_EQ(1u, logged_containing("database semaphore not released"));
+    (void)sem_close(readers);
 }
 
 TEST_F(SegmentRepair, InAStorm_AFewHoldsPutItRight) {
