@@ -10,6 +10,7 @@
 
 #include <hbs_db.h>
 
+#include "base/settings_line.h"
 #include "common_text.h"
 #include "linux_log.h"
 
@@ -162,33 +163,16 @@ void complain(linux_complaints *complaints, unsigned line, const char *key) {
     complaints->count++;
 }
 
-char *without_blanks(char *text) {
-    text += strspn(text, " \t");
-    size_t length = strlen(text);
-    while (length > 0 && strchr(" \t\r\n", text[length - 1]) != nullptr)
-        text[--length] = '\0';
-    return text;
-}
-
-// A "#" at the start or behind a blank begins a comment.
-void cut_comment(char *line) {
-    for (char *at = line; (at = strchr(at, '#')) != nullptr; at++)
-        if (at == line || at[-1] == ' ' || at[-1] == '\t') {
-            *at = '\0';
-            return;
-        }
-}
-
 void take_line(char *line, unsigned number, linux_conf *conf, linux_complaints *complaints) {
-    cut_comment(line);
-    char *key = without_blanks(line);
+    hbs_cut_comment(line);
+    char *key = hbs_without_blanks(line);
     if (*key == '\0')
         return;
     char *equals = strchr(key, '=');
     if (equals != nullptr)
         *equals = '\0';
-    key = without_blanks(key);
-    if (equals == nullptr || !take(key, without_blanks(equals + 1), conf))
+    key = hbs_without_blanks(key);
+    if (equals == nullptr || !take(key, hbs_without_blanks(equals + 1), conf))
         complain(complaints, number, key);
 }
 

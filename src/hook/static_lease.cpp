@@ -6,6 +6,8 @@
 
 #include <hbs_db.h>
 
+#include "base/settings_line.h"
+
 namespace {
 
 constexpr const char *USUAL_PLACE = HBS_PERSISTENT_DIR "/dhcp-hosts";
@@ -39,34 +41,17 @@ namespace {
 constexpr size_t LONGEST_LINE = 1023;
 constexpr size_t LONGEST_PLACE = 107;
 
-char *without_blanks(char *text) {
-    text += strspn(text, " \t");
-    size_t length = strlen(text);
-    while (length > 0 && strchr(" \t\r\n", text[length - 1]) != nullptr)
-        text[--length] = '\0';
-    return text;
-}
-
-// A "#" at the start or behind a blank begins a comment.
-void cut_comment(char *line) {
-    for (char *at = line; (at = strchr(at, '#')) != nullptr; at++)
-        if (at == line || at[-1] == ' ' || at[-1] == '\t') {
-            *at = '\0';
-            return;
-        }
-}
-
 // Takes a line "dhcp.hosts = PLACE"; empty = there is no such file.
 void take_place(char *line, char place[LONGEST_PLACE + 1]) {
-    cut_comment(line);
+    hbs_cut_comment(line);
     char *equals = strchr(line, '=');
     if (equals == nullptr)
         return;
     *equals = '\0';
-    const char *value = without_blanks(equals + 1);
+    const char *value = hbs_without_blanks(equals + 1);
     if (strcmp(value, "none") == 0)
         value = "";
-    if (strcmp(without_blanks(line), "dhcp.hosts") == 0 && (*value == '\0' || *value == '/') &&
+    if (strcmp(hbs_without_blanks(line), "dhcp.hosts") == 0 && (*value == '\0' || *value == '/') &&
         strlen(value) <= LONGEST_PLACE)
         memcpy(place, value, strlen(value) + 1);
 }

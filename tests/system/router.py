@@ -8,10 +8,21 @@ from gateway import CHECKOUT, Box, child_of, wait_for
 from lab import daemon
 from lab.router import RUNTIME, SETTINGS, STATE, mac_of
 
-__all__ = ["LINUX_BIN", "RUNTIME", "Router", "SETTINGS", "STATE", "mac_of", "online", "wait_for"]
+__all__ = ["LINUX_BIN", "RUNTIME", "Router", "SETTINGS", "STATE", "VLANS", "mac_of", "online", "wait_for"]
 
 LINUX_BIN = f"{CHECKOUT}/build/linux/bin"
 LOG = "/root/log"
+
+# The router is in VLAN 7 only; "c" is in VLAN 1.
+VLANS = """
+router.bridge("lan0", 1, "192.168.10.1/24", options="vlan_filtering 1")
+for number, name in enumerate("abc", 17):
+    router.device(name, number, "lan0", f"192.168.10.{number}/24")
+lines = ["vlan del dev lan0 vid 1 self", "vlan add dev lan0 vid 7 pvid untagged self"]
+for name in "ab":
+    lines += [f"vlan del dev p-{name} vid 1", f"vlan add dev p-{name} vid 7 pvid untagged"]
+router.subprocess.run(["bridge", "-batch", "-"], input="".join(line + "\\n" for line in lines), text=True, check=True)
+"""
 
 
 class Router(Box):

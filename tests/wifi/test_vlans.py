@@ -1,20 +1,9 @@
 """A bridge that tells VLANs apart: which port a device is on."""
 
 from gateway import PATIENCE
-from router import mac_of, wait_for
+from router import VLANS, mac_of, wait_for
 
 LONG = 6 * PATIENCE  # this machine has no hardware of its own
-
-# The router is in VLAN 7 only; "c" is in VLAN 1.
-VLANS = """
-router.bridge("lan0", 1, "192.168.10.1/24", options="vlan_filtering 1")
-for number, name in enumerate("abc", 17):
-    router.device(name, number, "lan0", f"192.168.10.{number}/24")
-lines = ["vlan del dev lan0 vid 1 self", "vlan add dev lan0 vid 7 pvid untagged self"]
-for name in "ab":
-    lines += [f"vlan del dev p-{name} vid 1", f"vlan add dev p-{name} vid 7 pvid untagged"]
-router.subprocess.run(["bridge", "-batch", "-"], input="".join(line + "\\n" for line in lines), text=True, check=True)
-"""
 
 
 def test_ports_on_a_bridge_with_vlans(router):

@@ -1,7 +1,7 @@
 """Which port a device is on, by the bridge's forwarding table, and what carrier changes do."""
 
 import pytest
-from router import mac_of, online, wait_for
+from router import VLANS, mac_of, online, wait_for
 
 RTMGRP_LINK = 1
 
@@ -134,18 +134,6 @@ def test_more_changes_than_the_watcher_can_be_told(router):
     # And what comes then.
     router.lan('router.inside("d1", "link set eth0 down")')
     wait_for("it hears again", lambda: not online(router.clients()))
-
-
-# The router is in VLAN 7 only; "c" is in VLAN 1.
-VLANS = """
-router.bridge("lan0", 1, "192.168.10.1/24", options="vlan_filtering 1")
-for number, name in enumerate("abc", 17):
-    router.device(name, number, "lan0", f"192.168.10.{number}/24")
-lines = ["vlan del dev lan0 vid 1 self", "vlan add dev lan0 vid 7 pvid untagged self"]
-for name in "ab":
-    lines += [f"vlan del dev p-{name} vid 1", f"vlan add dev p-{name} vid 7 pvid untagged"]
-router.subprocess.run(["bridge", "-batch", "-"], input="".join(line + "\\n" for line in lines), text=True, check=True)
-"""
 
 
 def test_a_bridge_that_tells_vlans_apart(router):

@@ -191,6 +191,21 @@ class Watch : public QuerySegment {
             _exit(ctl(words, daemon.path).status);
         }
     }
+    // What it prints into a pipe until it ends, which it does well.
+    std::string printed(const std::vector<std::string> &words) {
+        int ends[2];
+        EXPECT_EQ(pipe(ends), 0);
+        child = fork();
+        if (child == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            _exit(ctl(words, daemon.path).status);
+        }
+        close(ends[1]);
+        std::string all = read_to_end(ends[0]);
+        close(ends[0]);
+        EXPECT_EQ(status_of_child(child), exit_ok);
+        return all;
+    }
     bool read_until(const std::string &wanted) {
         char block[4096];
         ssize_t size = 0;
@@ -254,17 +269,7 @@ TEST_F(Watch, OnADumbTerminalPrintsPlainTables) {
 
 TEST_F(Watch, IntoAPipePrintsOneTableAfterTheOther) {
     add(1);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        _exit(ctl({"watch", "--interval", "0.1", "--count", "2"}, daemon.path).status);
-    }
-    close(ends[1]);
-    text = read_to_end(ends[0]);
-    close(ends[0]);
-    EXPECT_EQ(status_of_child(child), exit_ok);
+    text = printed({"watch", "--interval", "0.1", "--count", "2"});
     size_t tables = 0;
     for (size_t at = 0; (at = text.find("MAC ", at)) != std::string::npos; at++)
         tables++;
@@ -275,17 +280,7 @@ TEST_F(Watch, IntoAPipePrintsOneTableAfterTheOther) {
 
 TEST_F(Watch, AsJsonPrintsOneDocumentALine) {
     add(1);
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        _exit(ctl({"watch", "--json", "--interval", "0.1", "--count", "2"}, daemon.path).status);
-    }
-    close(ends[1]);
-    std::istringstream lines(read_to_end(ends[0]));
-    close(ends[0]);
-    EXPECT_EQ(status_of_child(child), exit_ok);
+    std::istringstream lines(printed({"watch", "--json", "--interval", "0.1", "--count", "2"}));
     size_t count = 0;
     for (std::string line; std::getline(lines, line); count++)
         EXPECT_EQ(nlohmann::json::parse(line)["clients"].size(), 1u);
