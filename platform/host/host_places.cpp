@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int places = 3;
-constexpr time_t trust_seconds = 1; // a mount over a folder above tells nobody
+constexpr int64_t trust_ns = 1000000000; // a mount over a folder above tells nobody
 
 constexpr uint32_t folder_events =
     IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
@@ -32,7 +32,7 @@ struct watched_place {
     int folder_wd; // -1 = the kernel does not tell
     int file_wd;   // -1 = none
     bool changed;
-    time_t told; // when `changed` was answered last, coarse monotonic seconds
+    int64_t told; // when `changed` was answered last, coarse monotonic nanoseconds
 };
 
 watched_place table[places] = {
@@ -46,6 +46,12 @@ watched_place table[places] = {
 pthread_mutex_t places_mutex = PTHREAD_MUTEX_INITIALIZER;
 int queue = -1;
 bool queue_failed; // the kernel has none to give: every answer is "maybe"
+
+// What the calling thread deals with just now.
+thread_local struct {
+    int depth;                 // 0 = nothing
+    int64_t looked_at[places]; // coarse monotonic nanoseconds; 0 = not in this event
+} current;
 
 // Setting a variable anew gives it another entry, and nobody looks through all of them for each line of the
 // log.
@@ -71,10 +77,10 @@ const char *name_of(const char *path) {
     return slash == nullptr ? path : slash + 1;
 }
 
-time_t coarse_seconds() {
+int64_t coarse_nanoseconds() {
     timespec now = {};
     (void)clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return now.tv_sec;
+    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
 }
 
 void forget_queue() {
@@ -87,8 +93,20 @@ void forget_queue() {
     }
 }
 
+// Whether the thread has looked at a place in this event and this tick; from now on it has.
+bool looked_already(host_place place) {
+    if (current.depth == 0)
+        return false;
+    const int64_t now = coarse_nanoseconds();
+    int64_t *at = &current.looked_at[static_cast<int>(place)];
+    const bool already = *at == now;
+    *at = now;
+    return already;
+}
+
 // A child would take its parent's notifications away.
 void after_fork_in_child() {
+    current = {};
     (void)pthread_mutex_init(&places_mutex, nullptr);
     forget_queue();
     queue_failed = false;
@@ -169,8 +187,8 @@ namespace {
 // A place that changed is watched anew before the caller looks at it, so nothing happens unseen in between.
 bool was_changed(watched_place *place) {
     follow_environment(place);
-    const time_t now = coarse_seconds();
-    const bool changed = place->changed || place->folder_wd < 0 || now - place->told >= trust_seconds;
+    const int64_t now = coarse_nanoseconds();
+    const bool changed = place->changed || place->folder_wd < 0 || now - place->told >= trust_ns;
     if (changed) {
         if (queue >= 0 || (!queue_failed && open_queue()))
             watch(place);
@@ -183,6 +201,8 @@ bool was_changed(watched_place *place) {
 } // namespace
 
 bool host_place_changed(host_place which) {
+    if (looked_already(which))
+        return false;
     (void)pthread_mutex_lock(&places_mutex);
     take_events();
     const bool changed = was_changed(&table[static_cast<int>(which)]);
@@ -191,6 +211,8 @@ bool host_place_changed(host_place which) {
 }
 
 bool host_place_was_changed(host_place which) {
+    if (looked_already(which))
+        return false;
     (void)pthread_mutex_lock(&places_mutex);
     const bool changed = was_changed(&table[static_cast<int>(which)]);
     (void)pthread_mutex_unlock(&places_mutex);
@@ -203,4 +225,13 @@ bool host_place_is_watched(host_place which) {
     const bool watched = place->folder_wd >= 0 && (!place->contents || place->file_wd >= 0);
     (void)pthread_mutex_unlock(&places_mutex);
     return watched;
+}
+
+void host_places_hold_still() {
+    current.depth++;
+}
+
+void host_places_move_on() {
+    if (--current.depth == 0)
+        current = {};
 }

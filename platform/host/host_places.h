@@ -18,3 +18,8 @@ bool host_place_was_changed(host_place place);
 
 // Whether the kernel tells of changes of the file, so that one that comes later is sure to be seen.
 bool host_place_is_watched(host_place place);
+
+// Between these, which may lie within each other, the calling thread takes what it learned of a file for true
+// until the kernel's coarse clock ticks: whoever works for longer, or waits, looks again.
+void host_places_hold_still();
+void host_places_move_on();

@@ -11,6 +11,7 @@
 #include <hbs_msg.h>
 
 #include "base/counters.h"
+#include "base/event.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "daemon/dispatcher.h"
@@ -67,6 +68,7 @@ void hbs_command_socket_serve(hbs_command_server *server) {
     const hbs_sender_tag tag = hbs_sender_tag_of(&sender, length);
     if (received <= 0)
         return;
+    const hbs_event event;
     hbs_command command{};
     command.buffer = buffer;
     command.sender = tag.text;

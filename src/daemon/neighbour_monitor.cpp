@@ -11,6 +11,7 @@
 
 #include "base/clock.h"
 #include "base/counters.h"
+#include "base/event.h"
 #include "base/log.h"
 #include "base/netlink.h"
 #include "base/scope.h"
@@ -31,6 +32,7 @@ size_t buffer_size() {
 }
 
 void handle_neigh(hbs_netlink_bytes message, void *) {
+    const hbs_event event;
     hbs_handle_neigh_message(message.data, message.size);
 }
 

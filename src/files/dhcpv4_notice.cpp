@@ -7,6 +7,7 @@
 #include <cstring>
 #include <strings.h>
 
+#include "base/event.h"
 #include "base/log.h"
 #include "base/text.h"
 #include "files/notice_file.h"
@@ -108,6 +109,7 @@ struct line_reading {
 };
 
 void read_line(char *line, void *context) {
+    const hbs_event event;
     auto *reading = static_cast<line_reading *>(context);
     reading->had_lines = true;
     HBS_LOG(HBS_INFO, "HOSTBASE: Watched DHCP lease changes: %s", line);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "base/event.h"
 #include "base/text.h"
 #include "files/notice_file.h"
 
@@ -95,6 +96,7 @@ bool hbs_dhcpv6_notices_read(const char *path, hbs_dhcpv6_notice_handler handler
         hbs_dhcpv6_notice_read(line, static_cast<hbs_dhcpv6_notice *>(context));
     };
     const hbs_notice_taken taken = hbs_notice_take(path, &hbs_dhcpv6_notice_source, reader, &notice);
+    const hbs_event event;
     if (taken.lines && !handler(&notice))
         hbs_notice_log_no_data();
     return !taken.again;

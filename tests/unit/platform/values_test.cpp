@@ -1,5 +1,6 @@
 // The file of values: how its lines are read, and that a change is seen by the next call.
 #include <atomic>
+#include <eventscope.h>
 #include <filesystem>
 #include <thread>
 #include <unistd.h>
@@ -59,6 +60,52 @@ TEST_F(HostValues, OddLinesAreSkippedAndTheRestIsRead) {
     EXPECT_EQ(0, byte(5));
     EXPECT_EQ(0, byte(6));
     EXPECT_EQ(4, byte(4)) << "the last line needs no newline";
+}
+
+TEST_F(HostValues, TheNextEventSeesAChange) {
+    set("nvm.byte.1", 1);
+    EVENT_Begin();
+    EXPECT_EQ(1, byte(1));
+    set("nvm.byte.1", 2);
+    EVENT_End();
+    EVENT_Begin();
+    EXPECT_EQ(2, byte(1));
+    EVENT_End();
+    set("nvm.byte.1", 3);
+    EXPECT_EQ(3, byte(1)) << "as does who is in no event";
+}
+
+TEST_F(HostValues, AreLookedAtOnceInAShortEvent) {
+    int before = 0, within = 0;
+    for (int tries = 0; tries < 1000 && within == before; tries++) {
+        set("nvm.byte.1", before = tries % 100);
+        EVENT_Begin();
+        EVENT_Begin();
+        EXPECT_EQ(before, byte(1));
+        EVENT_End();
+        set("nvm.byte.1", before = 100 + tries % 100);
+        within = byte(1); // the old value, unless the clock has ticked
+        EVENT_End();
+    }
+    EXPECT_NE(before, within);
+}
+
+TEST_F(HostValues, AnEventThatLastsSeesAChangeAtTheNextTick) {
+    set("nvm.byte.1", 1);
+    EVENT_Begin();
+    EXPECT_EQ(1, byte(1));
+    set("nvm.byte.1", 2);
+    EXPECT_TRUE(wait_until([&] { return byte(1) == 2; }));
+    EVENT_End();
+}
+
+TEST_F(HostValues, OneThreadsEventIsNoOthers) {
+    set("nvm.byte.1", 1);
+    EVENT_Begin();
+    EXPECT_EQ(1, byte(1));
+    set("nvm.byte.1", 2);
+    std::thread([&] { EXPECT_EQ(2, byte(1)); }).join();
+    EVENT_End();
 }
 
 TEST_F(HostValues, AMissingFileGivesTheDefaults) {
