@@ -14,6 +14,11 @@ constexpr unsigned HBS_LOG_MODULE = 6;
 // The highest severity that the logger takes; everything until it says otherwise.
 extern std::atomic<uint32_t> hbs_log_highest;
 
+// Whether anybody takes what is logged with a severity.
+[[gnu::always_inline]] inline bool hbs_log_takes(uint32_t severity) {
+    return severity <= hbs_log_highest.load(std::memory_order_relaxed);
+}
+
 // Lets the logger say what it takes, now and on each change. Called once, before anything is logged.
 void hbs_log_init();
 
@@ -22,6 +27,6 @@ void hbs_log_init();
 #define HBS_LOG(code, ...)                                                                                   \
     do {                                                                                                     \
         static constexpr hbs_log_site log_site_ = {code, HBS_LOG_MODULE, 0};                                 \
-        if (log_site_.severity <= hbs_log_highest.load(std::memory_order_relaxed))                           \
+        if (hbs_log_takes(log_site_.severity))                                                               \
             logger_build_send_log_msg(&log_site_, 0, __VA_ARGS__);                                           \
     } while (0)

@@ -1,9 +1,12 @@
 // The index lists of the segment that clients have entries in, taken together.
 #include "store/index.h"
 
+#include <cstring>
+
 #include "base/log.h"
 #include "base/text.h"
 #include "store/client_text.h"
+#include "store/pools.h"
 #include "store/segment.h"
 #include "store/slots.h"
 
@@ -43,13 +46,51 @@ void update_dhcp_option_index(const hbs_client *client) {
 
 } // namespace
 
-void hbs_index_update(const hbs_client *client) {
-    if (hbs_reference_of(client) == HBS_DBPOS_NONE)
-        return;
+namespace {
+
+// What all entries of a published client follow from. As long as it is the same, none is missing.
+struct index_basis {
+    uint32_t edition; // of the lists; 0 = not known
+    uint32_t flags;
+    uint8_t ipv4[4], ipv6[16], ll[16];
+    uint32_t nwidx;
+};
+
+index_basis complete[HBS_MAX_CLIENTS]; // by the number of the slot
+
+index_basis basis_of(const hbs_client *client) {
+    index_basis basis = {hbs_lists_edition(), client->flags & (HBS_FLAG_DYNIP4 | HBS_FLAG_DYNIP6), {}, {}, {},
+                         client->nwidx};
+    memcpy(basis.ipv4, client->ipv4, sizeof basis.ipv4);
+    memcpy(basis.ipv6, client->ipv6, sizeof basis.ipv6);
+    memcpy(basis.ll, client->ll, sizeof basis.ll);
+    return basis;
+}
+
+void update_all(const hbs_client *client) {
     update_ip_index(client);
     update_dhcp_option_index(client);
     hbs_file_update_if_idx(client);
     hbs_file_update_pri_idx(client);
+}
+
+} // namespace
+
+// The log tells of each entry at each update. Where nobody takes that, entries that are there are left alone.
+void hbs_index_update(const hbs_client *client) {
+    const hbs_slot *slot = hbs_slot_of(client);
+    if (slot == nullptr)
+        return;
+    if (hbs_log_takes(HBS_INFO)) {
+        update_all(client);
+        return;
+    }
+    index_basis *known = &complete[hbs_pool_number(hbs_pool::clients, slot)];
+    const index_basis now = basis_of(client);
+    if (memcmp(known, &now, sizeof now) == 0)
+        return;
+    *known = now; // of an older edition at once where an element was lacking
+    update_all(client);
 }
 
 void hostbase_update_ip_indicies(const hbs_client *client) {

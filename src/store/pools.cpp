@@ -26,6 +26,7 @@ struct pool_state {
 };
 
 pool_state states[HBS_POOLS];
+uint32_t edition = 1;
 
 pool_state &state_of(hbs_pool pool) {
     return states[static_cast<int>(pool)];
@@ -105,6 +106,7 @@ void carve(hbs_pool pool) {
 void hbs_pools_carve() {
     if (hbs_segment() == nullptr)
         return;
+    edition++;
     for (int i = 0; i < HBS_POOLS; i++)
         carve(static_cast<hbs_pool>(i));
 }
@@ -159,8 +161,10 @@ bool is_at(hbs_pool pool, const void *element, place where, node *n) {
 // before any reader may look.
 void *hbs_pool_take(hbs_pool pool) {
     pool_state &state = state_of(pool);
-    if (hbs_segment() == nullptr || state.free_count == 0)
+    if (hbs_segment() == nullptr || state.free_count == 0) {
+        edition++;
         return nullptr;
+    }
     node n = state.next[FREE_HEAD];
     ring_remove(state, n);
     state.at[n] = place::nowhere;
@@ -219,6 +223,7 @@ void hbs_list_unlink(hbs_pool pool, const void *element) {
         return;
     ring_remove(state, n);
     state.at[n] = place::nowhere;
+    edition++;
     publish_links(pool, state.prev[n]);
     publish_links(pool, state.next[n]);
     put_links(node_offset(pool, n), 0, 0);
@@ -261,13 +266,20 @@ const void *hbs_list_find(hbs_pool pool, size_t at, const void *bytes, size_t si
     const hbs_pool_layout layout = hbs_layout_of(pool);
     const uint32_t end = layout.size * layout.capacity;
     const uint32_t first_word = link_at(bytes);
+    const size_t rest = size - sizeof first_word; // devices of one maker begin alike and end differently
+    const uint32_t last_word = link_at(static_cast<const uint8_t *>(bytes) + rest);
     for (uint32_t link = link_at(start + layout.head); link - layout.first < end;
          link = link_at(start + link)) {
         const uint8_t *place = start + link + at;
-        if (link_at(place) == first_word && memcmp(place, bytes, size) == 0)
+        if (link_at(place + rest) == last_word && link_at(place) == first_word &&
+            memcmp(place, bytes, size) == 0)
             return start + link;
     }
     return nullptr;
+}
+
+uint32_t hbs_lists_edition() {
+    return edition;
 }
 
 bool hbs_list_holds(hbs_pool pool, const void *element) {

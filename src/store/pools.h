@@ -44,4 +44,7 @@ const void *hbs_list_next(hbs_pool pool,
 // The first element of the list whose bytes from `at` on are these, or null. size: 4 and more.
 const void *hbs_list_find(hbs_pool pool, size_t at, const void *bytes, size_t size);
 
+// Changes whenever an element goes off one of the lists or is asked for in vain; never 0.
+uint32_t hbs_lists_edition();
+
 bool hbs_list_holds(hbs_pool pool, const void *element);

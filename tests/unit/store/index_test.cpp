@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "base/log.h"
 #include "store/index.h"
 #include "support/store.h"
 
@@ -172,6 +173,101 @@ TEST_F(Index, Clear_EmptiesTheFourLists) {
     hbs_index_clear();
     expect_empty();
     EXPECT_EQ(2u, entries<hbs_client>(hbs_pool::clients).size()) << "clients stay";
+}
+
+// Nobody takes what is logged of an entry that is there already.
+class QuietIndex : public Index {
+  protected:
+    void SetUp() override {
+        Index::SetUp();
+        hbs_log_init();
+        set("log.level", "error");
+        HBS_LOG(HBS_ERROR, "HOSTBASE: finds the level");
+        ASSERT_FALSE(hbs_log_takes(HBS_INFO));
+    }
+
+    void expect_entries(const hbs_client *client, size_t ip, size_t dhcp) {
+        hostbase_update_ip_indicies(client);
+        EXPECT_EQ(ip, ip_keys().size());
+        EXPECT_EQ(dhcp, dhcp_keys().size());
+    }
+};
+
+TEST_F(QuietIndex, Update_Twice_ChangesNothing) {
+    hbs_client *client = full_client(0);
+    expect_entries(client, 3, 2);
+    expect_entries(client, 3, 2);
+    EXPECT_EQ(1u, if_keys().size());
+    EXPECT_EQ(1u, pri_keys().size());
+}
+
+TEST_F(QuietIndex, Update_OfTheFirstClientWithoutAddresses_MakesItsEntries) {
+    expect_entries(publish(make(0)), 0, 0);
+    EXPECT_EQ(Keys{"200 1 "}, if_keys());
+    EXPECT_EQ(Keys{"1 "}, pri_keys());
+}
+
+TEST_F(QuietIndex, Update_MakesTheEntriesOfWhatHasChanged) {
+    hbs_client *client = full_client(3);
+    client->flags = 0;
+    expect_entries(client, 3, 0);
+    client->flags = HBS_FLAG_DYNIP4;
+    expect_entries(client, 3, 1);
+    client->ipv4[3]++;
+    expect_entries(client, 4, 2);
+    set_ipv6(client->ipv6, "2001:db8::2");
+    expect_entries(client, 5, 2);
+    set_ipv6(client->ll, "fe80::2");
+    client->flags |= HBS_FLAG_DYNIP6;
+    expect_entries(client, 6, 3);
+    EXPECT_TRUE(pri_keys().empty());
+    client->nwidx = 0;
+    expect_entries(client, 9, 5);
+    EXPECT_EQ(1u, pri_keys().size());
+}
+
+TEST_F(QuietIndex, Update_MakesEntriesAgainThatWereRemoved) {
+    hbs_client *client = full_client(0);
+    expect_entries(client, 3, 2);
+    hbs_file_remove_ipv6_entry(client);
+    expect_entries(client, 3, 2);
+    hbs_file_remove_if_idx_locked(client);
+    expect_entries(client, 3, 2);
+    hbs_index_clear();
+    expect_entries(client, 3, 2);
+}
+
+TEST_F(QuietIndex, Update_MakesTheEntryOfAnAddressThatItsHolderGaveUp) {
+    hbs_client *holder = publish(make(0, "192.168.0.10"));
+    hbs_client *other = publish(make(0, "192.168.0.10"));
+    expect_entries(holder, 1, 0);
+    expect_entries(other, 1, 0);
+    hbs_file_remove_if_idx_locked(holder);
+    expect_entries(other, 1, 0);
+    EXPECT_EQ(other->dbpos, entries<hbs_ip_entry>(hbs_pool::ip)[0].dbpos);
+}
+
+TEST_F(QuietIndex, Update_TriesAgainWhatThePoolHadNoElementFor) {
+    hbs_client *client = full_client(0);
+    std::vector<void *> taken;
+    while (void *element = hbs_pool_take(hbs_pool::dhcp))
+        taken.push_back(element);
+    expect_entries(client, 3, 0);
+    for (const void *element : taken)
+        hbs_pool_give(hbs_pool::dhcp, element);
+    expect_entries(client, 3, 2);
+}
+
+TEST_F(QuietIndex, Update_OfASlotsNextClientMakesItsEntries) {
+    hbs_client *client = publish(make(3, "192.168.0.10"));
+    expect_entries(client, 1, 0);
+    hbs_file_remove_if_idx_locked(client);
+    const hbs_slot *slot = hbs_slot_of(client);
+    hbs_slot_unlink(slot);
+    hbs_client *next = make(3, "192.168.0.10");
+    hbs_slot_give_to(slot, next);
+    expect_entries(next, 1, 0);
+    EXPECT_EQ(Keys{"203 1 "}, if_keys());
 }
 
 } // namespace index_test
