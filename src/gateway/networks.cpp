@@ -1,7 +1,9 @@
 #include "gateway/networks.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <net/if.h>
 #include <sys/socket.h>
 
@@ -26,16 +28,27 @@ bool hbs_lsd_load() {
     return hbs_lsd_status == 0;
 }
 
+namespace {
+
+constexpr rnddb_params make_preset() {
+    constexpr char vendor[] = "QUARN";
+    rnddb_params preset = {};
+    preset.rndidx = -1;
+    preset.lease_time = 604800;
+    preset.rebind_time = 604800;
+    preset.max_leases = 512;
+    preset.decline_limit = 5;
+    preset.offer_window = 64;
+    preset.renew_interval = 3600;
+    std::copy(std::begin(vendor), std::end(vendor), preset.vendor);
+    return preset;
+}
+
+} // namespace
+
 void hbs_rnd_preset(rnddb_params *entry) {
-    *entry = {};
-    entry->rndidx = -1;
-    entry->lease_time = 604800;
-    entry->rebind_time = 604800;
-    entry->max_leases = 512;
-    entry->decline_limit = 5;
-    entry->offer_window = 64;
-    entry->renew_interval = 3600;
-    hbs_copy_text(entry->vendor, sizeof entry->vendor, "QUARN");
+    static constexpr rnddb_params preset = make_preset();
+    *entry = preset;
 }
 
 bool hbs_rnd_walk(hbs_rnd_visitor visit, void *context) {
