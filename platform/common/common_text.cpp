@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr char cut_mark[] = " [cut: out of memory]\n";
-
 int digit_value(char digit) {
     if (digit >= '0' && digit <= '9')
         return digit - '0';
@@ -26,12 +24,9 @@ bool is_blank(char c) {
     return c == ' ' || c == '\t';
 }
 
-// Makes room for `more` bytes; the cut mark always fits behind them.
+// Makes room for `more` bytes and the cut mark.
 bool make_room(common_line *line, size_t more) {
-    size_t wanted = line->length + more + sizeof cut_mark;
-    if (wanted <= line->capacity)
-        return true;
-    size_t capacity = wanted * 2;
+    size_t capacity = (line->length + more + sizeof common_line_cut_mark) * 2;
     void *memory = realloc(line->text == line->first ? nullptr : line->text, capacity);
     if (memory == nullptr) {
         line->cut = true;
@@ -94,7 +89,7 @@ size_t escape_byte(char byte, char out[4]) {
 } // namespace
 
 void common_line_add_bytes(common_line *line, const char *bytes, size_t length) {
-    if (line->cut || !make_room(line, length))
+    if (!common_line_has_room(line, length) && (line->cut || !make_room(line, length)))
         return;
     memcpy(line->text + line->length, bytes, length);
     line->length += length;
@@ -234,7 +229,7 @@ void common_line_add_escaped(common_line *line, const char *text, size_t length,
 }
 
 void common_line_finish(common_line *line) {
-    const char *end = line->cut ? cut_mark : "\n";
+    const char *end = line->cut ? common_line_cut_mark : "\n";
     memcpy(line->text + line->length, end, strlen(end));
     line->length += strlen(end);
 }

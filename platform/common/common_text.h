@@ -44,6 +44,13 @@ struct common_line {
     common_line &operator=(const common_line &) = delete;
 };
 
+// What always fits behind the text: a newline, or the mark of a line that memory ran out for.
+constexpr char common_line_cut_mark[] = " [cut: out of memory]\n";
+
+inline bool common_line_has_room(const common_line *line, size_t more) {
+    return !line->cut && line->length + more + sizeof common_line_cut_mark <= line->capacity;
+}
+
 // Adds formatted text as it is. Only for texts without control characters: the platform's own.
 void common_line_add(common_line *line, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
@@ -51,7 +58,13 @@ void common_line_add(common_line *line, const char *format, ...) __attribute__((
 // that the compiler knows.
 void common_line_add_bytes(common_line *line, const char *bytes, size_t length);
 inline __attribute__((always_inline)) void common_line_add_text(common_line *line, const char *text) {
-    common_line_add_bytes(line, text, strlen(text));
+    const size_t length = strlen(text);
+    if (!common_line_has_room(line, length)) {
+        common_line_add_bytes(line, text, length);
+        return;
+    }
+    memcpy(line->text + line->length, text, length);
+    line->length += length;
 }
 void common_line_add_number(common_line *line, int64_t number);
 

@@ -66,10 +66,8 @@ bool is_zero(const uint8_t address[4]) {
 }
 
 bool same_bits(const uint8_t *a, const uint8_t *b, uint32_t bits) {
-    for (uint32_t bit = 0; bit < bits; bit++)
-        if (((a[bit / 8] ^ b[bit / 8]) >> (7 - bit % 8) & 1) != 0)
-            return false;
-    return true;
+    const uint32_t whole = bits / 8, rest = bits % 8;
+    return memcmp(a, b, whole) == 0 && (rest == 0 || (a[whole] ^ b[whole]) >> (8 - rest) == 0);
 }
 
 // The subnets that the caller's entry has itself: its primary address' and its IPv6 prefix.
