@@ -30,3 +30,7 @@ int NETIF_GetLanName(uint32_t network, char name[NETIF_NAME_SIZE]) {
     (void)snprintf(name, NETIF_NAME_SIZE, "l2sd0.%u", network + first_lan);
     return 0;
 }
+
+int NETIF_GetIndex(const char *name) {
+    return name == nullptr ? 0 : static_cast<int>(if_nametoindex(name));
+}

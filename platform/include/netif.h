@@ -20,6 +20,10 @@ int NETIF_IsOutward(int ifindex);
  * none (name untouched). */
 int NETIF_GetLanName(uint32_t network, char name[NETIF_NAME_SIZE]);
 
+/* Kernel index of an interface by its name. Returns 0 when there is none. Called while the database is
+ * locked: it waits for nothing. */
+int NETIF_GetIndex(const char *name);
+
 #ifdef __cplusplus
 }
 #endif

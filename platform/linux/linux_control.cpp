@@ -67,7 +67,7 @@ bool linux_control_is_there(const char *name) {
     struct stat file = {};
     return strlen(name) < IFNAMSIZ && fill_address(&theirs, linux_settings()->hostapd, "", name) &&
            stat(theirs.sun_path, &file) == 0 && S_ISSOCK(file.st_mode) && linux_watch_start() &&
-           linux_watch_has(name) && is_served(&theirs);
+           linux_watch_index(name) != 0 && is_served(&theirs);
 }
 
 int linux_control_open(const char *name, unsigned connection) {

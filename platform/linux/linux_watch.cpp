@@ -232,20 +232,15 @@ bool linux_watch_lan_name(unsigned number, char name[NETIF_NAME_SIZE]) {
 
 int linux_watch_lan_index(unsigned number) {
     char name[NETIF_NAME_SIZE];
-    if (!linux_watch_lan_name(number, name))
-        return 0;
+    return linux_watch_lan_name(number, name) ? linux_watch_index(name) : 0;
+}
+
+int linux_watch_index(const char *name) {
     (void)pthread_mutex_lock(&lock);
     const linux_link *link = linux_link_named(&view, name);
     const int index = link != nullptr ? link->index : 0;
     (void)pthread_mutex_unlock(&lock);
     return index;
-}
-
-bool linux_watch_has(const char *name) {
-    (void)pthread_mutex_lock(&lock);
-    const bool has = linux_link_named(&view, name) != nullptr;
-    (void)pthread_mutex_unlock(&lock);
-    return has;
 }
 
 unsigned linux_watch_lan_of_port(const char *device) {

@@ -20,9 +20,9 @@ bool linux_watch_is_outward(int index);
 bool linux_watch_lan_name(unsigned number, char name[NETIF_NAME_SIZE]); // number from 1
 int linux_watch_lan_index(unsigned number);                             // of its bridge, 0 = it is not there
 
-// Whether there is a link of that name. To ask the kernel for a name that it does not know may have it look
-// for a driver.
-bool linux_watch_has(const char *name);
+// Kernel index of a link by its name, 0 = there is none. To ask the kernel for a name that it does not know
+// may have it look for a driver.
+int linux_watch_index(const char *name);
 
 // LAN number (from 1) of the bridge that a device is a port of, 0 = of none.
 unsigned linux_watch_lan_of_port(const char *device);

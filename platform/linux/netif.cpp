@@ -10,3 +10,7 @@ int NETIF_IsOutward(int ifindex) {
 int NETIF_GetLanName(uint32_t network, char name[NETIF_NAME_SIZE]) {
     return name != nullptr && linux_watch_start() && linux_watch_lan_name(network + 1, name) ? 0 : -1;
 }
+
+int NETIF_GetIndex(const char *name) {
+    return name != nullptr && linux_watch_start() ? linux_watch_index(name) : 0;
+}

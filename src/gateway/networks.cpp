@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <net/if.h>
+#include <netif.h>
 #include <sys/socket.h>
 
 #include <lsddb.h>
@@ -105,8 +105,8 @@ struct ifindex_search {
 
 bool visit_by_ifindex(const rnddb_params *entry, void *context) {
     auto *search = static_cast<ifindex_search *>(context);
-    const uint32_t ifindex = if_nametoindex(entry->ifname);
-    if (search->nwidx < 0 && ifindex != 0 && ifindex == search->ifindex)
+    const int ifindex = NETIF_GetIndex(entry->ifname);
+    if (search->nwidx < 0 && ifindex != 0 && static_cast<uint32_t>(ifindex) == search->ifindex)
         search->nwidx = entry->rndidx - 1;
     return true;
 }
@@ -120,7 +120,7 @@ bool visit_by_ifname(const rnddb_params *entry, void *context) {
     auto *search = static_cast<ifname_search *>(context);
     if (strcmp(entry->ifname, search->ifname) != 0)
         return true;
-    search->ifindex = static_cast<int>(if_nametoindex(entry->ifname));
+    search->ifindex = NETIF_GetIndex(entry->ifname);
     return false;
 }
 
