@@ -40,16 +40,24 @@ linux_port *place_for_new(linux_ports *ports) {
     return place;
 }
 
-void follow(linux_port *port, const linux_view *view, const linux_conf *conf) {
-    port->index = 0;
-    port->running = false;
-    for (size_t i = 0; i < view->links; i++) {
-        const linux_link *link = &view->link[i];
-        if (port->name[0] == '\0' || strcmp(link->name, port->name) != 0 || !linux_is_port(view, link, conf))
-            continue;
-        port->index = link->index;
-        port->running = link->running;
-    }
+// Null when it is not there, or no port.
+const linux_link *device_of(const linux_port *port, const linux_view *view, const linux_conf *conf) {
+    const linux_link *link = port->name[0] != '\0' ? linux_link_named(view, port->name) : nullptr;
+    return link != nullptr && linux_is_port(view, link, conf) ? link : nullptr;
+}
+
+bool is_another_carrier(const linux_port *port, const linux_link *link) {
+    return port->index != link->index || port->carrier_changes != link->carrier_changes;
+}
+
+// Returns whether it was down in between.
+bool follow(linux_port *port, const linux_view *view, const linux_conf *conf) {
+    const linux_link *link = device_of(port, view, conf);
+    const bool dipped = link != nullptr && port->running && link->running && is_another_carrier(port, link);
+    port->index = link != nullptr ? link->index : 0;
+    port->running = link != nullptr && link->running;
+    port->carrier_changes = link != nullptr ? link->carrier_changes : 0;
+    return dipped;
 }
 
 } // namespace
@@ -59,17 +67,33 @@ bool linux_is_port(const linux_view *view, const linux_link *link, const linux_c
     return master != nullptr && linux_is_lan(view, master, conf) && !linux_is_wifi(link, conf);
 }
 
-void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_conf *conf) {
+void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_conf *conf,
+                        linux_dips *dips) {
     preset(ports, conf);
-    for (linux_port &port : ports->port)
-        follow(&port, view, conf);
+    for (size_t i = 0; i < EXTSWT_PORTS; i++)
+        dips->port[i] = follow(&ports->port[i], view, conf) || dips->port[i];
     while (const linux_link *link = first_new(ports, view, conf)) {
         linux_port *port = place_for_new(ports);
         if (port == nullptr)
             return;
         (void)common_copy_whole(port->name, sizeof port->name, link->name);
-        follow(port, view, conf);
+        (void)follow(port, view, conf);
     }
+}
+
+void linux_ports_note(const linux_ports *ports, hbs_netlink_bytes message, linux_dips *dips) {
+    nlmsghdr head;
+    linux_link link;
+    if (!linux_view_link(message, &link))
+        return;
+    memcpy(&head, message.data, sizeof head);
+    const bool down = head.nlmsg_type == RTM_NEWLINK && !link.running;
+    const unsigned number = linux_port_of(ports, link.index);
+    if (number == 0 || (!down && head.nlmsg_type != RTM_DELLINK))
+        return;
+    // What the tables showed after the message had set out was told by then.
+    const bool known = down && link.carrier_changes < ports->port[number - 1].carrier_changes;
+    dips->port[number - 1] = dips->port[number - 1] || !known;
 }
 
 unsigned linux_port_of(const linux_ports *ports, int index) {

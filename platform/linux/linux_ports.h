@@ -9,6 +9,7 @@ struct linux_port {
     char name[IFNAMSIZ]; // empty = free
     int index;           // 0 = the device is gone
     bool running;
+    uint32_t carrier_changes; // of the device, as linux_link has them
 };
 
 // A port keeps its number as long as the process lives, also while its device is gone.
@@ -16,8 +17,19 @@ struct linux_ports {
     linux_port port[EXTSWT_PORTS]; // port N at N - 1
 };
 
+// Ports that lost their carrier or left their bridge, if only for a moment.
+struct linux_dips {
+    bool port[EXTSWT_PORTS]; // port N at N - 1
+};
+
 // Brings the ports into line with a view: new devices get their numbers, in the order of their names.
-void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_conf *conf);
+// Ports that were without carrier in between are added to dips: they run as before, and the kernel counts
+// more changes, or the device is another one of that name.
+void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_conf *conf, linux_dips *dips);
+
+// Adds the port that a message says has lost its carrier or left its bridge, unless the ports show that
+// already.
+void linux_ports_note(const linux_ports *ports, hbs_netlink_bytes message, linux_dips *dips);
 
 // Whether a device is a wired port of a LAN bridge.
 bool linux_is_port(const linux_view *view, const linux_link *link, const linux_conf *conf);

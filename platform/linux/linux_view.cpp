@@ -49,23 +49,11 @@ bool has_room(linux_view *view, size_t count, size_t most) {
 }
 
 void take_link(linux_view *view, hbs_netlink_bytes message) {
-    ifinfomsg header;
-    hbs_netlink_bytes rest = {};
-    if (!header_of(message, &header, &rest))
+    linux_link link;
+    if (!linux_view_link(message, &link) || !has_room(view, view->links, LINUX_LINKS))
         return;
-    hbs_netlink_bytes attribute[IFLA_LINKINFO + 1] = {};
-    hbs_netlink_attributes(rest, attribute, IFLA_LINKINFO);
-    const hbs_netlink_bytes name = attribute[IFLA_IFNAME];
-    if (name.size < 2 || name.size > IFNAMSIZ || !has_room(view, view->links, LINUX_LINKS))
-        return;
-    linux_link *link = &view->link[view->links++];
-    *link = {};
-    link->index = header.ifi_index;
-    link->master = static_cast<int>(linux_u32(attribute[IFLA_MASTER]));
-    memcpy(link->name, name.data, name.size - 1);
-    link->running = (header.ifi_flags & (IFF_UP | LINUX_LOWER_UP)) == (IFF_UP | LINUX_LOWER_UP);
-    take_kind(link, attribute[IFLA_LINKINFO]);
-    link->wifi = has_phy(link->name);
+    link.wifi = has_phy(link.name);
+    view->link[view->links++] = link;
 }
 
 void take_address(linux_view *view, hbs_netlink_bytes message) {
@@ -148,6 +136,27 @@ bool has_address(const linux_view *view, int index) {
 }
 
 } // namespace
+
+bool linux_view_link(hbs_netlink_bytes message, linux_link *link) {
+    ifinfomsg header;
+    hbs_netlink_bytes rest = {};
+    if (!header_of(message, &header, &rest))
+        return false;
+    hbs_netlink_bytes attribute[IFLA_CARRIER_CHANGES + 1] = {};
+    static_assert(IFLA_LINKINFO < IFLA_CARRIER_CHANGES);
+    hbs_netlink_attributes(rest, attribute, IFLA_CARRIER_CHANGES);
+    const hbs_netlink_bytes name = attribute[IFLA_IFNAME];
+    if (name.size < 2 || name.size > IFNAMSIZ)
+        return false;
+    *link = {};
+    link->index = header.ifi_index;
+    link->master = static_cast<int>(linux_u32(attribute[IFLA_MASTER]));
+    memcpy(link->name, name.data, name.size - 1);
+    link->running = (header.ifi_flags & (IFF_UP | LINUX_LOWER_UP)) == (IFF_UP | LINUX_LOWER_UP);
+    link->carrier_changes = linux_u32(attribute[IFLA_CARRIER_CHANGES]);
+    take_kind(link, attribute[IFLA_LINKINFO]);
+    return true;
+}
 
 void linux_view_take(linux_view *view, hbs_netlink_bytes message) {
     nlmsghdr head;

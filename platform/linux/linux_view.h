@@ -23,6 +23,7 @@ struct linux_link {
     bool vlan_aware; // a bridge that tells VLANs apart
     bool running;    // up and with carrier
     bool wifi;
+    uint32_t carrier_changes; // so far, in either direction; 0 where the kernel does not count them
 };
 
 struct linux_address {
@@ -47,6 +48,9 @@ bool linux_view_read(linux_view *view);
 
 // One message of the kernel's, into the view; what is none of the three kinds, or cut short, is passed over.
 void linux_view_take(linux_view *view, hbs_netlink_bytes message);
+
+// One message of a link, also of one that went. Returns false for any other, and for what is cut short.
+bool linux_view_link(hbs_netlink_bytes message, linux_link *link);
 
 // A bridge with an address and without a default route that the settings do not leave out.
 bool linux_is_lan(const linux_view *view, const linux_link *link, const linux_conf *conf);

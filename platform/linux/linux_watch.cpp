@@ -41,12 +41,6 @@ uint32_t reported[EXTSWT_PORTS];
 int socket_fd = -1;
 bool published; // what stood at the start
 
-// Ports that lost their carrier or left their bridge, if only for a moment that the next look at the tables
-// does not show.
-struct dips {
-    bool port[EXTSWT_PORTS]; // port N at N - 1
-};
-
 void close_socket() {
     if (socket_fd >= 0)
         (void)close(socket_fd);
@@ -73,13 +67,13 @@ void complain_of_cut() {
     said = said || fresh.cut;
 }
 
-void publish() {
+void publish(linux_dips *dipped) {
     const linux_conf *conf = linux_settings();
     complain_of_cut();
     (void)pthread_mutex_lock(&lock);
     view = fresh;
     const bool save = linux_lan_numbers_give(&view, conf, &numbers);
-    linux_ports_update(&ports, &view, conf);
+    linux_ports_update(&ports, &view, conf, dipped);
     common_router_table table;
     linux_lans_table(&view, conf, &numbers, &table);
     const linux_lan_numbers now = numbers;
@@ -92,7 +86,7 @@ void publish() {
 
 // The states after the dips, then as they are: who was down in between is told so. Returns whether there is
 // somebody to be told.
-bool report(const dips *dipped) {
+bool report(const linux_dips *dipped) {
     const extswt_link_cb callback = link_callback.load();
     if (callback == nullptr)
         return false;
@@ -112,22 +106,14 @@ bool report(const dips *dipped) {
 }
 
 void note_dip(hbs_netlink_bytes message, void *context) {
-    nlmsghdr head;
-    ifinfomsg link;
-    if (message.size < NLMSG_HDRLEN + sizeof link)
-        return;
-    memcpy(&head, message.data, sizeof head);
-    memcpy(&link, message.data + NLMSG_HDRLEN, sizeof link);
-    const bool down = head.nlmsg_type == RTM_NEWLINK && (link.ifi_flags & LINUX_LOWER_UP) == 0;
-    if (!down && head.nlmsg_type != RTM_DELLINK)
-        return;
-    if (const unsigned port = linux_watch_port_of(link.ifi_index); port != 0)
-        static_cast<dips *>(context)->port[port - 1] = true;
+    (void)pthread_mutex_lock(&lock);
+    linux_ports_note(&ports, message, static_cast<linux_dips *>(context));
+    (void)pthread_mutex_unlock(&lock);
 }
 
 // Takes what is queued, and no more than so much while more and more comes. Returns false when the socket is
 // of no more use.
-bool take_queue(dips *dipped, int timeout_ms) {
+bool take_queue(linux_dips *dipped, int timeout_ms) {
     alignas(nlmsghdr) static uint8_t buffer[32768];
     for (int datagrams = 0; datagrams < most_at_once; datagrams++) {
         const ssize_t length = hbs_netlink_receive(socket_fd, buffer, sizeof buffer, timeout_ms);
@@ -151,7 +137,7 @@ bool open_socket() {
 }
 
 // Without a socket nothing is heard; the tables are looked at all the same.
-void hear(dips *dipped, bool in_step) {
+void hear(linux_dips *dipped, bool in_step) {
     const bool listens = socket_fd >= 0 || open_socket();
     if (!listens)
         (void)poll(nullptr, 0, retry_ms);
@@ -162,7 +148,7 @@ void hear(dips *dipped, bool in_step) {
 }
 
 void *watch(void *) {
-    dips dipped = {};
+    linux_dips dipped = {};
     bool in_step = published;
     bool told = false; // what happens before somebody wants to know is told then
     for (;;) {
@@ -171,7 +157,7 @@ void *watch(void *) {
         in_step = read && socket_fd >= 0;
         if (!read)
             continue;
-        publish();
+        publish(&dipped);
         told = report(&dipped);
         if (told)
             dipped = {};
@@ -182,7 +168,8 @@ void start() {
     linux_lan_numbers_load(numbers_file, linux_settings(), &numbers);
     published = open_socket() && read_fresh();
     if (published) {
-        publish();
+        linux_dips none = {};
+        publish(&none);
         linux_ports_states(&ports, reported);
     }
     started = common_thread_start(watch); // which tries again what did not succeed

@@ -20,6 +20,16 @@ static void take(hbs_netlink_bytes message, void *) {
     (void)linux_neighbour_match(message, mac);
 }
 
+struct context_of_messages {
+    const linux_ports *ports;
+    linux_dips *dips;
+};
+
+static void note(hbs_netlink_bytes message, void *context) {
+    const auto *seen = static_cast<context_of_messages *>(context);
+    linux_ports_note(seen->ports, message, seen->dips);
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static linux_conf conf;
     static common_router_table table;
@@ -30,6 +40,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     (void)hbs_netlink_walk({data, size}, take, nullptr);
     (void)linux_lan_numbers_give(&view, &conf, &numbers);
     linux_lans_table(&view, &conf, &numbers, &table);
-    linux_ports_update(&ports, &view, &conf);
+    linux_dips dips = {};
+    linux_ports_update(&ports, &view, &conf, &dips);
+    context_of_messages seen = {&ports, &dips};
+    (void)hbs_netlink_walk({data, size}, note, &seen);
     return 0;
 }

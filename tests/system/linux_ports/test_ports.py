@@ -116,9 +116,9 @@ def dropped(router):
 def test_more_changes_than_the_watcher_can_be_told(router):
     router.lan(EIGHT_PORTS)
     router.start_daemon()
-    both = {mac_of(17), mac_of(22)}
-    wait_for("both are on line", lambda: router.talk("192.168.10.17", "192.168.10.22") and
-             online(router.clients()) == both)
+    addresses = [f"192.168.10.{number}" for number in (17, 22, 23)]
+    wait_for("all are on line", lambda: router.talk(*addresses) and
+             online(router.clients()) == {mac_of(number) for number in (17, 22, 23)})
     router.pause()
 
     def lost():
@@ -127,13 +127,17 @@ def test_more_changes_than_the_watcher_can_be_told(router):
         return dropped(router)
 
     wait_for("its queue has overrun", lost, 60)
-    router.lan('router.inside("d6", "link set eth0 down")')
+    router.lan('router.inside("d6", "link set eth0 down")\n'
+               'router.inside("d7", "link set eth0 down", "link set eth0 up")')
     router.resume()
-    wait_for("the last change is known", lambda: online(router.clients()) == {mac_of(17)})
+    wait_for("the last change is known", lambda: mac_of(22) not in online(router.clients()))
     assert "Got link down for external switch port 6\n" in router.log()
+    # Down and up again, and no message says so.
+    wait_for("so is what did not last", lambda: f"force offline device {mac_of(23)}" in router.log())
+    assert mac_of(17) in online(router.clients())
     # And what comes then.
     router.lan('router.inside("d1", "link set eth0 down")')
-    wait_for("it hears again", lambda: not online(router.clients()))
+    wait_for("it hears again", lambda: mac_of(17) not in online(router.clients()))
 
 
 def test_a_bridge_that_tells_vlans_apart(router):

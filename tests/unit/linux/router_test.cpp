@@ -1,4 +1,5 @@
 // The Linux platform from texts and bytes: settings, the kernel's messages, networks, ports, events.
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -223,7 +224,8 @@ TEST(LinuxNeighbours, AMessageThatIsCutShortIsNone) {
         EXPECT_FALSE(answers(whole, size, 1)) << size;
 }
 
-std::vector<uint8_t> link_message(int index, const char *name, int master, bool bridge, bool running) {
+std::vector<uint8_t> link_message(int index, const char *name, int master, bool bridge, bool running,
+                                  std::vector<uint8_t> more = {}, uint16_t type = RTM_NEWLINK) {
     ifinfomsg header = {};
     header.ifi_index = index;
     header.ifi_flags = IFF_UP | (running ? LINUX_LOWER_UP : 0u);
@@ -234,7 +236,8 @@ std::vector<uint8_t> link_message(int index, const char *name, int master, bool 
         const std::vector<uint8_t> kind = attribute(IFLA_INFO_KIND, "bridge", 7);
         attributes.push_back(attribute(IFLA_LINKINFO, kind.data(), kind.size()));
     }
-    return message(RTM_NEWLINK, header, attributes);
+    attributes.push_back(std::move(more));
+    return message(type, header, attributes);
 }
 
 std::vector<uint8_t> address_message(int index, std::vector<uint8_t> bytes, uint8_t length,
@@ -329,8 +332,9 @@ TEST_F(router_fixture, PortsHaveTheirNumbersByName) {
     take(link_message(12, "eth1", 2, false, true));
     take(link_message(13, "other", 0, false, true));
     linux_ports ports = {};
+    linux_dips dips = {};
     (void)snprintf(conf.port[1], IFNAMSIZ, "eth10");
-    linux_ports_update(&ports, &view, &conf);
+    linux_ports_update(&ports, &view, &conf, &dips);
     EXPECT_EQ(1u, linux_port_of(&ports, 12));
     EXPECT_EQ(2u, linux_port_of(&ports, 10));
     EXPECT_EQ(3u, linux_port_of(&ports, 11));
@@ -343,10 +347,85 @@ TEST_F(router_fixture, PortsHaveTheirNumbersByName) {
     take(link_message(2, "br0", 0, true, true));
     take(address_message(2, {192, 168, 1, 1}, 24));
     take(link_message(14, "eth0", 2, false, true));
-    linux_ports_update(&ports, &view, &conf);
+    linux_ports_update(&ports, &view, &conf, &dips);
     EXPECT_EQ(4u, linux_port_of(&ports, 14));
     linux_ports_states(&ports, states);
     EXPECT_EQ(0u, states[0]);
+}
+
+std::vector<uint8_t> changes(uint32_t count) {
+    return attribute(IFLA_CARRIER_CHANGES, &count, sizeof count);
+}
+
+// One port, and what the watcher learns of it by tables and by messages.
+struct LinuxDips : router_fixture {
+    linux_ports ports = {};
+    // Returns whether the port was down in between.
+    bool look(int index, bool running, std::vector<uint8_t> carrier_changes) {
+        view = {};
+        take(link_message(2, "br0", 0, true, true));
+        take(address_message(2, {192, 168, 1, 1}, 24));
+        take(link_message(index, "eth1", 2, false, running, std::move(carrier_changes)));
+        linux_dips dips = {};
+        linux_ports_update(&ports, &view, &conf, &dips);
+        EXPECT_EQ(0, std::count(dips.port + 1, dips.port + EXTSWT_PORTS, true));
+        return dips.port[0];
+    }
+    bool hear(const std::vector<uint8_t> &bytes) const {
+        linux_dips dips = {};
+        linux_ports_note(&ports, {bytes.data(), bytes.size()}, &dips);
+        return dips.port[0];
+    }
+    bool hear(bool running, uint32_t count, uint16_t type = RTM_NEWLINK) const {
+        return hear(link_message(12, "eth1", 2, false, running, changes(count), type));
+    }
+};
+
+TEST_F(LinuxDips, ACarrierThatWentAndCameBackIsSeenByItsCount) {
+    EXPECT_FALSE(look(12, true, changes(4))) << "it is new";
+    EXPECT_FALSE(look(12, true, changes(4)));
+    EXPECT_TRUE(look(12, true, changes(6)));
+    EXPECT_FALSE(look(12, true, changes(6))) << "once";
+    EXPECT_TRUE(look(13, true, changes(6))) << "another device of that name";
+}
+
+TEST_F(LinuxDips, WhatTheStatesTellIsNoDip) {
+    EXPECT_FALSE(look(12, true, changes(4)));
+    EXPECT_FALSE(look(12, false, changes(5)));
+    EXPECT_FALSE(look(12, true, changes(6)));
+    EXPECT_FALSE(look(12, false, changes(9))) << "it is down now";
+}
+
+TEST_F(LinuxDips, AKernelThatDoesNotCountChangesTellsOfNone) {
+    for (const size_t size : {0, 1, 2, 3, 5, 8}) {
+        const uint64_t number = 4 + size;
+        EXPECT_FALSE(look(12, true, attribute(IFLA_CARRIER_CHANGES, &number, size))) << size;
+        EXPECT_EQ(0u, ports.port[0].carrier_changes);
+    }
+    EXPECT_FALSE(look(12, true, {}));
+    EXPECT_TRUE(hear(link_message(12, "eth1", 2, false, false))) << "there the message is all there is";
+}
+
+TEST_F(LinuxDips, AMessageOfALossIsOneUnlessTheTablesShowedIt) {
+    EXPECT_FALSE(look(12, true, changes(4)));
+    EXPECT_TRUE(hear(false, 5));
+    EXPECT_TRUE(hear(false, 4)) << "taken down by a person, whose device does not count that";
+    EXPECT_FALSE(hear(true, 6));
+    EXPECT_TRUE(look(12, true, changes(6)));
+    EXPECT_FALSE(hear(false, 5)) << "the tables were quicker";
+    EXPECT_TRUE(hear(true, 6, RTM_DELLINK)) << "it left its bridge";
+    EXPECT_FALSE(hear(link_message(12, "eth1", 2, false, false)))
+        << "the bridge's own, beside the one that counts";
+    EXPECT_FALSE(hear(link_message(99, "eth9", 2, false, false, changes(9)))) << "no port";
+}
+
+TEST_F(LinuxDips, AMessageThatIsCutShortIsNone) {
+    EXPECT_FALSE(look(12, true, changes(4)));
+    const std::vector<uint8_t> whole = link_message(12, "eth1", 2, false, false, changes(5));
+    for (size_t size = 0; size < whole.size(); size++)
+        EXPECT_FALSE(hear({whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size)})) << size;
+    EXPECT_TRUE(hear(whole));
+    EXPECT_FALSE(hear(address_message(12, {192, 168, 1, 1}, 24)));
 }
 
 TEST_F(router_fixture, MoreThanFitsIsNoted) {
