@@ -25,6 +25,13 @@ int PRESENCE_IsAnswering(const uint8_t mac[6]) {
     return mac != nullptr && host_value_of_mac("presence.answering.", mac) != nullptr ? 1 : 0;
 }
 
+// Nobody has to wait for a file: a switch that cannot be asked answers later when the file says so.
+int PRESENCE_Await(const uint8_t mac[6]) {
+    host_values_hold hold;
+    uint32_t on = 0;
+    return mac != nullptr && common_text_to_u32(host_value("presence.answers_late"), &on) && on == 1 ? 1 : 0;
+}
+
 // The file of values says where a device is.
 void PRESENCE_Learned(const uint8_t *, int) {}
 

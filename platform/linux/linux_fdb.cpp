@@ -1,12 +1,12 @@
 #include "linux_fdb.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <linux/if_link.h>
 #include <pthread.h>
 #include <sys/socket.h>
 
-#include "base/scope.h"
 #include "linux_log.h"
 #include "linux_netlink.h"
 #include "linux_soon.h"
@@ -15,6 +15,42 @@
 namespace {
 
 constexpr int patience_ms = 1000; // nobody waits for so long
+
+constexpr size_t most_remembered = 256;
+
+struct remembered {
+    uint8_t mac[6];
+    int port; // 0 = of nobody
+};
+
+pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+remembered memory[most_remembered];
+size_t oldest; // of those that are remembered, when there is no room
+
+remembered *place_of(const uint8_t mac[6]) {
+    for (remembered &each : memory)
+        if (each.port != 0 && memcmp(each.mac, mac, sizeof each.mac) == 0)
+            return &each;
+    return nullptr;
+}
+
+remembered *new_place() {
+    for (remembered &each : memory)
+        if (each.port == 0)
+            return &each;
+    oldest = (oldest + 1) % most_remembered;
+    return &memory[oldest];
+}
+
+void remember(const uint8_t mac[6], int port) {
+    remembered *place = place_of(mac);
+    if (place == nullptr && port != 0)
+        place = new_place();
+    if (place == nullptr)
+        return;
+    memcpy(place->mac, mac, sizeof place->mac);
+    place->port = port;
+}
 
 struct search {
     uint8_t mac[6];
@@ -82,7 +118,7 @@ bool ask_all(search *asked) {
 
 // Kernels before 5.0 answer no question for one MAC.
 bool ask_bridge(search *asked) {
-    static bool only_all; // one thread asks
+    static std::atomic<bool> only_all = false;
     if (asked->vlan_aware[asked->now] || only_all)
         return ask_all(asked);
     if (ask_one(asked))
@@ -101,7 +137,15 @@ bool ask_bridges(void *context) {
     for (asked->now = 0; asked->now < asked->bridges; asked->now++)
         if (!ask_bridge(asked) && !is_no(errno))
             return false;
+    linux_fdb_learned(asked->mac, asked->found ? asked->entry.port : 0); // whoever still waits for it
     return true;
+}
+
+search search_for(const uint8_t mac[6]) {
+    search asked = {};
+    memcpy(asked.mac, mac, sizeof asked.mac);
+    asked.bridges = linux_watch_bridges(asked.bridge, asked.vlan_aware);
+    return asked;
 }
 
 // Said once until the kernel answers again.
@@ -116,9 +160,7 @@ void tell_silence(bool failed, int error) {
 } // namespace
 
 int linux_fdb_find(const uint8_t mac[6], linux_fdb_entry *found) {
-    search asked = {};
-    memcpy(asked.mac, mac, sizeof asked.mac);
-    asked.bridges = linux_watch_bridges(asked.bridge, asked.vlan_aware);
+    search asked = search_for(mac);
     const bool failed = !linux_soon(ask_bridges, &asked, sizeof asked);
     tell_silence(failed, errno);
     if (failed)
@@ -128,45 +170,10 @@ int linux_fdb_find(const uint8_t mac[6], linux_fdb_entry *found) {
     return asked.found ? 1 : 0;
 }
 
-namespace {
-
-constexpr size_t most_remembered = 256;
-
-struct remembered {
-    uint8_t mac[6];
-    int port; // 0 = of nobody
-};
-
-pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-remembered memory[most_remembered];
-size_t oldest; // of those that are remembered, when there is no room
-
-remembered *place_of(const uint8_t mac[6]) {
-    for (remembered &each : memory)
-        if (each.port != 0 && memcmp(each.mac, mac, sizeof each.mac) == 0)
-            return &each;
-    return nullptr;
+bool linux_fdb_await(const uint8_t mac[6]) {
+    search asked = search_for(mac);
+    return ask_bridges(&asked);
 }
-
-remembered *new_place() {
-    for (remembered &each : memory)
-        if (each.port == 0)
-            return &each;
-    oldest = (oldest + 1) % most_remembered;
-    return &memory[oldest];
-}
-
-void remember(const uint8_t mac[6], int port) {
-    remembered *place = place_of(mac);
-    if (place == nullptr && port != 0)
-        place = new_place();
-    if (place == nullptr)
-        return;
-    memcpy(place->mac, mac, sizeof place->mac);
-    place->port = port;
-}
-
-} // namespace
 
 void linux_fdb_learned(const uint8_t mac[6], int port) {
     (void)pthread_mutex_lock(&lock);
@@ -177,13 +184,13 @@ void linux_fdb_learned(const uint8_t mac[6], int port) {
 int linux_fdb_port(const uint8_t mac[6], int *port) {
     linux_fdb_entry entry = {};
     const int found = linux_fdb_find(mac, &entry);
-    (void)pthread_mutex_lock(&lock);
-    hbs_at_exit unlock([] { (void)pthread_mutex_unlock(&lock); });
+    *port = entry.port;
     if (found >= 0)
-        remember(mac, found == 1 ? entry.port : 0);
-    const remembered *place = place_of(mac);
-    if (place == nullptr)
         return found;
-    *port = place->port;
-    return 1;
+    (void)pthread_mutex_lock(&lock);
+    const remembered *place = place_of(mac);
+    if (place != nullptr)
+        *port = place->port;
+    (void)pthread_mutex_unlock(&lock);
+    return place != nullptr ? 1 : found;
 }

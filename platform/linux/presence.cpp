@@ -17,6 +17,10 @@ int PRESENCE_ByTraffic(void) {
     return linux_settings()->presence ? 1 : 0;
 }
 
+int PRESENCE_Await(const uint8_t mac[6]) {
+    return mac != nullptr && linux_watch_start() && linux_fdb_await(mac) ? 1 : 0;
+}
+
 void PRESENCE_Learned(const uint8_t mac[6], int ifindex) {
     if (mac != nullptr && (linux_watch_port_of(ifindex) != 0 || linux_watch_is_wifi(ifindex)))
         linux_fdb_learned(mac, ifindex);

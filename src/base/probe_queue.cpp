@@ -19,8 +19,9 @@ struct kind_limits {
 };
 
 // The answers of nbtscan go through one file. The kernel's look-ups are short.
-constexpr kind_limits LIMITS[HBS_PROBE_KINDS] = {{1, 60}, {2, 120}, {1, MOST_PER_MINUTE}};
-static_assert(LIMITS[0].out + LIMITS[1].out + LIMITS[2].out == HBS_PROBE_THREADS);
+constexpr kind_limits LIMITS[HBS_PROBE_KINDS] = {
+    {1, 60}, {2, 120}, {1, MOST_PER_MINUTE}, {1, MOST_PER_MINUTE}};
+static_assert(LIMITS[0].out + LIMITS[1].out + LIMITS[2].out + LIMITS[3].out == HBS_PROBE_THREADS);
 
 enum class place : uint8_t { free, waits, is_out, is_late };
 

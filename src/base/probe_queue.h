@@ -6,7 +6,13 @@
 
 #include <cstdint>
 
-enum hbs_probe_kind : uint8_t { HBS_PROBE_NETBIOS, HBS_PROBE_SEED, HBS_PROBE_NEIGHBOUR, HBS_PROBE_KINDS };
+enum hbs_probe_kind : uint8_t {
+    HBS_PROBE_NETBIOS,
+    HBS_PROBE_SEED,
+    HBS_PROBE_NEIGHBOUR,
+    HBS_PROBE_PLACE, // where a device is, by its MAC
+    HBS_PROBE_KINDS
+};
 
 // A question. What is not used is zero: two questions are the same when all their bytes are.
 struct hbs_probe {
@@ -23,7 +29,7 @@ struct hbs_probe {
 using hbs_probe_action = void (*)(const hbs_probe *probe, bool in_time);
 
 // The threads that ask: as many as questions of all kinds may be out together.
-constexpr int HBS_PROBE_THREADS = 4;
+constexpr int HBS_PROBE_THREADS = 5;
 
 // Registered once at start-up, because the actions stand above this floor.
 void hbs_probe_register(hbs_probe_kind kind, hbs_probe_action action);

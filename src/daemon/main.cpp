@@ -22,6 +22,7 @@
 #include "daemon/file_watch.h"
 #include "daemon/neighbour_monitor.h"
 #include "daemon/one_daemon.h"
+#include "daemon/place_probe.h"
 #include "daemon/switch_link.h"
 #include "daemon/watchdog.h"
 #include "events/lease_timers.h"
@@ -67,6 +68,7 @@ void register_probes() {
     hbs_probe_register(HBS_PROBE_NETBIOS, hbs_probe_netbios);
     hbs_probe_register(HBS_PROBE_SEED, hbs_probe_seed);
     hbs_probe_register(HBS_PROBE_NEIGHBOUR, hbs_probe_neighbour);
+    hbs_probe_register(HBS_PROBE_PLACE, hbs_probe_place);
 }
 
 void open_databases() {

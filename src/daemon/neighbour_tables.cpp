@@ -32,6 +32,7 @@ struct collection {
     row *rows;
     size_t count;
     int64_t since_ms;
+    const uint8_t *only; // MAC of the device that is asked for, null = all
 };
 
 // An entry without its ages counts as one that has just changed enough to be looked at.
@@ -97,13 +98,17 @@ row *place_for(collection *all, const row *made) {
     return fresh;
 }
 
+bool is_asked_for(const collection *all, const row *made) {
+    return all->only == nullptr || (made->has_mac && memcmp(made->mac, all->only, sizeof made->mac) == 0);
+}
+
 void collect(hbs_netlink_bytes message, void *context) {
     auto *all = static_cast<collection *>(context);
     hbs_neighbour entry;
     if (!hbs_netlink_neighbour(message, &entry) || !hbs_neighbour_is_sound(&entry))
         return;
     const row made = row_of(&entry, changed_at(&entry, all->since_ms));
-    if (made.changed_ms < all->since_ms - SLACK_MS)
+    if (made.changed_ms < all->since_ms - SLACK_MS || !is_asked_for(all, &made))
         return;
     const hbs_list_hold hold;
     if (!made.has_mac && !is_news(&made)) // a failed address that nobody holds
@@ -126,10 +131,8 @@ void tell(const row *one) {
         hbs_tell_neighbour(&one->header, one->has_mac ? one->mac : nullptr, one->address);
 }
 
-} // namespace
-
-bool hbs_read_neighbour_tables(int64_t since_ms) {
-    collection all = {static_cast<row *>(calloc(MOST_ROWS, sizeof(row))), 0, since_ms};
+bool read_tables(int64_t since_ms, const uint8_t *only) {
+    collection all = {static_cast<row *>(calloc(MOST_ROWS, sizeof(row))), 0, since_ms, only};
     if (all.rows == nullptr)
         return false;
     hbs_at_exit end([&all] { free(all.rows); });
@@ -140,4 +143,14 @@ bool hbs_read_neighbour_tables(int64_t since_ms) {
     for (size_t i = 0; i < all.count; ++i)
         tell(&all.rows[i]);
     return true;
+}
+
+} // namespace
+
+bool hbs_read_neighbour_tables(int64_t since_ms) {
+    return read_tables(since_ms, nullptr);
+}
+
+bool hbs_read_neighbours_of(const uint8_t mac[6], int64_t since_ms) {
+    return read_tables(since_ms, mac);
 }

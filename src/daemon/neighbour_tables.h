@@ -8,3 +8,6 @@
 // kind, as its record holds one of each. Returns false, having told nothing, when a table cannot be read to
 // its end.
 bool hbs_read_neighbour_tables(int64_t since_ms);
+
+// The same for one device.
+bool hbs_read_neighbours_of(const uint8_t mac[6], int64_t since_ms);

@@ -150,6 +150,13 @@ void hbs_neigh_note(uint16_t state, const uint8_t *mac, int family, const uint8_
     *place_of(&entry) = entry;
 }
 
+void hbs_neigh_forget(const uint8_t mac[6]) {
+    for (auto &row : told)
+        for (told_address &place : row)
+            if (memcmp(place.mac, mac, sizeof place.mac) == 0)
+                place.what = presence::none;
+}
+
 bool hbs_neigh_is_news(const hbs_neigh_entry *entry) {
     const presence what = presence_of(entry->state);
     if (what == presence::none || hbs_db_ready == 0)

@@ -16,6 +16,9 @@ struct hbs_neigh_entry {
 // Keeps what the handlers were told of an address, for the addresses that were told of last.
 void hbs_neigh_note(uint16_t state, const uint8_t *mac, int family, const uint8_t *address);
 
+// What was told of a device counts as not told: the handlers could not take it.
+void hbs_neigh_forget(const uint8_t mac[6]);
+
 // Whether the handler of the entry's state has to hear of it:
 //   REACHABLE  an unknown device; a client with another address; one that does not count as reachable,
 //              unless it went off line after the entry changed

@@ -93,14 +93,31 @@ bool move_to(hbs_client *client, uint8_t adapter) {
     return client->adapter_type != adapter_before || client->switch_port != port_before;
 }
 
+// Null for a stranger, and in bridge mode.
+hbs_client *client_of(const uint8_t mac[6]) {
+    return hbs_db_ready != 0 && hbs_mac_is_lan_client(mac) ? hbs_find_by_mac(mac) : nullptr;
+}
+
 } // namespace
+
+void hbs_presence_placed(const uint8_t mac[6]) {
+    const hbs_list_hold hold;
+    hbs_client *client = client_of(mac);
+    if (client == nullptr)
+        return;
+    const uint8_t adapter = hbs_adapter_of(mac);
+    if (adapter != HBS_ADAPTER_UNKNOWN && move_to(client, adapter))
+        hbs_publish(client);
+    if ((client->flags & HBS_FLAG_ONLINE) != 0 && may_be_away(client) && PRESENCE_IsSilent(mac) != 0)
+        ask_for(client);
+}
 
 void hbs_presence_heard(const uint8_t mac[6], int ifindex) {
     if (PRESENCE_ByTraffic() == 0)
         return;
     PRESENCE_Learned(mac, ifindex);
     const hbs_list_hold hold;
-    hbs_client *client = hbs_db_ready != 0 && hbs_mac_is_lan_client(mac) ? hbs_find_by_mac(mac) : nullptr;
+    hbs_client *client = client_of(mac);
     const uint8_t adapter = client == nullptr ? uint8_t{HBS_ADAPTER_UNKNOWN} : hbs_adapter_of(mac);
     if (adapter == HBS_ADAPTER_UNKNOWN) // a stranger, or on no network of ours
         return;

@@ -24,6 +24,11 @@ bool hbs_presence_stays(hbs_client *client);
 // left. One that has not been heard of late is asked for the address, and is on line by its answer.
 bool hbs_presence_leased(const hbs_client *client, int family, const uint8_t *address);
 
+// It is known by now where a device is, after nobody could tell for a while: its record gets that place. A
+// lease has counted as a sign of life meanwhile, so one that is silent is asked for its addresses. Takes
+// hbs_list_mutex itself.
+void hbs_presence_placed(const uint8_t mac[6]);
+
 // A bridge has just learned where the device is, on the port `ifindex`: that is its place now, and it is on
 // line when an address of it is known. Takes hbs_list_mutex itself.
 void hbs_presence_heard(const uint8_t mac[6], int ifindex);

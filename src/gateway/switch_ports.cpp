@@ -8,6 +8,7 @@
 #include <nvm.h>
 
 #include "base/log.h"
+#include "base/probe_queue.h"
 #include "base/text.h"
 
 namespace {
@@ -52,6 +53,14 @@ uint8_t adapter_of_entry(uint32_t mask, const char *mac_text, uint8_t so_far) {
     return so_far;
 }
 
+// The answer comes later, if at all, and is waited for elsewhere.
+void ask_later(const uint8_t *mac) {
+    hbs_probe probe{};
+    probe.kind = HBS_PROBE_PLACE;
+    memcpy(probe.mac, mac, sizeof probe.mac);
+    (void)hbs_probe_post(&probe);
+}
+
 } // namespace
 
 uint32_t hbs_ext_switch_port_of(const uint8_t *mac) {
@@ -81,8 +90,10 @@ uint8_t hbs_adapter_from_l2switch(const uint8_t *mac) {
     const hbs_mac_text mac_text = hbs_mac_to_text(mac);
     static l2switch_table table; // 5 KB, too much for a small thread stack; callers hold hbs_list_mutex
     table = {};
-    if (L2SWITCH_GetUcastMacs(&table, mac_text.text) < 0)
+    if (L2SWITCH_GetUcastMacs(&table, mac_text.text) < 0) {
+        ask_later(mac);
         return HBS_ADAPTER_UNKNOWN;
+    }
     uint8_t adapter = HBS_ADAPTER_UNKNOWN;
     for (uint16_t i = 0; i < table.count && i < L2SWITCH_MAX_MACS; ++i)
         if (memcmp(table.entry[i].mac, mac, HBS_MAC_SIZE) == 0)

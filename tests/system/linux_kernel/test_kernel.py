@@ -36,6 +36,25 @@ def test_a_kernel_that_answers_no_question_for_one_address(router, shim):
     assert "does not answer in time" not in router.log()
 
 
+def test_events_of_a_device_that_the_kernel_is_late_to_place(router, shim):
+    """Of neither anything is remembered, and the bridge has learned both before the daemon could hear of it."""
+    router.lan(ONE_LAN)
+    wait_for("the bridge has them", lambda: router.talk("192.168.10.17", "192.168.10.18") and
+             all(mac_of(number) in router.run("bridge", "fdb", "show", "br", "lan0").stdout for number in (17, 18)))
+    router.write("/root/late", "")
+    router.start_daemon(**shim)
+    router.talk("192.168.10.17")
+    router.run(f"{LINUX_BIN}/hbs-lease-event", "add", mac_of(18), "192.168.10.18")
+    wait_for("the lease is taken", lambda: router.client(18))
+    wait_for("the event was heard of", lambda: "Reachable - Address is: 192.168.10.17" in router.log())
+    assert "the forwarding table does not answer in time" in router.log()
+    assert router.client(17) is None and router.place(18) == ("unknown", None)
+    os.unlink(router.path("/root/late"))  # from here on nothing happens but the answer
+    wait_for("both are on their ports", lambda: [router.place(number) for number in (17, 18)] ==
+             [("ethernet", 1), ("ethernet", 2)])
+    assert router.client(17)["online"]
+
+
 def test_the_daemon_is_told_of_stations_once_there_is_a_socket(router, shim):
     router.settings("log.level = debug", "wifi = p-*")
     router.lan(ONE_LAN + 'router.start_hostapd("p-a")')
