@@ -11,7 +11,7 @@ import subprocess
 import sys
 import time
 
-from lab import lan
+from lab import lan, lan6
 from lab.lan import ip
 
 SETTINGS = "/etc/gw_hostbase/linux.conf"
@@ -134,6 +134,18 @@ def start_client(name, host_name=None):
     lan.start_in_background(name, [
         "nsenter", f"--net=/run/netns/{name}", "--", "udhcpc", "-f", "-R", "-i", "eth0", "-t", "10", "-T", "1", "-A",
         "1", "-s", f"{lan.HERE}/dhcp-client-event", "-x", f"hostname:{host_name or name}"])
+
+
+def start_client6(name):
+    """A DHCPv6 client in a device."""
+    device6 = lan.Host(name, None, 0)
+    lan6.connect(device6)
+    lan6.start_client(device6)
+
+
+def stop_client6(name):
+    """It gives its address back."""
+    lan6.leave([lan.Host(name, None, 0)])
 
 
 def signal_client(name, number):

@@ -1,5 +1,7 @@
 """dnsmasq and its clients, real on both sides: leases come to the daemon by hbs-lease-event, static ones go back."""
 
+import ipaddress
+import json
 import time
 
 import pytest
@@ -290,3 +292,26 @@ def test_dhcpv6_with_the_link_local_address_of_the_neighbour_table(router):
                       router.client(17))
     assert (client["ipv6"], client["ll"], client["host"]) == ("fd00:10::77", link_local, "six")
     assert len(router.clients()) == 1
+
+
+def test_a_dhcpv6_client_of_dnsmasq(router):
+    """Real on both sides: the server names the client by its DUID, and no link-local address."""
+    router.lan(TWO_LANS + 'router.ip("address add fd00:10::1/64 dev lan0 nodad")\n')
+    router.start_daemon()
+    ranges = '"192.168.10.100,192.168.10.150,1h", "fd00:10::100,fd00:10::1ff,64,1h"'
+    router.lan(f'router.start_dnsmasq("{HOOK}", {ranges})\nrouter.start_client6("a")')
+    client = wait_for("it has its lease", lambda: router.client(17) and router.client(17)["lease_v6_end"] and
+                      router.client(17))
+    held = router.run("ip", "-n", "a", "-6", "-o", "address", "show", "dev", "eth0", "scope", "global").stdout
+    assert client["ipv6"].startswith("fd00:10::1") and f" {client['ipv6']}/" in held
+    assert (client["ll"], client["online"], client["network"]) == ("fe80::aa:ff:fe00:11", True, 0)
+    assert "DYNIP6" in client["flags"] and len(router.clients()) == 1
+    wait_for("it is on its port", lambda: router.talk("fd00:10::1") and router.place(17) == ("ethernet", 1))
+    router.lan('router.stop_client6("a")')
+    released = list(ipaddress.ip_address(client["ipv6"]).packed)
+
+    def found_by():
+        return [entry["key"][3:] for entry in json.loads(router.hbsctl("indices", "--json").stdout)["ip"]]
+
+    # Its record shows the address until it is published again.
+    wait_for("nobody is found by what was given back", lambda: released not in found_by())
