@@ -27,7 +27,7 @@ def made_packages():
         yield package("default", f"{directory}/now"), package("default", f"{directory}/later", LATER)
 
 
-@pytest.fixture(name="machine", scope="module")
+@pytest.fixture(name="machine")
 def fresh_machine(packages):
     box = Box()
     try:
@@ -51,7 +51,17 @@ def test_the_command_line_suggests_the_list_of_makers(packages):
     assert {os.path.basename(file).split("_")[0] for file, name in suggested.items() if name == MAKERS} == {"hbsctl"}
 
 
-def test_first_steps(machine):
+def test_installed_used_upgraded_and_removed(machine):
+    """One after the other: each stands on what those before it left."""
+    take_the_first_steps(machine)
+    read_as_the_document_says(machine)
+    find_the_manual_pages(machine)
+    see_the_maker_of_debians_list(machine)
+    upgrade_and_see_that_settings_survive(machine)
+    remove_and_see_that_all_but_the_settings_goes(machine)
+
+
+def take_the_first_steps(machine):
     for line in lines_of("installing.md", "First steps"):
         inside(machine, line)
     listed = json.loads(inside(machine, "hbsctl list --json").stdout)["clients"]
@@ -60,7 +70,7 @@ def test_first_steps(machine):
     assert "laptop" in inside(machine, "cat /tmp/lan.html").stdout
 
 
-def test_reading(machine):
+def read_as_the_document_says(machine):
     printed = {}
     for line in lines_of("reading.md"):
         printed[line] = inside(machine, line, place="/usr/share/doc/libhbs-query-dev").stdout
@@ -69,13 +79,13 @@ def test_reading(machine):
     assert json.loads(printed["hbsctl list --json"])["clients"]
 
 
-def test_the_manual_pages_are_there(machine):
+def find_the_manual_pages(machine):
     for page in ("man1/hbsctl.1", "man3/hostbase_query.3", "man7/hbs_db.7", "man7/hbs_msg.7", "man8/gw_hostbase.8",
                  "man8/hbs-lease-event.8"):
         inside(machine, f"dpkg -S /usr/share/man/{page}.gz")
 
 
-def test_the_maker_is_what_debians_list_says(machine):
+def see_the_maker_of_debians_list(machine):
     """Of the first MAC of that list, and of one that a device made up."""
     line = inside(machine, "grep -m 1 '(hex)' /usr/share/ieee-data/oui.txt").stdout
     mac, maker = line.split()[0].replace("-", ":").lower() + ":00:00:01", line.split("(hex)")[1].strip()
@@ -85,7 +95,7 @@ def test_the_maker_is_what_debians_list_says(machine):
     assert f"{mac} ({maker})" in inside(machine, "hbsctl show radio").stdout
 
 
-def test_settings_survive_an_upgrade(machine):
+def upgrade_and_see_that_settings_survive(machine):
     before = inside(machine, "hbsctl export").stdout
     assert LAPTOP in before
     inside(machine, "apt-get install -y ./later/*.deb")
@@ -96,7 +106,7 @@ def test_settings_survive_an_upgrade(machine):
     assert json.loads(inside(machine, "hbsctl export").stdout) == json.loads(before)
 
 
-def test_removing_takes_all_but_the_settings(machine):
+def remove_and_see_that_all_but_the_settings_goes(machine):
     for line in lines_of("installing.md", "Upgrading and removing"):
         inside(machine, line)
     wait_for("the daemon has ended", lambda: has_ended(machine))

@@ -33,7 +33,7 @@ def made_packages():
         yield package("linux", f"{directory}/now"), package("linux", f"{directory}/later", LATER)
 
 
-@pytest.fixture(name="machine", scope="module")
+@pytest.fixture(name="machine")
 def fresh_router(packages):
     """A LAN with two devices at a machine whose systemd only notes what it is asked for."""
     box = Router()
@@ -93,7 +93,15 @@ def test_the_lines_of_the_page():
     assert LINES[MADE] == ["script/build linux", "(cd build/linux && cpack -G DEB)"], "as these packages were made"
 
 
-def test_installed_and_used(machine):
+def test_installed_used_upgraded_and_removed(machine):
+    """One after the other: each stands on what those before it left."""
+    install_and_use(machine)
+    what_starts_the_daemon_is_there_and_names_it(machine)
+    upgrade_and_see_that_settings_survive(machine)
+    remove_and_see_that_all_but_the_settings_goes(machine)
+
+
+def install_and_use(machine):
     inside(machine, LINES[INSTALL])
     assert asked(machine) == ["daemon-reload"], "nothing is started unasked"
     assert inside(machine, "getent passwd hostbase").stdout.startswith("hostbase:")
@@ -111,13 +119,13 @@ def test_installed_and_used(machine):
     assert laptop["ipv4"].startswith("192.168.10.1")
 
 
-def test_what_starts_the_daemon_is_there_and_names_it(machine):
+def what_starts_the_daemon_is_there_and_names_it(machine):
     assert inside(machine, "cat /usr/lib/systemd/system/gw_hostbase.service").stdout == unit_text()
     script = "/usr/share/doc/gw_hostbase/examples/gw_hostbase.init"
     assert "command /usr/sbin/gw_hostbase\n" in inside(machine, f"test -x {script} && cat {script}").stdout
 
 
-def test_settings_survive_an_upgrade(machine):
+def upgrade_and_see_that_settings_survive(machine):
     inside(machine, "hbsctl trust set site laptop --comment 'front desk'")
     inside(machine, "hbsctl mac-filter set black phone --rule 7f,1,2 --description child")
     inside(machine, f"hbsctl static-lease set {mac_of(19)} 192.168.10.60 --comment printer")
@@ -133,7 +141,7 @@ def test_settings_survive_an_upgrade(machine):
     assert json.loads(inside(machine, "hbsctl export").stdout) == before
 
 
-def test_removing_takes_all_but_the_settings(machine):
+def remove_and_see_that_all_but_the_settings_goes(machine):
     inside(machine, LINES[PURGE])
     assert asked(machine) == ["--quiet disable --now gw_hostbase.service"]
     inside(machine, LINES[UNTELL])
