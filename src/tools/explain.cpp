@@ -202,10 +202,13 @@ std::vector<std::string> what_came_then(const explanation &known) {
     const auto is_then = [age](uint32_t seconds) {
         return std::max(seconds, age) - std::min(seconds, age) <= 1;
     };
+    const bool online = has_flag(known.client, HBS_FLAG_ONLINE);
     std::vector<std::string> events;
     for (const neighbour_entry &entry : known.neighbours)
-        if (is_then(entry.age))
+        if (is_then(entry.age) && (entry.state == "failed") != online)
             events.push_back("the kernel's entry of " + entry.address + " became " + entry.state);
+    if (!online) // what is below brings a client, and takes none off line
+        return events;
     for (const station_entry &entry : known.stations)
         if (entry.connected && is_then(*entry.connected))
             events.push_back("it joined the access point " + entry.device);

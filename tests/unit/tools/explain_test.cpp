@@ -121,6 +121,11 @@ TEST(Explain, WhatCameWhenItsPresenceChanged) {
     EXPECT_THAT(
         what_came_then(known),
         testing::ElementsAre(HasSubstr("entry"), HasSubstr("access point wlan0"), HasSubstr("first lease")));
+    known.neighbours.push_back({"fe80::6", "failed", "br0", 60});
+    EXPECT_THAT(what_came_then(known), testing::SizeIs(3)) << "what fails brings nobody on line";
+    known.client.flags = 0;
+    EXPECT_THAT(what_came_then(known), testing::ElementsAre("the kernel's entry of fe80::6 became failed"))
+        << "and nothing else takes it off line";
     known.client.online_time = 0;
     EXPECT_THAT(what_came_then(known), testing::IsEmpty()) << "nobody knows when";
 }
