@@ -41,6 +41,22 @@ std::string nobody_text(const database &db, const std::string &key) {
     return "no client has the MAC, address or name '" + key + "'" + suggestion(key, names_of(db));
 }
 
+// As the commands take it, and another of its addresses, by which a person may know it.
+std::string naming_of(const hbs_client &client) {
+    const std::string key = key_of(client);
+    for (const std::string &address : {ipv4_text(client.ipv4), ipv6_text(client.ipv6), ipv6_text(client.ll)})
+        if (!address.empty() && address != key)
+            return key + " (" + address + ")";
+    return key.empty() ? "a record without MAC and address" : key;
+}
+
+std::string several_text(const std::string &key, const std::vector<hbs_client> &clients) {
+    std::vector<std::string> names;
+    for (const hbs_client &client : clients)
+        names.push_back(naming_of(client));
+    return "'" + key + "' is more than one client: " + joined(names, ", ");
+}
+
 mac_bytes mac_of(const session &run, const database &db, const std::string &key) {
     const std::vector<hbs_client> found = matching_clients(db, key);
     if (found.empty())
@@ -84,7 +100,7 @@ std::vector<hbs_client> known_clients(const database &db, const std::string &key
 hbs_client one_client(const database &db, const std::string &key) {
     const std::vector<hbs_client> found = known_clients(db, key);
     if (found.size() > 1)
-        throw run_error(exit_negative, "more than one client has that name: use a MAC or an address");
+        throw run_error(exit_negative, several_text(key, found));
     return found.front();
 }
 

@@ -14,7 +14,7 @@
 // with the names that are nearest to what was typed.
 std::vector<hbs_client> known_clients(const database &db, const std::string &key);
 
-// The only one that it stands for. Throws run_error when there are several, too.
+// The only one that it stands for. Throws run_error when there are several, too, which names them.
 hbs_client one_client(const database &db, const std::string &key);
 
 // Who a command is about: a client, or only a MAC or an address that no client has.

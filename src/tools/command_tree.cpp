@@ -74,10 +74,22 @@ std::vector<std::string> possible_words(const CLI::App &app) {
     return words;
 }
 
+// What the parser says of a word that is no number names it by "NAME = WORD".
+std::string conversion_text(const std::string &said) {
+    const std::string start = "Could not convert: ";
+    const size_t sign = said.find(" = ");
+    if (!said.starts_with(start) || sign == std::string::npos)
+        return said;
+    return said.substr(start.size(), sign - start.size()) + ": '" + said.substr(sign + 3) +
+           "' is no number that is possible here";
+}
+
 // A word that is no command is what is told, not the command that is missing because of it.
 std::string usage_text(const CLI::App &app, const CLI::ParseError &error) {
     const std::vector<std::string> unexpected = app.remaining(true);
     const auto code = static_cast<CLI::ExitCodes>(error.get_exit_code());
+    if (code == CLI::ExitCodes::ConversionError)
+        return conversion_text(error.what());
     const bool extra = code == CLI::ExitCodes::RequiredError || code == CLI::ExitCodes::ExtrasError;
     if (unexpected.empty() || !extra)
         return error.what();

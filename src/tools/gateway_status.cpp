@@ -147,6 +147,7 @@ void ask_mode(const session &run, gateway_status &status) {
         status.routed = is_routed(run.socket_path, run.answer_seconds);
     } catch (const daemon_error &error) { // told as such: the rest is worth showing
         status.hangs = error.why == daemon_error::no_answer;
+        status.why_unknown = status.hangs ? "no answer" : error.what();
     }
 }
 

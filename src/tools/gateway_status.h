@@ -35,6 +35,7 @@ struct gateway_status {
     std::optional<double> uptime; // seconds
     std::optional<bool> routed;   // none: nobody told
     bool hangs = false;           // asked for its mode, the daemon did not answer in time
+    std::string why_unknown;      // the mode, when nobody told it
     head_count all;
     std::map<unsigned, head_count> networks;
     std::map<std::string, head_count> adapters;

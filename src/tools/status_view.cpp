@@ -27,8 +27,8 @@ std::string daemon_text(const gateway_status &status) {
     return status.uptime ? text + ", for " + duration_text(*status.uptime) : text;
 }
 
-const char *mode_word(const gateway_status &status) {
-    return !status.routed ? "unknown: no answer" : *status.routed ? "routed" : "bridge";
+std::string mode_word(const gateway_status &status) {
+    return !status.routed ? "unknown: " + status.why_unknown : *status.routed ? "routed" : "bridge";
 }
 
 std::string displaced_text(const gateway_status &status) {

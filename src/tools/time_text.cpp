@@ -41,8 +41,10 @@ std::string date_and_age(const uint8_t date[HBS_DATE_SIZE], time_t now) {
     const time_t when = time_of(date);
     if (when == no_time)
         return date_text(date);
+    if (when == now)
+        return date_text(date) + " (now)";
     const std::string apart = duration_text(std::abs(difftime(when, now)));
-    return date_text(date) + (when >= now ? " (in " + apart + ")" : " (" + apart + " ago)");
+    return date_text(date) + (when > now ? " (in " + apart + ")" : " (" + apart + " ago)");
 }
 
 moment this_moment(clockid_t clock) {

@@ -14,7 +14,7 @@ std::string zoned_time(time_t when);
 // The same of a date-and-time field, which is local time; empty when it is all zero or no date.
 std::string zoned_date(const uint8_t date[HBS_DATE_SIZE]);
 
-// "2026-11-21 01:02:03 (in 59 min 3 s)" or "(... ago)"; empty when the field is all zero.
+// "2026-11-21 01:02:03 (in 59 min 3 s)", "(... ago)" or "(now)"; empty when the field is all zero.
 std::string date_and_age(const uint8_t date[HBS_DATE_SIZE], time_t now);
 
 // One moment on the wall clock and on another one.

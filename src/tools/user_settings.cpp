@@ -298,6 +298,9 @@ std::vector<device_settings> parse_settings(const std::string &text) {
             devices.push_back(parse_one(object));
         return devices;
     } catch (const json::exception &error) {
-        throw request_error(std::string("these are no exported settings: ") + error.what());
+        const std::string said = error.what(); // behind a name of its kind in brackets
+        const size_t name_end = said.find(']');
+        throw request_error("these are no exported settings:" +
+                            (name_end == std::string::npos ? " " + said : said.substr(name_end + 1)));
     }
 }

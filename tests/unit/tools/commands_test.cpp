@@ -236,6 +236,8 @@ TEST(Usage, OfTheWrongKindNamesTheWordThatIsWrong) {
         {{}, "A subcommand is required"},
         {{"event", "dhcpv4-lease", mac, "192.168.0.999"}, "'192.168.0.999' is no IPv4 address"},
         {{"watch", "--interval", "nan"}, "--interval: 'nan' is no number of seconds that is possible here"},
+        {{"list", "--network", "x = y"}, "--network: 'x = y' is no number that is possible here"},
+        {{"event", "server", "one", "started"}, "index: 'one' is no number that is possible here"},
     };
     for (const auto &[line, text] : lines) {
         const ctl_result result = ctl(line, nobody);

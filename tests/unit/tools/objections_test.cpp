@@ -243,4 +243,27 @@ TEST(Suggestions, AreNearAndFew) {
     EXPECT_EQ(suggestion("printer", known), "");
 }
 
+// --- who is meant ---
+
+std::string who_is_meant(const database &db, const std::string &key) {
+    try {
+        return key_of(one_client(db, key));
+    } catch (const run_error &error) {
+        return error.what();
+    }
+}
+
+TEST(OneClient, IsNotGuessedOfSeveralThatAreNamedInstead) {
+    look now = house();
+    for (hbs_client &each : now.db.clients)
+        strcpy(each.host, "dup");
+    EXPECT_EQ(who_is_meant(now.db, "dup"),
+              "'dup' is more than one client: " + laptop + " (192.168.0.11), " + phone + " (192.168.1.12)");
+    memset(now.db.clients[1].mac, 0, sizeof now.db.clients[1].mac);
+    EXPECT_EQ(who_is_meant(now.db, "dup"),
+              "'dup' is more than one client: " + laptop + " (192.168.0.11), 192.168.1.12");
+    EXPECT_EQ(who_is_meant(now.db, laptop), laptop);
+    EXPECT_EQ(who_is_meant(now.db, "192.168.1.12"), "192.168.1.12");
+}
+
 } // namespace objections_test

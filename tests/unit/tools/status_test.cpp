@@ -117,6 +117,17 @@ TEST_F(Status, MetricsEndAsTheFormatWants) {
     EXPECT_EQ(text.substr(text.size() - 6), "# EOF\n");
 }
 
+TEST(Mode, ThatNobodyTellsIsUnknownForAReason) {
+    std::istringstream in;
+    std::ostringstream out, err;
+    const session run = {.in = in, .out = out, .err = err, .socket_path = std::string(200, 'x'), .how = {}};
+    gateway_status status;
+    ask_mode(run, status);
+    EXPECT_FALSE(status.routed.has_value());
+    EXPECT_FALSE(status.hangs);
+    EXPECT_EQ(status.why_unknown, "the socket path is too long");
+}
+
 TEST(Duration, HasItsTwoLargestUnits) {
     EXPECT_EQ(duration_text(0.9), "0 s");
     EXPECT_EQ(duration_text(59), "59 s");
@@ -139,6 +150,7 @@ TEST(Times, HaveTheirZone) {
     EXPECT_EQ(zoned_moment(51, {20, 50}), "") << "still to come";
     EXPECT_EQ(age_of(0xFFFFFFFE, {20, 3}), 5) << "the clock has wrapped";
     EXPECT_EQ(date_and_age(date, 90), "1970-01-01 01:00:30 (1 min 0 s ago)");
+    EXPECT_EQ(date_and_age(date, 30), "1970-01-01 01:00:30 (now)");
     EXPECT_EQ(date_and_age(none, 90), "");
 }
 
