@@ -30,6 +30,8 @@ OWN_ETC = {
     "hosts": "127.0.0.1 localhost gateway\n::1 localhost\n",
     "resolv.conf": "",
 }
+# Settings of a daemon that is installed on the host are none of the box's.
+OF_THE_HOST_ALONE = ("mtab", "gw_hostbase")
 NDISC6 = "/usr/bin/ndisc6"
 
 BRIDGE_DIRECTORY = "/run/box/net/dbrctl"
@@ -94,7 +96,7 @@ def mount_kernel_file_systems():
 def fill_etc():
     """Link each entry of the host's /etc, so that programs find it and can put their own files beside."""
     for name in os.listdir("/run/box/etc"):
-        if name not in OWN_ETC and name != "mtab":
+        if name not in OWN_ETC and name not in OF_THE_HOST_ALONE:
             os.symlink("/run/box/etc/" + name, "/etc/" + name)
     for name, text in OWN_ETC.items():
         with open("/etc/" + name, "w", encoding="ascii") as file:

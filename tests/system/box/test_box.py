@@ -54,6 +54,15 @@ def test_programs_of_the_host_cannot_be_changed():
     assert "0" not in done.stdout.split()
 
 
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root may show itself another /etc")
+def test_settings_of_an_installed_daemon_are_not_seen(tmp_path):
+    script = (f'cp -a /etc "$1" && mkdir -p "$1/etc/gw_hostbase" && mount --bind "$1/etc" /etc && exec {BOX} '
+              '--no-daemon -- sh -c "ls -d /etc/passwd /etc/gw_hostbase; mkdir /etc/gw_hostbase && echo made"')
+    done = subprocess.run(["unshare", "--mount", "--propagation", "private", "sh", "-c", script, "sh", str(tmp_path)],
+                          capture_output=True, text=True, check=False, timeout=60)
+    assert done.stdout == "/etc/passwd\nmade\n", done.stderr
+
+
 def test_tells_that_it_is_a_box():
     assert run_box("sh", "-c", "echo $HBS_BOX").stdout == "1\n"
 
