@@ -81,6 +81,18 @@ std::string on_line_verdict(const explanation &known) {
     return was_heard_of;
 }
 
+// As far as what still holds rules it out.
+std::string what_ended(const hbs_client &client) {
+    std::vector<std::string> parts;
+    if (client.adapter_type != HBS_ADAPTER_WIFI)
+        parts.push_back("its link");
+    if (!has_flag(client, HBS_FLAG_TIMER_LEASE))
+        parts.push_back("its lease");
+    if (client.adapter_type != HBS_ADAPTER_ETHERNET)
+        parts.push_back("its association");
+    return joined(parts, ", ") + (parts.empty() ? "" : " or ") + "its answers";
+}
+
 std::string off_line_verdict(const explanation &known) {
     const hbs_client &client = known.client;
     for (const forwarding_entry &entry : known.forwarding)
@@ -92,8 +104,9 @@ std::string off_line_verdict(const explanation &known) {
         return "Off line, because it has neither a lease nor an address that is known to be its own.";
     if (known.kernel_asked && known.neighbours.empty() && known.forwarding.empty())
         return "Off line, because the kernel knows nothing of it: neither a neighbour nor a bridge's entry.";
-    return "Off line, because its link, its lease, its association or its answers ended and none has come "
-           "since.";
+    if (is_in_state(known, "incomplete"))
+        return "Off line, because the kernel is asking for it just now and no answer has come yet.";
+    return "Off line, because " + what_ended(client) + " ended and none has come since.";
 }
 
 std::string neighbour_text(const neighbour_entry &entry) {
@@ -205,7 +218,7 @@ std::vector<std::string> what_came_then(const explanation &known) {
     const bool online = has_flag(known.client, HBS_FLAG_ONLINE);
     std::vector<std::string> events;
     for (const neighbour_entry &entry : known.neighbours)
-        if (is_then(entry.age) && (entry.state == "failed") != online)
+        if (is_then(entry.age) && entry.state == (online ? "reachable" : "failed"))
             events.push_back("the kernel's entry of " + entry.address + " became " + entry.state);
     if (!online) // what is below brings a client, and takes none off line
         return events;

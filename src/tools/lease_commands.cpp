@@ -38,7 +38,6 @@ void set_lease(session &run, const lease_arguments &arguments) {
                to_static_lease(before, lease), facts_of_lease(lease.mac, lease.address)});
 }
 
-// Of a device that is no client.
 std::optional<ip_address> reserved_address(const look &now, const std::string &mac) {
     for (const sighting &lease : now.files.leases)
         if (lease.mac == mac)
@@ -46,12 +45,14 @@ std::optional<ip_address> reserved_address(const look &now, const std::string &m
     return std::nullopt;
 }
 
-// An address as it stands, otherwise that of the client, or what is reserved for the MAC.
+// An address as it stands, otherwise what is reserved for the MAC, or the address of the client.
 ip_address address_meant(const session &run, const look &now, const std::string &key) {
     if (const auto address = parse_ip(key))
         return *address;
     const meant_client who = client_meant(run, now, key);
-    const auto address = who.client ? parse_ip(ipv4_text(who.client->ipv4)) : reserved_address(now, who.key);
+    auto address = reserved_address(now, who.key);
+    if (!address && who.client)
+        address = parse_ip(ipv4_text(who.client->ipv4));
     if (!address)
         throw nothing_to_send(run, who.unknown.value_or("the client '" + key + "' has no IPv4 address"),
                               "an address");

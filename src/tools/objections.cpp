@@ -210,6 +210,24 @@ objection to_static_lease(const look &now, const static_lease &lease) {
         {network, to_network_of(now, lease.mac), to_fixed_address(now, lease.mac, lease.address)});
 }
 
+namespace {
+
+// Of a device that has not taken its fixed address yet.
+std::string way_to_clear(const look &now, const std::string &fixed) {
+    for (const sighting &lease : now.files.leases) {
+        if (lease.address != fixed)
+            continue;
+        const std::vector<hbs_client> found = matching_clients(now.db, lease.mac);
+        const std::string held = found.empty() ? "" : ipv4_text(found.front().ipv4);
+        if (!held.empty())
+            return ": " + lease.mac + " holds " + held +
+                   "; set that as its fixed address, in place of this one, and clear it then";
+    }
+    return "";
+}
+
+} // namespace
+
 objection to_clearing_lease(const look &now, const ip_address &address) {
     const std::string text = ip_text(address);
     const bool filed = std::any_of(now.files.leases.begin(), now.files.leases.end(),
@@ -221,7 +239,8 @@ objection to_clearing_lease(const look &now, const ip_address &address) {
     if (!filed && !flagged)
         return text + " is nobody's fixed address";
     if (holders.empty())
-        return "no client has the address " + text + ", and the daemon clears the leases of clients only";
+        return "no client has the address " + text + ", and the daemon clears the leases of clients only" +
+               way_to_clear(now, text);
     return std::nullopt;
 }
 

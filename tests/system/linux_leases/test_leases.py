@@ -185,6 +185,21 @@ def test_static_lease_set_obtained_and_cleared(house):
     assert house.lan("print(router.lan.pid_of('dnsmasq'))").strip() != "None"
 
 
+def test_a_static_lease_that_its_device_has_not_taken(house):
+    """The daemon clears what a client holds; hbsctl says how to come there."""
+    hosts = f"{STATE}/dhcp-hosts"
+    held = house.client(17)["ipv4"]
+    house.hbsctl("static-lease", "set", "a", "192.168.10.77")
+    wait_for("dnsmasq told its leases again", lambda: house.client(17)["ipv4"] == held)
+    done = house.hbsctl("static-lease", "clear", "a", check=False)
+    assert done.returncode == 1 and f"{mac_of(17)} holds {held}; set that as its fixed address" in done.stderr
+    assert house.read(hosts) == f"{mac_of(17)},192.168.10.77\n"
+    house.hbsctl("static-lease", "set", "a", held)
+    assert house.read(hosts) == f"{mac_of(17)},{held}\n"
+    house.hbsctl("static-lease", "clear", "a")
+    assert house.read(hosts) == ""
+
+
 def test_static_leases_that_cannot_be_read_take_none_away(router):
     hosts = f"{STATE}/dhcp-hosts"
     router.lan(TWO_LANS)

@@ -66,9 +66,25 @@ TEST(Explain, OffLineForEachReason) {
     EXPECT_THAT(verdict(with_flags(0)), HasSubstr("neither a lease nor an address"));
     known.neighbours = {{"192.168.0.5", "stale", "br0", 3}};
     EXPECT_THAT(verdict(known), HasSubstr("none has come since"));
+    known.neighbours = {{"192.168.0.5", "incomplete", "br0", 0}};
+    EXPECT_THAT(verdict(known), HasSubstr("is asking for it just now"));
     known.neighbours.clear();
     known.kernel_asked = false;
     EXPECT_THAT(verdict(known), HasSubstr("none has come since")) << "what was not asked says nothing";
+}
+
+TEST(Explain, WhatStillHoldsHasNotEnded) {
+    explanation known = with_flags(HBS_FLAG_DYNIP4);
+    known.kernel_asked = false;
+    EXPECT_EQ(verdict(known),
+              "Off line, because its link, its lease, its association or its answers ended and "
+              "none has come since.");
+    known.client.flags |= HBS_FLAG_TIMER_LEASE;
+    known.client.adapter_type = HBS_ADAPTER_ETHERNET;
+    EXPECT_EQ(verdict(known), "Off line, because its link or its answers ended and none has come since.");
+    known.client.adapter_type = HBS_ADAPTER_WIFI;
+    EXPECT_EQ(verdict(known),
+              "Off line, because its association or its answers ended and none has come since.");
 }
 
 TEST(Explain, WhatWouldChangeIt) {
@@ -122,7 +138,8 @@ TEST(Explain, WhatCameWhenItsPresenceChanged) {
         what_came_then(known),
         testing::ElementsAre(HasSubstr("entry"), HasSubstr("access point wlan0"), HasSubstr("first lease")));
     known.neighbours.push_back({"fe80::6", "failed", "br0", 60});
-    EXPECT_THAT(what_came_then(known), testing::SizeIs(3)) << "what fails brings nobody on line";
+    known.neighbours.push_back({"fe80::7", "delay", "br0", 60});
+    EXPECT_THAT(what_came_then(known), testing::SizeIs(3)) << "only an answer brings it on line";
     known.client.flags = 0;
     EXPECT_THAT(what_came_then(known), testing::ElementsAre("the kernel's entry of fe80::6 became failed"))
         << "and nothing else takes it off line";

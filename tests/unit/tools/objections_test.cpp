@@ -121,12 +121,17 @@ TEST(Objections, ToAddressesOfNoNetworkNeedToKnowTheNetworks) {
 }
 
 TEST(Objections, ToClearingLeases) {
-    const look now = house();
+    look now = house();
     EXPECT_EQ(to_clearing_lease(now, *parse_ip("192.168.0.11")), std::nullopt);
     EXPECT_EQ(to_clearing_lease(now, *parse_ip("192.168.1.12")), "192.168.1.12 is nobody's fixed address");
     EXPECT_EQ(to_clearing_lease(now, *parse_ip("192.168.0.12")), "192.168.0.12 is nobody's fixed address");
     EXPECT_EQ(to_clearing_lease(now, *parse_ip("192.168.0.99")),
               "no client has the address 192.168.0.99, and the daemon clears the leases of clients only");
+    now.files.leases.push_back({sighting::static_lease, phone, "192.168.0.98", "file"});
+    EXPECT_EQ(
+        to_clearing_lease(now, *parse_ip("192.168.0.98")),
+        "no client has the address 192.168.0.98, and the daemon clears the leases of clients only: " + phone +
+            " holds 192.168.1.12; set that as its fixed address, in place of this one, and clear it then");
 }
 
 filter_request request(uint8_t list, const std::string &device, const rule_values &rule, uint32_t instance) {
