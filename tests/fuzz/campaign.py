@@ -18,6 +18,7 @@ CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__fi
 FUZZ = CHECKOUT + "/build/fuzz"
 FOUND = FUZZ + "/found"
 SEEDS = CHECKOUT + "/tests/fuzz/seeds"
+DICTIONARIES = CHECKOUT + "/tests/fuzz/dictionaries"
 PROFILES = FUZZ + "/profiles"
 LONGEST = 25  # seconds that an input may take
 
@@ -33,10 +34,11 @@ def fuzz(target, seconds):
     corpus = f"{FUZZ}/corpus/{target}"
     os.makedirs(corpus, exist_ok=True)
     before = len(os.listdir(corpus))
+    words = f"{DICTIONARIES}/{target}"
     done = subprocess.run(
         [CHECKOUT + "/script/box", "--no-daemon", "--", f"{FUZZ}/fuzz/{target}_fuzz", f"-max_total_time={seconds}",
-         f"-timeout={LONGEST}", "-entropic=0", "-print_final_stats=1", f"-artifact_prefix={FOUND}/{target}-", corpus,
-         f"{SEEDS}/{target}"],
+         f"-timeout={LONGEST}", "-entropic=0", "-print_final_stats=1", f"-artifact_prefix={FOUND}/{target}-",
+         *([f"-dict={words}"] if os.path.exists(words) else []), corpus, f"{SEEDS}/{target}"],
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False,
         env=dict(os.environ, LLVM_PROFILE_FILE=f"{PROFILES}/{target}.profraw"))
     text = done.stdout.decode(errors="replace")

@@ -2,6 +2,7 @@
 // gateway is that of the example values, and nothing is logged.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 
@@ -14,4 +15,10 @@ inline void fuzz_in_box() {
     setenv("HBS_HOST_CONF", HBS_FUZZ_VALUES, 1);
     setenv("HBS_HOST_LOG", "/dev/null", 1);
     setenv("HBS_HOST_JOURNAL", "/dev/null", 1);
+}
+
+inline void fuzz_write_file(const char *path, const void *data, size_t size) {
+    FILE *file = fopen(path, "w");
+    if (file == nullptr || fwrite(data, 1, size, file) != size || fclose(file) != 0)
+        abort();
 }

@@ -2,10 +2,15 @@
 // without its threads.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+
+#include <hbs_msg.h>
 
 #include "base/state.h"
+#include "daemon/dispatcher.h"
 #include "events/lease_timers.h"
 #include "events/route_mode.h"
 #include "files/client_removal.h"
@@ -36,4 +41,22 @@ inline void fuzz_start_daemon() {
 inline void fuzz_forget_clients() {
     (void)hbs_set_route_mode(0);
     hbs_db_ready = 1;
+}
+
+inline void fuzz_begin_with_nobody() {
+    const hbs_list_hold hold;
+    fuzz_forget_clients();
+}
+
+// One datagram as the command socket's thread takes it. Returns the answer.
+inline int32_t fuzz_send(const void *message, size_t size) {
+    uint8_t buffer[HBS_MSG_MAX] = {};
+    memcpy(buffer, message, std::min(size, sizeof buffer));
+    hbs_command command{};
+    command.buffer = buffer;
+    command.sender = "fuzz";
+    command.result = -1;
+    (void)hbs_dispatch(&command);
+    hbs_dispatch_after(&command);
+    return command.result;
 }

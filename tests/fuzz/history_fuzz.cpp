@@ -5,12 +5,7 @@
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
-#include <unistd.h>
 
-#include <hbs_msg.h>
-
-#include "base/paths.h"
-#include "daemon/dispatcher.h"
 #include "daemon/neighbour_message.h"
 #include "events/lease_notices.h"
 #include "files/client_file.h"
@@ -67,14 +62,7 @@ class script {
 };
 
 template <typename Message> void send(const Message &message) {
-    uint8_t buffer[HBS_MSG_MAX] = {};
-    memcpy(buffer, &message, sizeof message);
-    hbs_command command{};
-    command.buffer = buffer;
-    command.sender = "fuzz";
-    command.result = -1;
-    (void)hbs_dispatch(&command);
-    hbs_dispatch_after(&command);
+    (void)fuzz_send(&message, sizeof message);
 }
 
 void lease4(script *from) {
@@ -309,18 +297,11 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
-        (void)unlink(path);
-    {
-        const hbs_list_hold hold;
-        fuzz_forget_clients();
-        (void)hbs_set_route_mode(1);
-    }
+    fuzz_begin_with_nothing();
     script from(data, size);
     for (int i = 0; i < most_steps && from.goes_on(); i++) {
         steps[from.below(sizeof steps / sizeof steps[0])](&from);
-        const hbs_list_hold hold;
-        expect_store_sound();
+        fuzz_expect_sound();
     }
     return 0;
 }

@@ -1,15 +1,12 @@
 // What an access point says: answers that describe stations and settings, and events.
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz_text.h"
 #include "linux_hostapd.h"
 
 void linux_log(uint32_t, const char *, ...) {}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     // As it is received: bytes, and a NUL behind them.
-    const std::string reply(reinterpret_cast<const char *>(data), size);
+    const std::string reply = fuzz_text(data, size);
     uint8_t mac[6] = {};
     linux_station station;
     char value[WLAN_TEXT_SIZE];

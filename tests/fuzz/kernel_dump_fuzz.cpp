@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "fuzz_netlink.h"
 #include "linux_fdb.h"
 #include "linux_lans.h"
 #include "linux_neighbours.h"

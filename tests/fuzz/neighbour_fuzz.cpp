@@ -1,6 +1,7 @@
 // A neighbour message of the kernel, through the real handlers.
 #include "daemon/neighbour_message.h"
 #include "fuzz_daemon.h"
+#include "fuzz_netlink.h"
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_start_daemon();
@@ -8,10 +9,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    {
-        const hbs_list_hold hold;
-        fuzz_forget_clients();
-    }
+    fuzz_begin_with_nobody();
     hbs_handle_neigh_message(data, size);
     return 0;
 }

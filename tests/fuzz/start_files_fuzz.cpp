@@ -1,7 +1,6 @@
 // What the daemon reads when it starts. The first byte says which files are there; what follows, cut at each
 // 0xff, is what stands in them.
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <unistd.h>
@@ -25,12 +24,6 @@ constexpr const char *files[] = {HBS_CLIENT_FILE,
                                  HBS_LEASEV6_DATABASE,
                                  HBS_USERCONF};
 
-void write_file(const char *path, const uint8_t *data, size_t size) {
-    FILE *file = fopen(path, "w");
-    if (file == nullptr || fwrite(data, 1, size, file) != size || fclose(file) != 0)
-        abort();
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
@@ -49,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             continue;
         const auto *cut = static_cast<const uint8_t *>(memchr(at, 0xff, static_cast<size_t>(end - at)));
         const uint8_t *stop = cut == nullptr ? end : cut;
-        write_file(files[i], at, static_cast<size_t>(stop - at));
+        fuzz_write_file(files[i], at, static_cast<size_t>(stop - at));
         at = cut == nullptr ? end : cut + 1;
     }
     const hbs_list_hold hold;
