@@ -4,11 +4,10 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <sys/time.h>
 
 #include <snmpa.h>
-
-#include "base/text.h"
 
 namespace {
 
@@ -20,10 +19,32 @@ struct caller {
     int line;
 };
 
+// The record of who holds a mutex is read without that mutex by those who wait: each number and each letter
+// is one access.
+template <typename Value> void put(Value *place, Value value) {
+    __atomic_store_n(place, value, __ATOMIC_RELAXED);
+}
+
+template <typename Value> Value get(const Value *place) {
+    return __atomic_load_n(place, __ATOMIC_RELAXED);
+}
+
 void set_holder(hbs_lock_holder *holder, const caller &by) {
-    holder->pid = by.pid;
-    hbs_copy_text(holder->func, sizeof holder->func, by.func);
-    holder->line = by.line;
+    put(&holder->pid, by.pid);
+    const size_t length = strnlen(by.func, sizeof holder->func - 1);
+    for (size_t i = 0; i < sizeof holder->func; i++)
+        put(&holder->func[i], i < length ? by.func[i] : '\0');
+    put(&holder->line, by.line);
+}
+
+// As it is at the moment: it only informs, and its text always ends in its field.
+hbs_lock_holder copy_of(const hbs_lock_holder *holder) {
+    hbs_lock_holder copy;
+    copy.pid = get(&holder->pid);
+    for (size_t i = 0; i < sizeof copy.func; i++)
+        copy.func[i] = get(&holder->func[i]);
+    copy.line = get(&holder->line);
+    return copy;
 }
 
 void clear_holder(hbs_lock_holder *holder) {
@@ -33,10 +54,9 @@ void clear_holder(hbs_lock_holder *holder) {
 enum class site { reader_lock_reader, reader_lock_writer, reader_unlock_reader, writer_lock_writer };
 
 #define PRINT_TIMEOUT(format)                                                                                \
-    (void)printf(format, SnmpaName, holder->pid, holder->func, holder->line, by.pid, by.func, by.line)
+    (void)printf(format, SnmpaName, holder.pid, holder.func, holder.line, by.pid, by.func, by.line)
 
-// The holder's record is read without its mutex: it only informs, and its text always ends in its field.
-void print_timeout(site where, const hbs_lock_holder *holder, const caller &by) {
+void print_timeout(site where, const hbs_lock_holder &holder, const caller &by) {
     switch (where) {
     case site::reader_lock_reader:
         PRINT_TIMEOUT("%s reader_lock: timeout on reader acquire held by pid %d, func %s, line %d : attempt "
@@ -78,7 +98,7 @@ int timed_lock(pthread_mutex_t *mutex, const hbs_lock_holder *holder, site where
     move_on(&deadline);
     int error = pthread_mutex_timedlock(mutex, &deadline);
     while (error == ETIMEDOUT) {
-        print_timeout(where, holder, by);
+        print_timeout(where, copy_of(holder), by);
         move_on(&deadline);
         error = pthread_mutex_timedlock(mutex, &deadline);
     }

@@ -1,11 +1,12 @@
-// Takes a mutex and a semaphore in both orders, one after the other, so that nothing is ever stuck.
+// Takes the list mutex and a semaphore in both orders, one after the other, so that nothing is ever stuck.
 #include <ctime>
 #include <pthread.h>
 #include <semaphore.h>
 
+#include "base/state.h"
+
 namespace {
 
-pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 sem_t semaphore;
 
 void wait_for_semaphore() {
@@ -16,17 +17,17 @@ void wait_for_semaphore() {
 }
 
 void *semaphore_inside(void *) {
-    (void)pthread_mutex_lock(&mutex);
+    (void)pthread_mutex_lock(&hbs_list_mutex);
     wait_for_semaphore();
     (void)sem_post(&semaphore);
-    (void)pthread_mutex_unlock(&mutex);
+    (void)pthread_mutex_unlock(&hbs_list_mutex);
     return nullptr;
 }
 
 void *mutex_inside(void *) {
     wait_for_semaphore();
-    (void)pthread_mutex_lock(&mutex);
-    (void)pthread_mutex_unlock(&mutex);
+    (void)pthread_mutex_lock(&hbs_list_mutex);
+    (void)pthread_mutex_unlock(&hbs_list_mutex);
     (void)sem_post(&semaphore);
     return nullptr;
 }
@@ -41,6 +42,7 @@ void run(void *(*entry)(void *)) {
 
 // With an argument in one order only.
 int main(int count, char *[]) {
+    hbs_list_mutex_init();
     (void)sem_init(&semaphore, 0, 1);
     run(semaphore_inside);
     run(count > 1 ? semaphore_inside : mutex_inside);

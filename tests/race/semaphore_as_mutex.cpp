@@ -1,11 +1,13 @@
 // The database semaphore is used as a lock, but to the thread sanitizer a semaphore is none. These calls
 // stand in front of the C library's and tell it of each hold, so that it sees an inversion of the semaphore
-// and a mutex.
+// and a mutex; and have the order of the locks looked at.
 #include <csignal>
 #include <ctime>
 #include <dlfcn.h>
 #include <sanitizer/tsan_interface.h>
 #include <semaphore.h>
+
+#include "lock_order.h"
 
 namespace {
 
@@ -22,9 +24,12 @@ extern "C" {
 int sem_clockwait(sem_t *semaphore, clockid_t clock, const timespec *until) {
     using call = int (*)(sem_t *, clockid_t, const timespec *);
     static const call next = reinterpret_cast<call>(dlsym(RTLD_NEXT, "sem_clockwait"));
+    lock_order_wanted(SEMAPHORE);
     __tsan_mutex_pre_lock(semaphore, FLAGS);
     const int result = next(semaphore, clock, until);
     __tsan_mutex_post_lock(semaphore, result == 0 ? FLAGS : FLAGS | __tsan_mutex_try_lock_failed, 0);
+    if (result == 0)
+        lock_order_taken(SEMAPHORE, semaphore);
     holds += result == 0;
     return result;
 }
@@ -35,6 +40,7 @@ int sem_post(sem_t *semaphore) noexcept {
     if (holds == 0)
         return next(semaphore);
     --holds;
+    lock_order_given(semaphore);
     (void)__tsan_mutex_pre_unlock(semaphore, 0);
     const int result = next(semaphore);
     __tsan_mutex_post_unlock(semaphore, 0);

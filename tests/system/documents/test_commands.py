@@ -33,6 +33,7 @@ PAGES_OF_THEIR_OWN = {
 # Who runs the others: a stage of script/test, or a test, with numbers and directories that fit.
 BY_STAGE = {
     "script/check": "check", "script/tidy": "check", "script/race": "race", "script/race 60": "race",
+    "script/unit tsan": "race",
     "script/fuzz TARGET 600": "fuzz", "script/fuzz --minutes 20": "fuzz", "script/bench": "bench",
     "script/target": "target", "script/wifi": "wifi",
     "script/bench --counts --compare bench/stored.json": "bench", "script/bench --ratios readers commands": "bench",

@@ -27,7 +27,8 @@ struct sighting {
 };
 
 std::mutex guard;
-std::map<std::string, sighting> last; // by address bytes
+// By address bytes. The thread under test outlives the test.
+std::map<std::string, sighting> &last = *new std::map<std::string, sighting>;
 std::atomic<int> events{0};
 std::atomic<int> delay_us{0};
 

@@ -19,7 +19,7 @@ constexpr uint8_t mac_b[6] = {2, 0xaa, 0, 0, 0, 0x12};
 using States = std::array<uint32_t, EXTSWT_PORTS>;
 
 std::mutex reports_mutex;
-std::vector<States> reports;
+std::vector<States> &reports = *new std::vector<States>; // the library's thread outlives the test
 std::thread::id reporter;
 
 void note(const uint32_t states[EXTSWT_PORTS]) {

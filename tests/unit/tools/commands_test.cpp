@@ -284,15 +284,16 @@ TEST(Answer, OfTheWrongSizeIsAFailure) {
 TEST(Answer, ArrivesOnASocketThatOnlyThisUserCanReach) {
     std::string sender;
     struct stat directory = {}, socket_file = {};
-    fake_daemon *server = nullptr;
+    std::atomic<fake_daemon *> server = nullptr;
     fake_daemon daemon([&](const datagram &) {
-        sender = server->last_sender;
+        sender = server.load()->last_sender;
         (void)stat(sender.c_str(), &socket_file);
         (void)stat(std::filesystem::path(sender).parent_path().c_str(), &directory);
         return answer_bytes(0);
     });
     server = &daemon;
     ASSERT_EQ(ctl({"dump"}, daemon.path).status, exit_ok);
+    daemon.stop(); // what its thread saw is there
     EXPECT_TRUE(sender.starts_with("/tmp/") || sender.starts_with("/var/tmp/")) << sender;
     EXPECT_EQ(directory.st_mode & 07777, 0700u);
     EXPECT_EQ(socket_file.st_mode & 07777, 0600u);
