@@ -29,6 +29,13 @@ if(HBS_SANITIZE)
     add_link_options(-fsanitize=${HBS_SANITIZE})
 endif()
 
+# Counted into a file that all processes map, which a process that is killed leaves up to date. Only src/ is counted.
+set(HBS_COUNTING)
+if(HBS_COVERAGE)
+    set(HBS_COUNTING -fprofile-instr-generate -fcoverage-mapping "SHELL:-mllvm -runtime-counter-relocation")
+    add_link_options(-fprofile-instr-generate)
+endif()
+
 # What goes into the daemon, the query library and the host platform: C++ without its runtime.
 add_library(hbs_no_runtime INTERFACE)
 target_link_libraries(hbs_no_runtime INTERFACE hbs_warnings)

@@ -62,6 +62,7 @@ NOT_RUN = {
     "kill -HUP": "names what the daemon does to dnsmasq",
     "script/bootstrap --target": "fetches 360 MB",
     "script/bootstrap --wifi": "fetches a kernel",
+    "script/coverage": "runs all tests once more; its words are tried here",
     "script/target --cuts 100": "boots a machine for each",
     "script/targets": "builds for five machines, minutes; its words are tried here",
     "script/test": "this test is a part of it",
@@ -70,7 +71,7 @@ NOT_RUN = {
 BEGUN = {"cmake --install", "script/box", "script/kill_run", "script/model"}
 STAGE = re.compile(r"script/test(?: --build \w+)? (\w+)$")
 PROOFS = ("script/test", "script/check", "script/kill_run", "script/model", "script/faults",
-          "script/stress", "script/storm", "script/race", "script/fuzz",
+          "script/stress", "script/storm", "script/race", "script/fuzz", "script/coverage",
           "script/bootstrap", "script/target", "script/targets")
 PATIENCE = 1800
 
