@@ -75,6 +75,21 @@ TEST_F(Views, ListAsCsvQuotesAndIsNoFormula) {
     EXPECT_EQ(result.out, "host,ipv4\r\n'=1+2,192.168.0.11\r\n\"a,\"\"b\"\"\\n\",192.168.0.12\r\n");
 }
 
+TEST_F(Views, ListShowsWhatIsCountedOfAClientAndWhen) {
+    hbs_client *client = add(7, "laptop", {192, 168, 0, 11});
+    const uint8_t date[HBS_DATE_SIZE] = {0x07, 0xea, 11, 21, 1, 2, 3};
+    std::copy(std::begin(date), std::end(date), client->status_time);
+    std::copy(std::begin(date), std::end(date), client->lease_v6_end);
+    client->join_req_count = 3;
+    client->flap_count = 2;
+    client->client_id = 9;
+    const ctl_result result = ctl({"list", "-o", "csv", "--columns",
+                                   "maker,state,since,for,joins,flaps,id,first-lease,lease-end,lease6-end"},
+                                  daemon.path);
+    EXPECT_EQ(result.out, "maker,state,since,for,joins,flaps,id,first-lease,lease-end,lease6-end\r\n"
+                          "random,online,,,3,2,9,2026-11-21 01:02:03,,2026-11-21 01:02:03\r\n");
+}
+
 TEST_F(Views, JsonShowsNoCharacterThatMovesOrHidesText) {
     add(1, "a\u202Eb\x7f\U000E0041", {192, 168, 0, 11});
     const ctl_result result = ctl({"list", "-o", "json"}, daemon.path);
