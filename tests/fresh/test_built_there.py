@@ -1,8 +1,8 @@
 """The packages, from nothing on a fresh Debian machine, by the lines of docs/installing.md: built, installed, used,
 removed.
 
-The machine has Debian's smallest system and the packages that `script/bootstrap --packages` names, fetched outside;
-the box that it runs in has no network, so that the command, run as it stands, finds nothing to fetch.
+The machine has Debian's smallest system, the packages that `script/bootstrap --packages` names and what ours depend on,
+fetched outside; the box that it runs in has no network, so that the command, run as it stands, finds nothing to fetch.
 """
 
 import json
@@ -12,6 +12,8 @@ from fresh_machine import (CHECKOUT, PLACE, everything, has_ended, inside, left_
 from gateway import Box, wait_for
 
 TREE = "/root/gw_hostbase"
+# What the packages of the router depend on, which apt would fetch.
+DEPENDENCIES = ("iproute2", "psmisc")
 BUILDING = 3600  # seconds, on a machine that does other things as well
 # What First steps made by hand, and what stays of the daemon.
 KEPT = ("/nvram", "/var/lib/hbs-host", "/var/tmp", "/tmp", "/var/log/gw_hostbase", "/var/lib/dibbler", "/var/lib/misc")
@@ -21,7 +23,7 @@ KEPT = ("/nvram", "/var/lib/hbs-host", "/var/tmp", "/tmp", "/var/log/gw_hostbase
 def fresh_machine_with_the_sources():
     box = Box()
     try:
-        put_up(box, run(f"{CHECKOUT}/script/bootstrap", "--packages", "--list").split())
+        put_up(box, (*run(f"{CHECKOUT}/script/bootstrap", "--packages", "--list").split(), *DEPENDENCIES))
         box.run("sh", "-ec", f"mkdir {PLACE}{TREE}; tar -C {CHECKOUT} --exclude=./build --exclude=./.git -cf - . | "
                              f"tar -C {PLACE}{TREE} --no-same-owner -xf -", timeout=600)
         yield box
