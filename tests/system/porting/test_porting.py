@@ -80,7 +80,8 @@ def test_the_port_builds_and_starts(port, build, gateway):
     ("nvm.c", "int NVM_RetrieveAccess(void) {\n    return -1;\n}\n", "",
      ["NVM_RetrieveAccess is missing (nvm.h)"]),
     ("netif.c", "int NETIF_IsOutward(int ifindex)", "int NETIF_IsOutward(unsigned ifindex)",
-     ["conflicting types for", "NETIF_GetLanName is missing (netif.h)", "NETIF_IsOutward is missing (netif.h)"]),
+     ["conflicting types for", "NETIF_GetIndex is missing (netif.h)", "NETIF_GetLanName is missing (netif.h)",
+      "NETIF_IsOutward is missing (netif.h)"]),
 ])
 def test_what_is_wrong_is_told(port, file, old, new, lines):
     text = (port / file).read_text()
