@@ -13,6 +13,11 @@ extern "C" {
  * the life of the process. */
 int LEASES_MayLackTexts(void);
 
+/* Whether the servers tell leases again by themselves, also those of devices that will never renew them.
+ * Returns 1 or 0; 1 keeps the end of such a lease from taking away what users have fixed for its device. The
+ * same for the life of the process. */
+int LEASES_AreToldAgain(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -4,3 +4,7 @@
 int LEASES_MayLackTexts(void) {
     return 1;
 }
+
+int LEASES_AreToldAgain(void) {
+    return 1;
+}

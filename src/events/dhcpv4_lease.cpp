@@ -101,8 +101,7 @@ void set_lease(hbs_client *client, const hbs_dhcpv4_lease *lease) {
 void mark_online(hbs_client *client) {
     if (!hbs_presence_leased(client, AF_INET, client->ipv4))
         return;
-    if (client->flags & HBS_FLAG_TIMER_ONLINE)
-        hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
+    hbs_presence_time(client);
     hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
 }
 

@@ -21,7 +21,6 @@
 #include "store/client_end.h"
 #include "store/client_fields.h"
 #include "store/client_text.h"
-#include "store/client_timers.h"
 #include "store/clients.h"
 #include "store/merge.h"
 #include "store/publish.h"
@@ -178,8 +177,7 @@ namespace {
 void mark_online(hbs_client *client) {
     if (!hbs_presence_leased(client, AF_INET6, client->ipv6))
         return;
-    if ((client->flags & HBS_FLAG_TIMER_ONLINE) != 0)
-        hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
+    hbs_presence_time(client);
     hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_ONLINE);
 }
 

@@ -156,7 +156,8 @@ hbs_client *hbs_handle_neigh_reachable(const uint8_t *mac, int ifindex, int fami
         hbs_lease_timer_stop(client, HBS_TIMER_ONLINE);
     hbs_set_flags(client, 0, HBS_FLAG_REACH | HBS_FLAG_REACH_2);
     const bool has_address = (client->flags & HBS_FLAGS_ADDR) != 0;
-    if (has_address || hbs_presence_reached())
+    const bool suffices = hbs_presence_reached(client);
+    if (has_address || suffices)
         go_online(client);
     if (!has_address)
         hbs_lease_timer_start(client, HBS_TIMER_DHCP_WAIT, DHCP_WAIT_SECONDS);
@@ -175,7 +176,7 @@ hbs_client *hbs_handle_neigh_gone(const uint8_t *mac, int ifindex, int family, c
     if (client == nullptr)
         return nullptr;
     client->lease_start_uptime = 0;
-    hbs_presence_unanswered(client);
+    hbs_presence_unanswered(client, family, address);
     hbs_publish(client);
     HBS_LOG(HBS_INFO, "HOSTBASE: Got ARP GONE event for %s", hbs_client_log_text(client).text);
     (void)hbs_send_tr69_client_event(HBS_TR69_NEIGHBOUR_GONE, client);

@@ -9,12 +9,16 @@
 constexpr uint32_t HBS_ONLINE_SECONDS = 600; // a stale wired client counts as on line for this long
 
 // Its neighbour entry has become reachable. Returns whether that alone makes it on line.
-bool hbs_presence_reached();
+bool hbs_presence_reached(hbs_client *client);
 
-// A question for its address had no answer: it is off line when no other address of it answers and it sends
-// nothing either. One of which something was heard just now is looked at again when it would have been silent
-// for long enough. A Wi-Fi station that is associated sleeps, and stays.
-void hbs_presence_unanswered(hbs_client *client);
+// It is on line by a lease or by what was heard of it, and no neighbour entry need follow. Where traffic
+// tells, its silence is timed from now on, or nobody would ever ask for it again; elsewhere the timer stops.
+void hbs_presence_time(hbs_client *client);
+
+// A question for its address had no answer: it is off line when no other address of it answers, each asked
+// for once, and it sends nothing either. One of which something was heard just now is looked at again when it
+// would have been silent for long enough. A Wi-Fi station that is associated sleeps, and stays.
+void hbs_presence_unanswered(hbs_client *client, int family, const uint8_t *address);
 
 // Its time on line is over. Returns whether it stays: where traffic tells, a silent one is asked for its
 // addresses, and only an answer that does not come ends it.

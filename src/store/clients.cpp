@@ -26,6 +26,7 @@ struct working_copy {
     hbs_timer_slot timers[TIMER_KINDS];
     place where;
     bool has_commanded_lease;
+    uint32_t asked_at;
 };
 
 struct working_list {
@@ -299,6 +300,16 @@ void hbs_set_commanded_lease(hbs_client *client, bool has) {
 bool hbs_has_commanded_lease(const hbs_client *client) {
     const working_copy *copy = copy_of(client);
     return copy != nullptr && copy->has_commanded_lease;
+}
+
+void hbs_set_asked_at(hbs_client *client, uint32_t seconds) {
+    if (working_copy *copy = copy_of(client))
+        copy->asked_at = seconds;
+}
+
+uint32_t hbs_asked_at(const hbs_client *client) {
+    const working_copy *copy = copy_of(client);
+    return copy == nullptr ? 0 : copy->asked_at;
 }
 
 void hbs_client_counter_decrement() {

@@ -45,6 +45,11 @@ void hbs_client_release(hbs_client *client);
 void hbs_set_commanded_lease(hbs_client *client, bool has);
 bool hbs_has_commanded_lease(const hbs_client *client);
 
+// When it was last asked for all its addresses (CLOCK_MONOTONIC seconds, 0 = not since it answered). Known to
+// this process only; what is no working copy was never asked.
+void hbs_set_asked_at(hbs_client *client, uint32_t seconds);
+uint32_t hbs_asked_at(const hbs_client *client);
+
 // A new client's id is the counter, raised by one (past 0). The end of a client that loses its place
 // lowers it (client_end.h), so that an id that is in use can be given again: kept, timers are told apart by
 // their arming as well.

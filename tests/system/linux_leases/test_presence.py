@@ -59,7 +59,30 @@ def test_one_that_leaves_just_after_it_was_heard(router):
     router.talk("192.168.10.17")
     wait_for("nobody answered", lambda: f"Got ARP GONE event for [{mac_of(17)}]" in router.log())
     wait_for("it is off line", lambda: mac_of(17) not in online(router.clients()), 120)
-    assert f"neither answer nor traffic of [{mac_of(17)}]" in router.log()
+    before = router.log().split(f"neither answer nor traffic of [{mac_of(17)}]")[0]
+    assert before != router.log()
+    assert before.count(f"Got ARP GONE event for [{mac_of(17)}]") >= 2
+
+
+def test_a_dead_address_of_a_quiet_device_says_nothing(router):
+    """It has another one, for which nobody has asked lately."""
+    router.lan(BEHIND_A_SWITCH + 'router.device("c", 19, "lan0", "192.168.10.19/24", "fd00:10::19/64")\n'
+               'router.ip("address add fd00:10::1/64 dev lan0")\nrouter.fast_neighbours("lan0")')
+    router.start_daemon()
+    wait_for("it has both addresses", lambda: router.talk("192.168.10.19", "fd00:10::19") and router.client(19) and
+             (router.client(19)["ipv4"], router.client(19)["ipv6"]) == ("192.168.10.19", "fd00:10::19"))
+    router.lan('router.inside("c", "address del fd00:10::19/64 dev eth0")')
+    flush = ("ip", "link", "set", "p-c", "type", "bridge_slave", "fdb_flush")
+    wait_for("no bridge has it", lambda: router.run(*flush) and
+             mac_of(19) not in router.run("bridge", "fdb", "show", "dev", "p-c").stdout)
+    gone = f"Got ARP GONE event for [{mac_of(19)}]"
+    before = router.log().count(gone)
+    router.talk("fd00:10::19")
+    wait_for("nobody answered", lambda: router.log().count(gone) > before)
+    # What comes after all that has been handled.
+    wait_for("another one is there", lambda: router.talk("192.168.10.18") and mac_of(18) in online(router.clients()))
+    assert mac_of(19) in online(router.clients())
+    assert f"neither answer nor traffic of [{mac_of(19)}]" not in router.log()
 
 
 def test_a_silent_one_that_is_linked_stays(router):

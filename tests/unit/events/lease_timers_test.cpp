@@ -7,6 +7,7 @@
 #include "base/clock.h"
 #include "base/date.h"
 #include "files/rule_files.h"
+#include "store/client_dates.h"
 #include "store/client_fields.h"
 #include "support/events.h"
 #include "support/probes.h"
@@ -291,6 +292,62 @@ TEST_F(LeaseTimers, RealLeaseThatExpiresTakesTheClientAway) {
     }
     EXPECT_TRUE(wait_until([] { return clients_seen() == 0; }));
     EXPECT_TRUE(wait_until([this] { return journal_lines("tr69 event 105 ").size() == 1; }));
+}
+
+// Where servers tell leases again: the one of an address from before the user fixed another.
+class LeaseTimersBesideAStaticLease : public LeaseTimers {
+  protected:
+    static constexpr const char *HOST_RECORDS = "/nvram/8/dhcpd/udhcpd.192.168.0.1.host";
+
+    void SetUp() override {
+        LeaseTimers::SetUp();
+        set("leases.told_again", 1);
+        write_file(STATIC_LEASES, std::string(MAC) + " 192.168.0.77\n");
+        write_file(HOST_RECORDS, std::string(MAC) + " 192.168.0.77 0 null 1 null null null\n");
+    }
+    void expect_lease_alone_ended() {
+        EXPECT_FALSE(is_gone());
+        EXPECT_EQ(0u, published().flags & (HBS_FLAG_DYNIP4 | HBS_FLAG_TIMER_LEASE));
+        EXPECT_TRUE(hbs_date_is_zero(published().lease_end));
+        EXPECT_EQ(1u, journal_lines("tr69 event 105 ").size());
+    }
+};
+
+TEST_F(LeaseTimersBesideAStaticLease, ClientAndLinesStay) {
+    hbs_lease_set(client_, 600);
+    expire(HBS_TIMER_LEASE);
+    expect_lease_alone_ended();
+    EXPECT_EQ(0u, published().flags & HBS_FLAG_ONLINE);
+    EXPECT_EQ(std::string(MAC) + " 192.168.0.77\n", read_file(STATIC_LEASES));
+    EXPECT_EQ(std::string(MAC) + " 192.168.0.77 0 null 1 null null null\n", read_file(HOST_RECORDS));
+}
+
+TEST_F(LeaseTimersBesideAStaticLease, OfACommandIsEnough) {
+    write_file(STATIC_LEASES, "");
+    hbs_set_commanded_lease(client_, true);
+    expire(HBS_TIMER_LEASE);
+    expect_lease_alone_ended();
+}
+
+TEST_F(LeaseTimersBesideAStaticLease, WhoIsStillHeardStaysOnLine) {
+    set("presence.by_traffic", 1);
+    learn(MAC, 1);
+    expire(HBS_TIMER_LEASE);
+    expect_lease_alone_ended();
+    EXPECT_NE(0u, published().flags & HBS_FLAG_ONLINE);
+}
+
+TEST_F(LeaseTimersBesideAStaticLease, OfAnotherDeviceKeepsNobody) {
+    write_file(STATIC_LEASES, "02:ab:00:00:00:12 192.168.0.77\n");
+    expire(HBS_TIMER_LEASE);
+    EXPECT_TRUE(is_gone());
+}
+
+TEST_F(LeaseTimersBesideAStaticLease, OnAGatewayTheClientGoesWithItsLines) {
+    set("leases.told_again", 0);
+    expire(HBS_TIMER_LEASE);
+    EXPECT_TRUE(is_gone());
+    EXPECT_EQ("", read_file(STATIC_LEASES));
 }
 
 class LeaseTimerTrust : public LeaseTimers, public testing::WithParamInterface<uint32_t> {};
