@@ -1,10 +1,12 @@
 #include "linux_lans.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "base/line_read.h"
 #include "common_text.h"
 #include "linux_log.h"
 
@@ -28,14 +30,6 @@ int free_number(const linux_lan_numbers *numbers) {
 const linux_link *lan_of(const linux_view *view, const linux_conf *conf, const char *name) {
     const linux_link *link = linux_link_named(view, name);
     return link != nullptr && linux_is_lan(view, link, conf) ? link : nullptr;
-}
-
-void log_too_many(const char *name) {
-    static char last[IFNAMSIZ];
-    if (strcmp(last, name) == 0)
-        return;
-    (void)common_copy_whole(last, sizeof last, name);
-    linux_log(3, "%s is left out: there are %d networks already", name, RNDDB_MAX_ENTRIES);
 }
 
 bool add_other(common_router_entry *entry, const linux_address *address) {
@@ -84,36 +78,68 @@ void fill_entry(const linux_view *view, const linux_conf *conf, const linux_link
 
 } // namespace
 
+namespace {
+
 // A name that stands in the settings and in the file has the settings' number.
-void linux_lan_numbers_load(const char *path, const linux_conf *conf, linux_lan_numbers *numbers) {
+void take_line(const char *line, linux_lan_numbers *numbers) {
+    unsigned number = 0;
+    char name[IFNAMSIZ];
+    if (sscanf(line, "%3u %15s", &number, name) == 2 && number >= 1 && number <= RNDDB_MAX_ENTRIES &&
+        numbers->name[number - 1][0] == '\0' && number_of(numbers, name) == 0)
+        (void)common_copy_whole(numbers->name[number - 1], IFNAMSIZ, name);
+}
+
+} // namespace
+
+bool linux_lan_numbers_load(const char *path, const linux_conf *conf, linux_lan_numbers *numbers) {
     memcpy(numbers->name, conf->network, sizeof numbers->name);
     FILE *file = fopen(path, "re");
     if (file == nullptr)
-        return;
-    unsigned number = 0;
-    char name[IFNAMSIZ];
-    while (fscanf(file, "%3u %15s", &number, name) == 2)
-        if (number >= 1 && number <= RNDDB_MAX_ENTRIES && numbers->name[number - 1][0] == '\0' &&
-            number_of(numbers, name) == 0)
-            (void)common_copy_whole(numbers->name[number - 1], IFNAMSIZ, name);
+        return errno == ENOENT;
+    char line[64];
+    while (hbs_line_read(file, line, sizeof line))
+        take_line(line, numbers);
+    const bool whole = ferror(file) == 0;
     (void)fclose(file);
+    return whole;
 }
 
-bool linux_lan_numbers_give(const linux_view *view, const linux_conf *conf, linux_lan_numbers *numbers) {
+bool linux_lan_numbers_give(const linux_view *view, const linux_conf *conf, linux_lan_numbers *numbers,
+                            linux_left_out *left_out) {
     bool given = false;
+    left_out->count = 0;
     for (size_t i = 0; i < view->links; i++) {
         const linux_link *link = &view->link[i];
         if (!linux_is_lan(view, link, conf) || number_of(numbers, link->name) != 0)
             continue;
         const int number = free_number(numbers);
-        if (number == 0) {
-            log_too_many(link->name);
-            continue;
-        }
-        (void)common_copy_whole(numbers->name[number - 1], IFNAMSIZ, link->name);
-        given = true;
+        if (number != 0)
+            (void)common_copy_whole(numbers->name[number - 1], IFNAMSIZ, link->name);
+        else if (left_out->count < sizeof left_out->name / sizeof left_out->name[0])
+            (void)common_copy_whole(left_out->name[left_out->count++], IFNAMSIZ, link->name);
+        given = given || number != 0;
     }
     return given;
+}
+
+namespace {
+
+bool is_named(const linux_left_out *left_out, const char *name) {
+    for (size_t i = 0; i < left_out->count; i++)
+        if (strcmp(left_out->name[i], name) == 0)
+            return true;
+    return false;
+}
+
+} // namespace
+
+void linux_left_out_log(const linux_left_out *left_out) {
+    static linux_left_out last;
+    for (size_t i = 0; i < left_out->count; i++)
+        if (!is_named(&last, left_out->name[i]))
+            linux_log(3, "%s is left out: there are %d networks already", left_out->name[i],
+                      RNDDB_MAX_ENTRIES);
+    last = *left_out;
 }
 
 bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers) {

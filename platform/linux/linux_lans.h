@@ -10,12 +10,24 @@ struct linux_lan_numbers {
     char name[RNDDB_MAX_ENTRIES][IFNAMSIZ]; // of network N at N - 1, empty = free
 };
 
-// The numbers that the state directory keeps; what is configured stands above them.
-void linux_lan_numbers_load(const char *path, const linux_conf *conf, linux_lan_numbers *numbers);
+// LANs for which there was no number left.
+struct linux_left_out {
+    size_t count; // those beyond the list are not counted
+    char name[32][IFNAMSIZ];
+};
+
+// The numbers that the state directory keeps; what is configured stands above them. A line that makes no
+// sense costs its own number only. Returns false where there is a file that cannot be read: it must not be
+// replaced.
+bool linux_lan_numbers_load(const char *path, const linux_conf *conf, linux_lan_numbers *numbers);
 
 // Gives each LAN of the view that has none the next free number. Returns whether there was one to give, so
-// that they have to be saved. A LAN for which there is none left is logged once.
-bool linux_lan_numbers_give(const linux_view *view, const linux_conf *conf, linux_lan_numbers *numbers);
+// that they have to be saved.
+bool linux_lan_numbers_give(const linux_view *view, const linux_conf *conf, linux_lan_numbers *numbers,
+                            linux_left_out *left_out);
+
+// Logs those that were not left out at the last call. One thread calls it.
+void linux_left_out_log(const linux_left_out *left_out);
 
 // Returns whether they are on the disk.
 bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers);

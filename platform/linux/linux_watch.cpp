@@ -40,6 +40,8 @@ linux_view fresh;
 uint32_t reported[EXTSWT_PORTS];
 int socket_fd = -1;
 bool published; // what stood at the start
+bool may_save;  // the file of the numbers was read, or there was none
+bool unsaved;   // it does not hold all numbers yet
 
 void close_socket() {
     if (socket_fd >= 0)
@@ -67,21 +69,36 @@ void complain_of_cut() {
     said = said || fresh.cut;
 }
 
+// A file that could not be read is left as it is. Said once until it succeeds.
+void save_numbers(const linux_lan_numbers *now) {
+    static bool said;
+    if (!unsaved || !may_save)
+        return;
+    unsaved = !linux_lan_numbers_save(numbers_file, now);
+    if (unsaved && !said)
+        linux_log(3, "%s cannot be written: the networks' numbers may be others after a restart",
+                  numbers_file);
+    said = unsaved;
+}
+
+// The numbers are written by this thread alone. Whoever finds a port's network finds it in the router's
+// table, too.
 void publish(linux_dips *dipped) {
     const linux_conf *conf = linux_settings();
     complain_of_cut();
+    linux_lan_numbers now = numbers;
+    linux_left_out left_out;
+    unsaved = linux_lan_numbers_give(&fresh, conf, &now, &left_out) || unsaved;
+    linux_left_out_log(&left_out);
+    common_router_table table;
+    linux_lans_table(&fresh, conf, &now, &table);
+    common_router_replace(&table);
     (void)pthread_mutex_lock(&lock);
     view = fresh;
-    const bool save = linux_lan_numbers_give(&view, conf, &numbers);
+    numbers = now;
     linux_ports_update(&ports, &view, conf, dipped);
-    common_router_table table;
-    linux_lans_table(&view, conf, &numbers, &table);
-    const linux_lan_numbers now = numbers;
     (void)pthread_mutex_unlock(&lock);
-    common_router_replace(&table);
-    if (save && !linux_lan_numbers_save(numbers_file, &now))
-        linux_log(3, "%s cannot be written: the networks' numbers may be others after a restart",
-                  numbers_file);
+    save_numbers(&now);
 }
 
 // The states after the dips, then as they are: who was down in between is told so. Returns whether there is
@@ -153,11 +170,11 @@ void *watch(void *) {
     bool told = false; // what happens before somebody wants to know is told then
     for (;;) {
         hear(&dipped, in_step && told);
-        const bool read = read_fresh();
-        in_step = read && socket_fd >= 0;
-        if (!read)
+        in_step = false;
+        if (!read_fresh())
             continue;
         publish(&dipped);
+        in_step = socket_fd >= 0 && (!unsaved || !may_save);
         told = report(&dipped);
         if (told)
             dipped = {};
@@ -165,7 +182,10 @@ void *watch(void *) {
 }
 
 void start() {
-    linux_lan_numbers_load(numbers_file, linux_settings(), &numbers);
+    may_save = linux_lan_numbers_load(numbers_file, linux_settings(), &numbers);
+    if (!may_save)
+        linux_log(3, "%s cannot be read (%s) and stays as it is: the networks' numbers may be others for now",
+                  numbers_file, strerror(errno));
     published = open_socket() && read_fresh();
     if (published) {
         linux_dips none = {};

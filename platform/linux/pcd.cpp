@@ -11,6 +11,10 @@
 #include "linux_hostapd.h"
 #include "linux_static.h"
 
+// A service manager that starts much at once may be late with its queue; one that is never told ends the
+// daemon.
+static constexpr unsigned patience_seconds = 10;
+
 int PCD_api_register_exception_handlers(const char *name, void (*handler)(int signal_number)) {
     if (name == nullptr || handler == nullptr)
         return -1;
@@ -25,5 +29,5 @@ int PCD_api_send_process_ready(void) {
     if (path == nullptr || *path == '\0')
         return 0;
     static constexpr char ready[] = "READY=1";
-    return linux_datagram_send(path, ready, strlen(ready)) ? 0 : -1;
+    return linux_datagram_send(path, ready, strlen(ready), patience_seconds) ? 0 : -1;
 }

@@ -15,6 +15,6 @@ int quarn_tr69SendEvent(const uint8_t payload[TR69_EVENT_SIZE]) {
     common_line line;
     linux_event_write(&line, payload, ++last_number);
     common_line_finish(&line);
-    (void)linux_datagram_send(linux_settings()->events, line.text, line.length);
+    (void)linux_datagram_send(linux_settings()->events, line.text, line.length, 0);
     return 0;
 }

@@ -39,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     view = {};
     linux_conf_preset(&conf);
     (void)hbs_netlink_walk({data, size}, take, nullptr);
-    (void)linux_lan_numbers_give(&view, &conf, &numbers);
+    linux_left_out left_out;
+    (void)linux_lan_numbers_give(&view, &conf, &numbers, &left_out);
     linux_lans_table(&view, &conf, &numbers, &table);
     linux_dips dips = {};
     linux_ports_update(&ports, &view, &conf, &dips);

@@ -55,6 +55,27 @@ for number, name in ((17, "lan0"), (18, "lan1"), (19, "alan")):
              networks(router) == {17: 0, 18: 1, 19: 2})
 
 
+def test_numbers_that_cannot_be_read_are_not_replaced(router):
+    router.run("mkdir", "-p", STATE)
+    router.run("ln", "-s", "networks", f"{STATE}/networks")  # to itself
+    router.lan(TWO_LANS + 'router.device("a", 17, "lan0", "192.168.10.11/24")')
+    router.start_daemon()
+    wait_for("it works all the same", lambda: router.talk("192.168.10.11") and networks(router) == {17: 0})
+    assert f"{STATE}/networks cannot be read (Too many levels of symbolic links) and stays as it is" in router.log()
+    assert router.run("readlink", f"{STATE}/networks").stdout == "networks\n"
+
+
+def test_numbers_that_could_not_be_written_are_written_later(router):
+    router.run("mkdir", "-p", f"{STATE}/networks.new")
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    assert router.log().count(f"{STATE}/networks cannot be written") == 1
+    router.run("rmdir", f"{STATE}/networks.new")
+    wait_for("they are there", lambda: router.exists(f"{STATE}/networks"))
+    assert router.read(f"{STATE}/networks") == "1 lan0\n2 lan1\n"
+    assert router.log().count(f"{STATE}/networks cannot be written") == 1
+
+
 def test_addresses_are_followed_while_it_runs(router):
     router.lan(TWO_LANS + """
 router.device("a", 17, "lan0", "192.168.10.11/24", "10.77.0.11/16")

@@ -263,7 +263,9 @@ struct router_fixture : testing::Test {
     router_fixture() { linux_conf_preset(&conf); }
     void take(const std::vector<uint8_t> &bytes) { linux_view_take(&view, {bytes.data(), bytes.size()}); }
     common_router_table table() {
-        (void)linux_lan_numbers_give(&view, &conf, &numbers);
+        linux_left_out left_out;
+        (void)linux_lan_numbers_give(&view, &conf, &numbers, &left_out);
+        linux_left_out_log(&left_out);
         common_router_table made;
         linux_lans_table(&view, &conf, &numbers, &made);
         return made;
@@ -315,13 +317,48 @@ TEST_F(router_fixture, NumbersAreKept) {
     ASSERT_TRUE(linux_lan_numbers_save(path, &numbers));
     linux_lan_numbers loaded = {};
     (void)snprintf(conf.network[0], IFNAMSIZ, "first");
-    linux_lan_numbers_load(path, &conf, &loaded);
+    EXPECT_TRUE(linux_lan_numbers_load(path, &conf, &loaded));
     EXPECT_STREQ("first", loaded.name[0]);
     EXPECT_STREQ("br0", loaded.name[2]);
     numbers = loaded;
     take(link_message(2, "br1", 0, true, true));
     take(address_message(2, {192, 168, 1, 1}, 24));
     EXPECT_EQ(2, table().entry[0].params.rndidx);
+}
+
+TEST_F(router_fixture, ALineOfTheNumbersThatMakesNoSenseCostsNoOther) {
+    const char *path = "/tmp/networks";
+    FILE *file = fopen(path, "we");
+    (void)fprintf(file, "garbage\n%s\n9 nine\n3 br0\n3 br1\n\n2\n4 br0\n5 lan\n",
+                  std::string(200, 'x').c_str());
+    (void)fclose(file);
+    ASSERT_TRUE(linux_lan_numbers_load(path, &conf, &numbers));
+    EXPECT_STREQ("br0", numbers.name[2]);
+    EXPECT_STREQ("lan", numbers.name[4]);
+    for (const int free : {0, 1, 3, 5, 6, 7})
+        EXPECT_STREQ("", numbers.name[free]);
+}
+
+TEST_F(router_fixture, NumbersThatCannotBeReadAreNoMissingOnes) {
+    EXPECT_TRUE(linux_lan_numbers_load("/tmp/no-such-networks", &conf, &numbers));
+    EXPECT_FALSE(linux_lan_numbers_load("/tmp", &conf, &numbers)) << "can be opened, but not read";
+    EXPECT_FALSE(linux_lan_numbers_load("/dev/null/networks", &conf, &numbers));
+}
+
+TEST_F(router_fixture, WhoIsLeftOutIsNamedOnceWhileItIs) {
+    const auto add = [this](int index, const char *name) {
+        take(link_message(index, name, 0, true, true));
+        take(address_message(index, {10, static_cast<uint8_t>(index), 0, 1}, 24));
+    };
+    for (int i = 1; i <= RNDDB_MAX_ENTRIES; i++)
+        add(i, ("lan" + std::to_string(i)).c_str());
+    add(20, "ninth");
+    add(21, "tenth");
+    logged.clear();
+    for (int i = 0; i < 3; i++)
+        (void)table();
+    EXPECT_THAT(logged, ElementsAre("ninth is left out: there are 8 networks already",
+                                    "tenth is left out: there are 8 networks already"));
 }
 
 TEST_F(router_fixture, PortsHaveTheirNumbersByName) {
