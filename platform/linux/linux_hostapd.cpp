@@ -1,5 +1,6 @@
 #include "linux_hostapd.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +17,7 @@
 #include "linux_control.h"
 #include "linux_log.h"
 #include "linux_netlink.h"
+#include "linux_watch.h"
 
 namespace {
 
@@ -220,10 +222,13 @@ void begin(access_point *point, const char *name) {
     point->fd = -1;
 }
 
-// In the order of their names, so that the numbers are the same at each start.
-void find_points() {
+// In the order of their names, so that the numbers are the same at each start. Returns false where the
+// directory cannot be read: then nothing is said of who is missing.
+bool find_points() {
     dirent **entries = nullptr;
     const int count = scandir(linux_settings()->hostapd, &entries, nullptr, versionsort);
+    if (count < 0)
+        return errno == ENOENT || errno == ENOTDIR;
     for (int i = 0; i < count; i++) {
         const char *name = entries[i]->d_name;
         const bool there = linux_control_is_there(name);
@@ -235,6 +240,7 @@ void find_points() {
         free(entries[i]);
     }
     free(entries);
+    return true;
 }
 
 // An access point that has been taken away has no stations any more.
@@ -276,7 +282,9 @@ void tell_news() {
     uint8_t mac[6];
     unsigned ssid = 0;
     int direction = 0;
-    while ((direction = linux_wifi_next_news(linux_now_ms(), mac, &ssid)) != 0 && tell(direction, mac, ssid))
+    const auto is_on_lan = [](const char *device) { return linux_watch_lan_of_port(device) != 0; };
+    while ((direction = linux_wifi_next_news(linux_now_ms(), is_on_lan, mac, &ssid)) != 0 &&
+           tell(direction, mac, ssid))
         linux_wifi_told(mac, direction > 0 ? ssid : 0);
 }
 
@@ -328,13 +336,14 @@ bool has_number(access_point *point) {
 }
 
 void look_after_all() {
-    find_points();
+    const bool looked = find_points();
     for (access_point &point : points) {
         if (point.name[0] == '\0')
             continue;
         if (has_number(&point))
             look_after(&point);
-        forget_missing(&point);
+        if (looked)
+            forget_missing(&point);
     }
 }
 

@@ -205,12 +205,15 @@ void linux_wifi_free(unsigned ssid) {
         found->used = false;
 }
 
-int linux_wifi_next_news(int64_t now_ms, uint8_t mac[6], unsigned *ssid) {
+int linux_wifi_next_news(int64_t now_ms, linux_wifi_lan_check is_on_lan, uint8_t mac[6], unsigned *ssid) {
     const hold held;
+    bool on_lan[LINUX_SSIDS];
+    for (unsigned i = 0; i < LINUX_SSIDS; i++)
+        on_lan[i] = networks[i].device[0] != '\0' && is_on_lan(networks[i].device);
     for (place &each : places) {
         const unsigned now = now_on(&each);
         each.settled = now == 0 && now_ms >= each.tell_at_ms;
-        if (!each.used || seen_on(&each) == each.told)
+        if (!each.used || seen_on(&each) == each.told || (now != 0 && !on_lan[now - 1]))
             continue;
         memcpy(mac, each.station.mac, sizeof each.station.mac);
         *ssid = now != 0 ? now : each.told;

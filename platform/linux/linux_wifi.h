@@ -52,9 +52,12 @@ void linux_wifi_reserve(unsigned ssid, const char *device);
 unsigned linux_wifi_number(const char *device);
 void linux_wifi_free(unsigned ssid);
 
+// Whether the device of an access point is on a LAN: the daemon drops who joins one that is on none.
+using linux_wifi_lan_check = bool (*)(const char *device);
+
 // What the daemon has to be told next. Returns 1 for "joined ssid", -1 for "left ssid", 0 for nothing. It is
-// told of a station's move by the new network alone.
-int linux_wifi_next_news(int64_t now_ms, uint8_t mac[6], unsigned *ssid);
+// told of a station's move by the new network alone, and of a network that is on no LAN once it is on one.
+int linux_wifi_next_news(int64_t now_ms, linux_wifi_lan_check is_on_lan, uint8_t mac[6], unsigned *ssid);
 void linux_wifi_told(const uint8_t mac[6], unsigned ssid); // 0 = that it left
 
 // A network whose push-button session is to be cancelled, 0 = none.

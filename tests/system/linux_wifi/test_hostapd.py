@@ -221,6 +221,36 @@ def test_an_access_point_that_forgets_who_listens(one_station):
     assert "hostapd of late0: it told its events to us no more" in router.log()
 
 
+ANSWERS = """
+    server.sendto(answers.get(said, b"FAIL\\n"), sender)
+"""
+
+
+def test_a_directory_that_cannot_be_read_takes_no_access_point_away(one_station):
+    router = one_station(ANSWERS)
+    router.run("mv", "/run/hostapd", "/run/hostapd-elsewhere")
+    router.run("ln", "-s", "hostapd", "/run/hostapd")  # to itself
+    before = router.read("/root/late").count("ATTACH")
+    wait_for("it went on for a while", lambda: router.read("/root/late").count("ATTACH") >= before + 2)
+    assert station(router) == ("wifi", True, True, 7)
+    assert "hostapd of late0: gone" not in router.log()
+    assert leavings_told(router) == 0
+
+
+def test_stations_of_an_access_point_that_is_on_no_lan_yet(router):
+    router.settings("log.level = debug", "ssid.7 = late0")
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.ip("link add late0 type veth peer name late1")')
+    with open(router.path("/root/late"), "wb") as output:
+        late = router.start_python(ONE_STATION + ANSWERS, stdout=output)
+    wait_for("it is there", lambda: "bound" in router.read("/root/late"))
+    router.start_daemon()
+    wait_for("its station is listed", lambda: router.read("/root/late").count("STA-FIRST") >= 2)
+    router.lan('router.ip("link set late0 master lan0 up")')
+    wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
+    late.kill()
+    late.wait()
+
+
 def test_a_socket_for_all_of_a_process_is_no_access_point(router):
     router.settings("log.level = debug", "wifi = p-*")
     router.lan("""

@@ -24,13 +24,19 @@ struct LinuxWifi : testing::Test {
     unsigned second = linux_wifi_number("wlan1");
     linux_station a = station_of(1);
     int64_t now_ms = 1000;
+    static inline bool on_lan = true;
+
+    int next_news(uint8_t mac[6], unsigned *ssid) const {
+        return linux_wifi_next_news(
+            now_ms, [](const char *device) { return on_lan || strcmp(device, "wlan0") != 0; }, mac, ssid);
+    }
 
     // What the daemon would be told now.
     std::vector<int> news() {
         std::vector<int> told;
         uint8_t mac[6];
         unsigned ssid = 0;
-        while (const int direction = linux_wifi_next_news(now_ms, mac, &ssid)) {
+        while (const int direction = next_news(mac, &ssid)) {
             told.push_back(direction * static_cast<int>(ssid));
             linux_wifi_told(mac, direction > 0 ? ssid : 0);
         }
@@ -45,6 +51,22 @@ TEST_F(LinuxWifi, ComesAndGoes) {
     linux_wifi_gone(first, a.mac, now_ms);
     EXPECT_THAT(news(), ElementsAre(-1));
     EXPECT_THAT(news(), IsEmpty());
+}
+
+TEST_F(LinuxWifi, WhoJoinsANetworkThatIsOnNoLanIsToldOnceItIsOnOne) {
+    linux_station b = station_of(2);
+    on_lan = false;
+    linux_wifi_here(first, &a, true, false);
+    linux_wifi_here(second, &b, true, false);
+    EXPECT_THAT(news(), ElementsAre(2)) << "the others do not wait for it";
+    on_lan = true;
+    EXPECT_THAT(news(), ElementsAre(1));
+    on_lan = false;
+    linux_wifi_gone(first, a.mac, now_ms);
+    EXPECT_THAT(news(), ElementsAre(-1));
+    on_lan = true;
+    linux_wifi_gone(second, b.mac, now_ms);
+    EXPECT_THAT(news(), ElementsAre(-2));
 }
 
 TEST_F(LinuxWifi, AStationThatRoamedIsNotReportedGone) {
@@ -136,7 +158,7 @@ TEST_F(LinuxWifi, OneThatLeavesIsGoneOnceThatHasSettled) {
     now_ms += 1;
     uint8_t mac[6];
     unsigned told = 0;
-    EXPECT_EQ(-1, linux_wifi_next_news(now_ms, mac, &told));
+    EXPECT_EQ(-1, next_news(mac, &told));
     uint32_t ssid = 0;
     EXPECT_FALSE(linux_wifi_ssid_of(a.mac, &ssid)) << "not while the daemon is being told otherwise";
     EXPECT_THAT(news(), ElementsAre(-2));
