@@ -217,6 +217,53 @@ def test_static_leases_that_cannot_be_read_take_none_away(router):
     assert router.log().count("cannot be read, dnsmasq") == 1
 
 
+def test_a_static_lease_outlives_the_dynamic_one_from_before(router):
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.120", "--seconds", "3600")
+    wait_for("it has its lease", lambda: router.client(17) and "DYNIP4" in router.client(17)["flags"])
+    router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
+    line = f"{mac_of(17)},192.168.10.77\n"
+    wait_for("dnsmasq's file has it", lambda: router.read(f"{STATE}/dhcp-hosts") == line)
+    # dnsmasq tells the old one again when it has read its hosts; nobody renews it.
+    router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.120", "--seconds", "1")
+    wait_for("the old one is over", lambda: f"Lease expired for un-remembered CPE [{mac_of(17)}]" in router.log())
+    client = wait_for("its client is there without it", lambda: router.client(17) and
+                      "DYNIP4" not in router.client(17)["flags"] and router.client(17))
+    assert not client["lease_end"]
+    router.hbsctl("static-lease", "set", mac_of(18), "192.168.10.78")
+    wait_for("the file is made anew", lambda: "192.168.10.78" in router.read(f"{STATE}/dhcp-hosts"))
+    assert line in router.read(f"{STATE}/dhcp-hosts")
+
+
+def reads_of_dnsmasq(router):
+    return router.read("/run/lan/dnsmasq.log").count(f"read {STATE}/dhcp-hosts")
+
+
+def test_a_server_whose_pid_file_says_nothing_yet_is_told_later(house):
+    pid = house.read("/run/dnsmasq/dnsmasq.pid")
+    before = reads_of_dnsmasq(house)
+    house.write("/run/dnsmasq/dnsmasq.pid", "")
+    house.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
+    wait_for("the file has it", lambda: "192.168.10.77" in house.read(f"{STATE}/dhcp-hosts"))
+    house.write("/run/dnsmasq/dnsmasq.pid", pid)
+    wait_for("dnsmasq has read it", lambda: reads_of_dnsmasq(house) > before)
+
+
+@pytest.mark.parametrize("away", [("rm", "-r"), ("mv", "-t", "/root")])
+def test_static_leases_are_heard_of_in_a_directory_that_was_made_anew(router, away):
+    hosts = f"{STATE}/dhcp-hosts"
+    router.lan(TWO_LANS)
+    router.start_daemon()
+    router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
+    wait_for("the file has it", lambda: "192.168.10.77" in router.read(hosts))
+    router.run(*away, f"{STATE}/dhcpd")
+    wait_for("they are gone", lambda: router.read(hosts) == "")
+    router.run("mkdir", "-m", "755", f"{STATE}/dhcpd")
+    router.hbsctl("static-lease", "set", mac_of(18), "192.168.10.78")
+    wait_for("the file has the new one", lambda: "192.168.10.78" in router.read(hosts))
+
+
 HOSTILE = ["$(touch /root/caught)", "a b\nc", "\"';|&", "\\x00\\", "x" * 300, "%s%n", "\udcff\udcfe", "-rf", ""]
 
 
