@@ -76,6 +76,15 @@ objection to_subnet(const subnet_arguments &arguments) {
                      to_host_address(arguments.before), to_host_address(arguments.after)});
 }
 
+// The daemon is told of a moment in 32 bits.
+uint32_t end_after(uint32_t seconds) {
+    const int64_t end = int64_t{time(nullptr)} + seconds;
+    if (end > UINT32_MAX)
+        throw request_error("--seconds " + std::to_string(seconds) +
+                            ": the lease would end later than can be told, in 2106 or after");
+    return static_cast<uint32_t>(end);
+}
+
 void tell_subnet(session &run, const subnet_arguments &arguments) {
     const auto all_leases = [](const look &now) {
         std::vector<fact> facts;
@@ -148,7 +157,7 @@ void add_dhcpv6_events(CLI::App *event, session &run) {
         [&run](dhcpv6_arguments &arguments) {
             arguments.lease.ll = link_local_meant(run, arguments.client);
             if (arguments.seconds != 0)
-                arguments.lease.lease_end = static_cast<uint32_t>(time(nullptr)) + arguments.seconds;
+                arguments.lease.lease_end = end_after(arguments.seconds);
             tell_event(run, "dhcpv6-lease", HBS_EVENT_DHCPV6_LEASE, event_dhcpv6_lease(arguments.lease),
                        to_lease6(arguments.lease.ll, arguments.lease.ipv6));
         });

@@ -139,13 +139,18 @@ bool is_lease_of(const sighting &lease, const hbs_client &client) {
            lease.address == ipv4_text(client.ipv4) || lease.address == ipv6_text(client.ipv6);
 }
 
+uint32_t seconds_of(clockid_t clock) {
+    timespec now = {};
+    (void)clock_gettime(clock, &now);
+    return static_cast<uint32_t>(now.tv_sec);
+}
+
 explanation gather_all(const hbs_client &client) {
     explanation known;
     known.client = client;
     known.router = settings_of_router();
-    timespec now = {};
-    (void)clock_gettime(CLOCK_MONOTONIC, &now);
-    known.now = static_cast<uint32_t>(now.tv_sec);
+    known.now = seconds_of(CLOCK_MONOTONIC);
+    known.uptime = seconds_of(CLOCK_BOOTTIME);
     ask_kernel(known);
     if (known.router.is_router && !known.router.access_points.empty())
         known.stations = stations_now(known.router.access_points, mac_text(client.mac));
@@ -225,7 +230,7 @@ std::vector<std::string> what_came_then(const explanation &known) {
     for (const station_entry &entry : known.stations)
         if (entry.connected && is_then(*entry.connected))
             events.push_back("it joined the access point " + entry.device);
-    if (const uint32_t lease = known.client.lease_start_uptime; lease != 0 && is_then(known.now - lease))
+    if (const uint32_t lease = known.client.lease_start_uptime; lease != 0 && is_then(known.uptime - lease))
         events.push_back("its first lease came");
     return events;
 }

@@ -35,6 +35,7 @@ struct explanation {
     std::vector<sighting> leases;
     router_settings router;
     uint32_t now = 0;         // CLOCK_MONOTONIC seconds
+    uint32_t uptime = 0;      // CLOCK_BOOTTIME seconds, which go on while the machine sleeps
     bool kernel_asked = true; // false: nothing is known of the kernel's tables
 };
 

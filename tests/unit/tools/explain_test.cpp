@@ -133,7 +133,8 @@ TEST(Explain, WhatCameWhenItsPresenceChanged) {
     EXPECT_THAT(what_came_then(known),
                 testing::ElementsAre("the kernel's entry of 192.168.0.5 became reachable"));
     known.stations[0].connected = 59;
-    known.client.lease_start_uptime = 40;
+    known.client.lease_start_uptime = 5040;
+    known.uptime = 5100; // it slept for 5000 seconds
     EXPECT_THAT(
         what_came_then(known),
         testing::ElementsAre(HasSubstr("entry"), HasSubstr("access point wlan0"), HasSubstr("first lease")));
