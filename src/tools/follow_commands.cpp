@@ -100,6 +100,7 @@ void follow_events(session &run, const events_options &options) {
         show_events(run, screen, events_between(known, *now, time(nullptr)), left);
         known = *now;
     }
+    heed_write_error(screen);
 }
 
 // Whether a client with that MAC, address or name is there, and in the state that is waited for. What a

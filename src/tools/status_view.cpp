@@ -68,13 +68,13 @@ json count_json(const head_count &heads) {
     return {{"clients", heads.clients}, {"online", heads.online}};
 }
 
-// Whether it is gone or hangs, which the status tells as well.
+// Whether it is gone, hangs or may not be asked, which the status tells as well.
 void warn_of_trouble(session &run, const gateway_status &status) {
     warn_when_daemon_is_gone(run);
-    if (!status.hangs)
+    if (run.status != exit_ok || status.why_unknown.empty())
         return;
-    run.err << "hbsctl: gw_hostbase did not answer in time\n";
-    run.status = exit_no_answer;
+    run.err << "hbsctl: " << (status.hangs ? "gw_hostbase did not answer in time" : status.why_unknown) << '\n';
+    run.status = status.hangs ? exit_no_answer : exit_failed;
 }
 
 void show_status(session &run) {

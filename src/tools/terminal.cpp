@@ -11,6 +11,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "tools/session.h"
 #include "tools/whole_file.h"
 
 namespace {
@@ -102,6 +103,8 @@ void live_screen::show(const std::vector<std::string> &lines) {
     }
     text += terminal_ ? "\033[J" : "";
     broken_ = !write_all(STDOUT_FILENO, text);
+    if (broken_ && errno != EPIPE)
+        write_error_ = errno;
 }
 
 // The screen is given back while the program is stopped, as a shell's user expects.
@@ -141,4 +144,9 @@ bool live_screen::wait(std::chrono::milliseconds time) {
 
 std::string live_screen::typed() {
     return std::exchange(typed_, "");
+}
+
+void heed_write_error(const live_screen &screen) {
+    if (screen.write_error() != 0)
+        throw run_error(exit_failed, std::string("cannot write: ") + strerror(screen.write_error()));
 }

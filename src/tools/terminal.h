@@ -12,6 +12,11 @@
 // none. NO_COLOR in the environment, when not empty, and TERM=dumb switch colours off.
 drawing drawing_of(int fd);
 
+class live_screen;
+
+// Throws run_error when what the view printed could not be written.
+void heed_write_error(const live_screen &screen);
+
 // Takes the screen for a live view while it exists, and gives it back as it was.
 class live_screen {
   public:
@@ -32,6 +37,9 @@ class live_screen {
     // nobody reads what it prints. A key and a changed terminal size end the wait early.
     bool wait(std::chrono::milliseconds time);
 
+    // Why what it prints could not be written, an errno; 0: it could, or nobody reads it any more.
+    int write_error() const { return write_error_; }
+
     // What was typed since it was asked last. Keys are taken where standard input is a terminal, too.
     std::string typed();
 
@@ -44,6 +52,7 @@ class live_screen {
     bool terminal_;
     bool keys_ = false;
     bool broken_ = false;
+    int write_error_ = 0;
     int signals_ = -1; // descriptor
     termios usual_ = {};
     std::string typed_;

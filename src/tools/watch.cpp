@@ -110,6 +110,7 @@ void watch(session &run, const watch_options &options) {
         run.status = now.status;
         screen.show(run.json ? json_lines(now, state) : table_lines(now, state, screen.height()));
         if (i == options.looks || !stay(run, screen, now, state, clock_type::now() + pause))
-            return;
+            break;
     }
+    heed_write_error(screen);
 }

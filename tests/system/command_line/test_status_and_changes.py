@@ -4,7 +4,7 @@ import json
 import subprocess
 
 import pytest
-from gateway import wait_for
+from gateway import lease_datagram, wait_for
 
 LAPTOP = "02:aa:00:00:00:11"
 
@@ -89,3 +89,20 @@ def test_in_bridge_mode_status_says_so(house):
     house.hbsctl("mode", "bridge", "--yes")
     assert json.loads(house.hbsctl("status", "--json").stdout)["mode"] == "bridge"
     house.hbsctl("mode", "routed")
+
+
+def test_events_that_cannot_be_written_are_a_failure(running):
+    running.datagrams(lease_datagram("02:aa:00:00:00:31", "192.168.0.131"))
+    wait_for("it is there", lambda: running.clients())
+    for words in ("events --since 1h --count 1", "watch --count 1"):
+        done = running.run("sh", "-c", f"hbsctl {words} > /dev/full", check=False)
+        assert (done.returncode, done.stderr) == (5, "hbsctl: cannot write: No space left on device\n"), words
+
+
+def test_a_daemon_that_may_not_be_asked_is_none_that_does_not_answer(running):
+    for words in ("status", "metrics"):
+        done = running.run("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "hbsctl", words, check=False)
+        assert done.returncode == 5 and "Permission denied" in done.stderr, done.stderr
+        assert "no answer" not in done.stdout
+    assert "Permission denied" in running.run("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "hbsctl",
+                                               "status", check=False).stdout
