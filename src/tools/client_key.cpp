@@ -146,9 +146,35 @@ ipv6_bytes link_local_meant(const session &run, const std::string &key) {
     return ll->ipv6;
 }
 
+std::optional<ip_address> address_to_tell(const database &db, const hbs_client &client) {
+    std::optional<ip_address> first;
+    for (const std::string &text : {ipv4_text(client.ipv4), ipv6_text(client.ipv6), ipv6_text(client.ll)}) {
+        const auto address = parse_ip(text);
+        if (address && !to_shared(db, *address))
+            return address;
+        first = first ? first : address;
+    }
+    return first;
+}
+
+objection to_shared(const database &db, const ip_address &address) {
+    const std::vector<hbs_client> holders = matching_clients(db, ip_text(address));
+    if (holders.size() < 2)
+        return std::nullopt;
+    return ip_text(address) + " is held by " + key_of(holders[0]) + " and " + key_of(holders[1]) +
+           ", and the daemon would take one of them";
+}
+
 std::string key_of(const hbs_client &client) {
     const std::string mac = mac_text(client.mac);
     const std::string ipv4 = ipv4_text(client.ipv4);
     const std::string ipv6 = ipv6_text(client.ipv6);
     return !mac.empty() ? mac : !ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll);
+}
+
+bool has_texts(const hbs_client &client, const std::optional<std::string> &comment,
+               const std::optional<std::string> &host) {
+    const bool marked = !host || (client.trust & HBS_TRUST_USER) != 0;
+    return marked && comment.value_or(field_text(client.comment)) == field_text(client.comment) &&
+           host.value_or(field_text(client.host)) == field_text(client.host);
 }

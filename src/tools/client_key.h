@@ -40,8 +40,20 @@ ipv6_bytes link_local_meant(const session &run, const std::string &key);
 // The end of a run that can send nothing, because this is not known of a client, and --force cannot know it.
 run_error nothing_to_send(const session &run, const std::string &why, const std::string &missing);
 
+// By which address the daemon is told of a client: of records that hold the same one it takes the first, so
+// the first address that is the client's alone, otherwise its first one. None when it has none.
+std::optional<ip_address> address_to_tell(const database &db, const hbs_client &client);
+
+// That other clients hold the address, too.
+objection to_shared(const database &db, const ip_address &address);
+
 // How a client is named in messages and looked up again: by its MAC, or by an address.
 std::string key_of(const hbs_client &client);
+
+// Whether a client's texts are already as asked for: setting them again would make the name that its device
+// gave one that the user set. None: not asked for.
+bool has_texts(const hbs_client &client, const std::optional<std::string> &comment,
+               const std::optional<std::string> &host);
 
 // The words of `known` that differ from `word` in few letters, the nearest first, three at most.
 std::vector<std::string> nearest(const std::string &word, const std::vector<std::string> &known);

@@ -28,7 +28,10 @@ struct list_command {
 
 constexpr list_command filter_set = {
     "mac-filter set", HBS_CMD_SET_MACFILTER, false,
-    [](const look &, const filter_request &request, bool) { return to_device(request.mac); }};
+    [](const look &now, const filter_request &request, bool rule_given) {
+        return first_of({to_device(request.mac),
+                         rule_given ? std::nullopt : to_adding_rule(now, request.mac, request.list)});
+    }};
 constexpr list_command filter_clear = {
     "mac-filter clear", HBS_CMD_CLR_MACFILTER, false,
     [](const look &now, const filter_request &request, bool) { return to_clearing_rule(now, request); }};
@@ -53,11 +56,13 @@ void run_list_command(session &run, const list_command &command, const filter_ar
     filter_request request = arguments.request;
     request.code = command.code;
     request.list = static_cast<uint8_t>(arguments.list);
-    request.rule = arguments.rule.value_or(rule_values{});
     request.mac = device_of(run, before, arguments.client);
+    const auto there =
+        command.code == HBS_CMD_SET_MACFILTER ? first_rule(before, request.mac, request.list) : std::nullopt;
+    request.rule = arguments.rule.value_or(there.value_or(rule_values{}));
     if (!arguments.new_client.empty())
         request.new_mac = device_of(run, before, arguments.new_client);
-    put_texts(request, arguments.texts, before.db);
+    put_texts(request, arguments.texts, before);
     const objection unknown =
         command.needs_client ? client_meant(run, before, mac_text(request.mac.data())).unknown : std::nullopt;
     carry_out(run, before,

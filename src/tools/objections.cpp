@@ -241,7 +241,7 @@ objection to_clearing_lease(const look &now, const ip_address &address) {
     if (holders.empty())
         return "no client has the address " + text + ", and the daemon clears the leases of clients only" +
                way_to_clear(now, text);
-    return std::nullopt;
+    return to_shared(now.db, address);
 }
 
 objection to_clearing_trust(const hbs_client &client, uint32_t action) {

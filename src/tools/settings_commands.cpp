@@ -51,16 +51,24 @@ struct step {
     objection why_not;
 };
 
-filter_request filter_of(const look &now, const device_settings &device, uint8_t list,
-                         const rule_values &rule) {
+step step_of_list(const look &now, const device_settings &device, hbs_code code, uint8_t list,
+                  const rule_values &rule, const objection &why_not) {
     filter_request request;
-    request.code = HBS_CMD_SET_MACFILTER;
+    request.code = code;
     request.list = list;
     request.mac = device.mac;
     request.rule = rule;
     request.comment = device.comment.value_or("");
-    put_texts(request, device.texts, now.db);
-    return request;
+    put_texts(request, device.texts, now);
+    return {code, request_filter(request), first_of({to_device(device.mac), why_not})};
+}
+
+bool is_reserved(const look &now, const device_settings &device, const ip_address &address) {
+    return std::any_of(
+        now.files.leases.begin(), now.files.leases.end(),
+        [&](const sighting &lease) {
+            return lease.mac == text_of(device) && lease.address == ip_text(address);
+        });
 }
 
 void add_leases(std::vector<step> &steps, const look &now, const device_settings &device) {
@@ -70,7 +78,7 @@ void add_leases(std::vector<step> &steps, const look &now, const device_settings
         steps.push_back(
             {HBS_CMD_SET_STATIC_LEASE, request_set_static_lease(lease), to_static_lease(now, lease)});
     }
-    if (device.internal_lease)
+    if (device.internal_lease && !is_reserved(now, device, *device.internal_lease))
         steps.push_back({HBS_CMD_SET_INTERNAL_LEASE,
                          request_set_internal_lease(device.mac, *device.internal_lease),
                          to_fixed_address(now, device.mac, *device.internal_lease)});
@@ -84,30 +92,34 @@ void add_trust(std::vector<step> &steps, const device_settings &device) {
                          to_device(device.mac)});
 }
 
-// Texts alone go with a list, and with a rule, that the device has already.
+// Texts alone go with a list that the device is on already.
 device_settings with_list(const look &now, device_settings device) {
-    if (is_on_list(device) || !is_any_given(device.texts))
-        return device;
-    for (const device_settings &there : settings_of(now)) {
-        if (there.mac != device.mac)
-            continue;
-        device.rules.assign(there.rules.begin(), there.rules.begin() + (there.rules.empty() ? 0 : 1));
-        device.lists = device.rules.empty() ? there.lists : std::vector{device.rules.front().first};
-    }
+    for (const uint8_t list : {HBS_LIST_WHITE, HBS_LIST_BLACK})
+        if (!is_on_list(device) && is_any_given(device.texts) && is_marked(now, device.mac, list))
+            device.lists = {list};
     return device;
 }
 
-// A device is put on a list with each of its rules there, or with none.
+bool is_named(const device_settings &device, uint8_t list) {
+    return std::find(device.lists.begin(), device.lists.end(), list) != device.lists.end();
+}
+
+// A device is put on a list with each of its rules there, or with none that it does not have yet. Rules of a
+// list on which it is not to be are set alone.
 void add_lists(std::vector<step> &steps, const look &now, const device_settings &device) {
-    for (const auto &[list, rule] : device.rules)
-        steps.push_back({HBS_CMD_SET_MACFILTER, request_filter(filter_of(now, device, list, rule)),
-                         to_device(device.mac)});
+    for (const auto &[list, rule] : device.rules) {
+        const bool on_list = is_named(device, list) || is_marked(now, device.mac, list);
+        steps.push_back(step_of_list(now, device, on_list ? HBS_CMD_SET_MACFILTER : HBS_CMD_SET_RULE_TOD,
+                                     list, rule, std::nullopt));
+    }
     for (uint8_t list : device.lists) {
         const bool has_rule = std::any_of(device.rules.begin(), device.rules.end(),
                                           [&](const auto &one) { return one.first == list; });
-        if (!has_rule)
-            steps.push_back({HBS_CMD_SET_MACFILTER, request_filter(filter_of(now, device, list, {})),
-                             to_device(device.mac)});
+        const bool is_done = is_marked(now, device.mac, list) && !is_any_given(device.texts);
+        if (!has_rule && !is_done)
+            steps.push_back(step_of_list(now, device, HBS_CMD_SET_MACFILTER, list,
+                                         first_rule(now, device.mac, list).value_or(rule_values{}),
+                                         to_adding_rule(now, device.mac, list)));
     }
 }
 
@@ -119,26 +131,19 @@ std::vector<step> steps_of(const look &now, const device_settings &device) {
     return steps;
 }
 
-std::optional<ip_address> address_of(const hbs_client &client) {
-    const std::string ipv4 = ipv4_text(client.ipv4), ipv6 = ipv6_text(client.ipv6);
-    return parse_ip(!ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll));
-}
-
 // A comment and a host name are set by an address: what else was set may have made the client first.
 std::vector<step> text_steps_of(const look &now, const device_settings &device) {
     const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
     if (found.empty() || (!device.comment && !device.host))
         return {};
     const hbs_client &client = found.front();
-    const std::string comment = device.comment.value_or(field_text(client.comment));
-    const std::string host = device.host.value_or(field_text(client.host));
-    const bool marked = !device.host || (client.trust & HBS_TRUST_USER) != 0;
-    if (marked && field_text(client.comment) == comment && field_text(client.host) == host)
+    const auto address = address_to_tell(now.db, client);
+    if (!address || to_shared(now.db, *address) || has_texts(client, device.comment, device.host))
         return {};
-    const auto address = address_of(client);
-    if (!address)
-        return {};
-    return {{HBS_CMD_SET_COMMENT_HOST, request_comment_host(*address, comment, host), std::nullopt}};
+    return {{HBS_CMD_SET_COMMENT_HOST,
+             request_comment_host(*address, device.comment.value_or(field_text(client.comment)),
+                                  device.host.value_or(field_text(client.host))),
+             std::nullopt}};
 }
 
 std::vector<fact> facts_of(const look &now, const std::vector<device_settings> &devices) {
@@ -170,10 +175,14 @@ bool is_key(const std::string &name) {
 
 // Why a text could not be set, after a colon.
 std::string why_missing(const look &now, const device_settings &device, const std::string &name) {
-    const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
-    if ((name != "comment" && name != "host") || (!found.empty() && address_of(found.front())))
+    if (name != "comment" && name != "host")
         return "";
-    return ": it needs an address, which the device does not have here; import again when it is there";
+    const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
+    const auto address = found.empty() ? std::nullopt : address_to_tell(now.db, found.front());
+    if (!address)
+        return ": it needs an address, which the device does not have here; import again when it is there";
+    const objection shared = to_shared(now.db, *address);
+    return shared ? ": " + *shared : "";
 }
 
 // What the look afterwards does not show although it was asked for.
@@ -233,14 +242,39 @@ void tell_missing(session &run, const look &now, const std::vector<device_settin
     }
 }
 
+void send_all(const session &run, const std::vector<step> &steps,
+              const std::vector<device_settings> &devices) {
+    send_steps(run, steps);
+    const look between = look_first(run);
+    for (const device_settings &device : devices)
+        send_steps(run, text_steps_of(between, device));
+}
+
+// Of an import that broke off. The daemon is not asked any more: only the database and the files are.
+void tell_what_was_done(session &run, const look &before, const std::vector<device_settings> &devices) {
+    look now = before;
+    try {
+        now.files = read_settings_files();
+        now.db = read_database();
+    } catch (const std::exception &) {
+        run.err << "hbsctl: import: broke off, and what it did cannot be read\n";
+        return;
+    }
+    print_outcome(run, "import", changes_between(facts_of(before, devices), facts_of(now, devices)),
+                  "broke off");
+}
+
 void import_settings(session &run, const std::string &path) {
     const std::vector<device_settings> devices = parse_settings(content_of(run, path));
     const look before = look_first(run);
     heed(run, "import", to_missing_clients(before));
-    send_steps(run, all_steps(run, before, devices));
-    const look between = look_first(run);
-    for (const device_settings &device : devices)
-        send_steps(run, text_steps_of(between, device));
+    const std::vector<step> steps = all_steps(run, before, devices);
+    try {
+        send_all(run, steps, devices);
+    } catch (const daemon_error &) {
+        tell_what_was_done(run, before, devices);
+        throw;
+    }
     const look after = look_first(run);
     print_outcome(run, "import", changes_between(facts_of(before, devices), facts_of(after, devices)));
     tell_missing(run, after, devices);

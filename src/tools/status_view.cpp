@@ -73,7 +73,8 @@ void warn_of_trouble(session &run, const gateway_status &status) {
     warn_when_daemon_is_gone(run);
     if (run.status != exit_ok || status.why_unknown.empty())
         return;
-    run.err << "hbsctl: " << (status.hangs ? "gw_hostbase did not answer in time" : status.why_unknown) << '\n';
+    run.err << "hbsctl: " << (status.hangs ? "gw_hostbase did not answer in time" : status.why_unknown)
+            << '\n';
     run.status = status.hangs ? exit_no_answer : exit_failed;
 }
 

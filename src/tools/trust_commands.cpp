@@ -56,12 +56,11 @@ void clear_trust(session &run, const trust_arguments &arguments) {
 }
 
 // The address that was typed, otherwise one of the client's.
-ip_address address_of(const session &run, const meant_client &who, const std::string &typed) {
+ip_address address_of(const session &run, const look &now, const meant_client &who,
+                      const std::string &typed) {
     if (const auto address = parse_ip(typed))
         return *address;
-    const hbs_client client = who.client.value_or(hbs_client{});
-    const std::string ipv4 = ipv4_text(client.ipv4), ipv6 = ipv6_text(client.ipv6);
-    const auto address = parse_ip(!ipv4.empty() ? ipv4 : !ipv6.empty() ? ipv6 : ipv6_text(client.ll));
+    const auto address = address_to_tell(now.db, who.client.value_or(hbs_client{}));
     if (!address)
         throw nothing_to_send(run,
                               who.unknown.value_or("the client has no address, by which its comment is set"),
@@ -76,11 +75,15 @@ void set_comment(session &run, const comment_arguments &arguments) {
     const look before = look_first(run);
     const meant_client who = client_meant(run, before, arguments.client);
     const hbs_client client = who.client.value_or(hbs_client{});
-    const datagram message = request_comment_host(address_of(run, who, arguments.client),
-                                                  arguments.comment.value_or(field_text(client.comment)),
-                                                  arguments.host.value_or(field_text(client.host)));
+    const ip_address address = address_of(run, before, who, arguments.client);
+    const datagram message =
+        request_comment_host(address, arguments.comment.value_or(field_text(client.comment)),
+                             arguments.host.value_or(field_text(client.host)));
+    if (who.client && !run.force && before.routed && has_texts(client, arguments.comment, arguments.host))
+        return print_outcome(run, "comment", {});
     carry_out(run, before,
-              {"comment", HBS_CMD_SET_COMMENT_HOST, message, who.unknown, facts_of_client(who.key)});
+              {"comment", HBS_CMD_SET_COMMENT_HOST, message,
+               first_of({who.unknown, to_shared(before.db, address)}), facts_of_client(who.key)});
 }
 
 void add_trust_arguments(CLI::App *command, trust_arguments &arguments) {

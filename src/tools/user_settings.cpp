@@ -73,13 +73,13 @@ void drop_texts_of_no_list(device_settings &device) {
 
 bool is_anything_set(const device_settings &device) {
     return device.static_lease || device.internal_lease || !device.trusted_for.empty() || device.comment ||
-           device.host || is_on_list(device) || is_any_given(device.texts);
+           device.host || is_on_list(device) || !device.rules.empty() || is_any_given(device.texts);
 }
 
-// The file of static leases tells both kinds alike; only the one of a client was meant for a client.
+// The file of static leases tells both kinds alike; only the one of a client was meant for a client. That
+// need not have the address yet.
 bool is_clients(const look &now, const sighting &lease) {
-    const std::vector<hbs_client> found = matching_clients(now.db, lease.mac);
-    return !found.empty() && ipv4_text(found.front().ipv4) == lease.address;
+    return !matching_clients(now.db, lease.mac).empty();
 }
 
 // --- as a document ----------------------------------------------------------------------------------------
@@ -255,7 +255,7 @@ device_settings parse_one(const json &object) {
 } // namespace
 
 bool is_on_list(const device_settings &device) {
-    return !device.lists.empty() || !device.rules.empty();
+    return !device.lists.empty();
 }
 
 std::vector<device_settings> settings_of(const look &now) {

@@ -20,7 +20,7 @@ struct device_settings {
     std::optional<std::string> comment;
     std::optional<std::string> host;                    // only where the user set a text
     std::vector<uint8_t> lists;                         // HBS_LIST_*, on which it is
-    std::vector<std::pair<uint8_t, rule_values>> rules; // each on a list
+    std::vector<std::pair<uint8_t, rule_values>> rules; // each of a list, on which it need not be
     list_texts texts;                                   // come with a list
 };
 

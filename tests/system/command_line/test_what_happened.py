@@ -289,6 +289,40 @@ def test_what_a_list_command_does_not_name_stays(house):
     assert texts() == ["twin", "", "example.org", 6]
 
 
+def test_a_list_command_without_a_rule_adds_none(house):
+    def rules():
+        return [line for line in house.read(settings_files.WHITE_RULES).splitlines() if line.startswith(PHONE)]
+    before = rules()
+    assert house.hbsctl("mac-filter", "set", "white", PHONE, "--description", "child").stdout == (
+        f"description of {PHONE}: set to 'child'\n")
+    assert rules() == before
+
+
+def test_what_was_left_of_a_list_does_not_come_back(running):
+    running.datagrams(lease_datagram(PHONE, PHONE_ADDRESS))
+    wait_for("it is there", lambda: running.clients())
+    running.hbsctl("mac-filter", "set", "white", PHONE, "--rule", "7f,1,2", "--description", "child",
+                   "--filter-word", "5")
+    running.hbsctl("mac-filter", "clear", "white", PHONE, "--rule", "7f,1,2")
+    running.hbsctl("mac-filter", "set", "black", PHONE, "--rule", "1,2,3")
+    client = json.loads(running.hbsctl("show", PHONE, "--json").stdout)["clients"][0]
+    assert (client["description"], client["mac_filter"]) == ("", 0)
+
+
+def test_no_comment_for_one_that_has_none_leaves_its_name_its_own(running):
+    running.datagrams(lease_datagram(PHONE, PHONE_ADDRESS, host=b"phone"))
+    wait_for("it is there", lambda: running.clients())
+    done = running.hbsctl("comment", PHONE, "", check=False)
+    assert (done.returncode, done.stderr) == (1, "hbsctl: comment: nothing changed\n")
+    assert running.clients()[PHONE]["trust"] == []
+
+
+def test_a_lease_that_ends_later_than_can_be_told(running):
+    words = ("event", "dhcpv6-lease", "fe80::1", "fd00:2::60", "--seconds", "4294967295")
+    done = running.hbsctl(*words, check=False)
+    assert (done.returncode, "the lease would end later than can be told" in done.stderr) == (2, True)
+
+
 def test_as_json(house):
     done = json.loads(house.hbsctl("--json", "trust", "set", "service", "phone").stdout)
     assert done["changes"] == [{"what": f"trust for services of {PHONE}", "old": None, "new": "yes"}]

@@ -97,4 +97,13 @@ TEST_F(LinuxHosts, APlaceThatCannotBeWrittenFails) {
     EXPECT_NE(0, access("/tmp/leases.new", F_OK));
 }
 
+TEST(LinuxStaticLease, IsALineForDnsmasq) {
+    char line[64];
+    ASSERT_TRUE(linux_static_line("02:AA:00:00:00:11 192.168.1.5 7\n", line, sizeof line));
+    EXPECT_STREQ("02:AA:00:00:00:11,192.168.1.5\n", line);
+    for (const char *bad : {"", "\n", "02:aa:00:00:00:11", "02:aa:00:00:00:1g 192.168.1.5",
+                            "02:aa:00:00:00:11 192.168.1.256", "02:aa:00:00:00:11,x 1.2.3.4"})
+        EXPECT_FALSE(linux_static_line(bad, line, sizeof line)) << bad;
+}
+
 } // namespace hosts_test

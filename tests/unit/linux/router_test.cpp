@@ -19,7 +19,6 @@
 #include "linux_log.h"
 #include "linux_neighbours.h"
 #include "linux_ports.h"
-#include "linux_static.h"
 #include "linux_view.h"
 
 using testing::ElementsAre;
@@ -326,25 +325,6 @@ TEST_F(router_fixture, NumbersAreKept) {
     EXPECT_EQ(2, table().entry[0].params.rndidx);
 }
 
-TEST_F(router_fixture, ALineOfTheNumbersThatMakesNoSenseCostsNoOther) {
-    const char *path = "/tmp/networks";
-    FILE *file = fopen(path, "we");
-    (void)fprintf(file, "garbage\n%s\n9 nine\n3 br0\n3 br1\n\n2\n4 br0\n5 lan\n",
-                  std::string(200, 'x').c_str());
-    (void)fclose(file);
-    ASSERT_TRUE(linux_lan_numbers_load(path, &conf, &numbers));
-    EXPECT_STREQ("br0", numbers.name[2]);
-    EXPECT_STREQ("lan", numbers.name[4]);
-    for (const int free : {0, 1, 3, 5, 6, 7})
-        EXPECT_STREQ("", numbers.name[free]);
-}
-
-TEST_F(router_fixture, NumbersThatCannotBeReadAreNoMissingOnes) {
-    EXPECT_TRUE(linux_lan_numbers_load("/tmp/no-such-networks", &conf, &numbers));
-    EXPECT_FALSE(linux_lan_numbers_load("/tmp", &conf, &numbers)) << "can be opened, but not read";
-    EXPECT_FALSE(linux_lan_numbers_load("/dev/null/networks", &conf, &numbers));
-}
-
 TEST_F(router_fixture, WhoIsLeftOutIsNamedOnceWhileItIs) {
     const auto add = [this](int index, const char *name) {
         take(link_message(index, name, 0, true, true));
@@ -507,17 +487,6 @@ TEST(LinuxEvent, IsOneLineOfJson) {
         << text;
     EXPECT_NE(std::string::npos, text.find(R"("host":"a\"b\\\u000a\u00ff")")) << text;
     EXPECT_EQ('}', text.back());
-}
-
-// --- static leases ---
-
-TEST(LinuxStaticLease, IsALineForDnsmasq) {
-    char line[64];
-    ASSERT_TRUE(linux_static_line("02:AA:00:00:00:11 192.168.1.5 7\n", line, sizeof line));
-    EXPECT_STREQ("02:AA:00:00:00:11,192.168.1.5\n", line);
-    for (const char *bad : {"", "\n", "02:aa:00:00:00:11", "02:aa:00:00:00:1g 192.168.1.5",
-                            "02:aa:00:00:00:11 192.168.1.256", "02:aa:00:00:00:11,x 1.2.3.4"})
-        EXPECT_FALSE(linux_static_line(bad, line, sizeof line)) << bad;
 }
 
 } // namespace router_test

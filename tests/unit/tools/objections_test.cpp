@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tools/client_key.h"
+#include "tools/list_texts.h"
 #include "tools/objections.h"
 
 namespace objections_test {
@@ -132,6 +133,69 @@ TEST(Objections, ToClearingLeases) {
         to_clearing_lease(now, *parse_ip("192.168.0.98")),
         "no client has the address 192.168.0.98, and the daemon clears the leases of clients only: " + phone +
             " holds 192.168.1.12; set that as its fixed address, in place of this one, and clear it then");
+}
+
+TEST(Objections, ToAnAddressThatTwoHold) {
+    look now = house();
+    now.db.clients[1].ipv4[2] = 0;
+    now.db.clients[1].ipv4[3] = 11; // the laptop's
+    const std::string shared =
+        "192.168.0.11 is held by " + laptop + " and " + phone + ", and the daemon would take one of them";
+    EXPECT_EQ(to_clearing_lease(now, *parse_ip("192.168.0.11")), shared);
+    EXPECT_EQ(to_shared(now.db, *parse_ip("192.168.0.11")), shared);
+    EXPECT_EQ(to_shared(now.db, *parse_ip("192.168.0.12")), std::nullopt);
+    hbs_client &one = now.db.clients[1];
+    EXPECT_EQ(ip_text(*address_to_tell(now.db, one)), "192.168.0.11") << "it has no other";
+    memcpy(one.ll, parse_ip("fe80::12")->ipv6.data(), sizeof one.ll);
+    EXPECT_EQ(ip_text(*address_to_tell(now.db, one)), "fe80::12");
+    memcpy(one.ipv6, parse_ip("fd00::12")->ipv6.data(), sizeof one.ipv6);
+    EXPECT_EQ(ip_text(*address_to_tell(now.db, one)), "fd00::12");
+    memcpy(now.db.clients[0].ipv6, one.ipv6, sizeof one.ipv6);
+    EXPECT_EQ(ip_text(*address_to_tell(now.db, one)), "fe80::12");
+    EXPECT_EQ(address_to_tell(now.db, hbs_client{}), std::nullopt);
+}
+
+TEST(Objections, ToTextsThatAreThereAlready) {
+    hbs_client one = {};
+    strcpy(one.host, "laptop");
+    EXPECT_TRUE(has_texts(one, "", std::nullopt)) << "the device's own name would become the user's";
+    EXPECT_FALSE(has_texts(one, "desk", std::nullopt));
+    EXPECT_FALSE(has_texts(one, "", "laptop")) << "this name is to stay";
+    one.trust = HBS_TRUST_USER;
+    EXPECT_TRUE(has_texts(one, "", "laptop"));
+    EXPECT_FALSE(has_texts(one, "", "mine"));
+}
+
+TEST(ListTexts, AreThoseOfADeviceThatIsOnAList) {
+    look now = house();
+    hbs_client &one = now.db.clients[1];
+    strcpy(one.description, "child");
+    one.mac_filter = 5;
+    filter_request asked;
+    asked.mac = mac(phone);
+    put_texts(asked, {}, now);
+    EXPECT_EQ(asked.description, "") << "what was left of a list";
+    EXPECT_EQ(asked.filter_word, 0u);
+    one.trust = HBS_TRUST_BLACK;
+    put_texts(asked, {}, now);
+    EXPECT_EQ(asked.description, "child");
+    one.trust = 0;
+    now.files.rules.push_back({HBS_LIST_BLACK, phone, {1, 2, 3}});
+    asked = {};
+    asked.mac = mac(phone);
+    put_texts(asked, {}, now);
+    EXPECT_EQ(asked.filter_word, 5u);
+}
+
+TEST(ListTexts, GoWithTheFirstRuleOfTheList) {
+    look now = house();
+    EXPECT_EQ(rule_text(first_rule(now, mac(laptop), HBS_LIST_WHITE).value()), "7f,1,2");
+    EXPECT_EQ(first_rule(now, mac(laptop), HBS_LIST_BLACK), std::nullopt);
+    EXPECT_EQ(to_adding_rule(now, mac(laptop), HBS_LIST_WHITE), std::nullopt);
+    EXPECT_EQ(to_adding_rule(now, mac(phone), HBS_LIST_WHITE), std::nullopt) << "it is on no list";
+    now.db.clients[1].trust = HBS_TRUST_WHITE;
+    EXPECT_EQ(to_adding_rule(now, mac(phone), HBS_LIST_WHITE),
+              phone + " is on the white list without a rule: name the one that it is to have");
 }
 
 filter_request request(uint8_t list, const std::string &device, const rule_values &rule, uint32_t instance) {
