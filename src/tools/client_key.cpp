@@ -46,14 +46,13 @@ std::string naming_of(const hbs_client &client) {
     const std::string key = key_of(client);
     for (const std::string &address : {ipv4_text(client.ipv4), ipv6_text(client.ipv6), ipv6_text(client.ll)})
         if (!address.empty() && address != key)
-            return key + " (" + address + ")";
+            return std::string(key).append(" (").append(address).append(")");
     return key.empty() ? "a record without MAC and address" : key;
 }
 
 std::string several_text(const std::string &key, const std::vector<hbs_client> &clients) {
-    std::vector<std::string> names;
-    for (const hbs_client &client : clients)
-        names.push_back(naming_of(client));
+    std::vector<std::string> names(clients.size());
+    std::transform(clients.begin(), clients.end(), names.begin(), naming_of);
     return "'" + key + "' is more than one client: " + joined(names, ", ");
 }
 
