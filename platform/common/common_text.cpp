@@ -54,6 +54,30 @@ bool is_plain(char byte, common_quotes quotes) {
     return plain.is[static_cast<unsigned char>(byte)] && (byte != '"' || quotes == common_quotes::plain);
 }
 
+// Whether each byte of a word is plain, by the borrow or carry into its highest bit that another one makes.
+bool are_plain(uint64_t word, common_quotes quotes) {
+    constexpr uint64_t ones = 0x0101010101010101, highest = ones << 7;
+    const auto has_below = [](uint64_t bytes, uint64_t limit) {
+        return ((bytes - ones * limit) & ~bytes & highest) != 0;
+    };
+    const bool high = ((word | (word + ones)) & highest) != 0; // above '~'
+    return !high && !has_below(word, ' ') && !has_below(word ^ ones * '\\', 1) &&
+           (quotes == common_quotes::plain || !has_below(word ^ ones * '"', 1));
+}
+
+// How many bytes stand for themselves before one that does not: most texts are plain from end to end.
+size_t plain_length(const char *text, size_t length, common_quotes quotes) {
+    size_t i = 0;
+    for (uint64_t word = 0; i + sizeof word <= length; i += sizeof word) {
+        memcpy(&word, text + i, sizeof word);
+        if (!are_plain(word, quotes))
+            break;
+    }
+    while (i < length && is_plain(text[i], quotes))
+        i++;
+    return i;
+}
+
 // The letter that stands for a byte behind a backslash, or NUL.
 char letter_of(char byte) {
     switch (byte) {
@@ -213,18 +237,15 @@ void common_line_add_number(common_line *line, int64_t number) {
 }
 
 void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes) {
-    size_t i = 0;
-    while (i < length) {
-        const size_t start = i;
-        while (i < length && is_plain(text[i], quotes))
-            i++;
-        common_line_add_bytes(line, text + start, i - start);
+    for (size_t i = 0; i < length; i++) {
+        const size_t plain = plain_length(text + i, length - i, quotes);
+        common_line_add_bytes(line, text + i, plain);
+        i += plain;
         if (i == length)
             return;
         char escaped[4];
         const size_t size = escape_byte(text[i], escaped);
         common_line_add_bytes(line, escaped, size);
-        i++;
     }
 }
 

@@ -38,6 +38,26 @@ TEST_F(Logger, KeepsAMessageOnOneLine) {
     EXPECT_EQ("info a\\nb\\tc\\\\d\\re\\x01\\x7f\\xc3\\xa9 \"q\"\\n\n", read_file(log_path()));
 }
 
+TEST_F(Logger, EscapesAByteWhereverItStands) {
+    char one[8];
+    for (int byte = 1; byte < 256; byte++) {
+        const bool plain = byte >= ' ' && byte <= '~' && byte != '\\';
+        (void)snprintf(one, sizeof one, plain ? "%c" : "\\x%02x", byte);
+        const std::string text = byte == '\n'   ? "\\n"
+                                 : byte == '\r' ? "\\r"
+                                 : byte == '\t' ? "\\t"
+                                 : byte == '\\' ? "\\\\"
+                                                : one;
+        for (size_t at = 0; at < 19; at++) {
+            clear_log();
+            log_text(std::string(at, '~') + static_cast<char>(byte) + std::string(18 - at, ' '));
+            ASSERT_EQ("info " + std::string(at, '~') + text + std::string(18 - at, ' ') + "\n",
+                      read_file(log_path()))
+                << "byte " << byte << " at " << at;
+        }
+    }
+}
+
 TEST_F(Logger, IsReadBackAsItWasLogged) {
     std::string odd = "a\nb\tc\\d\re\x01\x7f\xc3\xa9 \"q\" \\n \\x41\n";
     log_text(odd);
