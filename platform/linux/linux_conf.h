@@ -8,11 +8,13 @@
 #include <extswt.h>
 #include <rnddb.h>
 
-constexpr const char *LINUX_CONF_FILE = "/etc/gw_hostbase/linux.conf";
+#include "base/router_paths.h"
+
+constexpr const char *LINUX_CONF_FILE = HBS_ROUTER_SETTINGS;
 
 constexpr unsigned LINUX_SSIDS = 16;
 constexpr size_t LINUX_NAMES = 32;
-constexpr size_t LINUX_PATH = 108; // as much as a Unix socket's address holds
+constexpr size_t LINUX_PATH = HBS_ROUTER_PATH_SIZE;
 
 struct linux_names {
     size_t count;

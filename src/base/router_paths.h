@@ -3,6 +3,7 @@
 #pragma once
 
 #define HBS_ROUTER_SETTINGS "/etc/gw_hostbase/linux.conf"
+#define HBS_ROUTER_PATH_SIZE 108 // of a path in them, with its NUL: as much as a Unix socket's address holds
 #define HBS_ROUTER_ACCESS_POINTS "/run/hostapd" // hostapd's control sockets
 
 // Where DHCP servers have their lease files: dnsmasq's on Debian and elsewhere, Kea's.

@@ -1,5 +1,8 @@
 #include "tools/router_settings.h"
 
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
 #include <sstream>
 
 #include "base/router_paths.h"
@@ -9,11 +12,10 @@
 
 namespace {
 
-constexpr const char *blanks = " \t\r";
-
 std::string without_blanks(const std::string &text) {
-    const size_t begin = text.find_first_not_of(blanks);
-    return begin == std::string::npos ? "" : text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+    const size_t begin = text.find_first_not_of(" \t");
+    const size_t end = text.find_last_not_of(" \t\r\n") + 1; // 0 without any
+    return begin == std::string::npos || begin >= end ? "" : text.substr(begin, end - begin);
 }
 
 // A "#" at the start or behind a blank begins a comment.
@@ -32,17 +34,29 @@ bool is_in_other_case(const std::string &text, const std::string &word) {
 }
 
 void take_path(const std::string &value, std::string &path) {
-    if (value == "none" || value.starts_with('/') || value.empty())
-        path = value == "none" ? "" : value;
+    if (value == "none" || value.empty())
+        path = "";
+    else if (value.starts_with('/') && value.size() < HBS_ROUTER_PATH_SIZE)
+        path = value;
+}
+
+// Decimal, or hexadecimal with "0x".
+void take_number(const std::string &value, unsigned &number) {
+    const int base = value.starts_with("0x") || value.starts_with("0X") ? 16 : 10;
+    char *end = nullptr;
+    errno = 0;
+    const long long read = strtoll(value.c_str(), &end, base);
+    if (!value.empty() && errno == 0 && end == value.c_str() + value.size() && read >= 0 &&
+        read <= UINT32_MAX)
+        number = static_cast<unsigned>(read);
 }
 
 void take_setting(const std::string &key, const std::string &value, router_settings &settings) {
     const bool yes = is_in_other_case(value, "yes");
     if (key == "presence" && (yes || is_in_other_case(value, "no")))
         settings.by_traffic = yes;
-    if (key == "wifi.settle" && !value.empty() && value.size() < 10 &&
-        value.find_first_not_of("0123456789") == std::string::npos)
-        settings.settle = static_cast<unsigned>(std::stoul(value));
+    if (key == "wifi.settle")
+        take_number(value, settings.settle);
     if (key == "hostapd")
         take_path(value, settings.access_points);
     if (key == "dhcp.leases")

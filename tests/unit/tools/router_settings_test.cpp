@@ -24,6 +24,18 @@ TEST(RouterSettings, TheLastWordCounts) {
     EXPECT_EQ(settings.leases, "/a#b");
 }
 
+TEST(RouterSettings, NumbersAndPathsAreThoseThatTheDaemonTakes) {
+    EXPECT_EQ(parse_router_settings("wifi.settle = 0x1F").settle, 31u);
+    EXPECT_EQ(parse_router_settings("wifi.settle = 00000000000007").settle, 7u);
+    EXPECT_EQ(parse_router_settings("wifi.settle = 4294967295").settle, 4294967295u);
+    EXPECT_EQ(parse_router_settings("wifi.settle = 4294967296").settle, 5u);
+    EXPECT_EQ(parse_router_settings("wifi.settle =\r6").settle, 5u) << "a blank at the end only";
+    const std::string longest = "/" + std::string(106, 'x');
+    EXPECT_EQ(parse_router_settings("hostapd = " + longest).access_points, longest);
+    EXPECT_EQ(parse_router_settings("hostapd = " + longest + "x").access_points, "/run/hostapd");
+    EXPECT_EQ(parse_router_settings("hostapd =").access_points, "");
+}
+
 TEST(RouterSettings, WhatMakesNoSenseIsPassedOver) {
     const router_settings settings = parse_router_settings(
         "presence = perhaps\npresence\n=\nwifi.settle = soon\nwifi.settle = -1\nwifi.settle = 99999999999\n"
