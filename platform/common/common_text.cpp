@@ -238,9 +238,9 @@ void common_line_add_number(common_line *line, int64_t number) {
 
 void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes) {
     for (size_t i = 0; i < length; i++) {
-        const size_t plain = plain_length(text + i, length - i, quotes);
-        common_line_add_bytes(line, text + i, plain);
-        i += plain;
+        const size_t whole = plain_length(text + i, length - i, quotes);
+        common_line_add_bytes(line, text + i, whole);
+        i += whole;
         if (i == length)
             return;
         char escaped[4];

@@ -29,7 +29,8 @@ TEST(RouterSettings, NumbersAndPathsAreThoseThatTheDaemonTakes) {
     EXPECT_EQ(parse_router_settings("wifi.settle = 00000000000007").settle, 7u);
     EXPECT_EQ(parse_router_settings("wifi.settle = 4294967295").settle, 4294967295u);
     EXPECT_EQ(parse_router_settings("wifi.settle = 4294967296").settle, 5u);
-    EXPECT_EQ(parse_router_settings("wifi.settle =\r6").settle, 5u) << "a blank at the end only";
+    EXPECT_EQ(parse_router_settings("hostapd =\r/run/x").access_points, "/run/hostapd")
+        << "a blank at the end only";
     const std::string longest = "/" + std::string(106, 'x');
     EXPECT_EQ(parse_router_settings("hostapd = " + longest).access_points, longest);
     EXPECT_EQ(parse_router_settings("hostapd = " + longest + "x").access_points, "/run/hostapd");
