@@ -1,6 +1,5 @@
 // The Linux platform from texts and bytes: settings, the kernel's messages, networks, ports, events.
 #include <algorithm>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <gmock/gmock.h>
@@ -12,27 +11,16 @@
 #include <vector>
 
 #include "common_tr69.h"
+#include "linux/router_log.h"
 #include "linux_conf.h"
 #include "linux_event.h"
 #include "linux_fdb.h"
 #include "linux_lans.h"
-#include "linux_log.h"
 #include "linux_neighbours.h"
 #include "linux_ports.h"
 #include "linux_view.h"
 
 using testing::ElementsAre;
-
-static std::vector<std::string> logged;
-
-void linux_log(uint32_t, const char *format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    (void)vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    logged.emplace_back(text);
-}
 
 namespace router_test {
 
@@ -334,11 +322,11 @@ TEST_F(router_fixture, WhoIsLeftOutIsNamedOnceWhileItIs) {
         add(i, ("lan" + std::to_string(i)).c_str());
     add(20, "ninth");
     add(21, "tenth");
-    logged.clear();
+    router_logged.clear();
     for (int i = 0; i < 3; i++)
         (void)table();
-    EXPECT_THAT(logged, ElementsAre("ninth is left out: there are 8 networks already",
-                                    "tenth is left out: there are 8 networks already"));
+    EXPECT_THAT(router_logged, ElementsAre("ninth is left out: there are 8 networks already",
+                                           "tenth is left out: there are 8 networks already"));
 }
 
 TEST_F(router_fixture, PortsHaveTheirNumbersByName) {
