@@ -1,10 +1,12 @@
 """What readers of the client database see; its segment and its semaphore, for whoever takes them by hand."""
 
+import contextlib
 import ctypes
 import json
 import os
 import shutil
 import subprocess
+import time
 
 from lab import places
 from lab.header import constant
@@ -80,6 +82,20 @@ def take_semaphore():
 
 def post_semaphore():
     libc.sem_post(semaphore())
+
+
+@contextlib.contextmanager
+def holding_semaphore():
+    """Nothing is published meanwhile. DatabaseError when it cannot be had for a minute."""
+    end = time.monotonic() + 60
+    while libc.sem_trywait(semaphore()) != 0:
+        if time.monotonic() > end:
+            raise DatabaseError("nobody gives the semaphore back")
+        time.sleep(0.001)
+    try:
+        yield
+    finally:
+        post_semaphore()
 
 
 def semaphore_value():

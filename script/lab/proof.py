@@ -5,6 +5,7 @@ program that looks at its words, builds what it proves, and runs itself again in
 import os
 import subprocess
 import sys
+import tempfile
 
 from lab import daemon, database, lan
 
@@ -34,3 +35,18 @@ def main(parser, inside, preset="default", targets=()):
                 return done.returncode  # it has said why
     words = ["script/box", "--no-daemon", "--", os.path.realpath(sys.argv[0]), *sys.argv[1:]]
     os.execve(CHECKOUT + "/script/box", words, {"HBS_BUILD": preset, **os.environ})
+
+
+def compile_beside(output, source, *words):
+    """Compile a program or a library of the proof from one source, with further words for the compiler. It is there
+    at once or not at all: others run the same proof at the same time, in boxes that count their processes alike."""
+    os.makedirs(os.path.dirname(output), exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=os.path.dirname(output)) as beside:
+        new = f"{beside}/new"
+        subprocess.run(["cc", "-O1", "-Wall", "-Wextra", "-Werror", "-o", new, source, *words], check=True)
+        os.rename(new, output)
+
+
+def newer(output, source):
+    """Whether what was compiled is newer than its source."""
+    return os.path.exists(output) and os.stat(output).st_mtime > os.stat(source).st_mtime

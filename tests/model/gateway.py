@@ -9,7 +9,7 @@ import time
 
 import segment
 import world
-from lab import daemon, database, lan, notices, settings_files, values, wire
+from lab import daemon, database, lan, notices, proof, settings_files, values, wire
 from lab.rootfs import DELETE_CPE_RECORD
 
 CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
@@ -30,13 +30,8 @@ class GatewayError(Exception):
 
 def build_library():
     source = os.path.dirname(os.path.realpath(__file__)) + "/timers.c"
-    if os.path.exists(LIBRARY) and os.stat(LIBRARY).st_mtime > os.stat(source).st_mtime:
-        return
-    os.makedirs(os.path.dirname(LIBRARY), exist_ok=True)
-    new = f"{LIBRARY}.{os.getpid()}"
-    subprocess.run(["cc", "-shared", "-fPIC", "-O1", "-Wall", "-Wextra", "-Werror", "-o", new, source, "-lpthread"],
-                   check=True)
-    os.rename(new, LIBRARY)
+    if not proof.newer(LIBRARY, source):
+        proof.compile_beside(LIBRARY, source, "-shared", "-fPIC", "-lpthread")
 
 
 class Tail:

@@ -1,4 +1,4 @@
-"""The segment as a process reads it that knows nothing but its layout, while the daemon is idle."""
+"""The segment as a process reads it that knows nothing but its layout."""
 
 import ctypes
 import struct
@@ -53,7 +53,9 @@ class Look:
     """What is published: records by offset, in the list's order; entries as (key, offset); rules."""
 
     def __init__(self, base):
-        self.data = data = ctypes.string_at(base, SIZE)
+        # Under the semaphore, as what storms or the kernel left to do may still be published.
+        with database.holding_semaphore():
+            self.data = data = ctypes.string_at(base, SIZE)
         self.clients = {at: data[at:at + CLIENT_SIZE] for at in elements(data, "clients")}
         self.entries = {name: [self._entry(at, *ENTRIES[name]) for at in elements(data, name)] for name in ENTRIES}
         self.rules = [self._rule(at) for at in elements(data, "rules")]

@@ -9,7 +9,7 @@ import subprocess
 import threading
 import time
 
-from lab import daemon, database, lan, notices, settings, values, wire
+from lab import daemon, database, lan, notices, proof, settings, values, wire
 
 CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 READER = f"{CHECKOUT}/build/stress/reader"
@@ -29,10 +29,9 @@ class StressError(Exception):
 
 def build_reader():
     source = os.path.dirname(os.path.realpath(__file__)) + "/reader.c"
-    os.makedirs(os.path.dirname(READER), exist_ok=True)
     library = daemon.programs(CHECKOUT) + "/../lib"
-    subprocess.run(["cc", "-O1", "-Wall", "-Wextra", "-Werror", "-I", CHECKOUT + "/include", "-o", READER, source,
-                    "-L", library, "-lhbs_query", f"-Wl,-rpath,{os.path.realpath(library)}"], check=True)
+    proof.compile_beside(READER, source, "-I", CHECKOUT + "/include", "-L", library, "-lhbs_query",
+                         f"-Wl,-rpath,{os.path.realpath(library)}")
 
 
 def mac_of(number):

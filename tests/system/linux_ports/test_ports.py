@@ -43,9 +43,10 @@ def test_a_device_that_moves_to_another_port(router):
     router.start_daemon()
     wait_for("it is on port 1", lambda: router.talk("192.168.10.17", "192.168.10.18") and
              router.place(17) == ("ethernet", 1))
-    # Its cable goes where another's was.
+    # Its cable goes where another's was; what comes to its old place is nobody who answers for it.
     router.lan("""
 router.ip("link set p-d1 nomaster", "link set p-d2 nomaster")
+router.inside("d1", "link set eth0 address 02:dd:00:00:00:01", "address flush dev eth0", "link set eth0 up")
 router.inside("d2", f"link set eth0 address {router.mac_of(17)}", "address flush dev eth0", "link set eth0 up",
               "address add 192.168.10.17/24 dev eth0")
 router.ip("link set p-d2 master lan0")
