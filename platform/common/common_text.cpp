@@ -65,14 +65,21 @@ bool are_plain(uint64_t word, common_quotes quotes) {
            (quotes == common_quotes::plain || !has_below(word ^ ones * '"', 1));
 }
 
-// How many bytes stand for themselves before one that does not: most texts are plain from end to end.
+uint64_t word_at(const char *text) {
+    uint64_t word = 0;
+    memcpy(&word, text, sizeof word);
+    return word;
+}
+
+// How many bytes stand for themselves before one that does not: most texts are plain from end to end. The
+// last word overlaps the one before it.
 size_t plain_length(const char *text, size_t length, common_quotes quotes) {
+    constexpr size_t size = sizeof(uint64_t);
     size_t i = 0;
-    for (uint64_t word = 0; i + sizeof word <= length; i += sizeof word) {
-        memcpy(&word, text + i, sizeof word);
-        if (!are_plain(word, quotes))
-            break;
-    }
+    while (i + size <= length && are_plain(word_at(text + i), quotes))
+        i += size;
+    if (i > 0 && i + size > length && are_plain(word_at(text + length - size), quotes))
+        return length;
     while (i < length && is_plain(text[i], quotes))
         i++;
     return i;
@@ -122,6 +129,11 @@ void common_line_add_bytes(common_line *line, const char *bytes, size_t length) 
 bool common_text_to_number(const char *text, int64_t low, int64_t high, int64_t *number) {
     if (text == nullptr || *text == '\0' || is_blank(*text))
         return false;
+    const int digit = *text - '0';
+    if (text[1] == '\0' && digit >= 0 && digit <= 9 && low <= digit && digit <= high) { // as most are
+        *number = digit;
+        return true;
+    }
     int base = text[0] == '0' && (text[1] == 'x' || text[1] == 'X') ? 16 : 10;
     char *end = nullptr;
     errno = 0;
@@ -224,7 +236,20 @@ void common_line_add(common_line *line, const char *format, ...) {
     common_line_add_bytes(line, part, whole < sizeof part ? whole : sizeof part - 1);
 }
 
-void common_line_add_number(common_line *line, int64_t number) {
+char *common_ipv4_to_text(const uint8_t ipv4[4], char *text) {
+    for (size_t i = 0; i < 4; i++) {
+        const unsigned byte = ipv4[i];
+        if (byte >= 100)
+            *text++ = static_cast<char>('0' + byte / 100);
+        if (byte >= 10)
+            *text++ = static_cast<char>('0' + byte / 10 % 10);
+        *text++ = static_cast<char>('0' + byte % 10);
+        *text++ = i < 3 ? '.' : '\0';
+    }
+    return text - 1;
+}
+
+void common_line_add_long_number(common_line *line, int64_t number) {
     char text[20]; // of 64 bits and a sign
     size_t at = sizeof text;
     uint64_t left = number < 0 ? 0 - static_cast<uint64_t>(number) : static_cast<uint64_t>(number);

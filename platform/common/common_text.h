@@ -19,6 +19,9 @@ bool common_text_to_mac(const char *text, uint8_t mac[6]);
 // As log lines and drivers have it: upper case.
 void common_mac_to_text(const uint8_t mac[6], char text[18]);
 
+// An address with its NUL, as inet_ntop writes it. Returns where the NUL stands.
+char *common_ipv4_to_text(const uint8_t ipv4[4], char text[16]);
+
 // Reads a whole text as two IPv4 addresses. Nothing is touched when it is not that.
 bool common_text_to_pool(const char *text, uint8_t first[4], uint8_t last[4]);
 
@@ -66,7 +69,13 @@ inline __attribute__((always_inline)) void common_line_add_text(common_line *lin
     memcpy(line->text + line->length, text, length);
     line->length += length;
 }
-void common_line_add_number(common_line *line, int64_t number);
+void common_line_add_long_number(common_line *line, int64_t number);
+inline void common_line_add_number(common_line *line, int64_t number) {
+    if (number >= 0 && number < 10 && common_line_has_room(line, 1))
+        line->text[line->length++] = static_cast<char>('0' + number);
+    else
+        common_line_add_long_number(line, number);
+}
 
 // Adds text from elsewhere in printable ASCII: \n \t \r \\ \" and \xNN for any other byte outside 0x20-0x7e.
 // `quotes` says whether a double quote is escaped too.

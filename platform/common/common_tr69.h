@@ -13,8 +13,13 @@ constexpr size_t common_tr69_tail_at = common_tr69_body_at + 338;
 
 struct common_tr69_field {
     const char *name;
+    size_t name_length;
     size_t at; // in the body
     size_t size;
+
+    template <size_t N>
+    constexpr common_tr69_field(const char (&text)[N], size_t where, size_t room)
+        : name(text), name_length(N - 1), at(where), size(room) {}
 };
 
 constexpr common_tr69_field common_tr69_mac = {"mac", 0, 20};

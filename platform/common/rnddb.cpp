@@ -132,10 +132,7 @@ int RNDDB_GetAddress(const rnddb_params *entry, int which, char *buffer, uint32_
     if (entry == nullptr || buffer == nullptr || which != 1 || is_zero(entry->ipv4))
         return -1;
     common_line text;
-    for (int i = 0; i < 4; i++) {
-        common_line_add_text(&text, i > 0 ? "." : "");
-        common_line_add_number(&text, entry->ipv4[i]);
-    }
+    text.length = static_cast<size_t>(common_ipv4_to_text(entry->ipv4, text.text) - text.text);
     common_line_add_text(&text, "/");
     common_line_add_number(&text, entry->prefix_length);
     if (text.length >= size)

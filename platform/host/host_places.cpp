@@ -93,7 +93,7 @@ void forget_queue() {
     }
 }
 
-// Whether the thread has looked at a place in this event and this tick; from now on it has.
+// As host_place_is_still; from now on it has looked.
 bool looked_already(host_place place) {
     if (current.depth == 0)
         return false;
@@ -229,6 +229,10 @@ bool host_place_is_watched(host_place which) {
 
 void host_places_hold_still() {
     current.depth++;
+}
+
+bool host_place_is_still(host_place place) {
+    return current.depth > 0 && current.looked_at[static_cast<int>(place)] == coarse_nanoseconds();
 }
 
 void host_places_move_on() {

@@ -1,6 +1,7 @@
 // The text file of values: `key = value` lines, read again whenever the file has changed.
 #include "host_values.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdint>
@@ -28,14 +29,15 @@ constexpr int64_t settling_ns = 100000000;
 pthread_mutex_t values_mutex = PTHREAD_MUTEX_INITIALIZER;
 void (*on_change)(); // null = nobody asked
 uint32_t edition;
+std::atomic<bool> some_fail; // the newest file's `failures`, for those who have no hold
 
 struct {
     char *text;          // the file's text, cut into keys and values in place
     host_entry *entries; // in the file's order, keys in lower case
     size_t count;
     uint32_t *last_of; // the place in `entries`, counted from 1, of each key's last line; 0 = free
-    size_t mask;       // of a place in `last_of`, which is a power of two and never full
     bool failures;     // some call is told to fail
+    size_t mask;       // of a place in `last_of`, which is a power of two and never full
     struct stat seen;  // of the file that the entries come from
     bool settled;      // the entries hold as long as the file looks like `seen`
 } table;
@@ -202,10 +204,11 @@ bool refresh() {
     forget();
     edition++;
     int fd = there ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
-    if (fd < 0)
-        return true;
-    load(fd);
-    (void)close(fd);
+    if (fd >= 0) {
+        load(fd);
+        (void)close(fd);
+    }
+    some_fail = table.failures;
     return true;
 }
 
@@ -284,6 +287,8 @@ bool host_told_to_fail(const char *call, int *result) {
 }
 
 bool host_call_fails(const char *call, int *result) {
+    if (!some_fail && host_place_is_still(host_place::values))
+        return false; // nothing was told since the thread looked
     host_values_hold hold;
     return host_told_to_fail(call, result);
 }

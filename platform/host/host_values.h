@@ -41,5 +41,6 @@ const char *host_key_after(const host_entry *entry, const char *prefix);
 // Whether the file tells this call to fail, with the result to return. A text that is no number counts as -1.
 bool host_told_to_fail(const char *call, int *result);
 
-// The same for calls that look nothing else up: takes a hold for as long as it runs.
+// The same for calls that look nothing else up: takes a hold for as long as it runs, unless the thread knows
+// already.
 bool host_call_fails(const char *call, int *result);

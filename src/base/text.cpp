@@ -81,10 +81,15 @@ bool hbs_ipv6_is_zero(const uint8_t ipv6[16]) {
 
 hbs_addr_text hbs_ipv4_to_text(const uint8_t ipv4[4]) {
     hbs_addr_text out{};
-    char *at = hbs_number_to_text(ipv4[0], out.text);
-    for (int i = 1; i < 4; i++) {
-        *at++ = '.';
-        at = hbs_number_to_text(ipv4[i], at);
+    char *at = out.text;
+    for (size_t i = 0; i < 4; i++) {
+        const unsigned byte = ipv4[i];
+        if (byte >= 100)
+            *at++ = static_cast<char>('0' + byte / 100);
+        if (byte >= 10)
+            *at++ = static_cast<char>('0' + byte / 10 % 10);
+        *at++ = static_cast<char>('0' + byte % 10);
+        *at++ = i < 3 ? '.' : '\0';
     }
     return out;
 }
@@ -111,7 +116,7 @@ bool hbs_address_is_multicast(int family, const uint8_t *address) {
 }
 
 void hbs_copy_text(char *field, size_t size, const char *text) {
-    const size_t length = strnlen(text, size - 1);
-    memmove(field, text, length); // a field may be copied onto itself
+    const size_t length = *text == '\0' ? 0 : strnlen(text, size - 1); // most fields are empty
+    memmove(field, text, length);                                      // a field may be copied onto itself
     memset(field + length, 0, size - length);
 }

@@ -53,7 +53,7 @@ place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, 
 
 // The SSID number, from 1, that readers see; 0 = they do not see the client yet.
 uint32_t published_ssid(const hbs_client *client) {
-    const hbs_client *published = hbs_published_by_mac(client->mac);
+    const hbs_client *published = hbs_published_of(client);
     return published == nullptr ? 0 : published->wifi_index + 1u;
 }
 

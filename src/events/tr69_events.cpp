@@ -45,10 +45,9 @@ void send_event(int code, const hbs_tr69_body *body) {
     payload.one = 1;
     payload.code = static_cast<uint8_t>(code);
     payload.body = *body;
-    uint8_t bytes[TR69_EVENT_SIZE];
-    memcpy(bytes, &payload, sizeof(bytes));
     hbs_count(HBS_COUNT_AGENT_EVENTS);
-    (void)quarn_tr69SendEvent(bytes); // an agent that refuses an event gets the next one all the same
+    (void)quarn_tr69SendEvent(reinterpret_cast<const uint8_t *>(
+        &payload)); // an agent that refuses an event gets the next one all the same
 }
 
 void put_mac(hbs_tr69_body *body, const uint8_t mac[6]) {
@@ -68,9 +67,9 @@ void put_ll(hbs_tr69_body *body, const uint8_t ll[16]) {
 }
 
 // What readers see; a client that is not published yet leaves these fields zero.
-void put_published(hbs_tr69_body *body, const uint8_t mac[6]) {
+void put_published(hbs_tr69_body *body, const hbs_client *client) {
     const hbs_list_hold hold;
-    const hbs_client *published = hbs_published_by_mac(mac);
+    const hbs_client *published = hbs_published_of(client);
     if (published == nullptr)
         return;
     body->adapter = published->adapter_type;
@@ -96,7 +95,7 @@ int hbs_send_tr69_client_event(int code, const hbs_client *client) {
         put_ll(&body, client->ll);
     body.described = client->status_time[0] != 0;
 
-    put_published(&body, client->mac);
+    put_published(&body, client);
     send_event(code, &body);
     return 0;
 }

@@ -114,7 +114,8 @@ working_copy *take_copy() {
 
 // Every event looks clients up several times, so these compare words in place and the walks below go by the
 // links beside the records.
-template <typename Word> bool same_words(const uint8_t *a, const uint8_t *b, size_t count) {
+template <typename Word>
+__attribute__((always_inline)) inline bool same_words(const uint8_t *a, const uint8_t *b, size_t count) {
     for (size_t i = 0; i < count; i++) {
         Word left, right;
         memcpy(&left, a + i * sizeof left, sizeof left);
@@ -129,7 +130,7 @@ bool same_mac(const uint8_t *a, const uint8_t *b) {
     return same_words<uint16_t>(a, b, 3);
 }
 
-bool same_ipv4(const uint8_t *a, const uint8_t *b) {
+__attribute__((always_inline)) inline bool same_ipv4(const uint8_t *a, const uint8_t *b) {
     return same_words<uint32_t>(a, b, 1);
 }
 

@@ -6,6 +6,7 @@
 
 #include <hbs_db.h>
 
-// The published copy that a reader finds by a MAC: the first in list order. Null for a client that is not
-// published, and for the zero MAC. Callers hold hbs_list_mutex as long as they use it.
-const hbs_client *hbs_published_by_mac(const uint8_t mac[6]);
+// The published copy that a reader finds by a client's MAC: its own, where it has one (no two are published
+// under one MAC). Null for a client that is not published, and for the zero MAC. Callers hold hbs_list_mutex
+// as long as they use it.
+const hbs_client *hbs_published_of(const hbs_client *client);

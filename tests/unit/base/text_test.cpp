@@ -1,4 +1,5 @@
 // Text forms of MAC and IP addresses, and copies into fixed fields.
+#include <arpa/inet.h>
 #include <array>
 #include <climits>
 #include <cstring>
@@ -82,6 +83,18 @@ TEST(ZeroTests, LookAtEveryByte) {
         EXPECT_EQ(i >= 6, hbs_mac_is_zero(bytes)) << i;
         EXPECT_EQ(i >= 4, hbs_ipv4_is_zero(bytes)) << i;
         EXPECT_FALSE(hbs_ipv6_is_zero(bytes)) << i;
+    }
+}
+
+TEST(AddressText, IsAsTheCLibraryWritesIt_ForEachByteAtEachPlace) {
+    for (int byte = 0; byte < 256; byte++) {
+        for (size_t at = 0; at < 4; at++) {
+            uint8_t ipv4[4] = {10, 0, 99, 100};
+            ipv4[at] = static_cast<uint8_t>(byte);
+            char expected[INET_ADDRSTRLEN];
+            ASSERT_NE(nullptr, inet_ntop(AF_INET, ipv4, expected, sizeof expected));
+            ASSERT_STREQ(expected, hbs_ipv4_to_text(ipv4).text);
+        }
     }
 }
 

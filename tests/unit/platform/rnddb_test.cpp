@@ -197,6 +197,11 @@ TEST_F(RouterDatabase, GivesTheTextOfThePrimaryAddress) {
     EXPECT_STREQ("untouched", text);
     EXPECT_EQ(0, RNDDB_GetAddress(&entry, 1, text, 15));
     EXPECT_STREQ("192.168.0.1/24", text);
+    const uint8_t other[4] = {10, 99, 100, 255};
+    memcpy(entry.ipv4, other, sizeof other);
+    entry.prefix_length = 8;
+    EXPECT_EQ(0, RNDDB_GetAddress(&entry, 1, text, sizeof text));
+    EXPECT_STREQ("10.99.100.255/8", text);
     memset(entry.ipv4, 0, 4);
     EXPECT_EQ(-1, RNDDB_GetAddress(&entry, 1, text, sizeof text));
 }

@@ -1,5 +1,6 @@
 // Whose a published copy is.
 #include "store/pools.h"
+#include "store/published.h"
 #include "store/slots.h"
 #include "support/store.h"
 
@@ -45,6 +46,22 @@ TEST_F(Slots, AfterTheSlotWasGivenBack_TheOwnerIsForgotten) {
         publish(make());
     EXPECT_EQ(nullptr, hbs_slot_of(a)) << "its old slot is another client's by now";
     EXPECT_EQ(nullptr, hbs_slot_owner(nullptr));
+}
+
+TEST_F(Slots, WhatReadersFindByAClientsMac) {
+    hbs_client *a = publish(make());
+    hbs_client *b = publish(make());
+    EXPECT_EQ(a->client_id, hbs_published_of(a)->client_id);
+    EXPECT_EQ(b->client_id, hbs_published_of(b)->client_id);
+    hbs_client stranger = {};
+    EXPECT_EQ(nullptr, hbs_published_of(&stranger)) << "the zero MAC is nobody's";
+    memcpy(stranger.mac, b->mac, sizeof stranger.mac);
+    stranger.dbpos = a->dbpos;
+    EXPECT_EQ(b->client_id, hbs_published_of(&stranger)->client_id) << "by the MAC, whatever the slot says";
+    stranger.mac[0] ^= 4;
+    EXPECT_EQ(nullptr, hbs_published_of(&stranger));
+    memcpy(b->mac, stranger.mac, sizeof b->mac);
+    EXPECT_EQ(nullptr, hbs_published_of(b)) << "its slot has the MAC that it had";
 }
 
 TEST_F(Slots, AfterTheSegmentWasOpenedAgain_NobodyOwnsASlot) {
