@@ -43,24 +43,25 @@ bool add_other(common_router_entry *entry, const linux_address *address) {
 }
 
 // The first IPv4 address and the first prefix of 64 bits are published; devices in the others are found too.
-void add_subnet(common_router_entry *entry, const linux_address *address) {
+// Returns whether there was room.
+bool add_subnet(common_router_entry *entry, const linux_address *address) {
     rnddb_params *params = &entry->params;
     if (address->family == AF_INET &&
         (params->ipv4[0] | params->ipv4[1] | params->ipv4[2] | params->ipv4[3]) == 0) {
         memcpy(params->ipv4, address->bytes, sizeof params->ipv4);
         params->prefix_length = address->length;
-        return;
+        return true;
     }
     if (address->family == AF_INET6 && address->length == prefix_bits && params->ipv6_enabled == 0) {
         memcpy(params->ipv6_prefix, address->bytes, sizeof params->ipv6_prefix);
         params->ipv6_enabled = 1;
-        return;
+        return true;
     }
-    if (!add_other(entry, address))
-        linux_log(3, "%s has more subnets than can be told apart", params->ifname);
+    return add_other(entry, address);
 }
 
-void fill_entry(const linux_view *view, const linux_conf *conf, const linux_link *link, int number,
+// Returns whether all its subnets are in it.
+bool fill_entry(const linux_view *view, const linux_conf *conf, const linux_link *link, int number,
                 common_router_entry *entry) {
     entry->params.rndidx = number;
     memcpy(entry->params.ifname, link->name, sizeof entry->params.ifname);
@@ -71,9 +72,19 @@ void fill_entry(const linux_view *view, const linux_conf *conf, const linux_link
     memcpy(entry->params.pool_end, pool->last, sizeof pool->last);
     entry->has_lease_time = conf->lease_time[number - 1].given;
     entry->params.lease_time = conf->lease_time[number - 1].value;
+    bool whole = true;
     for (size_t i = 0; i < view->addresses; i++)
         if (view->address[i].link == link->index)
-            add_subnet(entry, &view->address[i]);
+            whole = add_subnet(entry, &view->address[i]) && whole;
+    return whole;
+}
+
+// Said of a network once while it is so. One thread calls it.
+void tell_of_subnets(int number, const char *name, bool whole) {
+    static bool said[RNDDB_MAX_ENTRIES];
+    if (!whole && !said[number - 1])
+        linux_log(3, "%s has more subnets than can be told apart", name);
+    said[number - 1] = !whole;
 }
 
 } // namespace
@@ -162,7 +173,8 @@ void linux_lans_table(const linux_view *view, const linux_conf *conf, const linu
     table->usable = true;
     for (int i = 0; i < RNDDB_MAX_ENTRIES; i++) {
         const linux_link *link = numbers->name[i][0] != '\0' ? lan_of(view, conf, numbers->name[i]) : nullptr;
-        if (link != nullptr)
-            fill_entry(view, conf, link, i + 1, &table->entry[table->count++]);
+        const bool whole =
+            link == nullptr || fill_entry(view, conf, link, i + 1, &table->entry[table->count++]);
+        tell_of_subnets(i + 1, numbers->name[i], whole);
     }
 }

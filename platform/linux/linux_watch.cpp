@@ -49,15 +49,16 @@ void close_socket() {
     socket_fd = -1;
 }
 
+// Said once until it succeeds.
 bool read_fresh() {
-    for (int i = 0; i < attempts; i++) {
-        if (linux_view_read(&fresh))
-            return true;
-        if (errno != EINTR)
-            break;
-    }
-    linux_log(3, "the kernel's links and addresses cannot be read: %s", strerror(errno));
-    return false;
+    static bool said;
+    bool read = linux_view_read(&fresh);
+    for (int i = 1; !read && errno == EINTR && i < attempts; i++)
+        read = linux_view_read(&fresh);
+    if (!read && !said)
+        linux_log(3, "the kernel's links and addresses cannot be read: %s", strerror(errno));
+    said = !read;
+    return read;
 }
 
 void complain_of_cut() {
@@ -66,7 +67,7 @@ void complain_of_cut() {
         linux_log(3,
                   "there are more than %zu links, %zu addresses or %zu default routes: the rest is left out",
                   LINUX_LINKS, LINUX_ADDRESSES, LINUX_OUTWARD);
-    said = said || fresh.cut;
+    said = fresh.cut;
 }
 
 // A file that could not be read is left as it is. Said once until it succeeds.

@@ -298,6 +298,25 @@ TEST_F(router_fixture, OnePrefixIsPublishedAndTheOthersAreKept) {
     EXPECT_EQ(48u, made.entry[0].other[1].length);
 }
 
+TEST_F(router_fixture, MoreSubnetsThanFitAreToldOfOnceWhileItIsSo) {
+    const auto with_subnets = [this](size_t count) {
+        view = {};
+        take(link_message(2, "br0", 0, true, true));
+        for (size_t i = 0; i < count; i++)
+            take(address_message(2, {10, static_cast<uint8_t>(i), 0, 1}, 24));
+        return table().entry[0].others;
+    };
+    router_logged.clear();
+    EXPECT_EQ(COMMON_ROUTER_OTHERS, with_subnets(COMMON_ROUTER_OTHERS + 1));
+    EXPECT_TRUE(router_logged.empty());
+    for (int i = 0; i < 3; i++)
+        EXPECT_EQ(COMMON_ROUTER_OTHERS, with_subnets(COMMON_ROUTER_OTHERS + 3));
+    EXPECT_THAT(router_logged, ElementsAre("br0 has more subnets than can be told apart"));
+    (void)with_subnets(1);
+    (void)with_subnets(COMMON_ROUTER_OTHERS + 2);
+    EXPECT_EQ(2u, router_logged.size());
+}
+
 TEST_F(router_fixture, NumbersAreKept) {
     const char *path = "/tmp/networks";
     (void)snprintf(numbers.name[2], IFNAMSIZ, "br0");
