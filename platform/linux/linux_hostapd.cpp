@@ -193,6 +193,12 @@ bool read_texts(access_point *point) {
     return has_modes && has_result;
 }
 
+// What it is like, and who is there.
+void read_all(access_point *point) {
+    if (list_stations(point) && read_texts(point))
+        point->complained = false;
+}
+
 void look_after(access_point *point) {
     const bool attached = point->fd >= 0;
     if (!attached) {
@@ -203,8 +209,7 @@ void look_after(access_point *point) {
     }
     if (point->ticks++ % list_every != 0 || (attached && !attach_anew(point)))
         return;
-    if (list_stations(point) && read_texts(point))
-        point->complained = false;
+    read_all(point);
 }
 
 access_point *point_named(const char *name) {
@@ -322,7 +327,7 @@ void list_joined() {
         if (!point.list_now || point.fd < 0)
             continue;
         point.list_now = false;
-        (void)list_stations(&point);
+        read_all(&point);
     }
 }
 
@@ -347,7 +352,8 @@ void look_after_all() {
     }
 }
 
-// What the daemon is told of a station it may ask for at once: the figures come first.
+// What the daemon is told of a station it may ask for at once: the figures come first, and by which button
+// the station was let in.
 void *run(void *) {
     int64_t next = 0;
     for (;;) {

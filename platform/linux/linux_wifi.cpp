@@ -25,6 +25,7 @@ struct place {
     uint32_t listed;    // named by a list that is being read
     unsigned last;      // where it joined last
     unsigned told;      // what the daemon knows, 0 = on none
+    bool joined;        // since it was told
     int64_t tell_at_ms; // while it is on none: when that is told
 };
 
@@ -110,8 +111,10 @@ void arrive(place *each, unsigned ssid, int64_t since_ms) {
 }
 
 void leave(place *each, uint32_t networks_left, int64_t tell_at_ms) {
-    if (each->on != 0 && (each->on & ~networks_left) == 0)
+    if (each->on != 0 && (each->on & ~networks_left) == 0) {
         each->tell_at_ms = tell_at_ms;
+        each->joined = false;
+    }
     each->on &= ~networks_left;
     if (const unsigned now = now_on(each); now != 0 && now != each->last)
         arrive(each, now, 0);
@@ -131,6 +134,7 @@ void linux_wifi_here(unsigned ssid, const linux_station *station, bool joined, b
         return;
     if (joined || is_later(each, ssid, station->since_ms))
         arrive(each, ssid, station->since_ms);
+    each->joined = each->joined || joined;
     each->on |= bit_of(ssid);
     each->listed |= bit_of(ssid);
     each->settled = false;
@@ -213,7 +217,7 @@ int linux_wifi_next_news(int64_t now_ms, linux_wifi_lan_check is_on_lan, uint8_t
     for (place &each : places) {
         const unsigned now = now_on(&each);
         each.settled = now == 0 && now_ms >= each.tell_at_ms;
-        if (!each.used || seen_on(&each) == each.told || (now != 0 && !on_lan[now - 1]))
+        if (!each.used || (seen_on(&each) == each.told && !each.joined) || (now != 0 && !on_lan[now - 1]))
             continue;
         memcpy(mac, each.station.mac, sizeof each.station.mac);
         *ssid = now != 0 ? now : each.told;
@@ -228,6 +232,7 @@ void linux_wifi_told(const uint8_t mac[6], unsigned ssid) {
     if (each == nullptr)
         return;
     each->told = ssid;
+    each->joined = false;
     drop_if_nothing_left(each);
 }
 

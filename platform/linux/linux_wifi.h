@@ -56,7 +56,8 @@ void linux_wifi_free(unsigned ssid);
 using linux_wifi_lan_check = bool (*)(const char *device);
 
 // What the daemon has to be told next. Returns 1 for "joined ssid", -1 for "left ssid", 0 for nothing. It is
-// told of a station's move by the new network alone, and of a network that is on no LAN once it is on one.
+// told of a station's move by the new network alone, of each time that it joins, and of a network that is on
+// no LAN once it is on one.
 int linux_wifi_next_news(int64_t now_ms, linux_wifi_lan_check is_on_lan, uint8_t mac[6], unsigned *ssid);
 void linux_wifi_told(const uint8_t mac[6], unsigned ssid); // 0 = that it left
 

@@ -172,9 +172,24 @@ TEST_F(LinuxWifi, OneThatComesBackBeforeItsLeavingWasToldHasNotLeft) {
     linux_wifi_list_end(first, now_ms + 5000);
     linux_wifi_here(first, &a, true, false);
     now_ms += 10000;
+    EXPECT_THAT(news(), ElementsAre(1)) << "it joined once more";
     EXPECT_THAT(news(), IsEmpty());
     linux_wifi_gone(first, a.mac, now_ms + 5000);
     EXPECT_THAT(news(), IsEmpty()) << "it settles anew";
+}
+
+TEST_F(LinuxWifi, OneThatJoinsAgainIsToldOfAndOneThatIsListedAgainIsNot) {
+    linux_wifi_here(first, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(1));
+    linux_wifi_here(first, &a, false, true);
+    EXPECT_THAT(news(), IsEmpty());
+    linux_wifi_here(first, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(1));
+    linux_wifi_here(first, &a, true, false);
+    linux_wifi_gone(first, a.mac, now_ms + 5000);
+    EXPECT_THAT(news(), IsEmpty()) << "it has left again";
+    now_ms += 5000;
+    EXPECT_THAT(news(), ElementsAre(-1));
 }
 
 TEST_F(LinuxWifi, OneThatCameAndLeftBeforeAnythingWasToldIsNoNews) {
