@@ -51,12 +51,7 @@ class PlaceProbe : public PresenceTest {
     }
 
     static hbs_client *leased(const char *mac, const std::string &address) {
-        hbs_dhcpv4_lease lease{};
-        memcpy(lease.mac, mac_of(mac).data(), sizeof lease.mac);
-        memcpy(lease.ipv4, ipv4_of(address).data(), sizeof lease.ipv4);
-        lease.dynamic = true;
-        lease.seconds = 600;
-        lease.nwidx = lease.adapter_type = -1;
+        const hbs_dhcpv4_lease lease = lease_of(mac, address);
         const hbs_list_hold hold;
         return hbs_handle_dhcpv4_lease(&lease);
     }

@@ -23,15 +23,6 @@ class PresenceByTraffic : public PresenceTest {
     static hbs_client *fail(const std::string &address) {
         return hbs_handle_neigh_gone(nullptr, LOOPBACK, AF_INET, ipv4_of(address).data());
     }
-    static hbs_dhcpv4_lease lease_of(const char *mac, const std::string &address) {
-        hbs_dhcpv4_lease lease{};
-        memcpy(lease.mac, mac_of(mac).data(), sizeof lease.mac);
-        memcpy(lease.ipv4, ipv4_of(address).data(), sizeof lease.ipv4);
-        lease.dynamic = true;
-        lease.seconds = 600;
-        lease.nwidx = lease.adapter_type = -1;
-        return lease;
-    }
     static bool is_online(const hbs_client *client) { return (client->flags & HBS_FLAG_ONLINE) != 0; }
     void forget(const char *mac) { set(std::string("switch.mac.") + mac, "none"); }
 };

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <vector>
 
+#include "events/dhcpv4_lease.h"
 #include "events/dhcpv6.h"
 #include "events/neighbours.h"
 #include "store/client_fields.h"
@@ -33,6 +34,17 @@ class PresenceTest : public EventTest {
     }
 
     static std::string address_text(const uint8_t (&address)[16]) { return hbs_ipv6_to_text(address).text; }
+
+    // A dynamic one, as a DHCP server tells of it.
+    static hbs_dhcpv4_lease lease_of(const char *mac, const std::string &address) {
+        hbs_dhcpv4_lease lease{};
+        memcpy(lease.mac, mac_of(mac).data(), sizeof lease.mac);
+        memcpy(lease.ipv4, ipv4_of(address).data(), sizeof lease.ipv4);
+        lease.dynamic = true;
+        lease.seconds = 600;
+        lease.nwidx = lease.adapter_type = -1;
+        return lease;
+    }
 
     static hbs_client *add(const char *mac) { return hbs_add(mac != nullptr ? mac_of(mac).data() : nullptr); }
 
