@@ -18,8 +18,9 @@ LEASE_FILE = "/var/lib/misc/dnsmasq.leases"
 LEASE_SECONDS = 3600
 SPARE_PORT = "port0.2"  # of the first network, always up
 HERE = os.path.dirname(os.path.realpath(__file__))
-JOIN_DEADLINE = 20.0
-LEAVE_DEADLINE = 10.0
+JOIN_DEADLINE = 50.0
+LEAVE_DEADLINE = 50.0
+SERVER_DEADLINE = 50.0
 
 
 class LanError(Exception):
@@ -182,7 +183,7 @@ def start_dhcp_server():
         command.append(f"--interface={network.interface}")
         command.append(f"--dhcp-range={network.pool_start},{network.pool_end},{LEASE_SECONDS}")
     start_in_background("dnsmasq", command)
-    wait_until(f"the DHCP server serves (see {STATE}/dnsmasq.log)", dhcp_server_bound, 5.0)
+    wait_until(f"the DHCP server serves (see {STATE}/dnsmasq.log)", dhcp_server_bound, SERVER_DEADLINE)
 
 
 def dhcp_server_bound():

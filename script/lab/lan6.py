@@ -42,7 +42,7 @@ def start_server():
     os.chmod(EVENT_PROGRAM, 0o755)
     share_database()
     lan.start_in_background("dibbler-server", ["dibbler-server", "run"])
-    lan.wait_until(f"the DHCPv6 server serves (see {lan.STATE}/dibbler-server.log)", server_bound, 10.0)
+    lan.wait_until(f"the DHCPv6 server serves (see {lan.STATE}/dibbler-server.log)", server_bound, lan.SERVER_DEADLINE)
 
 
 def share_database():
@@ -72,7 +72,7 @@ def connect(each):
     lan_setting = "echo 0 > /proc/sys/net/ipv6/conf/eth0/accept_dad"
     subprocess.run(lan.inside(each, "sh", "-c", lan_setting), check=True)
     lan.ip_in(each, "link set eth0 up")
-    lan.wait_until(f"{each.name} has a link-local address", lambda: link_local_of(each), 10.0)
+    lan.wait_until(f"{each.name} has a link-local address", lambda: link_local_of(each), lan.JOIN_DEADLINE)
 
 
 def join(hosts):

@@ -17,6 +17,7 @@ from lab.lan import ip
 SETTINGS = "/etc/gw_hostbase/linux.conf"
 RUNTIME = "/run/gw_hostbase"
 STATE = "/var/lib/gw_hostbase"
+DEADLINE = 50.0  # of what is there within a moment
 QUEUE_LENGTH = "/proc/sys/net/unix/max_dgram_qlen"
 
 
@@ -81,6 +82,13 @@ def fast_neighbours(name):
                 setting.write(str(value))
 
 
+def slow_neighbours(name):
+    """Who has answered counts as reachable for an hour."""
+    for family in ("ipv4", "ipv6"):
+        with open(f"/proc/sys/net/{family}/neigh/{name}/base_reachable_time_ms", "w", encoding="ascii") as setting:
+            setting.write("3600000")
+
+
 # --- DHCP: the server that people have on such routers, and a client as in small devices
 
 def start_dnsmasq(hook, *ranges, static=f"{STATE}/dhcp-hosts"):
@@ -94,7 +102,7 @@ def start_dnsmasq(hook, *ranges, static=f"{STATE}/dhcp-hosts"):
         "--dhcp-authoritative", "--user=root", "--pid-file=/run/dnsmasq/dnsmasq.pid", "--log-dhcp", "--log-facility=-",
         f"--dhcp-leasefile={lan.LEASE_FILE}", f"--dhcp-script={hook}", "--script-on-renewal",
         f"--dhcp-hostsfile={static}", *(f"--dhcp-range={each}" for each in ranges)])
-    lan.wait_until("dnsmasq serves", lan.dhcp_server_bound, 5.0)
+    lan.wait_until("dnsmasq serves", lan.dhcp_server_bound, DEADLINE)
 
 
 def start_kea(hook, bridge, subnet, pool):
@@ -109,14 +117,14 @@ def start_kea(hook, bridge, subnet, pool):
     write("/run/lan/kea.json", json.dumps(settings))
     lan.start_in_background("kea", ["env", "KEA_LOCKFILE_DIR=none", "KEA_PIDFILE_DIR=/run/lan", "kea-dhcp4", "-c",
                                     "/run/lan/kea.json"])
-    lan.wait_until("kea serves", lan.dhcp_server_bound, 20.0)
+    lan.wait_until("kea serves", lan.dhcp_server_bound, DEADLINE)
 
 
 def stop_dnsmasq(number=signal.SIGTERM):
     pid = lan.pid_of("dnsmasq")
     os.kill(pid, number)
     if number == signal.SIGTERM:
-        lan.wait_until("dnsmasq ends", lambda: lan.pid_of("dnsmasq") is None, 5.0)
+        lan.wait_until("dnsmasq ends", lambda: lan.pid_of("dnsmasq") is None, DEADLINE)
 
 
 def lease_runs_out_in(seconds):
@@ -174,12 +182,12 @@ def start_hostapd(*ports, process="hostapd", options=()):
         write(f"/run/lan/{port}.conf", f"interface={port}\ndriver=wired\nctrl_interface=/run/hostapd\nieee8021x=1\n"
               "eap_server=1\neap_user_file=/run/lan/eap_users\nuse_pae_group_addr=1\neap_reauth_period=0\n")
     lan.start_in_background(process, ["hostapd", *options, *(f"/run/lan/{port}.conf" for port in ports)])
-    lan.wait_until("hostapd serves", lambda: all(os.path.exists(f"/run/hostapd/{port}") for port in ports), 10.0)
+    lan.wait_until("hostapd serves", lambda: all(os.path.exists(f"/run/hostapd/{port}") for port in ports), DEADLINE)
 
 
 def stop_hostapd(number=signal.SIGTERM):
     os.kill(lan.pid_of("hostapd"), number)
-    lan.wait_until("hostapd ends", lambda: lan.pid_of("hostapd") is None, 10.0)
+    lan.wait_until("hostapd ends", lambda: lan.pid_of("hostapd") is None, DEADLINE)
 
 
 def knock(name):

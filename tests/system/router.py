@@ -69,7 +69,7 @@ class Router(Box):
 
     def stop_daemon(self):
         os.kill(child_of(self._process.pid), 15)
-        status = self._process.wait(20)
+        status = self._process.wait(60)
         os.unlink(self.path(f"{RUNTIME}/tmp/file_watch_thread.pid"))
         return status
 

@@ -33,12 +33,11 @@ def test_a_kernel_that_answers_no_question_for_one_address(router, shim):
     wait_for("each is on its port", lambda: router.talk("192.168.10.17", "192.168.10.18") and
              [router.place(number) for number in (17, 18)] ==
              [("ethernet", 1), ("ethernet", 2)])
-    assert "does not answer in time" not in router.log()
 
 
 def test_events_of_a_device_that_the_kernel_is_late_to_place(router, shim):
     """Of neither anything is remembered, and the bridge has learned both before the daemon could hear of it."""
-    router.lan(ONE_LAN)
+    router.lan(ONE_LAN + 'router.slow_neighbours("lan0")')
     wait_for("the bridge has them", lambda: router.talk("192.168.10.17", "192.168.10.18") and
              all(mac_of(number) in router.run("bridge", "fdb", "show", "br", "lan0").stdout for number in (17, 18)))
     router.write("/root/late", "")
@@ -51,8 +50,7 @@ def test_events_of_a_device_that_the_kernel_is_late_to_place(router, shim):
     assert router.client(17) is None and router.place(18) == ("unknown", None)
     os.unlink(router.path("/root/late"))  # from here on nothing happens but the answer
     wait_for("both are on their ports", lambda: [router.place(number) for number in (17, 18)] ==
-             [("ethernet", 1), ("ethernet", 2)])
-    assert router.client(17)["online"]
+             [("ethernet", 1), ("ethernet", 2)] and router.client(17)["online"])
 
 
 def test_the_daemon_is_told_of_stations_once_there_is_a_socket(router, shim):

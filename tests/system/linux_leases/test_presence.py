@@ -26,8 +26,8 @@ def test_it_comes_by_an_answer_and_goes_when_it_gives_none(router):
     # It is heard again before anybody asks for it.
     router.lan('router.inside("a", "link set eth0 up", "address flush dev eth0",\n'
                '              "address add 192.168.10.17/24 dev eth0")')
-    router.run("nsenter", "--net=/run/netns/a", "--", "busybox", "ping", "-c1", "-W1", "192.168.10.1", check=False)
-    wait_for("it is back", lambda: online(router.clients()) == both)
+    say = ("nsenter", "--net=/run/netns/a", "--", "busybox", "ping", "-c1", "-W1", "192.168.10.1")
+    wait_for("it is back", lambda: router.run(*say, check=False) and online(router.clients()) == both)
 
 
 def test_one_that_is_still_heard_stays(router):

@@ -32,8 +32,8 @@ router.ip("route add default via 10.0.0.1")
     everybody = "172.17.0.2", "172.18.0.2", "10.0.0.1", "192.168.10.11", "192.168.20.11", "fd00:10::11"
     wait_for("the devices of both LANs are there", lambda: router.talk(*everybody) and
              networks(router) == {17: 0, 18: 1})
-    client = wait_for("with its IPv6 address", lambda: router.talk("fd00:10::11") and
-                      router.client(17)["ipv6"] and router.client(17))
+    client = wait_for("with both addresses", lambda: router.talk("192.168.10.11", "fd00:10::11") and
+                      router.client(17)["ipv4"] and router.client(17)["ipv6"] and router.client(17))
     assert (client["ipv4"], client["ipv6"], client["ifname"]) == ("192.168.10.11", "fd00:10::11", "lan0")
     assert router.read(f"{STATE}/networks") == "1 lan0\n2 lan1\n"
     assert networks(router) == {17: 0, 18: 1}
@@ -69,7 +69,7 @@ def test_numbers_that_could_not_be_written_are_written_later(router):
     router.run("mkdir", "-p", f"{STATE}/networks.new")
     router.lan(TWO_LANS)
     router.start_daemon()
-    assert router.log().count(f"{STATE}/networks cannot be written") == 1
+    wait_for("the log has it", lambda: f"{STATE}/networks cannot be written" in router.log())
     router.run("rmdir", f"{STATE}/networks.new")
     wait_for("they are there", lambda: router.exists(f"{STATE}/networks"))
     assert router.read(f"{STATE}/networks") == "1 lan0\n2 lan1\n"
@@ -98,10 +98,12 @@ router.ip("address del 192.168.10.1/24 dev lan0", "address add 192.168.11.1/24 d
 router.device("c", 19, "lan0", "192.168.11.12/24")
 """)
     wait_for("in the new subnet", lambda: router.talk("192.168.11.12") and router.client(19))
-    router.lan('router.ip("address flush dev lan1")\nrouter.device("d", 20, "lan1", "192.168.20.12/24")\n'
+    router.lan('router.ip("address flush dev lan1")\nrouter.bridge("later", 9, "192.168.90.1/24")\n')
+    wait_for("what came later is known", lambda: "later" in router.read(f"{STATE}/networks"))
+    router.lan('router.device("d", 20, "lan1", "192.168.20.12/24")\n'
                'router.ip("route add 192.168.20.0/24 dev lan1 src 192.168.11.1")')
-    router.talk("192.168.20.12")
-    wait_for("the neighbour was heard of", lambda: "Address is: 192.168.20.12" in router.log())
+    wait_for("the neighbour was heard of", lambda: router.talk("192.168.20.12") and
+             "Address is: 192.168.20.12" in router.log())
     assert router.client(20) is None
 
 

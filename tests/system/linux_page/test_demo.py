@@ -10,7 +10,7 @@ from gateway import SCRIPTS
 def test_all_devices_are_on_line():
     done = subprocess.run([f"{SCRIPTS}/box", "--no-daemon", "--", f"{SCRIPTS}/lab/router_demo", "--once", "--json"],
                           env=dict(os.environ, HBS_BUILD="linux"), capture_output=True, text=True, check=False,
-                          timeout=120)
+                          timeout=600)
     assert done.returncode == 0, done.stderr
     clients = json.loads(done.stdout)["clients"]
     assert {(client["host"], client["network"], client["online"]) for client in clients} == {
@@ -20,5 +20,5 @@ def test_all_devices_are_on_line():
 
 def test_words_that_make_no_sense():
     for words in (["--platform"], ["--platform", "mars"], ["--platform", "linux", "--twice"], ["--json"]):
-        done = subprocess.run([f"{SCRIPTS}/run", *words], capture_output=True, text=True, check=False, timeout=20)
+        done = subprocess.run([f"{SCRIPTS}/run", *words], capture_output=True, text=True, check=False, timeout=60)
         assert done.returncode == 2 and "usage: script/run" in done.stderr, words

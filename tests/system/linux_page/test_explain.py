@@ -15,8 +15,10 @@ def test_a_device_comes_and_loses_its_cable(router):
     router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
     router.start_daemon()
     wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
-    found = explained(router)
-    assert found["verdict"] == "On line, because it answers: the kernel's neighbour entry is reachable."
+    wait_for("on its port", lambda: router.place(17) == ("ethernet", 1))
+    because = "On line, because it answers: the kernel's neighbour entry is reachable."
+    found = wait_for("by its answer", lambda: router.talk("192.168.10.17") and
+                     (known := explained(router))["verdict"] == because and known)
     assert [(entry["address"], entry["interface"]) for entry in found["neighbours"]] == [("192.168.10.17", "lan0")]
     assert [(entry["port"], entry["bridge"], entry["carrier"]) for entry in found["forwarding"]] == [
         ("p-a", "lan0", True)]
@@ -42,7 +44,7 @@ router.ip("route add default via 10.0.0.1")
              online(router.clients()) == {mac_of(17)})
     refused = router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.1", check=False)
     assert refused.returncode == 1 and "192.168.10.1 is the gateway's own address" in refused.stderr
-    assert router.hbsctl("audit").stdout == "no differences\n"
+    wait_for("both sides agree", lambda: router.hbsctl("audit", check=False).stdout == "no differences\n")
 
 
 def test_leases_of_dnsmasq(router):

@@ -57,7 +57,8 @@ router.ip("link set p-d2 master lan0")
     lease(router, 17, "192.168.10.17")
     # What it says to nobody is enough: the bridge learns where it is.
     say = ("nsenter", "--net=/run/netns/d2", "--", "busybox", "arping", "-c1", "-w1", "-I", "eth0", "192.168.10.250")
-    wait_for("it is on port 2", lambda: router.run(*say, check=False) and router.place(17) == ("ethernet", 2))
+    wait_for("it is on port 2", lambda: router.run(*say, check=False) and router.place(17) == ("ethernet", 2) and
+             router.client(17)["online"])
     before = router.log().count(left)
     router.lan('router.ip("link set p-d1 nomaster")')
     wait_for("its old port left", lambda: router.log().count(left) > before)

@@ -57,8 +57,7 @@ def test_events_are_numbered_lines_of_json(router, listen):
     wait_for("it is a client", lambda: router.client(17))
     # Nobody listened so far; the numbers say how much was missed.
     heard = listen(f"{RUNTIME}/events")
-    router.talk("192.168.10.17")
-    events = [json.loads(line) for line in wait_for("an event comes", heard)]
+    events = [json.loads(line) for line in wait_for("an event comes", lambda: router.talk("192.168.10.17") and heard())]
     assert events[0]["number"] > 1
     assert (events[0]["mac"].lower(), events[0]["ipv4"], events[0]["network"]) == (mac_of(17), "192.168.10.17", 0)
     router.hbsctl("event", "dhcpv4-lease", mac_of(17), "192.168.10.17", "--host", 'a"b\\c')
