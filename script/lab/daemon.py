@@ -14,7 +14,7 @@ AGENT_ORDERS = values.DIRECTORY + "/agent"  # FIFO of the example agent library
 WATCHER_PID_FILE = places.RUNTIME + "/tmp/file_watch_thread.pid"
 LOCK = places.RUNTIME + "/tmp/gw_hostbase.lock"
 WATCHED_FILES = 2
-READY_DEADLINE = 20.0 * places.PATIENCE
+READY_DEADLINE = 60.0 * places.PATIENCE
 END_DEADLINE = 3.0 * places.PATIENCE
 NEIGHBOUR_GROUP_BIT = 1 << 2
 

@@ -137,12 +137,12 @@ class Sender:
             return None
         return struct.unpack(places.BYTE_ORDER + "i", self._socket.recv(64))[0]
 
-    def ask(self, datagram, seconds=10.0):
+    def ask(self, datagram, seconds=60.0):
         self.send(datagram)
         return self.answer(seconds)
 
 
-def send_all(datagrams, path=SOCKET, patience=10.0):
+def send_all(datagrams, path=SOCKET, patience=60.0):
     """Send datagrams one after the other from a sender to which no answer can come."""
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
         sender.settimeout(patience * places.PATIENCE)

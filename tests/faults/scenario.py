@@ -119,7 +119,7 @@ class Run:
     def ask(self, datagram):
         """An answer that cannot be sent is lost, as documented: then it is asked for once more."""
         lost = self._fault is not None and self._fault[0] == "sendto"
-        answer = self.sender.ask(datagram, 2.0 if lost else PATIENCE)
+        answer = self.sender.ask(datagram, 10.0 if lost else PATIENCE)
         if answer is None and lost:
             answer = self.sender.ask(datagram, PATIENCE)
         if answer is None:

@@ -28,7 +28,7 @@ class Commander:
         self._process.wait()
         self._process.stdout.close()
 
-    def ask(self, datagram, seconds=10.0):
+    def ask(self, datagram, seconds=60.0):
         """The daemon's answer; None when none comes in time."""
         self._process.stdin.write(f"{seconds} {datagram.hex()}\n")
         self._process.stdin.flush()

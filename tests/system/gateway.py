@@ -22,8 +22,8 @@ from lab.wire import DUMP
 from lab.wire import lease as lease_datagram
 
 # What the tests take from here.
-__all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "SCRIPTS", "daemon", "lan", "lease_datagram", "lease_line",
-           "release_line", "wait_for"]
+__all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "LONGEST_RUN", "SCRIPTS", "by_lease", "daemon", "lan",
+           "lease_datagram", "lease_line", "release_line", "wait_for"]
 
 BIN = daemon.programs(CHECKOUT)
 # What statements that run in the box begin with.
@@ -38,6 +38,8 @@ network.2 = l2sd0.3
 """
 # Long enough for a loaded machine: a test that passes never waits for it.
 PATIENCE = 60.0  # times places.PATIENCE
+# What a program in a box may take that waits for others itself.
+LONGEST_RUN = 300
 
 
 def wait_for(what, test, seconds=PATIENCE):
@@ -49,6 +51,11 @@ def wait_for(what, test, seconds=PATIENCE):
             return value
         assert time.monotonic() < end, f"not within {seconds:g} s: {what}"
         time.sleep(0.01)
+
+
+def by_lease(clients):
+    """What the leases told, which no event of the kernel's changes meanwhile."""
+    return {mac: (client["ipv4"], client["host"], client["online"]) for mac, client in clients.items()}
 
 
 def child_of(pid):
@@ -139,7 +146,7 @@ class Box:
         program outside that runs it."""
         return subprocess.Popen([*before, *self.words(*command)], env=self._environment, **how)
 
-    def run(self, *command, check=True, timeout=60):
+    def run(self, *command, check=True, timeout=LONGEST_RUN):
         """Run a command in the box to its end; return its CompletedProcess with texts."""
         done = subprocess.run(self.words(*command), env=self._environment, capture_output=True,
                               text=True, check=False, timeout=timeout * places.PATIENCE)
@@ -155,7 +162,7 @@ class Box:
         """Start such statements; the result is their process."""
         return self.start("/usr/bin/python3", "-ISB", "-c", LAB_AT_HAND + code, *arguments, **how)
 
-    def hbsctl(self, *arguments, check=True, timeout=60):
+    def hbsctl(self, *arguments, check=True, timeout=LONGEST_RUN):
         if not os.access(f"{BIN}/hbsctl", os.X_OK):
             pytest.skip("this build has no hbsctl")
         return self.run(f"{BIN}/hbsctl", *arguments, check=check, timeout=timeout)
@@ -187,7 +194,7 @@ class Box:
         sender."""
         wire.send_all(contents, self.path(wire.SOCKET), PATIENCE)
 
-    def command(self, data, seconds=10):
+    def command(self, data, seconds=PATIENCE):
         """Send one datagram from a bound socket in the box and return the reply's number, None when none
         comes."""
         printed = self.python("""

@@ -4,7 +4,7 @@ import os
 import signal
 import subprocess
 
-from gateway import CHECKOUT, Box, child_of, wait_for
+from gateway import CHECKOUT, LONGEST_RUN, Box, child_of, wait_for
 from lab import daemon
 from lab.router import RUNTIME, SETTINGS, STATE, mac_of
 
@@ -46,7 +46,7 @@ class Router(Box):
         """Run statements with lab.router at hand."""
         return self.python("from lab import router\n" + code, *arguments)
 
-    def hbsctl(self, *arguments, check=True, timeout=60):
+    def hbsctl(self, *arguments, check=True, timeout=LONGEST_RUN):
         return self.run(f"{LINUX_BIN}/hbsctl", *arguments, check=check, timeout=timeout)
 
     def log(self):

@@ -22,7 +22,7 @@ def is_for_this_machine():
 @pytest.mark.skipif(not is_for_this_machine(), reason="a library of this machine cannot be loaded into that daemon")
 def test_the_daemon_does_what_its_documents_say():
     done = subprocess.run([f"{SCRIPTS}/model", "--same", "--histories", str(HISTORIES)], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=600, check=False,
+                          stderr=subprocess.STDOUT, text=True, timeout=3600, check=False,
                           env={**os.environ, "HBS_BUILD": os.path.basename(os.path.dirname(BIN))})
     assert done.returncode == 0, done.stdout
     found = re.search(r"histories: (\d+), steps: (\d+)", done.stdout)

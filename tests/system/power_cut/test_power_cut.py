@@ -14,7 +14,7 @@ KILLS = 25
 @pytest.mark.simulated
 def test_nothing_that_was_acknowledged_is_lost():
     done = subprocess.run([f"{SCRIPTS}/kill_run", str(KILLS)], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, timeout=300, check=False,
+                          text=True, timeout=3600, check=False,
                           env={**os.environ, "HBS_BUILD": os.path.basename(os.path.dirname(BIN))})
     assert done.returncode == 0, done.stdout
     assert f"kills: {KILLS} " in done.stdout

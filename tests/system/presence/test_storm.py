@@ -14,7 +14,7 @@ def figure(printed, what):
 @pytest.mark.simulated
 def test_storm_leaves_no_difference(gateway):
     done = gateway.run(f"{SCRIPTS}/storm", "--changes", "20000", "--devices", "20", check=False,
-                       timeout=300)
+                       timeout=3600)
     assert done.returncode == 0, done.stdout + done.stderr
     assert figure(done.stdout, "neighbour changes") >= 20000
     assert figure(done.stdout, "events dropped by the socket") > 0, "the storm was no storm"

@@ -4,7 +4,7 @@ import os
 
 import pytest
 
-from gateway import lan, lease_line, wait_for
+from gateway import by_lease, lan, lease_line, wait_for
 from lab import database, settings_files
 
 KNOWN_TO_NOBODY_ELSE = "02:bb:00:00:00:05"
@@ -18,9 +18,9 @@ def segments(gateway):
 
 def test_database_outlives_the_daemon(living_lan):
     wait_for("all hosts are on line", living_lan.all_hosts_online)
-    before = living_lan.clients()
+    before = by_lease(living_lan.clients())
     living_lan.daemon.kill()
-    assert living_lan.clients(left_behind=True) == before
+    assert by_lease(living_lan.clients(left_behind=True)) == before
 
 
 def test_restart_takes_the_old_segment_and_empties_it(running):

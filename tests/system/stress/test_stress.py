@@ -11,7 +11,7 @@ from gateway import BIN, SCRIPTS
 
 def stress(*words):
     return subprocess.run([f"{SCRIPTS}/stress", *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-                          timeout=900, check=False,
+                          timeout=3600, check=False,
                           env={**os.environ, "HBS_BUILD": os.path.basename(os.path.dirname(BIN))})
 
 
