@@ -137,9 +137,17 @@ def test_says_in_one_line_that_namespaces_are_forbidden():
     assert "to allow it:" in done.stderr
 
 
-def test_takes_less_than_a_second_of_the_processor():
-    """Its own time, not the clock's, which others use up as well."""
+def processor_time(run):
+    """What a program takes itself, not the clock's time, which others use up as well."""
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
-    assert run_box("true").returncode == 0
+    run()
     after = resource.getrusage(resource.RUSAGE_CHILDREN)
-    assert (after.ru_utime - before.ru_utime) + (after.ru_stime - before.ru_stime) < 1.0
+    return (after.ru_utime - before.ru_utime) + (after.ru_stime - before.ru_stime)
+
+
+def test_takes_little_of_the_processor():
+    """Beside the start of its interpreter, which a slow machine makes as slow."""
+    start = ["/usr/bin/python3", "-IS", "-c", f"import sys; sys.pycache_prefix = {CHECKOUT + '/build/pycache'!r}; "
+             f"sys.path.insert(0, {SCRIPTS!r}); from lab import box, daemon, lan, values"]
+    alone = processor_time(lambda: subprocess.run(start, check=True, timeout=60))
+    assert processor_time(lambda: run_box("true").check_returncode()) < 20 * alone

@@ -113,7 +113,7 @@ def install_and_use(machine):
     assert asked(machine) == ["restart dnsmasq"]
     inside(machine, "dnsmasq --conf-dir=/etc/dnsmasq.d --pid-file=/run/dnsmasq/dnsmasq.pid")
     machine.lan('router.start_client("laptop")\nrouter.start_client("phone")\n')
-    wait_for("both are on line", lambda: sum(client["online"] for client in clients(machine).values()) == 2, 60)
+    wait_for("both are on line", lambda: sum(client["online"] for client in clients(machine).values()) == 2)
     laptop = clients(machine)[LAPTOP]
     assert (laptop["host"], laptop["network"], laptop["switch_port"]) == ("laptop", 0, 1)
     assert laptop["ipv4"].startswith("192.168.10.1")
@@ -129,7 +129,7 @@ def upgrade_and_see_that_settings_survive(machine):
     inside(machine, "hbsctl trust set site laptop --comment 'front desk'")
     inside(machine, "hbsctl mac-filter set black phone --rule 7f,1,2 --description child")
     inside(machine, f"hbsctl static-lease set {mac_of(19)} 192.168.10.60 --comment printer")
-    assert "192.168.10.60" in inside(machine, "cat /var/lib/gw_hostbase/dhcp-hosts").stdout
+    wait_for("dnsmasq's file has it", lambda: "192.168.10.60" in machine.read(f"{PLACE}{SETTINGS}/dhcp-hosts"))
     before = json.loads(inside(machine, "hbsctl export").stdout)
     assert len(before["devices"]) == 3
     inside(machine, "apt-get install -y ./later/gw-hostbase_*.deb ./later/hbsctl_*.deb ./later/libhbs-query1_*.deb")

@@ -1,6 +1,5 @@
 // What the TR-069 agent is told: every field of every event, as it arrives there.
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 
 #include <hbs_msg.h>
@@ -296,9 +295,8 @@ TEST_F(Tr69Events, WhatReadersDoNotSeeYetIsNotSent) {
 
 TEST_F(Tr69Events, ClientEventWaitsForNoReader) {
     hbs_sem_wait(); // as a reader that is slow
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(0, hbs_send_tr69_client_event(106, client_));
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(HBS_SEM_PATIENCE_MS));
+    EXPECT_EQ(0u, logged_containing("taken over"));
     expect_sent(
         {.code = 106, .mac = UPPER, .number = 1, .adapter = 1, .ipv4 = "192.168.1.20", .host = "laptop"});
     hbs_sem_post();
