@@ -187,6 +187,14 @@ std::optional<std::string> ask_in_words(const std::string &question, const std::
 
 bool daemon_is_there(const std::string &socket_path) {
     const descriptor socket_fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (socket_fd.fd == -1)
+        throw daemon_error(daemon_error::failed,
+                           std::string("cannot find out whether gw_hostbase is running: ") + strerror(errno));
     const sockaddr_un daemon = address_of(socket_path);
-    return connect(socket_fd.fd, generic(&daemon), sizeof daemon) == 0 || errno == EACCES || errno == EPERM;
+    if (connect(socket_fd.fd, generic(&daemon), sizeof daemon) == 0 || errno == EACCES || errno == EPERM)
+        return true;
+    daemon_error why_not = error_of_errno(socket_path);
+    if (why_not.why != daemon_error::not_there)
+        throw why_not;
+    return false;
 }

@@ -28,5 +28,6 @@ int32_t send_command(const datagram &message, const std::string &socket_path, do
 std::optional<std::string> ask_in_words(const std::string &question, const std::string &socket_path,
                                         double seconds);
 
-// Whether somebody receives on the command socket; true as well when this user may not ask.
+// Whether somebody receives on the command socket; true as well when this user may not ask. Throws
+// daemon_error when that cannot be found out.
 bool daemon_is_there(const std::string &socket_path);

@@ -50,7 +50,7 @@ gateway_status live_source::status_now(const database &db) {
 void live_source::look() {
     try {
         take_news(read_database());
-    } catch (const database_error &error) {
+    } catch (const std::runtime_error &error) {
         const std::lock_guard hold(mutex_);
         texts_.failure = error.what();
         throw;

@@ -34,8 +34,8 @@ void serve(session &run, const serve_options &options) {
             throw run_error(exit_failed, "cannot listen on " + url_of(server.address()) + " any more");
         try {
             source.look();
-        } catch (const database_error &) {
-            continue; // the daemon may be starting again: what was seen stays
+        } catch (const std::runtime_error &) {
+            continue; // the daemon may be starting again, and what is lacking come back: what was seen stays
         }
     }
 }

@@ -110,7 +110,7 @@ void add_lists(std::vector<step> &steps, const look &now, const device_settings 
     for (const auto &[list, rule] : device.rules) {
         const bool on_list = is_named(device, list) || is_marked(now, device.mac, list);
         steps.push_back(step_of_list(now, device, on_list ? HBS_CMD_SET_MACFILTER : HBS_CMD_SET_RULE_TOD,
-                                     list, rule, std::nullopt));
+                                     list, rule, on_list ? std::nullopt : to_rule(rule)));
     }
     for (uint8_t list : device.lists) {
         const bool has_rule = std::any_of(device.rules.begin(), device.rules.end(),
@@ -218,6 +218,24 @@ objection to_list_texts(const look &now, const device_settings &device) {
                : std::nullopt;
 }
 
+// The address that a device is to have, one way or the other.
+std::vector<std::string> fixed_addresses(const device_settings &device) {
+    std::vector<std::string> addresses;
+    for (const auto &address : {device.static_lease, device.internal_lease})
+        if (address)
+            addresses.push_back(ip_text(*address));
+    return addresses;
+}
+
+objection to_twice_given(const std::vector<device_settings> &devices, const device_settings &device) {
+    for (const std::string &address : fixed_addresses(device))
+        for (const device_settings &other : devices)
+            if (const auto theirs = fixed_addresses(other);
+                other.mac != device.mac && std::find(theirs.begin(), theirs.end(), address) != theirs.end())
+                return address + " is given to " + text_of(other) + " as well";
+    return std::nullopt;
+}
+
 // All that is sent, but for the texts that need an address. Throws when anything cannot be meant.
 std::vector<step> all_steps(const session &run, const look &now,
                             const std::vector<device_settings> &devices) {
@@ -226,7 +244,8 @@ std::vector<step> all_steps(const session &run, const look &now,
         const std::string name = "import: " + text_of(device);
         // Its texts are sent last, to the address that the device has by then: here only their lengths count.
         (void)request_comment_host(ip_address{}, device.comment.value_or(""), device.host.value_or(""));
-        heed(run, name, to_list_texts(now, device));
+        heed(run, name,
+             first_of({to_device(device.mac), to_twice_given(devices, device), to_list_texts(now, device)}));
         for (const step &one : steps_of(now, device)) {
             heed(run, name, one.why_not);
             all.push_back(one);

@@ -60,11 +60,15 @@ class Terminal:
         self._bytes += os.read(self._mine, 65536)
         self.text = self._bytes.decode("utf-8", "replace")
 
-    def wait_for(self, wanted, seconds=PATIENCE):
+    def wait_until(self, is_there, wanted, seconds=PATIENCE):
+        """Read on until the test, which is named by what is wanted, says yes."""
         end = time.monotonic() + seconds
-        while wanted not in self.text:
+        while not is_there():
             assert not ENDED.search(self.text), f"it ended without {wanted!r}: {self.text[-3000:]!r}"
             self._read(end)
+
+    def wait_for(self, wanted, seconds=PATIENCE):
+        self.wait_until(lambda: wanted in self.text, wanted, seconds)
 
     def status(self, seconds=PATIENCE):
         """Read to the end; the status of the command, as a shell has it."""

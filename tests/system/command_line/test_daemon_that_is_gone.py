@@ -53,3 +53,19 @@ def test_a_daemon_that_does_not_answer(running, command, told):
     finally:
         running.daemon.resume()
     assert running.hbsctl(command).stderr == ""
+
+
+def test_what_cannot_be_found_out_is_not_said(running):
+    """Without a free file descriptor nobody can be asked whether the daemon is there: that is no news of it."""
+    running.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"))
+    wait_for("it is there", lambda: LAPTOP in running.clients())
+    following = running.start("sh", "-c", EVENTS)
+    try:
+        wait_for("they have begun", lambda: "laptop" in running.read("/tmp/events"))
+        running.run("prlimit", "--pid", running.run("pidof", "hbsctl").stdout.strip(), "--nofile=3:3")
+        assert following.wait(60) == 5
+        assert running.read("/tmp/told") == \
+            "hbsctl: cannot find out whether gw_hostbase is running: Too many open files\n"
+    finally:
+        following.kill()
+        following.wait()

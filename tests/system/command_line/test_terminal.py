@@ -80,6 +80,9 @@ def test_a_pipe_that_nobody_reads_is_no_disaster(house):
     done = house.run("bash", "-c", "hbsctl list | head -1; echo ${PIPESTATUS[0]}")
     first, status = done.stdout.splitlines()
     assert first.startswith("MAC ") and (done.stderr, status) in (("", "0"), ("", str(128 + signal.SIGPIPE)))
+    done = house.run("bash", "-c", "hbsctl watch --json --interval 0.1 | head -1; echo ${PIPESTATUS[0]}")
+    first, status = done.stdout.splitlines()
+    assert (len(json.loads(first)["clients"]), done.stderr, status) == (COUNT, "", "0"), "it ends when nobody looks"
 
 
 FRAME = re.compile(r"\x1b\[H(.*?)\x1b\[J", re.DOTALL)
@@ -103,19 +106,29 @@ def test_watch_fits_the_screen(house, columns, rows):
     assert terminal.text.startswith("\x1b[?1049h\x1b[?25l") and terminal.text.endswith("\x1b[?25h\x1b[?1049l")
 
 
+def wait_for_frame(terminal, wanted, first, rows):
+    """Wait until a whole frame tells what is wanted in its first or last line; it shows so many rows and begins with
+    that client."""
+    def shown():
+        frames = frames_of(terminal)
+        return frames and (wanted in frames[-1][0] or wanted in frames[-1][-1])
+    terminal.wait_until(shown, wanted)
+    frame = frames_of(terminal)[-1]
+    begun = frame[2].split()[0] if rows else None
+    assert (begun, len(frame) - 3) == (mac_of(first) if rows else None, rows), frame
+
+
 def test_watch_scrolls_sorts_and_searches_by_keys(house):
     with Terminal(house, "hbsctl", "watch", "--interval", "0.1") as terminal:
-        terminal.wait_for("+19 more")
-        terminal.type("G")
-        terminal.wait_for("19 above, the end")
-        terminal.type("g")
-        terminal.type("/host-07\n")
-        terminal.wait_for("1 shown")
-        terminal.type("\x1b")
-        terminal.type("s")
-        terminal.wait_for("[s]ort: ip")
-        terminal.type("o")
-        terminal.wait_for("[o]: on line")
+        wait_for_frame(terminal, "+19 more", 0, 21)
+        for keys, wanted, first, rows in (
+                ("G", "19 above, the end", COUNT - 21, 21), ("g", "+19 more", 0, 21), ("j", "1 above, +18 more", 1, 21),
+                ("/host-07\n", "all  /host-07  [s]ort: network", 7, 1), ("\x1b", "+19 more  [s]ort: network", 0, 21),
+                ("s", "[s]ort: ip", 0, 21), ("r", "[s]ort: ip, reverse", COUNT - 1, 21),
+                ("o", "[o]: on line", COUNT - 1, 21), ("o", "[o]: off line", None, 0)):
+            terminal.type(keys)
+            wait_for_frame(terminal, wanted, first, rows)
+        assert f"{COUNT} clients, {COUNT} on line  0 shown" in frames_of(terminal)[-1][0]
         terminal.type("q")
         assert terminal.status() == 0
 

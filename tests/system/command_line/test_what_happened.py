@@ -356,6 +356,21 @@ def test_bridge_mode(running):
         "mode: changed from 'bridge' to 'routed'\nclients in the table: changed from '0' to '1'\n")
 
 
+def test_audit_names_the_bridge_mode_in_which_nobody_is_a_client(running):
+    in_bridge_mode = "hbsctl: the gateway is in bridge mode, in which it has no clients\n"
+    assert running.hbsctl("audit").stderr == "", "an empty table is no bridge mode"
+    running.make_lan()
+    running.run("ip", "neigh", "replace", PHONE_ADDRESS, "lladdr", PHONE, "nud", "permanent", "dev", "l2sd0.2")
+    running.hbsctl("mode", "bridge")
+    known = f"the kernel has the neighbour {PHONE_ADDRESS} at {PHONE} on l2sd0.2, which is no client"
+    told = running.hbsctl("audit", check=False)
+    assert (told.returncode, told.stdout, told.stderr) == (1, known + "\n", in_bridge_mode)
+    told = running.hbsctl("audit", "--json", check=False)
+    assert ([one["text"] for one in json.loads(told.stdout)["differences"]], told.stderr) == ([known], in_bridge_mode)
+    running.hbsctl("mode", "routed")
+    assert running.hbsctl("audit", check=False).stderr == ""
+
+
 def test_force_sends_in_bridge_mode_what_the_mode_ignores(forced):
     forced.hbsctl("mode", "bridge", "--yes")
     for words in [*IN_BRIDGE_MODE, f"trust clear site {LAPTOP}", f"rule set white {LAPTOP} 5,6,7",

@@ -7,9 +7,11 @@ import re
 import signal
 import subprocess
 import tempfile
+from contextlib import nullcontext
 
 import pytest
 from gateway import CHECKOUT, wait_for
+from installation import alone
 
 DOCUMENTS = ("README.md", "CHANGELOG.md",
              *sorted(f"docs/{name}" for name in os.listdir(f"{CHECKOUT}/docs") if name.endswith(".md")))
@@ -142,7 +144,7 @@ def test_command_does_what_the_page_says(command):
         status, shown = run_until_interrupted(command.split())
         assert status == 0 and shown
     else:
-        with tempfile.TemporaryDirectory() as elsewhere:
+        with tempfile.TemporaryDirectory() as elsewhere, alone() if "--install" in command else nullcontext():
             done = shell(command, env={**os.environ, "DESTDIR": elsewhere})
         assert done.returncode == 0, done.stderr
 
