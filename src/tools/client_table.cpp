@@ -140,7 +140,7 @@ std::string client_totals(const std::vector<hbs_client> &clients) {
 }
 
 text_table client_details(const hbs_client &client) {
-    text_table table = {{{"FIELD"}, {"VALUE", 20}}, {}};
+    text_table table = {{{"FIELD"}, {"VALUE"}}, {}};
     add(table, "MAC", mac_and_maker(client));
     add(table, "IPv4", ipv4_text(client.ipv4));
     add(table, "IPv6", ipv6_text(client.ipv6));

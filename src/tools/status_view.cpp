@@ -44,7 +44,7 @@ std::string spaced(std::string name) {
 }
 
 text_table status_table(const gateway_status &status) {
-    text_table table = {{{"WHAT"}, {"HOW", 20}}, {}};
+    text_table table = {{{"WHAT"}, {"HOW"}}, {}};
     const auto add = [&](const std::string &what, const std::string &how) {
         table.rows.push_back({{what, style::faint}, {how}});
     };

@@ -59,6 +59,12 @@ def test_a_wider_terminal_shows_more(house):
     assert {"COMMENT", "LEASE", "END", "SINCE"} <= wide
 
 
+def test_what_shows_all_of_one_client_is_not_cut(house):
+    for command in ("show", "explain"):
+        terminal, status = output_on(house, "hbsctl", command, mac_of(0), columns=40)
+        assert status == 0 and "c" * 200 in terminal.text and "n" * 60 in terminal.text, command
+
+
 def test_colour_is_for_terminals_that_have_it(house):
     coloured = output_on(house, "hbsctl", "list")[0]
     assert "\x1b[32monline\x1b[0m" in coloured.text
