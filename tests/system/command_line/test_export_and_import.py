@@ -261,22 +261,20 @@ def test_what_is_no_document_is_refused(house, text, reason):
     assert (done.returncode, done.stdout, reason in done.stderr) == (2, "", True), done.stderr
 
 
-TWIN = "02:aa:00:00:00:3d"
+TWIN, GROUP = "02:aa:00:00:00:3d", "01:00:5e:00:00:01"
 
 
 @pytest.mark.parametrize("devices, reason", [
-    ([{"mac": NEW, "static_lease": "192.168.0.1"}], f"{NEW}: nothing changed: 192.168.0.1 is the gateway's own address"),
-    ([{"mac": NEW, "static_lease": "0.0.0.0"}], f"{NEW}: nothing changed: 0.0.0.0 is no address that a host can have"),
-    ([{"mac": NEW, "internal_lease": "0.0.0.0"}], f"{NEW}: nothing changed: 0.0.0.0 is no address that a host can have"),
-    ([{"mac": NEW, "static_lease": "fd00::1"}],
-     f"{NEW}: nothing changed: the daemon keeps fixed addresses for IPv4 only"),
+    ([{"mac": NEW, "static_lease": "192.168.0.1"}], "192.168.0.1 is the gateway's own address"),
+    ([{"mac": NEW, "static_lease": "0.0.0.0"}], "0.0.0.0 is no address that a host can have"),
+    ([{"mac": NEW, "internal_lease": "0.0.0.0"}], "0.0.0.0 is no address that a host can have"),
+    ([{"mac": NEW, "static_lease": "fd00::1"}], "the daemon keeps fixed addresses for IPv4 only"),
     ([{"mac": NEW, "static_lease": "192.168.0.60", "network": 99}],
-     f"{NEW}: nothing changed: fixed addresses are for the networks 0 and 8 only, not for network 99"),
+     "fixed addresses are for the networks 0 and 8 only, not for network 99"),
     ([{"mac": NEW, "static_lease": "192.168.0.60"}, {"mac": TWIN, "internal_lease": "192.168.0.60"}],
-     f"{NEW}: nothing changed: 192.168.0.60 is given to {TWIN} as well"),
-    ([{"mac": "01:00:5e:00:00:01", "comment": "x"}],
-     "01:00:5e:00:00:01: nothing changed: 01:00:5e:00:00:01 is the address of a group, not of a device"),
-    ([{"mac": PHONE, "rules": [{"list": "white", "rule": "0,0,0"}]}], f"{PHONE}: nothing changed: 0,0,0 is no rule"),
+     f"192.168.0.60 is given to {TWIN} as well"),
+    ([{"mac": GROUP, "comment": "x"}], f"{GROUP} is the address of a group, not of a device"),
+    ([{"mac": PHONE, "rules": [{"list": "white", "rule": "0,0,0"}]}], "0,0,0 is no rule"),
 ])
 def test_what_cannot_be_meant_is_not_sent_either(house, devices, reason):
     """Nor is anything else of that file, in which it stands last."""
@@ -284,7 +282,7 @@ def test_what_cannot_be_meant_is_not_sent_either(house, devices, reason):
         {"mac": LAPTOP, "trust": ["site"]}, *devices]}))
     done = house.hbsctl("import", "/tmp/settings.json", check=False)
     assert (done.returncode, done.stdout, done.stderr) == (
-        1, "", f"hbsctl: import: {reason} (--force sends it all the same)\n")
+        1, "", f"hbsctl: import: {devices[0]['mac']}: nothing changed: {reason} (--force sends it all the same)\n")
     assert json.loads(house.hbsctl("export").stdout)["devices"] == []
 
 
