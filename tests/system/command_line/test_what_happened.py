@@ -92,7 +92,9 @@ CODES = {
     "comment": "CMD_SET_COMMENT_HOST",
     "event wifi-assoc": "EVENT_WIFI_ASSOC", "event wifi-disassoc": "EVENT_WIFI_DISASSOC",
     "event server": "EVENT_SERVER", "event subnet": "EVENT_SUBNET_MASK", "event dhcpv4-lease": "EVENT_DHCPV4_LEASE",
-    "event dhcpv6-lease": "EVENT_DHCPV6_LEASE", "event dhcpv6-release": "EVENT_DHCPV6_RELEASE",
+    "event dhcpv4-info": "EVENT_DHCPV4_INFO", "event dhcpv4-release": "EVENT_DHCPV4_RELEASE",
+    "event wifi-info": "EVENT_WIFI_ASSOC_INFO", "event dhcpv6-lease": "EVENT_DHCPV6_LEASE",
+    "event dhcpv6-release": "EVENT_DHCPV6_RELEASE",
 }
 # Stands before the daemon's socket and notes what comes, before it goes on.
 RECORDER = """
@@ -191,12 +193,17 @@ def house_of_force():
     box.close()
 
 
-def sent(box):
-    """The codes of all that the daemon was sent, but for the questions for its mode."""
+def datagrams(box):
+    """All that the daemon was sent, but for the questions for its mode."""
     box.hbsctl("status")  # whose question comes behind all others
-    datagrams = [bytes.fromhex(line) for line in box.read("/tmp/sent").split()]
+    noted = [bytes.fromhex(line) for line in box.read("/tmp/sent").split()]
     mode_question = constant("HBS_CMD_CLR_MACFILTER")
-    return [one[0] for one in datagrams if one[0] != mode_question or any(one[2:8])]
+    return [one for one in noted if one[0] != mode_question or any(one[2:8])]
+
+
+def sent(box):
+    """The codes of those."""
+    return [one[0] for one in datagrams(box)]
 
 
 def code_of(words):
@@ -243,6 +250,37 @@ def test_force_sends_what_cannot_be_meant(house):
     done = house.hbsctl("--force", "static-lease", "set", NEW, "192.168.0.255")
     assert f"static lease 192.168.0.255 for {NEW}: set\n" in done.stdout
     assert house.clients()[NEW]["ipv4"] == "192.168.0.255"
+
+
+# Every command that is for one client, with what leaves that client as it was.
+OF_ONE_CLIENT = [
+    "trust set service {}", "trust clear service {}", "comment {} door", f"static-lease set {{}} {LAPTOP_ADDRESS}",
+    "static-lease clear {}", "internal-lease set {} 192.168.0.61", "mac-filter set white {} --rule a,2,3",
+    "mac-filter modify white phone {} --rule 9,9,9", "mac-filter clear white {} --rule a,2,3",
+    "rule set white {} 5,6,7", "rule clear white {} 5,6,7", "event wifi-assoc {} 1", "event wifi-info {}",
+    "event wifi-disassoc {} 1", f"event dhcpv4-lease {{}} {LAPTOP_ADDRESS} --host laptop",
+    f"event dhcpv4-info {{}} {LAPTOP_ADDRESS} --host laptop", f"event dhcpv4-release {{}} {FREE}",
+]
+
+
+def test_each_command_takes_a_mac_an_address_or_a_name():
+    """And sends the same whichever it is."""
+    box = make_house()
+    try:
+        for words in OF_ONE_CLIENT:
+            messages = set()
+            for key in (LAPTOP, LAPTOP_ADDRESS, "laptop"):
+                known = len(datagrams(box))
+                box.hbsctl("--force", *words.format(key).split(), check=False)
+                (message,) = datagrams(box)[known:]
+                messages.add(message)
+            (message,) = messages
+            assert message[0] == code_of(words), words
+        for words in ("show", "explain", "wait"):
+            for key in (LAPTOP, LAPTOP_ADDRESS, "laptop"):
+                assert box.hbsctl(words, key).stdout
+    finally:
+        box.close()
 
 
 # Where not even --force has what a request is made of: words, why, and what it is.
