@@ -1,5 +1,7 @@
 #include "tools/arguments.h"
 
+#include "tools/client_key.h"
+
 namespace {
 
 // Adds an argument that `parse` turns into an optional value.
@@ -77,9 +79,9 @@ CLI::Option *add_client(CLI::App *command, std::string &target, const std::strin
 
 CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &target,
                         const word_choices &choices, const std::string &help) {
-    std::string words;
+    std::vector<std::string> words;
     for (const auto &[word, number] : choices)
-        words += (words.empty() ? "" : "|") + word;
+        words.push_back(word);
     const auto parse = [choices](const std::string &text) -> std::optional<uint32_t> {
         for (const auto &[word, number] : choices)
             if (word == text)
@@ -89,11 +91,12 @@ CLI::Option *add_choice(CLI::App *command, const std::string &name, uint32_t &ta
     const auto store = [&target, parse, words](const std::string &text) {
         const auto number = parse(text);
         if (!number) {
-            throw CLI::ValidationError("'" + text + "' is none of " + words);
+            throw CLI::ValidationError(none_of_text(text, words));
         }
         target = *number;
     };
-    CLI::Option *option = command->add_option_function<std::string>(name, store, help)->type_name(words);
+    CLI::Option *option =
+        command->add_option_function<std::string>(name, store, help)->type_name(joined(words, "|"));
     return name[0] == '-' ? option : option->required();
 }
 

@@ -89,6 +89,10 @@ std::string suggestion(const std::string &word, const std::vector<std::string> &
     return words.empty() ? "" : ": did you mean '" + joined(words, "' or '") + "'?";
 }
 
+std::string none_of_text(const std::string &word, const std::vector<std::string> &known) {
+    return "'" + word + "' is none of " + joined(known, ", ") + suggestion(word, known);
+}
+
 std::vector<hbs_client> known_clients(const database &db, const std::string &key) {
     std::vector<hbs_client> found = matching_clients(db, key);
     if (found.empty())

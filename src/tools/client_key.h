@@ -60,3 +60,4 @@ std::vector<std::string> nearest(const std::string &word, const std::vector<std:
 
 // ": did you mean 'a' or 'b'?", or nothing.
 std::string suggestion(const std::string &word, const std::vector<std::string> &known);
+std::string none_of_text(const std::string &word, const std::vector<std::string> &known);

@@ -32,9 +32,13 @@ constexpr list_command filter_set = {
         return first_of({to_device(request.mac),
                          rule_given ? std::nullopt : to_adding_rule(now, request.mac, request.list)});
     }};
-constexpr list_command filter_clear = {
-    "mac-filter clear", HBS_CMD_CLR_MACFILTER, false,
-    [](const look &now, const filter_request &request, bool) { return to_clearing_rule(now, request); }};
+constexpr list_command filter_clear = {"mac-filter clear", HBS_CMD_CLR_MACFILTER, false,
+                                       [](const look &now, const filter_request &request, bool rule_given) {
+                                           const objection wrong = to_clearing_rule(now, request);
+                                           return wrong && !rule_given
+                                                      ? to_unnamed_rule(now, request, "taken off")
+                                                      : wrong;
+                                       }};
 constexpr list_command filter_modify = {"mac-filter modify", HBS_CMD_MOD_MACFILTER, false, to_moving_rule};
 constexpr list_command rule_set = {"rule set", HBS_CMD_SET_RULE_TOD, true,
                                    [](const look &now, const filter_request &request, bool) {

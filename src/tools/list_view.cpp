@@ -34,8 +34,7 @@ const std::vector<std::string> &field_names() {
 CLI::Validator one_of(const std::vector<std::string> &words) {
     const auto check = [words](const std::string &text) {
         const bool known = std::find(words.begin(), words.end(), text) != words.end();
-        return known ? std::string()
-                     : "'" + text + "' is none of " + joined(words, ", ") + suggestion(text, words);
+        return known ? std::string() : none_of_text(text, words);
     };
     return CLI::Validator(check, joined(words, "|"));
 }

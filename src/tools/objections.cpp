@@ -279,10 +279,14 @@ objection to_clearing_rule(const look &now, const filter_request &request) {
            list_word(request.list) + " list; " + rules_sentence(now, request);
 }
 
+objection to_unnamed_rule(const look &now, const filter_request &request, const char *done) {
+    return std::string("which rule is to be ") + done + "? Name it with --rule: " + text_of(request.mac) +
+           ", " + rules_sentence(now, request);
+}
+
 objection to_moving_rule(const look &now, const filter_request &request, bool rule_given) {
     if (!rule_given)
-        return "which rule is to be moved? Name it with --rule: " + text_of(request.mac) + ", " +
-               rules_sentence(now, request);
+        return to_unnamed_rule(now, request, "moved");
     if (request.mac == request.new_mac)
         return "both are the same device, which would lose the rule";
     return first_of({to_device(request.new_mac), to_clearing_rule(now, request)});

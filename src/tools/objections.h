@@ -36,4 +36,7 @@ objection to_instance(const look &now, const filter_request &request);
 
 // A rule that a device is to lose.
 objection to_clearing_rule(const look &now, const filter_request &request);
+
+// Where none of a device's rules was named; `done` says in a word what is to be done to one.
+objection to_unnamed_rule(const look &now, const filter_request &request, const char *done);
 objection to_moving_rule(const look &now, const filter_request &request, bool rule_given);

@@ -52,6 +52,8 @@ REFUSED = {
                          "both are the same device, which would lose the rule"),
     "clear no filter": ("mac-filter clear black laptop --rule 7f,1,2",
                         f"{LAPTOP} has no rule 7f,1,2 on the black list; it has none there"),
+    "clear without a rule": ("mac-filter clear white laptop",
+                             f"which rule is to be taken off? Name it with --rule: {LAPTOP}, it has 7f,1,2"),
     "another's instance": ("rule set white laptop 5,6,7 --instance 2",
                            f"instance 2 is a rule of {PHONE} on the white list"),
     "another list's instance": ("rule set black laptop 5,6,7 --instance 1",

@@ -237,6 +237,7 @@ TEST(Usage, OfTheWrongKindNamesTheWordThatIsWrong) {
         {{"event", "dhcpv4-lease", mac, "192.168.0.999"}, "'192.168.0.999' is no IPv4 address"},
         {{"watch", "--interval", "nan"}, "--interval: 'nan' is no number of seconds that is possible here"},
         {{"list", "--network", "x = y"}, "--network: 'x = y' is no number that is possible here"},
+        {{"trust", "set", "sites", mac}, "'sites' is none of site, service: did you mean 'site'?"},
         {{"event", "server", "one", "started"}, "index: 'one' is no number that is possible here"},
     };
     for (const auto &[line, text] : lines) {
