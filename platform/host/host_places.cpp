@@ -236,6 +236,6 @@ bool host_place_is_still(host_place place) {
 }
 
 void host_places_move_on() {
-    if (--current.depth == 0)
+    if (current.depth > 0 && --current.depth == 0) // a child of fork was in none of its parent's events
         current = {};
 }

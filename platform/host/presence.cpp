@@ -28,6 +28,9 @@ int PRESENCE_IsAnswering(const uint8_t mac[6]) {
 // Nobody has to wait for a file: a switch that cannot be asked answers later when the file says so.
 int PRESENCE_Await(const uint8_t mac[6]) {
     host_values_hold hold;
+    int result = 0;
+    if (host_told_to_fail("PRESENCE_Await", &result))
+        return result;
     uint32_t on = 0;
     return mac != nullptr && common_text_to_u32(host_value("presence.answers_late"), &on) && on == 1 ? 1 : 0;
 }

@@ -26,7 +26,8 @@ int PRESENCE_IsSilent(const uint8_t mac[6]);
 int PRESENCE_IsAnswering(const uint8_t mac[6]);
 
 /* Waits for the answer of a switch that was asked where a device is and could not tell at once. For callers
- * that hold no lock. mac [in] 6 bytes. Returns 1 or 0; 1 when the question may be asked again now. */
+ * that hold no lock. mac [in] 6 bytes. Returns 1 when the question may be asked again now, 0 when no switch
+ * answers late here, -1 when it could not be asked. */
 int PRESENCE_Await(const uint8_t mac[6]);
 
 /* A bridge of the kernel's has learned a device on one of its ports. mac [in] 6 bytes; ifindex: the kernel's,

@@ -22,7 +22,7 @@ int linux_fdb_port(const uint8_t mac[6], int *port);
 // the daemon's lock. Returns whether there was one.
 bool linux_fdb_await(const uint8_t mac[6]);
 
-// The kernel told by itself that the MAC is behind that port now.
+// The kernel told that the MAC is behind that port now.
 void linux_fdb_learned(const uint8_t mac[6], int port); // 0 = nowhere
 
 // Looks at one message of the kernel's. Returns whether it is an entry of that MAC on a port of the bridge.

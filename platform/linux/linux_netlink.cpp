@@ -30,13 +30,14 @@ int64_t linux_now_ms() {
 }
 
 bool linux_ask(nlmsghdr *request, int patience_ms, hbs_netlink_visit visit, void *context) {
-    const int64_t end = linux_now_ms() + patience_ms;
     const int socket = hbs_netlink_open();
     if (socket < 0)
         return false;
     hbs_at_exit close_it([socket] { (void)close(socket); });
     if (!hbs_netlink_bind(socket, 0) || !send_request(socket, request))
         return false;
+    const int64_t end =
+        linux_now_ms() + patience_ms; // the sending itself may have waited for the kernel's lock
     alignas(nlmsghdr) uint8_t buffer[datagram_size];
     int result = 1;
     while (result > 0) {

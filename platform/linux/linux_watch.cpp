@@ -82,8 +82,8 @@ void save_numbers(const linux_lan_numbers *now) {
     said = unsaved;
 }
 
-// The numbers are written by this thread alone. Whoever finds a port's network finds it in the router's
-// table, too.
+// The numbers are written by this thread alone. Whoever finds a port's new network finds it in the router's
+// table, too; one that goes leaves the table first.
 void publish(linux_dips *dipped) {
     const linux_conf *conf = linux_settings();
     complain_of_cut();

@@ -209,6 +209,21 @@ void linux_wifi_free(unsigned ssid) {
         found->used = false;
 }
 
+namespace {
+
+// 1 for a station that came, -1 for one that went, 0 for neither. Who comes to a network that is on no LAN is
+// told of once it is on one; until then that one is gone from where it was.
+int news_of(const place *each, const bool on_lan[LINUX_SSIDS]) {
+    const unsigned now = now_on(each);
+    if (!each->used || (seen_on(each) == each->told && !each->joined))
+        return 0;
+    if (now != 0 && on_lan[now - 1])
+        return 1;
+    return each->told == 0 || each->told == now ? 0 : -1;
+}
+
+} // namespace
+
 int linux_wifi_next_news(int64_t now_ms, linux_wifi_lan_check is_on_lan, uint8_t mac[6], unsigned *ssid) {
     const hold held;
     bool on_lan[LINUX_SSIDS];
@@ -217,11 +232,12 @@ int linux_wifi_next_news(int64_t now_ms, linux_wifi_lan_check is_on_lan, uint8_t
     for (place &each : places) {
         const unsigned now = now_on(&each);
         each.settled = now == 0 && now_ms >= each.tell_at_ms;
-        if (!each.used || (seen_on(&each) == each.told && !each.joined) || (now != 0 && !on_lan[now - 1]))
+        const int news = news_of(&each, on_lan);
+        if (news == 0)
             continue;
         memcpy(mac, each.station.mac, sizeof each.station.mac);
-        *ssid = now != 0 ? now : each.told;
-        return now != 0 ? 1 : -1;
+        *ssid = news > 0 ? now : each.told;
+        return news;
     }
     return 0;
 }

@@ -18,7 +18,7 @@ int PRESENCE_ByTraffic(void) {
 }
 
 int PRESENCE_Await(const uint8_t mac[6]) {
-    return mac != nullptr && linux_watch_start() && linux_fdb_await(mac) ? 1 : 0;
+    return mac != nullptr && linux_watch_start() && linux_fdb_await(mac) ? 1 : -1;
 }
 
 void PRESENCE_Learned(const uint8_t mac[6], int ifindex) {

@@ -10,17 +10,23 @@ namespace {
 constexpr int64_t MINUTE = 60'000;
 constexpr int64_t PATIENCE = 2000; // milliseconds that a question may wait
 constexpr int ROOM = 256;          // questions waiting and out
+constexpr int PLACE_ROOM = 128;    // those of them that may wait for ever, so that the others find room
 constexpr int DEVICE_SHARE = 10;   // questions of a kind about one device in a minute
 constexpr int MOST_PER_MINUTE = 240;
 
 struct kind_limits {
     int out;        // questions that are asked at the same time
     int per_minute; // for the whole house
+    int room;       // questions waiting and out
+    bool keeps;     // none is ever too late, and what comes while the same is out is asked after it
 };
 
-// The answers of nbtscan go through one file. The kernel's look-ups are short.
-constexpr kind_limits LIMITS[HBS_PROBE_KINDS] = {
-    {1, 60}, {2, 120}, {1, MOST_PER_MINUTE}, {1, MOST_PER_MINUTE}};
+// The answers of nbtscan go through one file. The kernel tells the state of a neighbour soon, the place of a
+// device after as long as it takes; what happened after it looked needs another look.
+constexpr kind_limits LIMITS[HBS_PROBE_KINDS] = {{1, 60, ROOM, false},
+                                                 {2, 120, ROOM, false},
+                                                 {1, MOST_PER_MINUTE, ROOM, false},
+                                                 {1, MOST_PER_MINUTE, PLACE_ROOM, true}};
 static_assert(LIMITS[0].out + LIMITS[1].out + LIMITS[2].out + LIMITS[3].out == HBS_PROBE_THREADS);
 
 enum class place : uint8_t { free, waits, is_out, is_late };
@@ -113,6 +119,13 @@ bool spend(const hbs_probe *probe, int64_t now) {
     return true;
 }
 
+bool has_room(hbs_probe_kind kind) {
+    int count = 0;
+    for (const slot &each : slots)
+        count += each.where != place::free && each.probe.kind == kind ? 1 : 0;
+    return count < LIMITS[kind].room;
+}
+
 int count_out(hbs_probe_kind kind) {
     int count = 0;
     for (const slot &each : slots)
@@ -127,7 +140,7 @@ bool may_go_out(const slot &each) {
 
 slot *find_late(int64_t now) {
     for (slot &each : slots)
-        if (each.where == place::waits && now - each.since >= PATIENCE)
+        if (each.where == place::waits && !LIMITS[each.probe.kind].keeps && now - each.since >= PATIENCE)
             return &each;
     return nullptr;
 }
@@ -177,7 +190,7 @@ bool hbs_probe_post(const hbs_probe *probe) {
     if (!is_open || actions[probe->kind] == nullptr)
         return false;
     const slot *out = find_rival(probe, place::is_out);
-    if (out != nullptr && memcmp(&out->probe, probe, sizeof *probe) == 0)
+    if (out != nullptr && !LIMITS[probe->kind].keeps && memcmp(&out->probe, probe, sizeof *probe) == 0)
         return true;
     if (slot *waits = find_rival(probe, place::waits)) {
         waits->probe = *probe;
@@ -185,7 +198,7 @@ bool hbs_probe_post(const hbs_probe *probe) {
     }
     const int64_t now = hbs_monotonic_milliseconds();
     slot *taken = find_free();
-    if (taken == nullptr || !spend(probe, now))
+    if (taken == nullptr || !has_room(probe->kind) || !spend(probe, now))
         return false;
     *taken = {*probe, now, ++arrivals, place::waits};
     (void)pthread_cond_signal(&changed);

@@ -25,7 +25,7 @@ struct hbs_probe {
 };
 
 // Asks and has the answer applied; runs without any lock. in_time false: the question waited for too long and
-// is not asked, it counts as one without an answer.
+// is not asked, it counts as one without an answer. A question for a place is never too late.
 using hbs_probe_action = void (*)(const hbs_probe *probe, bool in_time);
 
 // The threads that ask: as many as questions of all kinds may be out together.
@@ -37,7 +37,7 @@ void hbs_probe_register(hbs_probe_kind kind, hbs_probe_action action);
 // Queues a question. False when it cannot be asked, which counts as "no answer": no thread asks yet
 // (start-up), there is no room, or the minute's share of the device or of the house is used up. Per kind and
 // device one question is out and one waits: a newer one takes the place of the one that waits, and one that
-// is out already is not queued again.
+// is out already is not queued again, but for a place.
 bool hbs_probe_post(const hbs_probe *probe);
 
 // From now on questions are taken. Whether they are.

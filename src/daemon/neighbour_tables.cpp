@@ -124,9 +124,13 @@ int by_age(const void *a, const void *b) {
     return one < other ? -1 : one > other;
 }
 
-// One hold for the question and the telling: in between nobody leaves.
-void tell(const row *one) {
+// One hold for the question and the telling: in between nobody leaves. Of a device that is asked for nothing
+// counts as told when its rows are read: what is, the monitor told meanwhile, and it knows more.
+void tell(const row *one, bool asked_for) {
     const hbs_list_hold hold;
+    const hbs_neigh_entry entry = entry_of(one);
+    if (asked_for && hbs_neigh_was_told(&entry))
+        return;
     if (is_news(one))
         hbs_tell_neighbour(&one->header, one->has_mac ? one->mac : nullptr, one->address);
 }
@@ -141,7 +145,7 @@ bool read_tables(int64_t since_ms, const uint8_t *only) {
         return false;
     qsort(all.rows, all.count, sizeof(row), by_age);
     for (size_t i = 0; i < all.count; ++i)
-        tell(&all.rows[i]);
+        tell(&all.rows[i], only != nullptr);
     return true;
 }
 

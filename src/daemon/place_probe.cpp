@@ -10,7 +10,8 @@
 
 namespace {
 
-// No question is out for longer: what changed before was told when its place was known.
+// What changed earlier was told when its place was known. Whoever is asked for when the kernel's lock was
+// held for longer than that is told of by the next event.
 constexpr int64_t MOST_WAITED_MS = 60'000;
 
 void forget_what_was_told(const uint8_t mac[6]) {
@@ -18,16 +19,18 @@ void forget_what_was_told(const uint8_t mac[6]) {
     hbs_neigh_forget(mac);
 }
 
+bool make_up_for(const uint8_t mac[6]) {
+    const int answered = PRESENCE_Await(mac);
+    if (answered <= 0)
+        return answered == 0;
+    hbs_presence_placed(mac);
+    forget_what_was_told(mac);
+    return hbs_read_neighbours_of(mac, hbs_monotonic_milliseconds() - MOST_WAITED_MS);
+}
+
 } // namespace
 
-void hbs_probe_place(const hbs_probe *probe, bool in_time) {
-    if (!in_time) { // behind others whose answers are late, too
-        (void)hbs_probe_post(probe);
-        return;
-    }
-    if (PRESENCE_Await(probe->mac) == 0)
-        return;
-    hbs_presence_placed(probe->mac);
-    forget_what_was_told(probe->mac);
-    (void)hbs_read_neighbours_of(probe->mac, hbs_monotonic_milliseconds() - MOST_WAITED_MS);
+void hbs_probe_place(const hbs_probe *probe, bool) {
+    if (!make_up_for(probe->mac))
+        (void)hbs_probe_post(probe); // as often as the device's share allows
 }

@@ -1,6 +1,8 @@
 #include "events/neighbour_news.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <linux/neighbour.h>
 #include <sys/socket.h>
 
@@ -155,6 +157,18 @@ void hbs_neigh_forget(const uint8_t mac[6]) {
         for (told_address &place : row)
             if (memcmp(place.mac, mac, sizeof place.mac) == 0)
                 place.what = presence::none;
+}
+
+bool hbs_neigh_was_told(const hbs_neigh_entry *entry) {
+    const auto is_rival = [entry](const told_address &place) {
+        return place.what != presence::none && place.family == entry->family &&
+               (place.address[0] == 0xFE) == (entry->address[0] == 0xFE) &&
+               memcmp(place.mac, entry->mac, sizeof place.mac) == 0;
+    };
+    for (const auto &row : told)
+        if (std::any_of(std::begin(row), std::end(row), is_rival))
+            return true;
+    return false;
 }
 
 bool hbs_neigh_is_news(const hbs_neigh_entry *entry) {

@@ -16,8 +16,13 @@ struct hbs_neigh_entry {
 // Keeps what the handlers were told of an address, for the addresses that were told of last.
 void hbs_neigh_note(uint16_t state, const uint8_t *mac, int family, const uint8_t *address);
 
-// What was told of a device counts as not told: the handlers could not take it.
+// What was told of a device counts as not told: the handlers could not take it. That one of its addresses is
+// gone stays told.
 void hbs_neigh_forget(const uint8_t mac[6]);
+
+// Whether the device of an entry was told of since it was forgotten, with an address that competes with the
+// entry's for the same field of the record. The entry has a MAC.
+bool hbs_neigh_was_told(const hbs_neigh_entry *entry);
 
 // Whether the handler of the entry's state has to hear of it:
 //   REACHABLE  an unknown device; a client with another address; one that does not count as reachable,

@@ -15,6 +15,5 @@ void hbs_lease_set(hbs_client *client, uint32_t seconds);
 // DHCPv6 lease end, absolute seconds since the epoch (deliberately unlike the IPv4 case); 0 sets no date.
 void hbs_leasev6_set(hbs_client *client, time_t end);
 
-// hbs_clear_lease_end belongs to the operations on clients, though no event calls for it.
 void hbs_clear_lease_end(hbs_client *client);
 void hbs_clear_lease_v6_end(hbs_client *client);

@@ -143,16 +143,6 @@ void hbs_set_ll(hbs_client *client, const uint8_t ll[16]) {
     hbs_set_flags(client, 0, HBS_CHANGED);
 }
 
-void hbs_clear_ipv4(hbs_client *client) {
-    static constexpr uint8_t none[4] = {};
-    hbs_set_ipv4(client, none);
-}
-
-void hbs_clear_ipv6(hbs_client *client) {
-    static constexpr uint8_t none[16] = {};
-    hbs_set_ipv6(client, none);
-}
-
 void hbs_clear_status_time(hbs_client *client) {
     if (client != nullptr)
         hbs_date_clear(client->status_time);

@@ -31,8 +31,4 @@ void hbs_set_ipv4(hbs_client *client, const uint8_t ipv4[4]);
 void hbs_set_ipv6(hbs_client *client, const uint8_t ipv6[16]);
 void hbs_set_ll(hbs_client *client, const uint8_t ll[16]);
 
-// As setting none; the operations are there for whoever needs them, though no event does.
-void hbs_clear_ipv4(hbs_client *client);
-void hbs_clear_ipv6(hbs_client *client);
-
 void hbs_clear_status_time(hbs_client *client);

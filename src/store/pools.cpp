@@ -28,6 +28,11 @@ struct pool_state {
 pool_state states[HBS_POOLS];
 uint32_t edition = 1;
 
+void count_edition() {
+    if (++edition == 0)
+        edition = 1;
+}
+
 pool_state &state_of(hbs_pool pool) {
     return states[static_cast<int>(pool)];
 }
@@ -106,7 +111,7 @@ void carve(hbs_pool pool) {
 void hbs_pools_carve() {
     if (hbs_segment() == nullptr)
         return;
-    edition++;
+    count_edition();
     for (int i = 0; i < HBS_POOLS; i++)
         carve(static_cast<hbs_pool>(i));
 }
@@ -162,7 +167,7 @@ bool is_at(hbs_pool pool, const void *element, place where, node *n) {
 void *hbs_pool_take(hbs_pool pool) {
     pool_state &state = state_of(pool);
     if (hbs_segment() == nullptr || state.free_count == 0) {
-        edition++;
+        count_edition();
         return nullptr;
     }
     node n = state.next[FREE_HEAD];
@@ -223,7 +228,7 @@ void hbs_list_unlink(hbs_pool pool, const void *element) {
         return;
     ring_remove(state, n);
     state.at[n] = place::nowhere;
-    edition++;
+    count_edition();
     publish_links(pool, state.prev[n]);
     publish_links(pool, state.next[n]);
     put_links(node_offset(pool, n), 0, 0);

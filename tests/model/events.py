@@ -1,4 +1,4 @@
-"""What comes from devices, as the documents describe it: leases, stations, neighbours, links, and timers that end."""
+"""What comes from devices, and what it has to do: leases, stations, neighbours, links, and timers that end."""
 
 import world
 from records import (ANY_ADDRESS, ARMED, ASSOC, BSSID, DHCP_WAIT, DYNIP4, DYNIP6, IP4, IP6, LEASE, NO_IPV4, NO_IPV6,

@@ -1,4 +1,4 @@
-"""The settings files as the documents describe them: line by line, byte by byte."""
+"""The settings files as they have to be: line by line, byte by byte."""
 
 import struct
 

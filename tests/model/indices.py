@@ -1,4 +1,4 @@
-"""The index lists as the documents describe them: who is in them, under which key, in which order."""
+"""The index lists as they have to be: who is in them, under which key, in which order."""
 
 NETWORK_KEY = 200
 

@@ -1,4 +1,4 @@
-"""A client as the documents describe it, with the rules of its flags; and what its published copy must hold."""
+"""A client as it has to be, with the rules of its flags; and what its published copy must hold."""
 
 import copy
 import struct

@@ -45,7 +45,8 @@ class ProbeQueue : public testing::Test {
     void SetUp() override {
         asked.clear();
         late.clear();
-        for (const hbs_probe_kind kind : {HBS_PROBE_NETBIOS, HBS_PROBE_SEED, HBS_PROBE_NEIGHBOUR})
+        for (const hbs_probe_kind kind :
+             {HBS_PROBE_NETBIOS, HBS_PROBE_SEED, HBS_PROBE_NEIGHBOUR, HBS_PROBE_PLACE})
             hbs_probe_register(kind, note);
         hbs_probe_open();
     }
@@ -130,6 +131,22 @@ TEST_F(ProbeQueue, QuestionThatIsReplaced_WaitsNoLongerForThat) {
     EXPECT_THAT(asked, IsEmpty());
 }
 
+TEST_F(ProbeQueue, QuestionForAPlace_IsNeverTooLate) {
+    ASSERT_TRUE(post(question(1, 1, HBS_PROBE_PLACE)));
+    hbs_clock_advance(600);
+    serve_all();
+    EXPECT_THAT(asked, ElementsAre(1));
+    EXPECT_THAT(late, IsEmpty());
+}
+
+TEST_F(ProbeQueue, QuestionsForPlaces_LeaveRoomForTheOthers) {
+    for (int device = 1; device <= 128; ++device)
+        ASSERT_TRUE(post(question(device, 1, HBS_PROBE_PLACE))) << device;
+    EXPECT_FALSE(post(question(129, 1, HBS_PROBE_PLACE)));
+    EXPECT_TRUE(post(question(1, 2, HBS_PROBE_PLACE))) << "in the place of the one that waits";
+    EXPECT_TRUE(post(question(129, 1)));
+}
+
 TEST_F(ProbeQueue, ShareOfADevice_LastsAMinute) {
     for (int number = 0; number < 10; ++number) {
         ASSERT_TRUE(post(question(1, number))) << number;
@@ -197,6 +214,7 @@ class ProbeThreads : public ProbeQueue {
         ProbeQueue::SetUp();
         hbs_probe_register(HBS_PROBE_NETBIOS, hang);
         hbs_probe_register(HBS_PROBE_SEED, hang);
+        hbs_probe_register(HBS_PROBE_PLACE, hang);
         for (int i = 0; i < HBS_PROBE_THREADS; ++i)
             std::thread(hbs_probe_thread, nullptr).detach();
     }
@@ -216,6 +234,15 @@ TEST_F(ProbeThreads, OneKindThatHangs_DoesNotKeepTheOthersWaiting) {
     EXPECT_TRUE(wait_until([] { return served == 21; }));
     EXPECT_EQ(1, most_out[HBS_PROBE_NETBIOS]);
     EXPECT_EQ(2, most_out[HBS_PROBE_SEED]);
+}
+
+TEST_F(ProbeThreads, QuestionForAPlace_IsAskedOnceMoreWhenItCameWhileTheSameWasOut) {
+    ASSERT_TRUE(post(question(1, 1, HBS_PROBE_PLACE)));
+    EXPECT_TRUE(wait_until([] { return out[HBS_PROBE_PLACE] == 1; }));
+    EXPECT_TRUE(post(question(1, 1, HBS_PROBE_PLACE)));
+    let_go = true;
+    EXPECT_TRUE(wait_until([] { return served == 2; }));
+    EXPECT_EQ(1, most_out[HBS_PROBE_PLACE]);
 }
 
 TEST_F(ProbeThreads, OneQuestionOfADeviceIsOut_AndTheSameIsNotAskedAgain) {

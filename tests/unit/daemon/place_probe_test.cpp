@@ -2,6 +2,7 @@
 // there.
 #include <gmock/gmock.h>
 
+#include "base/clock.h"
 #include "daemon/place_probe.h"
 #include "events/dhcpv4_lease.h"
 #include "events/neighbours.h"
@@ -122,13 +123,32 @@ TEST_F(PlaceProbe, WhereNoAnswerComesNothingIsDone) {
     EXPECT_FALSE(hbs_probe_serve());
 }
 
-TEST_F(PlaceProbe, AQuestionThatWaitedBehindOthersIsPutAgain) {
-    hbs_probe probe{};
-    probe.kind = HBS_PROBE_PLACE;
-    memcpy(probe.mac, mac_of(MAC_WIFI).data(), sizeof probe.mac);
-    EXPECT_FALSE(hbs_probe_serve());
-    hbs_probe_place(&probe, false);
+TEST_F(PlaceProbe, AQuestionThatWaitedBehindOthersIsAsked) {
+    EXPECT_EQ(nullptr, reached("192.168.0.21", MAC_WIFI));
+    hbs_clock_advance(30);
+    answer();
     EXPECT_TRUE(hbs_probe_serve());
+    EXPECT_NE(nullptr, client_of(MAC_WIFI));
+}
+
+TEST_F(PlaceProbe, AQuestionThatFailsIsPutAgain) {
+    fail("PRESENCE_Await", -1);
+    EXPECT_EQ(nullptr, reached("192.168.0.21", MAC_WIFI));
+    answer();
+    EXPECT_TRUE(hbs_probe_serve());
+    EXPECT_EQ(nullptr, client_of(MAC_WIFI));
+    succeed("PRESENCE_Await");
+    EXPECT_TRUE(hbs_probe_serve());
+    EXPECT_NE(nullptr, client_of(MAC_WIFI));
+}
+
+TEST_F(PlaceProbe, WhatFailsForEverEndsWithTheDevicesShare) {
+    fail("PRESENCE_Await", -1);
+    EXPECT_EQ(nullptr, reached("192.168.0.21", MAC_WIFI));
+    int asked = 0;
+    while (asked < 100 && hbs_probe_serve())
+        asked++;
+    EXPECT_LE(asked, 10);
 }
 
 } // namespace place_probe_test

@@ -69,6 +69,27 @@ TEST_F(NeighbourNews, UnknownDevice_IsUntilItWasTold) {
     EXPECT_TRUE(is_news(NUD_STALE, MAC_B, "192.168.0.20", -200)) << "it came back since";
 }
 
+TEST_F(NeighbourNews, WhoWasToldSinceItWasForgotten) {
+    const auto told = [](const char *mac, const std::string &address) {
+        const bool is_ipv4 = address.find('.') != std::string::npos;
+        const Ipv4 ipv4 = is_ipv4 ? ipv4_of(address) : Ipv4{};
+        const Ipv6 ipv6 = is_ipv4 ? Ipv6{} : ipv6_of(address);
+        const Mac bytes = mac_of(mac);
+        const hbs_neigh_entry entry = {is_ipv4 ? AF_INET : AF_INET6, NUD_STALE, bytes.data(),
+                                       is_ipv4 ? ipv4.data() : ipv6.data(), 0};
+        return hbs_neigh_was_told(&entry);
+    };
+    note(NUD_STALE, MAC_A, "192.168.0.20");
+    EXPECT_TRUE(told(MAC_A, "192.168.0.21")) << "of two the later one counts";
+    EXPECT_FALSE(told(MAC_B, "192.168.0.20"));
+    EXPECT_FALSE(told(MAC_A, "fe80::20"));
+    hbs_neigh_note(NUD_REACHABLE, mac_of(MAC_A).data(), AF_INET6, ipv6_of("fe80::20").data());
+    EXPECT_TRUE(told(MAC_A, "fe80::21"));
+    EXPECT_FALSE(told(MAC_A, "fd00:2::20")) << "the record has a field for each";
+    hbs_neigh_forget(mac_of(MAC_A).data());
+    EXPECT_FALSE(told(MAC_A, "192.168.0.20") || told(MAC_A, "fe80::20"));
+}
+
 TEST_F(NeighbourNews, UnknownDeviceThatIsGone_IsNot) {
     for (const uint16_t state : {NUD_DELAY, NUD_FAILED}) {
         EXPECT_FALSE(is_news(state, MAC_A, "192.168.0.20"));

@@ -69,6 +69,17 @@ TEST_F(LinuxWifi, WhoJoinsANetworkThatIsOnNoLanIsToldOnceItIsOnOne) {
     EXPECT_THAT(news(), ElementsAre(-2));
 }
 
+TEST_F(LinuxWifi, WhoMovesToANetworkThatIsOnNoLanIsGone) {
+    linux_wifi_here(second, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(2));
+    on_lan = false;
+    linux_wifi_here(first, &a, true, false);
+    EXPECT_THAT(news(), ElementsAre(-2));
+    EXPECT_THAT(news(), IsEmpty());
+    on_lan = true;
+    EXPECT_THAT(news(), ElementsAre(1)) << "it is on one now";
+}
+
 TEST_F(LinuxWifi, AStationThatRoamedIsNotReportedGone) {
     linux_wifi_here(first, &a, true, false);
     EXPECT_THAT(news(), ElementsAre(1));
