@@ -15,9 +15,13 @@ std::string text_of(const mac_bytes &mac) {
     return mac_text(mac.data());
 }
 
-bool is_lease_network(unsigned network) {
+} // namespace
+
+bool has_fixed_addresses(unsigned network) {
     return network % folded == 0 && network <= folded;
 }
+
+namespace {
 
 const hbs_client *client_of(const look &now, const std::string &mac) {
     const auto found = std::find_if(now.db.clients.begin(), now.db.clients.end(),
@@ -27,7 +31,7 @@ const hbs_client *client_of(const look &now, const std::string &mac) {
 
 objection to_network_of(const look &now, const mac_bytes &mac) {
     const hbs_client *client = client_of(now, text_of(mac));
-    if (client == nullptr || is_lease_network(client->nwidx))
+    if (client == nullptr || has_fixed_addresses(client->nwidx))
         return std::nullopt;
     return text_of(mac) + " is in network " + std::to_string(client->nwidx) +
            ", and fixed addresses are for the networks 0 and 8 only";
@@ -51,7 +55,7 @@ objection to_edge(const lan_network &network, const ipv4_bytes &address) {
 objection to_outside(const std::vector<lan_network> &networks, const ipv4_bytes &address) {
     std::vector<std::string> meant;
     for (const lan_network &network : networks)
-        if (is_lease_network(network.number))
+        if (has_fixed_addresses(network.number))
             meant.push_back(network_text(network));
         else if (is_in(network, address))
             return ipv4_text(address.data()) + " belongs to network " + std::to_string(network.number);
@@ -68,7 +72,7 @@ objection to_place(const std::vector<lan_network> &networks, const ipv4_bytes &a
     std::vector<objection> edges;
     for (const lan_network &network : networks) {
         own.push_back(to_own_address(network, address));
-        if (is_lease_network(network.number) && is_in(network, address))
+        if (has_fixed_addresses(network.number) && is_in(network, address))
             edges.push_back(to_edge(network, address));
     }
     if (objection mine = first_of(own))
@@ -202,7 +206,7 @@ objection to_fixed_address(const look &now, const mac_bytes &mac, const ip_addre
 
 objection to_static_lease(const look &now, const static_lease &lease) {
     const objection network =
-        is_lease_network(lease.network)
+        has_fixed_addresses(lease.network)
             ? std::nullopt
             : objection("fixed addresses are for the networks 0 and 8 only, not for network " +
                         std::to_string(lease.network));

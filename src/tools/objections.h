@@ -23,6 +23,9 @@ objection to_link_local(const ipv6_bytes &address);
 objection to_leased_address(const ipv6_bytes &address);
 objection to_number(const char *what, uint32_t number, uint32_t least, uint32_t most);
 
+// Whether static leases may be for clients of a network, by its number from 0.
+bool has_fixed_addresses(unsigned network);
+
 // A fixed address in network 0 for a device.
 objection to_fixed_address(const look &now, const mac_bytes &mac, const ip_address &address);
 objection to_static_lease(const look &now, const static_lease &lease);

@@ -168,16 +168,31 @@ bool is_in(const json &wanted, const json &got) {
                        [&](const json &one) { return std::find(got.begin(), got.end(), one) != got.end(); });
 }
 
+// A fixed address is there whichever way it was set: the file of static leases tells both alike.
+std::vector<std::string> keys_of(const std::string &name) {
+    const std::vector<std::string> leases = {"static_lease", "internal_lease"};
+    return std::find(leases.begin(), leases.end(), name) == leases.end() ? std::vector{name} : leases;
+}
+
+bool is_there(const std::string &name, const json &wanted, const json &got) {
+    const std::vector<std::string> keys = keys_of(name);
+    return (is_nothing(wanted) && !got.contains(name)) ||
+           std::any_of(keys.begin(), keys.end(),
+                       [&](const std::string &key) { return got.contains(key) && is_in(wanted, got[key]); });
+}
+
 // What says of whom, or only of which network a new client is, is no setting that could be missing.
 bool is_key(const std::string &name) {
     return name == "mac" || name == "network";
 }
 
-// Why a text could not be set, after a colon.
+// Why a text or a rule could not be set, after a colon.
 std::string why_missing(const look &now, const device_settings &device, const std::string &name) {
+    const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
+    if (name == "rules" && found.empty())
+        return ": the device is no client here; import again when it is";
     if (name != "comment" && name != "host")
         return "";
-    const std::vector<hbs_client> found = matching_clients(now.db, text_of(device));
     const auto address = found.empty() ? std::nullopt : address_to_tell(now.db, found.front());
     if (!address)
         return ": it needs an address, which the device does not have here; import again when it is there";
@@ -195,7 +210,7 @@ std::vector<std::string> missing_in(const look &now, const std::vector<device_se
         const json wanted = settings_json({device})["devices"][0];
         const json got = found == there.end() ? json::object() : settings_json({*found})["devices"][0];
         for (const auto &[name, value] : wanted.items())
-            if (!is_key(name) && (got.contains(name) ? !is_in(value, got[name]) : !is_nothing(value)))
+            if (!is_key(name) && !is_there(name, value, got))
                 missing.push_back(name + " of " + text_of(device) + why_missing(now, device, name));
     }
     return missing;
@@ -290,7 +305,7 @@ void import_settings(session &run, const std::string &path) {
     const std::vector<step> steps = all_steps(run, before, devices);
     try {
         send_all(run, steps, devices);
-    } catch (const daemon_error &) {
+    } catch (const std::exception &) {
         tell_what_was_done(run, before, devices);
         throw;
     }

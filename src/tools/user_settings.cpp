@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "tools/objections.h"
 #include "tools/words.h"
 
 namespace {
@@ -77,9 +78,10 @@ bool is_anything_set(const device_settings &device) {
 }
 
 // The file of static leases tells both kinds alike; only the one of a client was meant for a client. That
-// need not have the address yet.
+// need not have the address yet, but be in a network that has fixed addresses, or it could not be set again.
 bool is_clients(const look &now, const sighting &lease) {
-    return !matching_clients(now.db, lease.mac).empty();
+    const std::vector<hbs_client> found = matching_clients(now.db, lease.mac);
+    return !found.empty() && has_fixed_addresses(found.front().nwidx);
 }
 
 // --- as a document ----------------------------------------------------------------------------------------

@@ -172,6 +172,35 @@ def test_a_fixed_address_that_the_device_does_not_have_yet(house):
     assert (device.get("static_lease"), "internal_lease" in device) == ("192.168.0.60", False)
 
 
+def test_a_reserved_address_of_a_device_that_has_come_since(house):
+    house.hbsctl("internal-lease", "set", NEW, "192.168.0.61")
+    house.hbsctl("export", "/tmp/settings.json")
+    house.datagrams(lease_datagram(NEW, "192.168.0.133"))
+    wait_for("it is there", lambda: NEW in house.clients())
+    assert exported_of(house, NEW)["static_lease"] == "192.168.0.61"
+    done = house.hbsctl("import", "/tmp/settings.json", check=False)
+    assert (done.stdout, done.stderr) == ("", "hbsctl: import: nothing changed\n")
+
+
+def test_a_reserved_address_of_a_device_in_another_network(house):
+    house.hbsctl("internal-lease", "set", NEW, "192.168.0.61")
+    house.datagrams(lease_datagram(NEW, "192.168.0.133", network=3))
+    wait_for("it is there", lambda: NEW in house.clients())
+    device = exported_of(house, NEW)
+    assert (device.get("internal_lease"), "static_lease" in device) == ("192.168.0.61", False)
+    house.hbsctl("export", "/tmp/settings.json")
+    done = house.hbsctl("import", "/tmp/settings.json", check=False)
+    assert (done.stdout, done.stderr) == ("", "hbsctl: import: nothing changed\n")
+
+
+def test_rules_of_a_device_that_is_no_client(house):
+    house.write("/tmp/some.json", json.dumps({"hbsctl_settings": 1, "devices": [
+        {"mac": NEW, "rules": [{"list": "white", "rule": "5,6,7,0,0,0"}]}]}))
+    done = house.hbsctl("import", "/tmp/some.json", check=False)
+    assert done.returncode == 1
+    assert f"not as in the file: rules of {NEW}: the device is no client here; import again when it is" in done.stderr
+
+
 def test_a_rule_of_a_device_that_is_on_no_list(house):
     house.hbsctl("rule", "set", "white", PHONE, "5,6,7")
     exported = house.hbsctl("export", "/tmp/settings.json") and house.read("/tmp/settings.json")
