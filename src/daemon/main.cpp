@@ -13,6 +13,7 @@
 #include <pcd.h>
 #include <rnddb.h>
 
+#include "base/event.h"
 #include "base/log.h"
 #include "base/paths.h"
 #include "base/probe_queue.h"
@@ -78,6 +79,7 @@ void open_databases() {
 }
 
 void load_clients() {
+    const hbs_event event;
     hbs_settings_tidy();
     if (hbs_nv_load_clients() != 0) {
         hbs_handle_dynamic_leases_from_file();
