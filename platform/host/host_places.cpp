@@ -231,11 +231,11 @@ void host_places_hold_still() {
     current.depth++;
 }
 
-bool host_place_is_still(host_place place) {
-    return current.depth > 0 && current.looked_at[static_cast<int>(place)] == coarse_nanoseconds();
-}
-
 void host_places_move_on() {
     if (current.depth > 0 && --current.depth == 0) // a child of fork was in none of its parent's events
         current = {};
+}
+
+bool host_place_is_still(host_place place) {
+    return current.depth > 0 && current.looked_at[static_cast<int>(place)] == coarse_nanoseconds();
 }

@@ -22,6 +22,7 @@ bool host_place_is_watched(host_place place);
 // Between these, which may lie within each other, the calling thread takes what it learned of a file for true
 // until the kernel's coarse clock ticks: whoever works for longer, or waits, looks again.
 void host_places_hold_still();
-// Whether it has looked at the file since then and in this tick.
-bool host_place_is_still(host_place place);
 void host_places_move_on();
+
+// Whether the calling thread has looked at the file since it holds still, and in this tick.
+bool host_place_is_still(host_place place);

@@ -36,8 +36,8 @@ struct {
     host_entry *entries; // in the file's order, keys in lower case
     size_t count;
     uint32_t *last_of; // the place in `entries`, counted from 1, of each key's last line; 0 = free
-    bool failures;     // some call is told to fail
     size_t mask;       // of a place in `last_of`, which is a power of two and never full
+    bool failures;     // some call is told to fail
     struct stat seen;  // of the file that the entries come from
     bool settled;      // the entries hold as long as the file looks like `seen`
 } table;

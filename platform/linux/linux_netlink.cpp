@@ -36,8 +36,8 @@ bool linux_ask(nlmsghdr *request, int patience_ms, hbs_netlink_visit visit, void
     hbs_at_exit close_it([socket] { (void)close(socket); });
     if (!hbs_netlink_bind(socket, 0) || !send_request(socket, request))
         return false;
-    const int64_t end =
-        linux_now_ms() + patience_ms; // the sending itself may have waited for the kernel's lock
+    // The sending itself may have waited for the kernel's lock.
+    const int64_t end = linux_now_ms() + patience_ms;
     alignas(nlmsghdr) uint8_t buffer[datagram_size];
     int result = 1;
     while (result > 0) {

@@ -46,8 +46,8 @@ void send_event(int code, const hbs_tr69_body *body) {
     payload.code = static_cast<uint8_t>(code);
     payload.body = *body;
     hbs_count(HBS_COUNT_AGENT_EVENTS);
-    (void)quarn_tr69SendEvent(reinterpret_cast<const uint8_t *>(
-        &payload)); // an agent that refuses an event gets the next one all the same
+    // An agent that refuses an event gets the next one all the same.
+    (void)quarn_tr69SendEvent(reinterpret_cast<const uint8_t *>(&payload));
 }
 
 void put_mac(hbs_tr69_body *body, const uint8_t mac[6]) {

@@ -60,4 +60,6 @@ std::vector<std::string> nearest(const std::string &word, const std::vector<std:
 
 // ": did you mean 'a' or 'b'?", or nothing.
 std::string suggestion(const std::string &word, const std::vector<std::string> &known);
+
+// Why a word is none of those that there are, with the nearest of them.
 std::string none_of_text(const std::string &word, const std::vector<std::string> &known);

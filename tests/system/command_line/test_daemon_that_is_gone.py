@@ -12,26 +12,31 @@ LAPTOP, PHONE = "02:aa:00:00:00:31", "02:aa:00:00:00:32"
 EVENTS = "exec hbsctl events --interval 0.1 --since 1h > /tmp/events 2> /tmp/told"
 
 
-def test_events_tell_once_that_it_is_gone_and_go_on(running):
+@pytest.fixture(name="following")
+def events_of_a_daemon_with_one_client(running):
     running.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"))
     wait_for("it is there", lambda: LAPTOP in running.clients())
     following = running.start("sh", "-c", EVENTS)
     try:
         wait_for("they have begun", lambda: "laptop" in running.read("/tmp/events"))
-        running.daemon.kill()
-        wait_for("it is told", lambda: running.read("/tmp/told") == GONE)
-        running.start_daemon()
-        wait_for("it is told", lambda: running.read("/tmp/told") == GONE + BACK)
-        running.datagrams(lease_datagram(PHONE, "192.168.0.132", host=b"phone"))
-        wait_for("they go on", lambda: f"{PHONE} (phone) state" in running.read("/tmp/events"))
-        running.daemon.kill()
-        wait_for("it is told", lambda: running.read("/tmp/told") == GONE + BACK + GONE)
-        running.run("kill", running.run("pidof", "hbsctl").stdout.strip())
-        assert following.wait(60) == 3, "as it was when they ended"
-        assert running.read("/tmp/told") == GONE + BACK + GONE
+        yield following
     finally:
         following.kill()
         following.wait()
+
+
+def test_events_tell_once_that_it_is_gone_and_go_on(running, following):
+    running.daemon.kill()
+    wait_for("it is told", lambda: running.read("/tmp/told") == GONE)
+    running.start_daemon()
+    wait_for("it is told", lambda: running.read("/tmp/told") == GONE + BACK)
+    running.datagrams(lease_datagram(PHONE, "192.168.0.132", host=b"phone"))
+    wait_for("they go on", lambda: f"{PHONE} (phone) state" in running.read("/tmp/events"))
+    running.daemon.kill()
+    wait_for("it is told", lambda: running.read("/tmp/told") == GONE + BACK + GONE)
+    running.run("kill", running.run("pidof", "hbsctl").stdout.strip())
+    assert following.wait(60) == 3, "as it was when they ended"
+    assert running.read("/tmp/told") == GONE + BACK + GONE
 
 
 def test_events_of_what_a_daemon_left_behind(running):
@@ -55,17 +60,9 @@ def test_a_daemon_that_does_not_answer(running, command, told):
     assert running.hbsctl(command).stderr == ""
 
 
-def test_what_cannot_be_found_out_is_not_said(running):
+def test_what_cannot_be_found_out_is_not_said(running, following):
     """Without a free file descriptor nobody can be asked whether the daemon is there: that is no news of it."""
-    running.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"))
-    wait_for("it is there", lambda: LAPTOP in running.clients())
-    following = running.start("sh", "-c", EVENTS)
-    try:
-        wait_for("they have begun", lambda: "laptop" in running.read("/tmp/events"))
-        running.run("prlimit", "--pid", running.run("pidof", "hbsctl").stdout.strip(), "--nofile=3:3")
-        assert following.wait(60) == 5
-        assert running.read("/tmp/told") == \
-            "hbsctl: cannot find out whether gw_hostbase is running: Too many open files\n"
-    finally:
-        following.kill()
-        following.wait()
+    running.run("prlimit", "--pid", running.run("pidof", "hbsctl").stdout.strip(), "--nofile=3:3")
+    assert following.wait(60) == 5
+    assert running.read("/tmp/told") == \
+        "hbsctl: cannot find out whether gw_hostbase is running: Too many open files\n"

@@ -1,5 +1,6 @@
 """Access points: stations as hostapd tells of them, roaming, restarts, and one that answers nonsense."""
 
+import contextlib
 import json
 
 import pytest
@@ -20,6 +21,19 @@ def two_access_points(router):
     router.settings("log.level = debug", "wifi = p-*")
     router.lan(TWO_ACCESS_POINTS)
     return router
+
+
+@contextlib.contextmanager
+def stand_in(router, notes, program, *words):
+    """A program in the place of hostapd, which notes in that file that its sockets are bound and what it is told."""
+    with open(router.path(notes), "wb") as output:
+        process = router.start_python(program, *words, stdout=output)
+    try:
+        wait_for("it is there", lambda: "bound" in router.read(notes))
+        yield
+    finally:
+        process.kill()
+        process.wait()
 
 
 def station(router):
@@ -145,15 +159,12 @@ while True:
 def test_an_access_point_that_makes_no_sense(router, kind, said):
     router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")\n'
                'router.ip("link add odd0 type veth peer name odd1")')
-    with open(router.path("/root/odd"), "wb") as output:
-        odd = router.start_python(GARBAGE, kind, stdout=output)
-    wait_for("it is there", lambda: "bound" in router.read("/root/odd"))
-    router.start_daemon()
-    wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
-    wait_for("the log has it", lambda: f"hostapd of odd0: {said}" in router.log())
-    wait_for("the daemon goes on", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
-    odd.kill()
-    odd.wait()
+    with stand_in(router, "/root/odd", GARBAGE, kind):
+        router.start_daemon()
+        wait_for("it was asked", lambda: "ATTACH" in router.read("/root/odd"))
+        wait_for("the log has it", lambda: f"hostapd of odd0: {said}" in router.log())
+        wait_for("the daemon goes on", lambda: router.talk("192.168.10.17") and
+                 online(router.clients()) == {mac_of(17)})
 
 
 # An access point with one station. What its program says of it later is told by the rest of this text.
@@ -321,31 +332,23 @@ router.bridge("lan0", 1, "192.168.10.1/24")
 for name in ("one", "nine"):
     router.ip(f"link add {name}0 type veth peer name {name}1", f"link set {name}0 master lan0 up")
 """)
-    with open(router.path("/root/said"), "wb") as output:
-        button = router.start_python(PUSH_BUTTON, stdout=output)
-    wait_for("they are there", lambda: "bound" in router.read("/root/said"))
-    router.start_daemon()
-    wait_for("both were asked", lambda: all(f"{name} WPS_GET_STATUS" in router.read("/root/said")
-                                            for name in ("one0", "nine0")))
-    router.write("/root/pressed", "")
-    wait_for("it is there", lambda: station(router) == ("wifi", True, True, 9))
-    wait_for("the other one was told", lambda: "one0 WPS_CANCEL" in router.read("/root/said"))
-    button.kill()
-    button.wait()
+    with stand_in(router, "/root/said", PUSH_BUTTON):
+        router.start_daemon()
+        wait_for("both were asked", lambda: all(f"{name} WPS_GET_STATUS" in router.read("/root/said")
+                                                for name in ("one0", "nine0")))
+        router.write("/root/pressed", "")
+        wait_for("it is there", lambda: station(router) == ("wifi", True, True, 9))
+        wait_for("the other one was told", lambda: "one0 WPS_CANCEL" in router.read("/root/said"))
 
 
 def test_stations_of_an_access_point_that_is_on_no_lan_yet(router):
     router.settings("log.level = debug", "ssid.7 = late0")
     router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.ip("link add late0 type veth peer name late1")')
-    with open(router.path("/root/late"), "wb") as output:
-        late = router.start_python(ONE_STATION + ANSWERS, stdout=output)
-    wait_for("it is there", lambda: "bound" in router.read("/root/late"))
-    router.start_daemon()
-    wait_for("its station is listed", lambda: router.read("/root/late").count("STA-FIRST") >= 2)
-    router.lan('router.ip("link set late0 master lan0 up")')
-    wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
-    late.kill()
-    late.wait()
+    with stand_in(router, "/root/late", ONE_STATION + ANSWERS):
+        router.start_daemon()
+        wait_for("its station is listed", lambda: router.read("/root/late").count("STA-FIRST") >= 2)
+        router.lan('router.ip("link set late0 master lan0 up")')
+        wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
 
 
 def test_a_socket_for_all_of_a_process_is_no_access_point(router):
@@ -409,15 +412,11 @@ def test_an_answer_that_comes_late_is_none_of_a_later_question(router):
     router.settings("log.level = debug", "wifi = p-a", "ssid.7 = late0")
     router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.ip("link add late0 type veth peer name late1",\n'
                '          "link set late0 master lan0 up")')
-    with open(router.path("/root/late"), "wb") as output:
-        late = router.start_python(LATE, stdout=output)
-    wait_for("it is there", lambda: "bound" in router.read("/root/late"))
-    router.start_daemon()
-    wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
-    assert router.log().count("hostapd of late0: attached, network 7") >= 2
-    assert "refuses" not in router.log()
-    late.kill()
-    late.wait()
+    with stand_in(router, "/root/late", LATE):
+        router.start_daemon()
+        wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
+        assert router.log().count("hostapd of late0: attached, network 7") >= 2
+        assert "refuses" not in router.log()
 
 
 # Two access points that list the same station; the one whose name comes last has not noticed that it went.
@@ -451,18 +450,14 @@ router.bridge("lan0", 1, "192.168.10.1/24")
 for name in ("new", "old"):
     router.ip(f"link add {name}0 type veth peer name {name}1", f"link set {name}0 master lan0 up")
 """)
-    with open(router.path("/root/both"), "wb") as output:
-        both = router.start_python(BOTH, stdout=output)
-    wait_for("they are there", lambda: "bound" in router.read("/root/both"))
-    router.start_daemon()
+    with stand_in(router, "/root/both", BOTH):
+        router.start_daemon()
 
-    def rounds():
-        return min(router.read("/root/both").count(f"{name} STA-FIRST") for name in ("new0", "old0"))
+        def rounds():
+            return min(router.read("/root/both").count(f"{name} STA-FIRST") for name in ("new0", "old0"))
 
-    wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 3))
-    assert router.client(17)["wifi_link_info"][0] == 2 ** 32 - 5  # the signal there
-    before = rounds()
-    wait_for("both were asked again", lambda: rounds() >= before + 2, 60)
-    assert station(router) == ("wifi", True, True, 3)
-    both.kill()
-    both.wait()
+        wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 3))
+        assert router.client(17)["wifi_link_info"][0] == 2 ** 32 - 5  # the signal there
+        before = rounds()
+        wait_for("both were asked again", lambda: rounds() >= before + 2, 60)
+        assert station(router) == ("wifi", True, True, 3)
