@@ -16,17 +16,16 @@ constexpr int MOST_PER_MINUTE = 240;
 
 struct kind_limits {
     int out;        // questions that are asked at the same time
-    int per_minute; // for the whole house
+    int per_minute; // for the whole house; 0 = as many as come, and as many for a device
     int room;       // questions waiting and out
     bool keeps;     // none is ever too late, and what comes while the same is out is asked after it
 };
 
-// The answers of nbtscan go through one file. The kernel tells the state of a neighbour soon, the place of a
-// device after as long as it takes; what happened after it looked needs another look.
-constexpr kind_limits LIMITS[HBS_PROBE_KINDS] = {{1, 60, ROOM, false},
-                                                 {2, 120, ROOM, false},
-                                                 {1, MOST_PER_MINUTE, ROOM, false},
-                                                 {1, MOST_PER_MINUTE, PLACE_ROOM, true}};
+// The answers of nbtscan go through one file. The kernel tells the state of a neighbour soon, however often
+// it is asked, and a lease whose device it was not asked for would make a second record of it. The place of a
+// device it tells after as long as it takes; what happened after it looked needs another look.
+constexpr kind_limits LIMITS[HBS_PROBE_KINDS] = {
+    {1, 60, ROOM, false}, {2, 120, ROOM, false}, {1, 0, ROOM, false}, {1, MOST_PER_MINUTE, PLACE_ROOM, true}};
 static_assert(LIMITS[0].out + LIMITS[1].out + LIMITS[2].out + LIMITS[3].out == HBS_PROBE_THREADS);
 
 enum class place : uint8_t { free, waits, is_out, is_late };
@@ -101,6 +100,8 @@ slot *find_free() {
 
 // Notes a question in the budget; false when its device or the house has had its share of this minute.
 bool spend(const hbs_probe *probe, int64_t now) {
+    if (LIMITS[probe->kind].per_minute == 0)
+        return true;
     expenses *of = &spent[probe->kind];
     expense own = expense_of(probe);
     int by_house = 0;

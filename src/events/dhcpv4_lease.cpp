@@ -15,6 +15,7 @@
 #include "events/lease_texts.h"
 #include "events/presence.h"
 #include "events/wifi_index.h"
+#include "gateway/bssid_table.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
@@ -51,10 +52,18 @@ place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, 
     return result;
 }
 
-// The SSID number, from 1, that readers see; 0 = they do not see the client yet.
+bool is_registered_mode() {
+    return DB_GetByte(DB_ITEM_WIFI_RPC_MODE) == WIFI_RPC_REGISTERED;
+}
+
+// The SSID number, from 1, that readers see; 0 = they do not see the client yet. In registered mode the
+// record may hold the number itself since its last lease, so there the table of the associations comes first.
 uint32_t published_ssid(const hbs_client *client) {
     const hbs_client *published = hbs_published_of(client);
-    return published == nullptr ? 0 : published->wifi_index + 1u;
+    if (published == nullptr)
+        return 0;
+    const int row = is_registered_mode() ? hbs_bssid_of(client->mac) : -1;
+    return row != -1 ? static_cast<uint32_t>(row) + 1 : published->wifi_index + 1u;
 }
 
 bool is_on_open_ssid(const hbs_client *client) {
@@ -106,7 +115,7 @@ void mark_online(hbs_client *client) {
 }
 
 void take_registered_ssid(hbs_client *client) {
-    if (DB_GetByte(DB_ITEM_WIFI_RPC_MODE) != WIFI_RPC_REGISTERED)
+    if (!is_registered_mode())
         return;
     (void)wlan_registerQuarnRpc("192.168.254.254");
     // The SSID number itself, not the number - 1 that associations store: kept.

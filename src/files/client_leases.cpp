@@ -159,14 +159,14 @@ void handle_dynamic_lease(int group, const char *path, const hbs_lease_record *r
             record->text[1], record->text[2]);
     uint8_t mac[6];
     uint8_t address[4];
-    if (hbs_text_to_mac(record->mac, mac) != 6 || hbs_mac_is_zero(mac) ||
-        !hbs_lease_address(record->address, address))
+    if (hbs_text_to_mac(record->mac, mac) != 6)
         return;
     if (!hbs_mac_is_lan_client(mac)) {
         HBS_LOG(HBS_INFO, "HOSTBASE:  - ignore external mac %s, %s", record->mac, record->address);
         return;
     }
-    add_leased_client(group, mac, address, record);
+    if (hbs_lease_address(record->address, address))
+        add_leased_client(group, mac, address, record);
 }
 
 void handle_dynamic_leases_of_group(int group) {

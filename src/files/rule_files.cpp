@@ -14,13 +14,18 @@
 
 namespace {
 
-// A line of one MAC taken apart. Fields that are no rules are carried along as they stand.
+// A field that is a rule, as it stands in its line.
+struct rule_field {
+    const char *text;
+    size_t length;
+};
+
+// A line of one MAC taken apart.
 struct rule_line {
     char text[HBS_RULE_LINE_MAX + 1]; // the whole line, without newline
-    char fields[HBS_RULE_LINE_MAX + 1];
-    int rules;   // valid ones among the first HBS_RULES_PER_LINE
-    char *match; // field in `fields` that is the rule looked for, or null
-    size_t match_length;
+    rule_field rule[HBS_RULES_PER_LINE];
+    int rules;
+    int match; // number of the rule looked for, or -1
 };
 
 // Values converted: a rule has 3 or 6, and the update path also meets 7.
@@ -65,24 +70,28 @@ bool is_line_of(const char *text, const char *mac_text) {
     return length == strlen(mac_text) && strncmp(text, mac_text, length) == 0;
 }
 
-// Finds the rule among the first thirty rules of the line, and counts those.
+// Takes a field of the line for one of its rules, when it is one.
+void take_field(rule_line *line, const char *field, size_t length, const hbs_rule *wanted) {
+    char text[HBS_RULE_LINE_MAX + 1];
+    memcpy(text, field, length);
+    text[length] = '\0';
+    hbs_rule rule;
+    const int count = parse_rule(text, &rule);
+    if (count != 3 && count < 6)
+        return;
+    if (line->match < 0 && is_same_rule(&rule, wanted))
+        line->match = line->rules;
+    line->rule[line->rules++] = {field, length};
+}
+
+// The first thirty rules of the line. Further ones, and fields that are none, are not seen, and are gone
+// when the line is written anew.
 void scan_rules(rule_line *line, const hbs_rule *wanted) {
-    char *field = line->fields + strcspn(line->fields, ";");
+    const char *field = line->text + strcspn(line->text, ";");
     while (*field == ';' && line->rules < HBS_RULES_PER_LINE) {
         ++field;
         const size_t length = strcspn(field, ";");
-        hbs_rule rule;
-        char text[HBS_RULE_LINE_MAX + 1];
-        memcpy(text, field, length);
-        text[length] = '\0';
-        const int count = parse_rule(text, &rule);
-        if (count == 3 || count >= 6) {
-            ++line->rules;
-            if (line->match == nullptr && is_same_rule(&rule, wanted)) {
-                line->match = field;
-                line->match_length = length;
-            }
-        }
+        take_field(line, field, length, wanted);
         field += length;
     }
 }
@@ -93,30 +102,47 @@ hbs_file_read find_rule_line(const char *path, const char *mac_text, const hbs_r
     hbs_file_text file;
     const hbs_file_read result = hbs_file_text_read(path, SIZE_MAX - 1, &file);
     *line = {};
+    line->match = -1;
     while (read_rule_line(&file, line->text)) {
         if (!is_line_of(line->text, mac_text))
             continue;
-        memcpy(line->fields, line->text, sizeof line->fields);
         scan_rules(line, wanted);
         return hbs_file_read::done;
     }
     return result == hbs_file_read::done ? hbs_file_read::missing : result;
 }
 
-// The line with the matching field replaced by `rule_text`, or taken out when that is null, or with
-// `rule_text` added at its end when no field matched. Returns false when it would pass the line limit.
-bool rebuild_line(const rule_line *line, const char *rule_text, char out[HBS_RULE_LINE_MAX + 1]) {
-    const size_t head =
-        line->match != nullptr ? static_cast<size_t>(line->match - line->fields) : strlen(line->fields);
-    const char *tail = line->match != nullptr ? line->match + line->match_length : "";
-    const bool needs_end = head > 0 && line->fields[head - 1] != ';';
-    if (*tail == ';')
-        ++tail;
-    const bool tail_needs_end = *tail != '\0' && tail[strlen(tail) - 1] != ';';
-    const int length = snprintf(out, HBS_RULE_LINE_MAX + 1, "%.*s%s%s%s%s%s", static_cast<int>(head),
-                                line->fields, needs_end ? ";" : "", rule_text != nullptr ? rule_text : "",
-                                rule_text != nullptr ? ";" : "", tail, tail_needs_end ? ";" : "");
-    return length >= 0 && static_cast<size_t>(length) <= HBS_RULE_LINE_MAX;
+// A line that is built, of at most HBS_RULE_LINE_MAX characters.
+struct new_rule_line {
+    char text[HBS_RULE_LINE_MAX + 1];
+    size_t length;
+    bool fits;
+};
+
+// Adds a field with its ";".
+void add_field(new_rule_line *line, const char *text, size_t length) {
+    line->fits = line->fits && line->length + length + 1 <= HBS_RULE_LINE_MAX;
+    if (!line->fits)
+        return;
+    memcpy(line->text + line->length, text, length);
+    memcpy(line->text + line->length + length, ";", 2);
+    line->length += length + 1;
+}
+
+// The MAC and its rules, the matching one replaced by `rule_text`, or left out when that is null, or with
+// `rule_text` at the end when none matched. Returns false when it would pass the line limit.
+bool rebuild_line(const rule_line *line, const char *rule_text, new_rule_line *out) {
+    out->length = 0;
+    out->fits = true;
+    add_field(out, line->text, strcspn(line->text, ";"));
+    for (int i = 0; i < line->rules; ++i)
+        if (i != line->match)
+            add_field(out, line->rule[i].text, line->rule[i].length);
+        else if (rule_text != nullptr)
+            add_field(out, rule_text, strlen(rule_text));
+    if (line->match < 0 && rule_text != nullptr)
+        add_field(out, rule_text, strlen(rule_text));
+    return out->fits;
 }
 
 void add_to_index(int kind, const uint8_t mac[6], const hbs_client *client, const hbs_rule *rule) {
@@ -190,7 +216,7 @@ int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], con
     const hbs_mac_text mac_text = hbs_mac_to_text(mac);
     char rule_text[80];
     format_rule(rule, rule_text, sizeof rule_text);
-    static rule_line line; // 5 KB; callers hold hbs_list_mutex
+    static rule_line line; // 3 KB; callers hold hbs_list_mutex
     const hbs_file_read found = find_rule_line(path, mac_text.text, rule, &line);
     if (found == hbs_file_read::failed)
         return -1;
@@ -199,27 +225,27 @@ int hbs_nv_update_client_white_rules(const char *path, const uint8_t mac[6], con
         (void)snprintf(new_line, sizeof new_line, "%s;%s;", mac_text.text, rule_text);
         return append_line(path, new_line);
     }
-    char new_line[HBS_RULE_LINE_MAX + 1];
-    if (!rebuild_line(&line, rule_text, new_line)) {
+    new_rule_line new_line;
+    if (!rebuild_line(&line, rule_text, &new_line)) {
         // A longer line would not be recognised any more, and all rules of the client would be lost.
         HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_update_client_white_rules: no room for another rule of %s",
                 mac_text.text);
         return -1;
     }
     command_text command;
-    format_replace(&line, new_line, path, command);
+    format_replace(&line, new_line.text, path, command);
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_update_client_white_rules: execute: %s", command);
-    return hbs_lines_replace(path, line.text, new_line);
+    return hbs_lines_replace(path, line.text, new_line.text);
 }
 
 int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_rule *rule,
                               bool *rules_left) {
-    static rule_line line; // 5 KB; callers hold hbs_list_mutex
+    static rule_line line; // 3 KB; callers hold hbs_list_mutex
     const hbs_file_read found = find_rule_line(path, hbs_mac_to_text(mac).text, rule, &line);
     *rules_left = found == hbs_file_read::failed; // in doubt it stays on its list
     if (found != hbs_file_read::done)
         return *rules_left ? -1 : 0;
-    if (line.match == nullptr) {
+    if (line.match < 0) {
         *rules_left = line.rules > 0;
         return 0;
     }
@@ -230,9 +256,9 @@ int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_
         HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: %s", command);
         return hbs_lines_edit(path, drop_line, line.text);
     }
-    char new_line[HBS_RULE_LINE_MAX + 1];
-    (void)rebuild_line(&line, nullptr, new_line); // shorter than the line it replaces
-    format_replace(&line, new_line, path, command);
+    new_rule_line new_line;
+    (void)rebuild_line(&line, nullptr, &new_line); // shorter than the line it replaces
+    format_replace(&line, new_line.text, path, command);
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: %s", command);
-    return hbs_lines_replace(path, line.text, new_line);
+    return hbs_lines_replace(path, line.text, new_line.text);
 }

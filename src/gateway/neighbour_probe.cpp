@@ -104,6 +104,8 @@ void hbs_probe_neighbour(const hbs_probe *probe, bool in_time) {
     (void)pthread_once(&once, make_condition);
     (void)pthread_mutex_lock(&lock);
     answers[probe->ticket % ANSWERS] = found;
+    if (found.result == 0)
+        silent_until = 0; // late perhaps, but it answers
     (void)pthread_cond_broadcast(&answered);
     (void)pthread_mutex_unlock(&lock);
 }

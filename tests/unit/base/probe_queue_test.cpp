@@ -159,6 +159,13 @@ TEST_F(ProbeQueue, ShareOfADevice_LastsAMinute) {
     EXPECT_TRUE(post(question(1, 13)));
 }
 
+TEST_F(ProbeQueue, KernelsNeighbours_AreAskedForAsOftenAsNeeded) {
+    for (int number = 0; number < 300; ++number) {
+        ASSERT_TRUE(post(question(1, number, HBS_PROBE_NEIGHBOUR))) << number;
+        serve_all();
+    }
+}
+
 class ProbeBudget : public ProbeQueue, public testing::WithParamInterface<std::pair<hbs_probe_kind, int>> {};
 
 TEST_P(ProbeBudget, OfTheHouse_LastsAMinute) {
@@ -176,7 +183,7 @@ TEST_P(ProbeBudget, OfTheHouse_LastsAMinute) {
 
 INSTANTIATE_TEST_SUITE_P(Kinds, ProbeBudget,
                          testing::Values(std::pair{HBS_PROBE_NETBIOS, 60}, std::pair{HBS_PROBE_SEED, 120},
-                                         std::pair{HBS_PROBE_NEIGHBOUR, 240}),
+                                         std::pair{HBS_PROBE_PLACE, 240}),
                          [](const auto &instance) { return std::to_string(instance.param.second); });
 
 TEST_F(ProbeQueue, Room_IsBounded) {

@@ -118,6 +118,14 @@ TEST_F(Dhcpv4LeaseWifi, RegisteredModeStoresTheSsidNumberUnchanged) {
     EXPECT_EQ(2, published(WIFI_MAC).wifi_index); // SSID 2, not 2 - 1
 }
 
+TEST_F(Dhcpv4LeaseWifi, RegisteredModeFindsTheSameSsidAtEachLease) {
+    set("db.byte.72", 5);
+    for (uint32_t lease = 1; lease <= 3; ++lease) {
+        EXPECT_EQ(lease, joins_after_a_lease()) << "asked for another SSID than 2";
+        EXPECT_EQ(2, published(WIFI_MAC).wifi_index);
+    }
+}
+
 TEST_F(Dhcpv4LeaseWifi, OtherModeRegistersNothing) {
     set("db.byte.72", 4);
     ASSERT_NE(nullptr, handle());

@@ -335,7 +335,8 @@ TEST_F(ClientLeases, StartUpMakesNoClientFromGarbage) {
     hbs_handle_dynamic_leases_from_file();
     ASSERT_EQ(1u, published().size());
     EXPECT_STREQ("$(reboot)'%n", published()[0]->host);
-    EXPECT_EQ(0u, logged_containing("ignore external mac"));
+    EXPECT_EQ(1u, logged_containing("ignore external mac"));
+    EXPECT_TRUE(logged("HOSTBASE:  - ignore external mac 00:00:00:00:00:00, 192.168.0.50"));
 }
 
 TEST_F(ClientLeases, StartUpSurvivesAFullPool) {

@@ -120,14 +120,22 @@ TEST_F(RuleFilesUpdate, OfTheSameFirstThreeFields_ReplacesTheRule) {
     EXPECT_EQ("02:aa:00:00:00:11;1 2 3 7 7 7;4 5 6 7 8 9;\n", white());
 }
 
-TEST_F(RuleFilesUpdate, KeepsARuleBeyondTheThirtiethAndDoesNotSeeIt) {
+TEST_F(RuleFilesUpdate, DoesNotSeeARuleBeyondTheThirtieth) {
     write_file(HBS_WHITE_RULES, many_rules(31) + "\n");
+    EXPECT_EQ(0, update({{0x31, 1, 1, 8, 8, 8}}));
+    EXPECT_EQ(many_rules(30) + "31 1 1 8 8 8;\n", white()) << "added, not replaced, and written once";
+    EXPECT_EQ(0, update({{0x31, 1, 1, 9, 9, 9}}));
+    EXPECT_EQ(many_rules(30) + "31 1 1 9 9 9;\n", white());
     EXPECT_EQ(0, update({{2, 1, 1, 8, 8, 8}}));
-    std::string expected = many_rules(31);
+    std::string expected = many_rules(30);
     expected.replace(expected.find(";2 1 1 0 0 0;"), 13, ";2 1 1 8 8 8;");
     EXPECT_EQ(expected + "\n", white());
-    EXPECT_EQ(0, update({{0x31, 1, 1, 8, 8, 8}}));
-    EXPECT_EQ(expected + "31 1 1 8 8 8;\n", white()) << "the thirty-first was not seen, so it is there twice";
+}
+
+TEST_F(RuleFilesUpdate, WritesRulesOnly) {
+    write_file(HBS_WHITE_RULES, "02:aa:00:00:00:11;junk;1 2 3;;4 5 6 7;\n");
+    EXPECT_EQ(0, update({{2, 2, 3, 4, 5, 6}}));
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3;2 2 3 4 5 6;\n", white());
 }
 
 TEST_F(RuleFilesUpdate, LeavesALineOverTheLimitUntouched) {
@@ -139,7 +147,7 @@ TEST_F(RuleFilesUpdate, LeavesALineOverTheLimitUntouched) {
 
 TEST_F(RuleFilesUpdate, ThatWouldPassTheLimit_IsRefusedAndLosesNothing) {
     const std::string line =
-        "02:aa:00:00:00:11;1 2 3 0 0 0;" + std::string(HBS_RULE_LINE_MAX - 40, 'x') + ";\n";
+        "02:aa:00:00:00:11;1 2 3 0 0 0 " + std::string(HBS_RULE_LINE_MAX - 40, 'x') + ";\n";
     write_file(HBS_WHITE_RULES, line);
     EXPECT_EQ(-1, update({{0xffffffff, 65535, 65535, 9, 9, 9}}));
     EXPECT_EQ(line, white());
@@ -171,10 +179,12 @@ TEST_F(RuleFilesClear, OfAnythingMissing_DoesNothing) {
     EXPECT_EQ("02:aa:00:00:00:11;1 2 3;\n", white());
 }
 
-TEST_F(RuleFilesClear, KeepsARuleBeyondTheThirtieth) {
-    write_file(HBS_WHITE_RULES, many_rules(32) + "\n");
+TEST_F(RuleFilesClear, DoesNotSeeARuleBeyondTheThirtieth) {
+    write_file(HBS_WHITE_RULES, many_rules(31) + "\n");
+    EXPECT_TRUE(clear({{0x31, 1, 1}}));
+    EXPECT_EQ(many_rules(31) + "\n", white());
     EXPECT_TRUE(clear({{1, 1, 1}}));
-    std::string expected = many_rules(32);
+    std::string expected = many_rules(30);
     expected.erase(expected.find(";1 1 1 0 0 0;"), 12);
     EXPECT_EQ(expected + "\n", white());
 }
@@ -200,9 +210,7 @@ TEST_F(RuleFilesUpdate, OfALineWithoutItsLastSemicolon_EndsEveryRule) {
 TEST_F(RuleFilesUpdate, OfARuleOfSevenFields_KnowsItByItsFirstThree) {
     write_file(HBS_WHITE_RULES, "02:aa:00:00:00:11;1 2 3 4 5 6 7;4 5 6 7;\n");
     EXPECT_EQ(0, update({{1, 2, 3, 9, 9, 9}}));
-    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 9 9 9;4 5 6 7;\n", white());
-    EXPECT_EQ(0, update({{4, 5, 6, 9, 9, 9}})) << "four fields are no rule";
-    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 9 9 9;4 5 6 7;4 5 6 9 9 9;\n", white());
+    EXPECT_EQ("02:aa:00:00:00:11;1 2 3 9 9 9;\n", white()) << "four fields are no rule";
 }
 
 } // namespace rule_files_test
