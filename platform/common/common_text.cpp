@@ -57,12 +57,12 @@ bool is_plain(char byte, common_quotes quotes) {
 // Whether each byte of a word is plain, by the borrow or carry into its highest bit that another one makes.
 bool are_plain(uint64_t word, common_quotes quotes) {
     constexpr uint64_t ones = 0x0101010101010101, highest = ones << 7;
-    const auto has_below = [](uint64_t bytes, uint64_t limit) {
-        return ((bytes - ones * limit) & ~bytes & highest) != 0;
-    };
-    const bool high = ((word | (word + ones)) & highest) != 0; // above '~'
-    return !high && !has_below(word, ' ') && !has_below(word ^ ones * '\\', 1) &&
-           (quotes == common_quotes::plain || !has_below(word ^ ones * '"', 1));
+    const auto below = [](uint64_t bytes, uint64_t limit) { return (bytes - ones * limit) & ~bytes; };
+    uint64_t odd =
+        word | (word + ones) | below(word, ' ') | below(word ^ ones * '\\', 1); // above '~', and so on
+    if (quotes == common_quotes::escaped)
+        odd |= below(word ^ ones * '"', 1);
+    return (odd & highest) == 0;
 }
 
 uint64_t word_at(const char *text) {
@@ -272,6 +272,21 @@ void common_line_add_escaped(common_line *line, const char *text, size_t length,
         const size_t size = escape_byte(text[i], escaped);
         common_line_add_bytes(line, escaped, size);
     }
+}
+
+void common_line_escape(common_line *line, size_t start, common_quotes quotes) {
+    const size_t whole = line->length - start;
+    const size_t before = plain_length(line->text + start, whole, quotes);
+    if (before == whole)
+        return;
+    line->length = start + before;
+    char *rest = static_cast<char *>(malloc(whole - before));
+    line->cut = line->cut || rest == nullptr;
+    if (rest == nullptr)
+        return;
+    memcpy(rest, line->text + line->length, whole - before);
+    common_line_add_escaped(line, rest, whole - before, quotes);
+    free(rest);
 }
 
 void common_line_finish(common_line *line) {

@@ -82,5 +82,9 @@ inline void common_line_add_number(common_line *line, int64_t number) {
 enum class common_quotes { plain, escaped };
 void common_line_add_escaped(common_line *line, const char *text, size_t length, common_quotes quotes);
 
+// Brings what was added as it is, from `start` on, into that form. Nearly every text is plain, which this
+// sees a word at a time.
+void common_line_escape(common_line *line, size_t start, common_quotes quotes);
+
 // Ends the line with its newline.
 void common_line_finish(common_line *line);

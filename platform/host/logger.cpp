@@ -25,8 +25,8 @@ constexpr struct {
 void add_severity(common_line *line, uint32_t severity) {
     for (const auto &known : severities) {
         if (known.code == severity) {
-            common_line_add_escaped(line, known.word, strlen(known.word), common_quotes::plain);
-            common_line_add_escaped(line, " ", 1, common_quotes::plain);
+            common_line_add_text(line, known.word);
+            common_line_add_text(line, " ");
             return;
         }
     }
@@ -103,16 +103,12 @@ void logger_build_send_log_msg(const hbs_log_site *site, int, const char *format
     int saved_errno = errno; // a caller may log before it looks at errno
     uint32_t delay_ms = 0;
     if (is_taken(site->severity, &delay_ms)) {
-        common_message message;
-        va_list arguments;
-        va_start(arguments, format);
-        common_message_format(&message, format, arguments);
-        va_end(arguments);
-
         common_line line;
         add_severity(&line, site->severity);
-        common_line_add_escaped(&line, message.text, message.size, common_quotes::plain);
-        line.cut = line.cut || message.cut;
+        va_list arguments;
+        va_start(arguments, format);
+        common_line_add_message(&line, format, arguments);
+        va_end(arguments);
         host_sink_write(&log_file, &line);
         pause_for(delay_ms);
     }

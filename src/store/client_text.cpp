@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
+#include <string_view>
 
 #include "base/text.h"
 
@@ -25,19 +26,24 @@ text_line start_line(char *buffer, size_t size) {
     return {buffer, size, 0};
 }
 
-void append_text(text_line *line, const char *text, size_t longest = SIZE_MAX) {
+void append_text(text_line *line, std::string_view text) {
     if (line->used + 1 >= line->size)
         return;
-    const size_t length = strnlen(text, std::min(longest, line->size - line->used - 1));
-    memcpy(line->buffer + line->used, text, length);
+    const size_t length = std::min(text.size(), line->size - line->used - 1);
+    memcpy(line->buffer + line->used, text.data(), length);
     line->used += length;
     line->buffer[line->used] = '\0';
 }
 
+// A text that stands in the code: its length is no work. N counts its NUL.
+template <size_t N> void append_literal(text_line *line, const char (&text)[N]) {
+    append_text(line, {text, N - 1});
+}
+
 void append_number(text_line *line, int number) {
     char text[12];
-    (void)hbs_number_to_text(number, text);
-    append_text(line, text);
+    const char *end = hbs_number_to_text(number, text);
+    append_text(line, {text, static_cast<size_t>(end - text)});
 }
 
 __attribute__((format(printf, 2, 3))) void append(text_line *line, const char *format, ...) {
@@ -54,7 +60,7 @@ __attribute__((format(printf, 2, 3))) void append(text_line *line, const char *f
 
 struct label {
     uint32_t bit;
-    const char *text;
+    std::string_view text;
 };
 
 constexpr label flag_labels[] = {
@@ -71,43 +77,42 @@ constexpr label trust_labels[] = {
 };
 
 // By adapter code; codes without a text, and those past the table, are unknown.
-constexpr const char *adapter_texts[] = {
-    nullptr, "on Ethernet: ", "on USB: ", "on Moca: ", nullptr, "on WiFi: "};
+constexpr std::string_view adapter_texts[] = {"", "on Ethernet: ", "on USB: ", "on Moca: ", "", "on WiFi: "};
 
-const char *adapter_text(uint8_t code) {
-    const char *text = code < std::size(adapter_texts) ? adapter_texts[code] : nullptr;
-    return text != nullptr ? text : "on unknown if: ";
+std::string_view adapter_text(uint8_t code) {
+    const std::string_view text = code < std::size(adapter_texts) ? adapter_texts[code] : "";
+    return !text.empty() ? text : "on unknown if: ";
 }
 
 void append_addresses(text_line *line, const hbs_client *client) {
     append_text(line, hbs_ipv4_is_zero(client->ipv4) ? "no IPv4" : hbs_ipv4_to_text(client->ipv4).text);
-    append_text(line, " - ");
+    append_literal(line, " - ");
     append_text(line, hbs_ipv6_is_zero(client->ipv6) ? "no IPv6" : hbs_ipv6_to_text(client->ipv6).text);
-    append_text(line, " - (");
+    append_literal(line, " - (");
     if (hbs_ipv6_is_zero(client->ll)) {
-        append_text(line, "no LL");
+        append_literal(line, "no LL");
     } else {
-        append_text(line, "LL ");
+        append_literal(line, "LL ");
         append_text(line, hbs_ipv6_to_text(client->ll).text);
     }
-    append_text(line, ") - ");
+    append_literal(line, ") - ");
 }
 
 void append_client(text_line *line, const hbs_client *client) {
-    append_text(line, "[");
+    append_literal(line, "[");
     append_text(line, hbs_mac_to_text(client->mac).text);
-    append_text(line, "] ");
+    append_literal(line, "] ");
     append_text(line, adapter_text(client->adapter_type));
-    append_text(line, "index: ");
+    append_literal(line, "index: ");
     append_number(line, client->nwidx);
-    append_text(line, " ");
+    append_literal(line, " ");
     append_addresses(line, client);
     if (client->host[0] != '\0') {
-        append_text(line, "(");
-        append_text(line, client->host, HBS_HOST_SIZE);
-        append_text(line, ") ");
+        append_literal(line, "(");
+        append_text(line, {client->host, strnlen(client->host, HBS_HOST_SIZE)});
+        append_literal(line, ") ");
     }
-    append_text(line, "|");
+    append_literal(line, "|");
     for (const label &flag : flag_labels)
         if ((client->flags & flag.bit) != 0)
             append_text(line, flag.text);
@@ -124,7 +129,7 @@ char *hbs_client_to_str(const hbs_client *client, char *buffer, size_t size) {
         return buffer;
     append_client(&line, client);
     if (client->hotspot != 0)
-        append_text(&line, "HOTSPOT|");
+        append_literal(&line, "HOTSPOT|");
     return buffer;
 }
 
@@ -145,7 +150,7 @@ void append_words(text_line *line, const uint32_t *words, uint32_t count, uint32
             append(line, "%x", words[i]);
         else
             append_number(line, static_cast<int>(words[i]));
-        append_text(line, " ");
+        append_literal(line, " ");
     }
 }
 
@@ -180,7 +185,7 @@ char *hbs_if_entry_to_str(const hbs_if_entry *entry, char *buffer, size_t size) 
     for (uint32_t i = 0; i < count; i++)
         if (entry->key[i] <= largest) {
             append_number(&line, static_cast<int>(entry->key[i]));
-            append_text(&line, " ");
+            append_literal(&line, " ");
         }
     return buffer;
 }
