@@ -1,4 +1,5 @@
 // Wi-Fi manager: stations, WPS results and authentication modes from the file of values.
+#include <cstdlib>
 #include <cstring>
 
 #include <wlan.h>
@@ -26,16 +27,51 @@ bool station_ssid(const host_entry *entry, uint32_t *ssid) {
     return common_text_to_u32(text, ssid);
 }
 
+struct station {
+    uint32_t ssid;
+    const char *line;
+};
+
+// The station lines of an edition of the values, in the file's order; only inside a hold.
+struct {
+    uint32_t edition; // 0 = none yet
+    size_t count;
+    station *all;
+} stations;
+
+bool make_room(size_t lines) {
+    free(stations.all);
+    stations = {0, 0, static_cast<station *>(calloc(lines + 1, sizeof(station)))};
+    return stations.all != nullptr;
+}
+
+// Without memory there are none, and the next call tries again.
+void find_stations() {
+    if (stations.edition == host_values_edition())
+        return;
+    size_t lines = 0;
+    while (host_entry_at(lines) != nullptr)
+        lines++;
+    if (!make_room(lines))
+        return;
+    for (size_t i = 0; i < lines; i++) {
+        const host_entry *entry = host_entry_at(i);
+        uint32_t ssid = 0;
+        if (station_ssid(entry, &ssid))
+            stations.all[stations.count++] = {ssid, entry->value};
+    }
+    stations.edition = host_values_edition();
+}
+
 // Station line number `index` of an SSID, or null when it has no more than *passed lines.
 const char *station_line(uint32_t ssid, uint32_t index, uint32_t *passed) {
-    const host_entry *entry = nullptr;
+    find_stations();
     *passed = 0;
-    for (size_t i = 0; (entry = host_entry_at(i)) != nullptr; i++) {
-        uint32_t on = 0;
-        if (!station_ssid(entry, &on) || on != ssid)
+    for (size_t i = 0; i < stations.count; i++) {
+        if (stations.all[i].ssid != ssid)
             continue;
         if (*passed == index)
-            return entry->value;
+            return stations.all[i].line;
         (*passed)++;
     }
     return nullptr;
@@ -94,11 +130,11 @@ int wlan_getAssocDevicesNum(uint32_t ssid, uint32_t *count) {
     int result = 0;
     if (host_told_to_fail("wlan_getAssocDevicesNum", &result))
         return result;
-    uint32_t stations = 0;
-    (void)station_line(ssid, UINT32_MAX, &stations);
-    if (count == nullptr || (stations == 0 && !ssid_exists(ssid)))
+    uint32_t found = 0;
+    (void)station_line(ssid, UINT32_MAX, &found);
+    if (count == nullptr || (found == 0 && !ssid_exists(ssid)))
         return -1;
-    *count = stations;
+    *count = found;
     return 0;
 }
 
@@ -143,14 +179,13 @@ int WifiGetSSID(const uint8_t mac[6], uint32_t *ssid) {
         return result;
     if (mac == nullptr || ssid == nullptr)
         return -1;
-    const host_entry *entry = nullptr;
-    for (size_t i = 0; (entry = host_entry_at(i)) != nullptr; i++) {
-        uint32_t on = 0;
-        uint8_t station[6];
-        const char *line = entry->value;
-        if (!station_ssid(entry, &on) || !station_mac(&line, station) || memcmp(station, mac, 6) != 0)
+    find_stations();
+    for (size_t i = 0; i < stations.count; i++) {
+        uint8_t found[6];
+        const char *line = stations.all[i].line;
+        if (!station_mac(&line, found) || memcmp(found, mac, sizeof found) != 0)
             continue;
-        *ssid = on;
+        *ssid = stations.all[i].ssid;
         return 0;
     }
     return -1;
