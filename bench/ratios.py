@@ -13,12 +13,13 @@ import time
 from contextlib import contextmanager
 
 from bench import counts, gateway
-from lab import daemon, lan, notices, wire
+from lab import daemon, lan, notices, settings_files, wire
 
 HOSTS = 95
 PROCESSOR = 0
 READY = 30.0
 NOTICES = 1000
+RULES = 500
 SETTLED = 0.05  # seconds without work, and what was told is done
 
 
@@ -231,9 +232,28 @@ def notice_file(rounds, running):
     yield figure("notification file of 1,000 lines", statistics.median(found), 2, "at most")
 
 
+def remember():
+    """All hosts and their rules stand in the files afterwards."""
+    running = start_daemon()
+    gateway.ask("settings", gateway.settings(HOSTS), HOSTS)
+    running.stop()
+    with open(settings_files.BLACK_RULES, "w", encoding="ascii") as file:
+        for host in range(HOSTS):
+            rules = "".join(f"{number:x} 1 1 0 0 0;" for number in range(host, RULES, HOSTS))
+            file.write(f"{gateway.mac_of(host)};{rules}\n")
+
+
 def start_to_ready(rounds):
+    remember()
+    for level, name in (("all", "log on"), ("error", "threshold at error")):
+        gateway.threshold(level)
+        yield from start_with(rounds, name)
+    gateway.threshold("all")
+
+
+def start_with(rounds, name):
     folder = wire.constant("HBS_PERSISTENT_DIR")
-    files = [f"{folder}/{name}" for name in os.listdir(folder) if os.path.isfile(f"{folder}/{name}")]
+    files = [f"{folder}/{each}" for each in os.listdir(folder) if os.path.isfile(f"{folder}/{each}")]
     found = []
     for _round in range(rounds):
         base = bare_once("split", *files)[0]
@@ -242,7 +262,8 @@ def start_to_ready(rounds):
         running = start_daemon()
         found.append(running.processor_ns() / base)
         running.stop()
-    yield figure(f"start to ready, {HOSTS} remembered clients", statistics.median(found), 4, "at most")
+    yield figure(f"start to ready, {HOSTS} remembered clients, {RULES} rules, {name}", statistics.median(found), 4,
+                 "at most")
 
 
 # --- readers ----------------------------------------------------------------------------------------------------

@@ -141,6 +141,8 @@ int hbs_check_lease_get_ipv4_static_lease(const uint8_t mac[6], uint8_t *address
 }
 
 int hbs_check_lease_get_ipv4_static_lease_from_mac(const uint8_t mac[6], uint8_t *address) {
+    if (!hbs_userconf_is_there())
+        return -1;
     for (int group = 0; group < HBS_LEASE_GROUPS; ++group) {
         char lan_address[16];
         if (hbs_userconf_address(HBS_USERCONF_LAN_ADDRESS, USERCONF_FIRST_INSTANCE + group, lan_address) == 0)

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 #include "base/line_read.h"
 #include "base/paths.h"
@@ -39,6 +40,10 @@ int hbs_getPersistentUserSettings(const char *key, const char *file, char *value
         if (strstr(line, key) != nullptr)
             return copy_value(line, value, size) ? 1 : 0;
     return 0;
+}
+
+bool hbs_userconf_is_there() {
+    return access(HBS_USERCONF, F_OK) == 0;
 }
 
 int hbs_userconf_address(const char *key, int instance, char text[16]) {
