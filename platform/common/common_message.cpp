@@ -54,7 +54,8 @@ __attribute__((format(printf, 2, 0))) void add_unescaped(common_line *line, cons
         } else if (conversion[1] == 'u') {
             common_line_add_number(line, va_arg(arguments, unsigned));
         } else {
-            add_rest(line, conversion, arguments);
+            format = conversion;
+            add_rest(line, format, arguments);
             return;
         }
         format = conversion + 2;

@@ -280,13 +280,16 @@ void common_line_escape(common_line *line, size_t start, common_quotes quotes) {
     if (before == whole)
         return;
     line->length = start + before;
-    char *rest = static_cast<char *>(malloc(whole - before));
+    char few[256]; // a short rest needs no memory
+    const size_t size = whole - before;
+    char *rest = size <= sizeof few ? few : static_cast<char *>(malloc(size));
     line->cut = line->cut || rest == nullptr;
     if (rest == nullptr)
         return;
-    memcpy(rest, line->text + line->length, whole - before);
-    common_line_add_escaped(line, rest, whole - before, quotes);
-    free(rest);
+    memcpy(rest, line->text + line->length, size);
+    common_line_add_escaped(line, rest, size, quotes);
+    if (rest != few)
+        free(rest);
 }
 
 void common_line_finish(common_line *line) {

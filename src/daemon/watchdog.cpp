@@ -13,7 +13,7 @@
 #include "base/scope.h"
 #include "daemon/file_watch.h"
 
-int32_t file_watch_block_count;
+std::atomic<int32_t> file_watch_block_count; // each run of the timer is a thread of its own
 
 namespace {
 
@@ -85,7 +85,7 @@ void judge_wchan(const char *path) {
     }
     file_watch_block_count++;
     HBS_LOG(HBS_ALERT, "HOSTBASE: %s %s block %d time", "file_watcher_timer_handle", wchan,
-            file_watch_block_count);
+            file_watch_block_count.load());
 }
 
 // Prints the two lease-event records on standard output, then ends every daemon of this name.

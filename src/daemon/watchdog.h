@@ -2,6 +2,7 @@
 // the process controller to start it anew.
 #pragma once
 
+#include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <pthread.h>
@@ -9,7 +10,7 @@
 constexpr int HBS_WATCHDOG_SECONDS = 30;
 
 // Ticks in a row that found the thread blocked; the fifth ends the daemon.
-extern int32_t file_watch_block_count;
+extern std::atomic<int32_t> file_watch_block_count;
 
 // Arms the timer, replacing one that runs. thread: id of the file watch thread, kept as the timer's value.
 // Failures are logged; the daemon then runs without a watchdog.

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <sys/socket.h>
 
-#include <db.h>
 #include <wlan.h>
 
 #include "base/log.h"
@@ -15,7 +14,6 @@
 #include "events/lease_texts.h"
 #include "events/presence.h"
 #include "events/wifi_index.h"
-#include "gateway/bssid_table.h"
 #include "gateway/networks.h"
 #include "gateway/own_macs.h"
 #include "gateway/switch_ports.h"
@@ -34,9 +32,6 @@ namespace {
 constexpr uint32_t FLAGS_OF_A_LEASE =
     HBS_FLAG_REACH | HBS_FLAG_REACH_2 | HBS_FLAG_DYNIP4 | HBS_FLAG_USRIP4 | HBS_FLAG_ONLINE;
 
-// The Wi-Fi side's mode in which stations are looked up through the manager's registration.
-constexpr uint8_t WIFI_RPC_REGISTERED = 5;
-
 struct place {
     int32_t nwidx;
     int32_t adapter_type;
@@ -52,18 +47,10 @@ place resolve_place(const uint8_t mac[6], const uint8_t ipv4[4], int32_t nwidx, 
     return result;
 }
 
-bool is_registered_mode() {
-    return DB_GetByte(DB_ITEM_WIFI_RPC_MODE) == WIFI_RPC_REGISTERED;
-}
-
-// The SSID number, from 1, that readers see; 0 = they do not see the client yet. In registered mode the
-// record may hold the number itself since its last lease, so there the table of the associations comes first.
+// The SSID number, from 1, of a client that readers see; 0 = they do not see it yet.
 uint32_t published_ssid(const hbs_client *client) {
     const hbs_client *published = hbs_published_of(client);
-    if (published == nullptr)
-        return 0;
-    const int row = is_registered_mode() ? hbs_bssid_of(client->mac) : -1;
-    return row != -1 ? static_cast<uint32_t>(row) + 1 : published->wifi_index + 1u;
+    return published == nullptr ? 0 : hbs_ssid_of(published);
 }
 
 bool is_on_open_ssid(const hbs_client *client) {
@@ -115,7 +102,7 @@ void mark_online(hbs_client *client) {
 }
 
 void take_registered_ssid(hbs_client *client) {
-    if (!is_registered_mode())
+    if (!hbs_wifi_is_registered())
         return;
     (void)wlan_registerQuarnRpc("192.168.254.254");
     // The SSID number itself, not the number - 1 that associations store: kept.

@@ -10,6 +10,7 @@
 #include "base/text.h"
 #include "events/adapter.h"
 #include "events/flap_list.h"
+#include "events/wifi_index.h"
 #include "gateway/bssid_table.h"
 #include "gateway/docsis_bridge.h"
 #include "gateway/networks.h"
@@ -177,7 +178,7 @@ void hbs_update_wifi_assoc_info(const uint8_t mac[6]) {
         return;
     wlan_assoc_device station{};
     bool found = false;
-    (void)find_station(mac, client->wifi_index + 1u, &station, &found);
+    (void)find_station(mac, hbs_ssid_of(client), &station, &found);
     if (found)
         store_figures(client, station.figure);
     hbs_shm_commit(client);

@@ -8,8 +8,8 @@
 
 #include "base/paths.h"
 
-// Limits of a line: a longer one stays in the file untouched, and so does a rule beyond the last that an
-// update or a clear sees. All rules of a line are loaded.
+// Limits of a line: a longer one stays in the file untouched; a rule behind the thirtieth is loaded, but not
+// seen by an edit of its line, and gone after it.
 constexpr size_t HBS_RULE_LINE_MAX = 2399;
 constexpr int HBS_RULES_PER_LINE = 30;
 

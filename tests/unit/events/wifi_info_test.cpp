@@ -5,6 +5,7 @@
 #include <rnddb.h>
 
 #include "events/wifi.h"
+#include "gateway/bssid_table.h"
 #include "store/client_fields.h"
 #include "store/index.h"
 #include "support/events.h"
@@ -143,6 +144,15 @@ TEST_F(WifiInfo, UpdateAsksForTheSsidOfTheClient) {
     set("wifi.ssid.1.station", "02:AA:00:00:00:21 9 9 9 9 9");
     set("wifi.ssid.3.station", "02:AA:00:00:00:21 1 2 3 4 5");
     client_->wifi_index = 2;
+    update(STATION);
+    EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*seen(STATION)));
+}
+
+TEST_F(WifiInfo, UpdateInRegisteredModeAsksForTheSsidThatWasJoined) {
+    set("db.byte.72", 5);
+    set("wifi.ssid.2.station", "02:AA:00:00:00:21 1 2 3 4 5");
+    hbs_wifi_bssid_table_set(mac_of(STATION).data(), 2);
+    client_->wifi_index = 2; // the number itself, as a lease leaves it
     update(STATION);
     EXPECT_EQ((Figures{1, 5, 4, 3, 2}), figures_of(*seen(STATION)));
 }

@@ -95,6 +95,15 @@ TEST_F(NeighbourProbe, AnswerThatComesTooLate_IsNobodyElses) {
     EXPECT_TRUE(wait_until([] { return ask(0x22) == 0x22; }));
 }
 
+TEST_F(NeighbourProbe, KernelThatWasLateAndKnew_IsAskedAgainAtOnce) {
+    start_threads();
+    milliseconds = 300;
+    EXPECT_EQ(-1, ask(0x21));
+    milliseconds = 0;
+    hbs_clock_advance(-1000); // the silence would outlast the wait
+    EXPECT_TRUE(wait_until([] { return ask(0x22) == 0x22; }));
+}
+
 TEST_F(NeighbourProbe, TwoAskers_GetTheirOwnAnswers) {
     start_threads();
     milliseconds = 20;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -56,6 +57,36 @@ TEST_F(Logger, EscapesAByteWhereverItStands) {
                 << "byte " << byte << " at " << at;
         }
     }
+}
+
+// The same format and values to the logger and to the C library.
+#define EXPECT_LOGGED_AS_PRINTED(...)                                                                        \
+    do {                                                                                                     \
+        char printed[4096];                                                                                  \
+        (void)snprintf(printed, sizeof printed, __VA_ARGS__);                                                \
+        clear_log();                                                                                         \
+        const hbs_log_site site = {9, 6, 0};                                                                 \
+        logger_build_send_log_msg(&site, 0, __VA_ARGS__);                                                    \
+        ASSERT_EQ(1u, log_lines().size());                                                                   \
+        EXPECT_EQ(printed, log_lines()[0]);                                                                  \
+    } while (false)
+
+TEST_F(Logger, WritesWhatPrintfWrites) {
+    const std::string text(2000, 'x');
+    EXPECT_LOGGED_AS_PRINTED("%d|%d|%d|%d", -1, INT_MIN, INT_MAX, 0);
+    EXPECT_LOGGED_AS_PRINTED("%u|%u|%ul|", 4294967295U, 10U, 7U);
+    EXPECT_LOGGED_AS_PRINTED("100 %% of %s, %s", "a", "b\n");
+    EXPECT_LOGGED_AS_PRINTED("%s %02x:%02x %s %d\n", "first", 10U, 255U, "rest", -7);
+    EXPECT_LOGGED_AS_PRINTED("%p %lld %zu %5.2d|%-4s|", reinterpret_cast<void *>(16), 1LL << 40, sizeof(int),
+                             3, "l");
+    EXPECT_LOGGED_AS_PRINTED("%s%s %x %s", text.c_str(), "", 1U, text.substr(0, 1500).c_str());
+}
+
+TEST_F(Logger, TellsOfATextThatIsNotThere) {
+    const char *volatile none = nullptr;
+    const hbs_log_site site = {9, 6, 0};
+    logger_build_send_log_msg(&site, 0, "a %s b", none);
+    EXPECT_EQ("info a (null) b\n", read_file(log_path()));
 }
 
 TEST_F(Logger, IsReadBackAsItWasLogged) {
