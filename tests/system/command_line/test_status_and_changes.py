@@ -20,7 +20,7 @@ def lines_of(done):
 
 
 def test_status_tells_the_daemon_and_its_mode(house):
-    pid = int(house.run("pidof", "gw_hostbase").stdout)
+    pid = int(house.run("pgrep", "-x", "gw_hostbase").stdout)
 
     def age():
         """In whole seconds, as another program counts them."""
@@ -77,7 +77,7 @@ def test_each_change_is_told_as_it_happens(house):
             event = json.loads(following.stdout.readline())
         assert (event["client"], event["name"], event["old"], event["new"]) == \
             (LAPTOP, "laptop", None, "on the desk")
-        house.run("kill", *house.run("pidof", "hbsctl").stdout.split())
+        house.run("kill", *house.run("pgrep", "-x", "hbsctl").stdout.split())
         assert following.wait(60) == 0
     finally:
         following.kill()
