@@ -52,7 +52,8 @@ __attribute__((format(printf, 2, 0))) void add_unescaped(common_line *line, cons
         } else if (conversion[1] == 'd') {
             common_line_add_number(line, va_arg(arguments, int));
         } else if (conversion[1] == 'u') {
-            common_line_add_number(line, va_arg(arguments, unsigned));
+            const unsigned number = va_arg(arguments, unsigned);
+            common_line_add_number(line, number);
         } else {
             format = conversion;
             add_rest(line, format, arguments);

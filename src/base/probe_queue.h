@@ -36,8 +36,8 @@ void hbs_probe_register(hbs_probe_kind kind, hbs_probe_action action);
 
 // Queues a question. False when it cannot be asked, which counts as "no answer": no thread asks yet
 // (start-up), there is no room, or the minute's share of the device or of the house is used up, which the
-// kernel's neighbours have none of. Per kind and device one question is out and one waits: a newer one takes the
-// place of the one that waits, and one that is out already is not queued again, but for a place.
+// kernel's neighbours have none of. Per kind and device one question is out and one waits: a newer one takes
+// the place of the one that waits, and one that is out already is not queued again, but for a place.
 bool hbs_probe_post(const hbs_probe *probe);
 
 // From now on questions are taken. Whether they are.
