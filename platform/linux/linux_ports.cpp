@@ -72,9 +72,11 @@ void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_
     preset(ports, conf);
     for (size_t i = 0; i < EXTSWT_PORTS; i++)
         dips->port[i] = follow(&ports->port[i], view, conf) || dips->port[i];
-    while (const linux_link *link = first_new(ports, view, conf)) {
+    // A view in which names or indices repeat could have devices take each other's numbers for ever.
+    for (size_t given = 0; given < EXTSWT_PORTS; given++) {
+        const linux_link *link = first_new(ports, view, conf);
         linux_port *port = place_for_new(ports);
-        if (port == nullptr)
+        if (link == nullptr || port == nullptr)
             return;
         (void)common_copy_whole(port->name, sizeof port->name, link->name);
         (void)follow(port, view, conf);
