@@ -1,11 +1,11 @@
 #include "base/log.h"
 
-std::atomic<uint32_t> hbs_log_highest = UINT32_MAX;
+uint32_t hbs_log_highest = UINT32_MAX;
 
 namespace {
 
 void take_level(uint32_t highest) {
-    hbs_log_highest.store(highest, std::memory_order_relaxed);
+    __atomic_store_n(&hbs_log_highest, highest, __ATOMIC_RELAXED);
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // Log macro: one call at the place where something happens, its format literal in one piece.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 #include <logger.h>
@@ -11,12 +10,14 @@ enum hbs_severity : unsigned { HBS_FATAL = 0, HBS_ALERT = 1, HBS_ERROR = 3, HBS_
 
 constexpr unsigned HBS_LOG_MODULE = 6;
 
-// The highest severity that the logger takes; everything until it says otherwise.
-extern std::atomic<uint32_t> hbs_log_highest;
+// The highest severity that the logger takes; everything until it says otherwise. Read and set by the
+// compiler's own atomic operations: the standard header for them would be nearly all that is compiled of most
+// files.
+extern uint32_t hbs_log_highest;
 
 // Whether anybody takes what is logged with a severity.
 [[gnu::always_inline]] inline bool hbs_log_takes(uint32_t severity) {
-    return severity <= hbs_log_highest.load(std::memory_order_relaxed);
+    return severity <= __atomic_load_n(&hbs_log_highest, __ATOMIC_RELAXED);
 }
 
 // Lets the logger say what it takes, now and on each change. Called once, before anything is logged.
