@@ -27,6 +27,13 @@ endif()
 if(HBS_SANITIZE)
     add_compile_options(-fsanitize=${HBS_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${HBS_SANITIZE})
+    # clang tells the sources of it in another way than by gcc's names.
+    if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND HBS_SANITIZE MATCHES "(address|thread)")
+        string(TOUPPER ${CMAKE_MATCH_1} sanitizer)
+        add_compile_definitions(__SANITIZE_${sanitizer}__)
+    endif()
+    # Compares what the C++ runtime knows of a function's type, and nothing of ours is built with that runtime.
+    add_compile_options($<$<CXX_COMPILER_ID:Clang>:-fno-sanitize=function>)
 endif()
 
 # Counted into a file that all processes map, which a process that is killed leaves up to date. Only src/ is counted.

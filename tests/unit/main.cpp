@@ -1,0 +1,114 @@
+// Runs the tests of a program. With "--each-apart" each runs in a process of its own, as it does where each
+// is a start of the program, but all are forked from this one before it ran any: what a start costs an
+// emulator or a sanitizer is paid once, and process-local state starts clean all the same. GoogleTest's
+// variables for shards hold there, too.
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr unsigned kLongestSeconds = 600;
+constexpr int kSkipped = 77; // a child's status
+
+volatile pid_t child;
+
+void end_child(int) {
+    (void)kill(child, SIGKILL);
+}
+
+unsigned number_from(const char *variable, unsigned otherwise) {
+    const char *value = getenv(variable);
+    return value == nullptr ? otherwise : static_cast<unsigned>(strtoul(value, nullptr, 10));
+}
+
+std::vector<std::string> tests_of_shard() {
+    const testing::UnitTest &all = *testing::UnitTest::GetInstance();
+    const unsigned shards = number_from("GTEST_TOTAL_SHARDS", 1);
+    unsigned number = shards - number_from("GTEST_SHARD_INDEX", 0);
+    std::vector<std::string> names;
+    for (int suite = 0; suite < all.total_test_suite_count(); suite++) {
+        const testing::TestSuite &tests = *all.GetTestSuite(suite);
+        for (int test = 0; test < tests.total_test_count(); test++)
+            if (number++ % shards == 0)
+                names.push_back(std::string(tests.name()) + "." + tests.GetTestInfo(test)->name());
+    }
+    unsetenv("GTEST_TOTAL_SHARDS"); // a child has one test, which is in each share
+    unsetenv("GTEST_SHARD_INDEX");
+    return names;
+}
+
+// Never returns: runs one test and says to output what it says.
+[[noreturn]] void run_one(const std::string &name, int output) {
+    (void)signal(SIGALRM, SIG_DFL);
+    dup2(output, STDOUT_FILENO);
+    dup2(output, STDERR_FILENO);
+    close(output);
+    testing::GTEST_FLAG(filter) = name;
+    const int failed = RUN_ALL_TESTS();
+    const testing::UnitTest &all = *testing::UnitTest::GetInstance();
+    if (failed == 0 && all.test_to_run_count() != 1)
+        exit(EXIT_FAILURE); // a name that is a pattern, too, would be more than one
+    exit(failed == 0 && all.skipped_test_count() == 1 ? kSkipped : failed);
+}
+
+void print(int output) {
+    std::array<char, 4096> part{};
+    (void)lseek(output, 0, SEEK_SET);
+    for (ssize_t got; (got = read(output, part.data(), part.size())) > 0;)
+        (void)fwrite(part.data(), 1, static_cast<size_t>(got), stdout);
+}
+
+// The status of its process, as waitpid gives it.
+int status_of(const std::string &name, int output) {
+    (void)fflush(nullptr);
+    child = fork();
+    if (child == 0)
+        run_one(name, output);
+    alarm(kLongestSeconds);
+    int status = -1;
+    while (child > 0 && waitpid(child, &status, 0) < 0 && errno == EINTR) {}
+    alarm(0);
+    return status;
+}
+
+int run_each_apart() {
+    (void)signal(SIGALRM, end_child);
+    unsigned passed = 0, skipped = 0;
+    std::vector<std::string> failed;
+    for (const std::string &name : tests_of_shard()) {
+        const int output = memfd_create("output", 0);
+        const int status = status_of(name, output);
+        if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped)
+            skipped++;
+        else if (status == 0)
+            passed++;
+        else {
+            failed.push_back(name);
+            print(output);
+            if (WIFSIGNALED(status))
+                printf("%s ended by signal %d (%s)\n", name.c_str(), WTERMSIG(status),
+                       strsignal(WTERMSIG(status)));
+        }
+        close(output);
+    }
+    for (const std::string &name : failed)
+        printf("FAILED %s\n", name.c_str());
+    printf("each test apart: %u passed, %u skipped, %zu failed\n", passed, skipped, failed.size());
+    return failed.empty() ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+} // namespace
+
+int main(int count, char **words) {
+    testing::InitGoogleTest(&count, words);
+    return count == 2 && strcmp(words[1], "--each-apart") == 0 ? run_each_apart() : RUN_ALL_TESTS();
+}
