@@ -1,0 +1,81 @@
+// The numbers of a router's ports, where the kernel's tables make no sense.
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "linux_conf.h"
+#include "linux_ports.h"
+#include "linux_view.h"
+
+namespace ports_test {
+
+constexpr int bridge = 2;
+constexpr unsigned patience = 10; // seconds, after which the numbering counts as endless
+
+// A network of one bridge, and the devices that each test puts there.
+struct LinuxPorts : testing::Test {
+    linux_conf conf;
+    linux_view view = {};
+    linux_ports ports = {};
+    LinuxPorts() {
+        linux_conf_preset(&conf);
+        add(bridge, "br0", 0)->bridge = true;
+        view.address[view.addresses++] = {bridge, AF_INET, 24, {192, 168, 1, 1}};
+    }
+    linux_link *add(int index, const std::string &name, int master) {
+        linux_link *link = &view.link[view.links++];
+        *link = {};
+        link->index = index;
+        link->master = master;
+        link->running = true;
+        (void)snprintf(link->name, sizeof link->name, "%s", name.c_str());
+        return link;
+    }
+    // A port whose number is free again at once: what is found under its name is no port.
+    void add_with_repeated_name(int index, const std::string &name) {
+        add(index, name, 0);
+        add(index + 1, name, bridge);
+    }
+    void update() {
+        linux_dips dips = {};
+        (void)alarm(patience);
+        linux_ports_update(&ports, &view, &conf, &dips);
+        (void)alarm(0);
+    }
+};
+
+TEST_F(LinuxPorts, DevicesWithoutAnIndexDoNotTakeEachOthersNumbersForEver) {
+    for (int i = 0; i <= EXTSWT_PORTS; i++)
+        add(0, "eth" + std::to_string(i), bridge);
+    update();
+    for (const linux_port &port : ports.port)
+        EXPECT_STRNE("", port.name);
+    EXPECT_EQ(0u, linux_port_of(&ports, 0)) << "no index is no device";
+}
+
+TEST_F(LinuxPorts, DevicesWithRepeatedNamesDoNotTakeEachOthersNumbersForEver) {
+    for (int i = 1; i < EXTSWT_PORTS; i++)
+        add(10 + i, "eth" + std::to_string(i), bridge);
+    add_with_repeated_name(100, "twice1");
+    add_with_repeated_name(102, "twice2");
+    update();
+    for (unsigned i = 1; i < EXTSWT_PORTS; i++)
+        EXPECT_EQ(i, linux_port_of(&ports, static_cast<int>(10 + i))) << "those that make sense keep theirs";
+    for (int i = 100; i < 104; i++)
+        EXPECT_EQ(0u, linux_port_of(&ports, i));
+}
+
+TEST_F(LinuxPorts, TheNextTablesThatMakeSenseGiveTheNumbersThatWereTaken) {
+    add_with_repeated_name(100, "twice1");
+    for (int i = 0; i < EXTSWT_PORTS; i++)
+        add(0, "eth" + std::to_string(i), bridge);
+    update();
+    view.links = 1;
+    add(20, "lan0", bridge);
+    update();
+    EXPECT_NE(0u, linux_port_of(&ports, 20));
+}
+
+} // namespace ports_test
