@@ -55,9 +55,10 @@ class Documents(Events):
         identity = [(getattr(client, name) if client is not None else b"") or b"null"
                     for name in ("oui", "serial_number", "product_class")]
         default = (client.host if client is not None else b"") or b"unknown"
+        client = client or self.add_in(network, mac)
         if client is None:
-            client = self.add(mac)
-            self.set_network(client, network)
+            return -1
+        self.end_command(holder)
         self.set_text(client, "host", host or default)
         for name, text in zip(("oui", "serial_number", "product_class"), identity):
             self.set_text(client, name, text)
@@ -65,8 +66,20 @@ class Documents(Events):
         if len(address) == 4:
             self.write_static_lease(client, mac, world.text_of(address).encode(), identity)
             self.set_ipv4(client, address)
+        client.commanded = True
         self.publish_setting(client)
         return 0
+
+    def add_in(self, network, mac):
+        client = self.add(mac)
+        if client is not None:
+            self.set_network(client, network)
+        return client
+
+    @staticmethod
+    def end_command(holder):
+        if holder is not None:
+            holder.commanded = False
 
     def write_static_lease(self, client, mac, address, identity):
         if self.files.has_pair(0, mac, address):
@@ -80,7 +93,7 @@ class Documents(Events):
         client = self.by_address(address)
         if client is None:
             return 0
-        client.comment = b""
+        client.comment, client.commanded = b"", False
         if len(address) == 4:
             self.files.delete_static(1, world.text_of(address).encode(), True)
         self.commit(client)
@@ -96,6 +109,9 @@ class Documents(Events):
             self.files.delete_static(0, mac_text(mac), True)
             self.files.delete_static(1, text, True)
             self.files.add_static(0, mac, text, b"unknown", (b"null", b"null", b"null"))
+            client = self.by_mac(mac)
+            if client is not None:
+                client.commanded = True
         return 0
 
     def comment_host(self, address, comment, host):
@@ -184,7 +200,7 @@ class Documents(Events):
         self.flush()
         for client in list(self.clients):
             carried = self.revalidate(client, group - 1, carried)
-        for client in self.clients:
+        for client in self.each_client():
             self.publish(client)
         self.load_rules()
 

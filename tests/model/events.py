@@ -25,6 +25,12 @@ class Events(Store):
                 return
         self.flap(client, "join_req_count", "flap_count", "last_join")
 
+    def add_leased(self, mac):
+        client = self.add(mac)
+        if client is not None:
+            client.lease_start_uptime = world.UPTIME
+        return client
+
     def lease4(self, lease):
         """lease: mac, address, seconds, dynamic, host, ifname, identity, file, network, adapter. The client or None."""
         if not world.is_lan_client(lease["mac"]):
@@ -35,9 +41,9 @@ class Events(Store):
             return None
         client = self.by_mac(lease["mac"])
         is_new = client is None
-        if is_new:
-            client = self.add(lease["mac"])
-            client.lease_start_uptime = world.UPTIME
+        client = client or self.add_leased(lease["mac"])
+        if client is None:
+            return None
         self.stop_timer(client, DHCP_WAIT)
         self.stop_timer(client, LEASE)
         self.set_network(client, network)
@@ -63,6 +69,12 @@ class Events(Store):
             self.take_wifi_index(client)
         self.publish(client)
         return client
+
+    def lease4_and_tell(self, lease):
+        client = self.lease4(lease)
+        if client is not None:
+            self.event(101, client.mac, client.nwidx, client.adapter_type, world.text_of(client.ipv4), host=client.host,
+                       flag=1, identity=client)
 
     def release4(self, mac, address, dynamic, seconds):
         if not world.is_lan_client(mac) or seconds < 1 or dynamic < 0:
@@ -108,8 +120,9 @@ class Events(Store):
         client = self.leased6(ll, address)
         if client is None:
             self.end_nobody()
-            client = self.add(None)
-            client.lease_start_uptime = world.UPTIME
+            client = self.add_leased(None)
+        if client is None:
+            return None
         self.set_network(client, network)
         if host.split(b".")[0]:
             self.set_text(client, "host", host.split(b".")[0])
@@ -129,6 +142,17 @@ class Events(Store):
         self.publish(client)
         return client
 
+    def lease6_and_tell(self, *lease):
+        client = self.lease6(*lease)
+        if client is not None:
+            self.event(102, client.mac, client.nwidx, client.adapter_type, ipv6=world.text_of(client.ipv6),
+                       ll=world.text_of(client.ll), host=client.host, flag=1, identity=client)
+
+    def release6_and_tell(self, ll, address):
+        client = self.release6(ll, address)
+        if client is not None:
+            self.event(104, client.mac, identity=client)
+
     def release6(self, ll, address):
         client = self.by_ipv6(ll if any(ll) else address)
         if client is not None:
@@ -147,6 +171,8 @@ class Events(Store):
         elif client.wifi_index != ssid - 1:
             self.indices.remove(client)
             self.set(client, 0, BSSID)
+        if client is None:
+            return
         self.set_adapter(client, WIFI)
         self.set_network(client, ssid - 1)
         client.set_number(self.clock, "wifi_index", ssid - 1)
@@ -171,7 +197,7 @@ class Events(Store):
             self.deletions.append(mac.hex("-"))
 
     def port_down(self, port):
-        for client in self.clients:
+        for client in self.each_client():
             if client.switch_port == port:
                 client.lease_start_uptime = 0
                 self.clear(client, 0, ONLINE | REACH | REACH_2)
@@ -209,9 +235,10 @@ class Events(Store):
         client, is_new = self.by_ipv6(address) or self.by_mac(mac), False
         if client is None and mac is not None:
             client, is_new = self.add(mac), True
-            self.event_read_back(107, client)
         if client is None:
             return None
+        if is_new:
+            self.event_read_back(107, client)
         self.set_network(client, network)
         self.set_adapter(client, client.adapter_type if mac is None else adapter)
         self.set_ipv6(client, address)
@@ -249,6 +276,8 @@ class Events(Store):
             if mac is None:
                 return None
             client = self.add(mac)
+            if client is None:
+                return None
             self.set_adapter(client, adapter)
             self.set_ll(client, ll)
             self.take_wifi_index(client)

@@ -1,5 +1,6 @@
 """A history is played to the daemon and to the model; after each step everything that can be seen has to agree."""
 
+import crowds
 import records
 import segment
 import steps
@@ -26,18 +27,20 @@ class Player:
         self.gateway = Gateway()
         self.steps = 0
         self.histories = 0
+        self.ended = 0  # clients, for others
         self.found = False  # a difference, which is then looked for in shorter histories
 
     def play(self, history):
         gateway = self.gateway
         gateway.begin_history()
-        model = Documents()
+        model = Documents(gateway.first_second())
         model.index_of_interface = gateway.index_of_interface
-        gateway.start()
+        gateway.start(model.clock.seconds)
         self.deletions = []
         model.start()
         for number, step in enumerate(history, start=1):
             model.begin_step()
+            gateway.set_seconds(model.clock.seconds)
             where = f"step {number}, {told(step)}"
             try:
                 answers = step[0](model, gateway, *step[1:])
@@ -49,6 +52,7 @@ class Player:
             if wrong:
                 raise Difference("\n  ".join([where + ":", *wrong]))
             self.steps += 1
+            self.ended += sum(each.startswith("removed") for each in model.ends)
         self.histories += 1
 
     def differences(self, model, answers, settled):
@@ -59,6 +63,7 @@ class Player:
             wrong.append(f"it repeats {settled} instead of {model.result}")
         wrong += self.timer_differences(model)
         wrong += of_lists("events", model.events, self.gateway.events())
+        wrong += of_lists("clients that end for others", model.ends, self.gateway.ends())
         self.deletions += model.deletions
         wrong += of_lists("the bridge's deletions", self.deletions, self.gateway.deletions(len(self.deletions)))
         wrong += of_database(model, self.gateway.look())
@@ -113,7 +118,8 @@ def run(count, chance=None):
               suppress_health_check=list(HealthCheck), phases=(Phase.generate, Phase.shrink), print_blob=False,
               verbosity=Verbosity.normal, report_multiple_bugs=False)
     @given(strategies.lists(steps.STEPS, min_size=1, max_size=USUAL) |
-           strategies.lists(steps.STEPS, min_size=USUAL, max_size=LONGEST))
+           strategies.lists(steps.STEPS, min_size=USUAL, max_size=LONGEST) |
+           strategies.lists(crowds.AMONG_OTHERS, min_size=1, max_size=USUAL))
     def play(history):
         try:
             player.play(history)

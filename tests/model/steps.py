@@ -157,16 +157,11 @@ def lease4(model, gateway, mac, address, seconds, dynamic, host, ifname, identit
     fields = {"mac": mac, "address": address, "seconds": seconds, "dynamic": dynamic, "host": host, "ifname": ifname,
               "identity": identity, "file": b"file", "network": network, "adapter": adapter}
 
-    def act():
-        client = model.lease4(fields)
-        if client is not None:
-            model.event(101, client.mac, client.nwidx, client.adapter_type, world.text_of(client.ipv4),
-                        host=client.host, flag=1, identity=client)
     datagram = wire.pack("hbs_msg_dhcpv4", code=105, mac=mac, ipv4=address, dynamic=dynamic, seconds=seconds, host=host,
                          ifname=ifname, oui=identity[0], serial_number=identity[1], product_class=identity[2],
                          lease_file=b"file", nwidx=wire.UNKNOWN if network is None else network,
                          adapter_type=wire.UNKNOWN if adapter is None else adapter)
-    return event(model, gateway, datagram, act)
+    return event(model, gateway, datagram, lambda: model.lease4_and_tell(fields))
 
 
 def information4(model, gateway, mac, address):
@@ -208,31 +203,27 @@ def kernel_can_tell(model, gateway, ll):
 
 
 def lease6(model, gateway, ll, address, end, host, identity):
-    def act():
-        client = model.lease6(ll, address, end, host, identity, b"file6")
-        if client is not None:
-            model.event(102, client.mac, client.nwidx, client.adapter_type, ipv6=world.text_of(client.ipv6),
-                        ll=world.text_of(client.ll), host=client.host, flag=1, identity=client)
     if kernel_can_tell(model, gateway, ll):
         return None
     datagram = wire.pack("hbs_msg_dhcpv6", code=106, ll=ll, ipv6=address, lease_end=end, host=host, oui=identity[0],
                          serial_number=identity[1], product_class=identity[2], lease_file=b"file6")
-    return event(model, gateway, datagram, act)
+    return event(model, gateway, datagram,
+                 lambda: model.lease6_and_tell(ll, address, end, host, identity, b"file6"))
 
 
 def told_lease6(model, gateway, ll, address, end):
     if kernel_can_tell(model, gateway, ll):
         return
     client = model.lease6(ll, address, end, b"", (b"", b"", b""), b"") if model.ready else None
-    gateway.notify6(notices.lease6_lines(world.text_of(address), world.text_of(ll), end), client is not None)
+    told = "there is no valid data in the file"
+    if client is not None or model.refused:
+        told = "DHCPV6 LEASE event for" if client is not None else "no client with this linklocal address"
+    gateway.notify6(notices.lease6_lines(world.text_of(address), world.text_of(ll), end), told)
 
 
 def release6(model, gateway, ll, address):
-    def act():
-        client = model.release6(ll, address)
-        if client is not None:
-            model.event(104, client.mac, identity=client)
-    return event(model, gateway, wire.pack("hbs_msg_dhcpv6_release", code=108, ll=ll, ipv6=address), act)
+    return event(model, gateway, wire.pack("hbs_msg_dhcpv6_release", code=108, ll=ll, ipv6=address),
+                 lambda: model.release6_and_tell(ll, address))
 
 
 def associated(model, gateway, mac, ssid):
@@ -290,7 +281,7 @@ def unplug(model, gateway, port):
 
 def restart(model, gateway):
     gateway.end()
-    gateway.start()
+    gateway.start(model.clock.seconds)
     model.start()
 
 

@@ -6,6 +6,7 @@ import ipaddress
 import world
 from files import BLACK, WHITE, Files, decoded, mac_text
 from indices import Indices, fold
+from reclaim import Reclaim
 from records import (ADDRESS, ARMED, CHANGED, DYNIP4, DYNIP6, ETHERNET, IP4, LEASE, MERGED, NO_MAC, ONLINE, STIP4, WIFI,
                      Client, Clock)
 
@@ -14,12 +15,12 @@ def quoted(text):
     return '"' + text.decode("ascii") + '"'
 
 
-class Store:
+class Store(Reclaim):
     """Clients, how they are found and published, and how they end."""
 
-    def __init__(self):
+    def __init__(self, seconds):
         self.files = Files()
-        self.clock = Clock()
+        self.clock = Clock(seconds)
         self.index_of_interface = {}
         self.begin_life()
 
@@ -32,9 +33,12 @@ class Store:
         self.bssid = {}
         self.arms = []  # (client, kind, seconds) of this step
         self.events, self.deletions = [], []
+        self.ends = []  # what the log tells of clients that end for others
+        self.refused = False  # a client, in this step
 
     def begin_step(self):
-        self.clock, self.arms, self.events, self.deletions = Clock(), [], [], []
+        self.clock = Clock(self.clock.seconds + 1)
+        self.arms, self.events, self.deletions, self.ends, self.refused = [], [], [], [], False
 
     # --- finding
 
@@ -60,7 +64,19 @@ class Store:
 
     # --- beginning and end
 
+    def each_client(self):
+        """Some may end meanwhile, but not the one whose turn it is."""
+        at = 0
+        while at < len(self.clients):
+            client = self.clients[at]
+            yield client
+            at = self.clients.index(client) + 1
+
     def add(self, mac):
+        """None when all places are of clients that stay."""
+        if not self.place_for_client():
+            self.refused = True
+            return None
         self.counter += 1
         client = Client(self.counter, mac or NO_MAC, self.clock)
         (self.nomac if mac is None else self.clients).append(client)
@@ -93,7 +109,7 @@ class Store:
             self.files.delete_static(0, mac_text(client.mac), False)
         self.flush()
         self.free(client)
-        for each in self.clients:
+        for each in self.each_client():
             self.set(each, 0, ADDRESS)
             self.publish(each)
         self.load_rules()
@@ -101,13 +117,17 @@ class Store:
     # --- publishing
 
     def commit(self, client):
+        """Whether there was a place."""
         if client not in self.published:
+            if not self.place_for_record():
+                return False
             self.published.append(client)
         client.shown = client.snapshot()
+        return True
 
     def publish(self, client):
-        self.commit(client)
-        self.indices.update(client, client.flags & DYNIP4, client.flags & DYNIP6)
+        if self.commit(client):
+            self.indices.update(client, client.flags & DYNIP4, client.flags & DYNIP6)
 
     def publish_setting(self, client):
         self.publish(client)
@@ -195,6 +215,7 @@ class Store:
             self.set(client, 0, CHANGED)
             return client
         self.set(known, client.trust, client.flags)
+        known.commanded = known.commanded or client.commanded
         for name, mark in (("ipv6", MERGED), ("ll", CHANGED), ("ipv4", MERGED), ("host", CHANGED),
                            ("comment", CHANGED), ("device_name", CHANGED), ("oui", CHANGED),
                            ("serial_number", CHANGED), ("product_class", CHANGED)):
@@ -241,6 +262,8 @@ class Store:
             if not any(mac) or not world.is_lan_client(mac):
                 continue
             client = self.add(mac)
+            if client is None:
+                continue
             client.nwidx = int(words[1])
             client.trust, client.flags = int(words[4], 16), 0
             for name, word in (("host", 2), ("comment", 3), ("keyword_list", 5), ("description", 6),

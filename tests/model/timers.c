@@ -1,6 +1,8 @@
 /* Stands before the daemon's timers, so that a history says when each of them ends: an armed one does nothing until it
  * is told to, and what main does beside its work every ten seconds is never done. Each arming and each end is a line of
- * HBS_MODEL_TIMERS; orders come as datagrams to HBS_MODEL_ORDERS, and are answered when the expiry has run. */
+ * HBS_MODEL_TIMERS; orders come as datagrams to HBS_MODEL_ORDERS, and are answered when the expiry has run.
+ * The seconds since the machine's start are those of HBS_MODEL_SECONDS, and then of each order "s" with a number: within
+ * a step of a history they are the same, so that who is the oldest does not hang on how quick the machine is. */
 #define _GNU_SOURCE
 #include <fcntl.h>
 #include <poll.h>
@@ -17,6 +19,7 @@
 #include <unistd.h>
 
 #define MOST 65536
+#define FROZEN_SECONDS 20
 
 static struct {
     void (*expire)(union sigval);
@@ -25,6 +28,8 @@ static struct {
 } timers[MOST];
 static int timer_count;
 static int notes = -1;
+static long told_seconds;
+static struct timespec told_at;
 static pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 static pthread_once_t once = PTHREAD_ONCE_INIT;
 
@@ -47,6 +52,38 @@ static int expire(int number) {
     return armed;
 }
 
+static int read_clock(clockid_t clock, struct timespec *now) {
+    return (int)syscall(SYS_clock_gettime, clock, now);
+}
+
+static void set_seconds(long seconds) {
+    struct timespec now;
+    read_clock(CLOCK_MONOTONIC, &now);
+    pthread_mutex_lock(&mutex);
+    told_seconds = seconds;
+    told_at = now;
+    pthread_mutex_unlock(&mutex);
+}
+
+/* The parts of a second go on up to its end; who has waited for much longer than a step takes is not kept waiting. */
+int clock_gettime(clockid_t clock, struct timespec *now) {
+    int result = read_clock(clock, now);
+    if (clock != CLOCK_MONOTONIC || result != 0)
+        return result;
+    pthread_mutex_lock(&mutex);
+    if (told_seconds == 0) {
+        told_seconds = atol(getenv("HBS_MODEL_SECONDS"));
+        told_at = *now;
+    }
+    int64_t passed = (now->tv_sec - told_at.tv_sec) * 1000000000LL + now->tv_nsec - told_at.tv_nsec;
+    now->tv_sec = told_seconds;
+    now->tv_nsec = passed < 999999999 ? passed : 999999999;
+    if (passed > FROZEN_SECONDS * 1000000000LL)
+        now->tv_sec += passed / 1000000000 - FROZEN_SECONDS;
+    pthread_mutex_unlock(&mutex);
+    return 0;
+}
+
 static void *take_orders(void *unused) {
     (void)unused;
     int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -60,8 +97,12 @@ static void *take_orders(void *unused) {
         socklen_t size = sizeof from;
         if (recvfrom(fd, text, sizeof text - 1, 0, (struct sockaddr *)&from, &size) <= 0)
             continue;
-        const char *answer = expire(atoi(text)) ? "1" : "0";
-        (void)sendto(fd, answer, 1, 0, (struct sockaddr *)&from, size);
+        int done = 1;
+        if (text[0] == 's')
+            set_seconds(atol(text + 1));
+        else
+            done = expire(atoi(text));
+        (void)sendto(fd, done ? "1" : "0", 1, 0, (struct sockaddr *)&from, size);
     }
     return NULL;
 }

@@ -23,6 +23,20 @@ IPV6 = tuple(ipaddress.ip_address(text).packed for text in ("fd00:2::a", "fd00:2
 LINK_LOCAL = tuple(ipaddress.ip_address(text).packed for text in ("fe80::1a", "fe80::1b", "fe80::1c"))
 
 
+def stranger(number):
+    """The MAC of one that no switch has seen."""
+    return bytes.fromhex("02bb0000") + number.to_bytes(2, "big")
+
+
+def stranger_ipv4(number):
+    """In either network; some hundred have one of their own."""
+    return bytes((192, 168, number % 2, 30 + number // 2 % 160))
+
+
+def stranger_ipv6(number):
+    return ipaddress.ip_address("fd00:2::1:0").packed[:14] + number.to_bytes(2, "big")
+
+
 def port_of(mac):
     return WIRED.index(mac) + 1 if mac in WIRED else 0
 
