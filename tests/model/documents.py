@@ -12,6 +12,10 @@ LIST_BIT = {WHITE: 0x4, BLACK: 0x8}
 USER = 0x10
 
 
+def as_number(text):
+    return int(ipaddress.ip_address(text))
+
+
 class Documents(Events):
     def find_or_add(self, mac):
         if not any(mac):
@@ -183,7 +187,23 @@ class Documents(Events):
             self.ready = True
         return 0
 
-    # --- the DHCP server of a network starts
+    # --- networks change
+
+    def change_subnet(self, number, old, new, length):
+        """Groups of addresses, None for no address."""
+        if old is None or new is None:
+            return -1
+        mask = (1 << 32) - (1 << max(32 - length, 0))
+        ends = [0, 0]
+        if number in (1, 2):
+            ends = [as_number(each[number - 1]) & ~mask for each in (world.POOL_STARTS, world.POOL_ENDS)]
+
+        def move(address):
+            host = as_number(address.decode()) & ~mask
+            if not ends[0] <= host <= ends[1]:
+                return None
+            return str(ipaddress.ip_address(as_number(world.own_address(new)) & mask | host)).encode()
+        return 0 if self.files.move_static(old, new, move) else -1
 
     def server(self, group, started):
         if not started:

@@ -4,6 +4,7 @@ import struct
 
 VERSION = b" version 1"
 WHITE, BLACK = 1, 2
+ELSEWHERE = 2  # the group of an address that is no network's own
 EMPTY = {"host": b"~nohost~", "comment": b"~nocomment~", "keyword_list": b"~nokeyword_list~",
          "description": b"~nodescription~", "domain_list": b"~nodomain_list~"}
 
@@ -41,7 +42,8 @@ class Files:
         self.clients = None
         self.rules = {WHITE: [], BLACK: []}  # [mac, rules]
         self.trusted = None  # [mac]
-        self.static = {0: [], 1: []}  # by group, (mac text, address text, index)
+        self.static = {0: [], 1: [], ELSEWHERE: []}  # by group, lines
+        self.there = set()  # groups with a file of static leases
         self.hosts = {0: [], 1: []}
         self.dynamic = {0: [], 1: []}  # (mac, address, seconds, host)
 
@@ -136,6 +138,7 @@ class Files:
                     pass
 
     def add_static(self, group, mac, address, host, identity):
+        self.there.add(group)
         self.static[group].append(mac_text(mac) + b" " + address)
         self.add_host(group, mac, address, host, identity)
 
@@ -151,6 +154,19 @@ class Files:
         if found is not None:
             lines[:] = [line for line in lines if found not in line]
         self.add_host(group, mac, address, host, identity)
+
+    def move_static(self, old, new, move):
+        """Beside what is there; `move` gives an address's new text, None for one that stays behind. Whether there was
+        a file."""
+        if old not in self.there:
+            return False
+        words = [line.split() for line in self.static[old]]
+        moved = [mac + b" " + move(address) for mac, address in words if move(address) is not None]
+        self.there.discard(old)
+        self.static[old] = []
+        self.there.add(new)
+        self.static[new] += moved
+        return True
 
     def prune(self, group, keep):
         self.static[group] = [line for line in self.static[group] if line.startswith(b"00:00:00:00:00:00") or
@@ -177,7 +193,8 @@ class Files:
         for kind, name in ((WHITE, "white"), (BLACK, "black")):
             found[name] = text(mac_text(mac) + b";" + b"".join(rule_text(rule) + b";" for rule in rules)
                                for mac, rules in self.rules[kind])
+        for group, lines in self.static.items():
+            found[f"static {group}"] = text(lines)
         for group in (0, 1):
-            found[f"static {group}"] = text(self.static[group])
             found[f"hosts {group}"] = text(self.hosts[group])
         return found

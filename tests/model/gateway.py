@@ -10,6 +10,7 @@ import time
 
 import segment
 import world
+from files import ELSEWHERE
 from lab import daemon, database, lan, notices, proof, settings_files, values, wire
 from lab.rootfs import DELETE_CPE_RECORD
 
@@ -255,8 +256,9 @@ class Gateway:
         found = {"clients": settings_files.CLIENT_FILE, "trusted": settings_files.TRUSTED_INSTANCES,
                  "white": settings_files.WHITE_RULES, "black": settings_files.BLACK_RULES}
         for group, address in enumerate(ADDRESSES):
-            found[f"static {group}"] = settings_files.STATIC_LEASES.format(address)
             found[f"hosts {group}"] = settings_files.HOST_RECORDS.format(address)
+        for group in (0, 1, ELSEWHERE):
+            found[f"static {group}"] = settings_files.STATIC_LEASES.format(world.own_address(group))
         return {name: settings_files.content(path) for name, path in found.items()}
 
     @staticmethod

@@ -1,5 +1,7 @@
 """The steps that histories are made of: how each is drawn, what it does to the daemon, and to the model."""
 
+import ipaddress
+
 import world
 from hypothesis import strategies
 from lab import notices, wire
@@ -144,6 +146,14 @@ def mode(model, gateway, number):
 
 def dump(model, gateway):
     return command(model, gateway, wire.DUMP, lambda: 0, needs_ready=False)
+
+
+def subnet(model, gateway, number, old, new, length):
+    def address(group):
+        return 0 if group is None else int(ipaddress.ip_address(world.own_address(group)))
+    datagram = wire.pack("hbs_msg_subnet", code=102, index=number, old_ipv4=address(old), new_ipv4=address(new),
+                         prefix_length=length)
+    return command(model, gateway, datagram, lambda: model.change_subnet(number, old, new, length))
 
 
 def server(model, gateway, group, started):
@@ -295,6 +305,7 @@ def draw(function, *parts):
     return strategies.tuples(strategies.just(function), *parts)
 
 
+own_addresses = strategies.sampled_from((0, 1, 2, 0, 1, 2, None))
 optional_network = strategies.sampled_from((None, None, None, 0, 1))
 optional_adapter = strategies.sampled_from((None, None, None, 1, 5))
 devices = strategies.sampled_from((*world.WIRED, *world.STATIONS, world.MOCA))
@@ -313,6 +324,10 @@ STEPS = strategies.one_of(
     draw(set_filter, lists, macs, rules, strategies.tuples(texts, texts, texts, texts), strategies.integers(-9, 9)),
     draw(move_filter, lists, macs, macs, rules), draw(clear_filter, lists, macs, rules),
     draw(set_rule, lists, macs, rules, strategies.integers(0, 4)), draw(clear_rule, lists, macs, rules),
+    draw(subnet, strategies.sampled_from((1, 2, 3)), own_addresses, own_addresses,
+         strategies.sampled_from((24, 24, 16, 30, 32, 40, 0))),
+    draw(subnet, strategies.just(1), strategies.sampled_from((0, 0, 2)), strategies.sampled_from((2, 2, 0)),
+         strategies.just(24)),
     draw(reset), draw(mode, strategies.sampled_from((0, 1, 1, 2))), draw(dump),
     draw(server, strategies.sampled_from((1, 2)), strategies.sampled_from((0, 1))),
     draw(lease4, macs, ipv4s, strategies.sampled_from(LEASE_TIMES), strategies.sampled_from((0, 1)), hosts,

@@ -6,6 +6,7 @@ from lab import values
 
 UPTIME = 5000
 NETWORKS = (("192.168.0.1/24", "fd00:2::/64", "l2sd0.2"), ("192.168.1.1/24", "fd00:3::/64", "l2sd0.3"))
+POOL_STARTS = ("192.168.0.10", "192.168.1.10")
 POOL_ENDS = ("192.168.0.200", "192.168.1.200")
 WIRED = [bytes.fromhex(f"02aa000000{last}") for last in ("11", "12", "13", "14")]
 STATIONS = [bytes.fromhex(f"02aa000000{last}") for last in ("21", "22")]
@@ -21,6 +22,11 @@ IPV4 = tuple(ipaddress.ip_address(text).packed for text in (
     "169.254.1.5"))
 IPV6 = tuple(ipaddress.ip_address(text).packed for text in ("fd00:2::a", "fd00:2::b", "fd00:3::a", "2001:db8::1"))
 LINK_LOCAL = tuple(ipaddress.ip_address(text).packed for text in ("fe80::1a", "fe80::1b", "fe80::1c"))
+
+
+def own_address(group):
+    """Whose file of static leases it is; the last one is of no network."""
+    return (*(network[0].partition("/")[0] for network in NETWORKS), "10.0.0.1")[group]
 
 
 def stranger(number):
