@@ -1,6 +1,8 @@
 #include "base/probe_queue.h"
 
+#include <algorithm>
 #include <cstring>
+#include <ctime>
 #include <pthread.h>
 
 #include "base/clock.h"
@@ -51,7 +53,7 @@ struct expenses {
 
 // All state is guarded by `lock` and valid when zeroed.
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t changed = PTHREAD_COND_INITIALIZER;
+pthread_cond_t changed = PTHREAD_COND_INITIALIZER; // on CLOCK_MONOTONIC once the queue is open
 bool is_open;
 hbs_probe_action actions[HBS_PROBE_KINDS];
 slot slots[ROOM];
@@ -179,6 +181,39 @@ void ask(slot *taken) {
     (void)pthread_cond_broadcast(&changed);
 }
 
+// Milliseconds until a question that waits is late; -1 = none will be. Callers hold the lock.
+int64_t until_late() {
+    int64_t first = -1;
+    for (const slot &each : slots)
+        if (each.where == place::waits && !LIMITS[each.probe.kind].keeps)
+            first = first < 0 ? each.since : std::min(first, each.since);
+    return first < 0 ? -1 : std::max<int64_t>(first + PATIENCE - hbs_monotonic_milliseconds(), 0);
+}
+
+// Until something changes or a question is late. Callers hold the lock, which is let go meanwhile.
+void wait_for_work() {
+    const int64_t left = until_late();
+    if (left < 0) {
+        (void)pthread_cond_wait(&changed, &lock);
+        return;
+    }
+    timespec end{};
+    (void)clock_gettime(CLOCK_MONOTONIC, &end);
+    const int64_t nanoseconds = end.tv_nsec + left % 1000 * 1'000'000;
+    end.tv_sec += static_cast<time_t>(left / 1000 + nanoseconds / 1'000'000'000);
+    end.tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
+    (void)pthread_cond_timedwait(&changed, &lock, &end);
+}
+
+// Nobody waits for it yet.
+void make_condition() {
+    pthread_condattr_t attributes;
+    (void)pthread_condattr_init(&attributes);
+    (void)pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+    (void)pthread_cond_init(&changed, &attributes);
+    (void)pthread_condattr_destroy(&attributes);
+}
+
 } // namespace
 
 void hbs_probe_register(hbs_probe_kind kind, hbs_probe_action action) {
@@ -208,6 +243,8 @@ bool hbs_probe_post(const hbs_probe *probe) {
 
 void hbs_probe_open() {
     const hold held;
+    if (!is_open)
+        make_condition();
     is_open = true;
 }
 
@@ -231,5 +268,5 @@ void *hbs_probe_thread(void *) {
         if (slot *taken = take())
             ask(taken);
         else
-            (void)pthread_cond_wait(&changed, &lock);
+            wait_for_work();
 }
