@@ -114,11 +114,14 @@ void wait_for_command_socket() {
             hbs_command_socket_wait();
 }
 
-// Nobody waits for their end.
+// Nobody waits for their end. There are many of them, each with a program's answer on its stack: not with the
+// megabytes that the C library gives otherwise, which a small gateway's address space has to have.
 void start_probe_threads() {
+    constexpr size_t STACK = 262144; // bytes
     pthread_attr_t attributes;
     (void)pthread_attr_init(&attributes);
     (void)pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    (void)pthread_attr_setstacksize(&attributes, STACK);
     for (int i = 0; i < HBS_PROBE_THREADS; ++i) {
         pthread_t thread;
         (void)pthread_create(&thread, &attributes, hbs_probe_thread, nullptr);
