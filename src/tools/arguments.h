@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,13 +42,32 @@ CLI::Option *add_duration(CLI::App *command, const std::string &name, double &ta
 // A command that is nothing without one of its subcommands.
 CLI::App *add_group(CLI::App *app, const char *name, const char *help);
 
+// A command that gets its arguments when a line names it: of the others only the name is looked at.
+class late_command : public CLI::App {
+  public:
+    late_command(CLI::App *parent, const std::string &name, const std::string &help)
+        : CLI::App(help, name, parent) {
+        preparse_callback([this](size_t) { declare(); });
+    }
+
+    void declare_by(std::function<void()> add) { add_ = std::move(add); }
+
+    void declare() {
+        if (const auto add = std::exchange(add_, nullptr))
+            add();
+    }
+
+  private:
+    std::function<void()> add_;
+};
+
 // A subcommand whose arguments live in an `Arguments` of its own; `add` declares them on it and `run`
 // is called with them once the whole command line has been parsed.
 template <typename Arguments, typename Add, typename Run>
-CLI::App *add_command(CLI::App *parent, const std::string &name, const std::string &help, Add add, Run run) {
-    CLI::App *command = parent->add_subcommand(name, help);
-    auto arguments = std::make_shared<Arguments>();
-    add(command, *arguments);
+void add_command(CLI::App *parent, const std::string &name, const std::string &help, Add add, Run run) {
+    const auto command = std::make_shared<late_command>(parent, name, help);
+    const auto arguments = std::make_shared<Arguments>();
+    command->declare_by([at = command.get(), add, arguments] { add(at, *arguments); });
     command->callback([arguments, run] { run(*arguments); });
-    return command;
+    parent->add_subcommand(command);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/arguments.h"
 #include "tools/client_table.h"
 #include "tools/database.h"
 #include "tools/words.h"
@@ -9,13 +10,15 @@
 namespace {
 
 // The command that the words name, as far as they name one.
-const CLI::App *command_of(const CLI::App &app, const std::vector<std::string> &words) {
-    const CLI::App *command = &app;
+const CLI::App *command_of(CLI::App &app, const std::vector<std::string> &words) {
+    CLI::App *command = &app;
     for (size_t i = 0; i + 1 < words.size(); i++) {
         const auto below =
             command->get_subcommands([&](const CLI::App *one) { return one->get_name() == words[i]; });
         command = below.empty() ? command : below.front();
     }
+    if (auto *late = dynamic_cast<late_command *>(command))
+        late->declare();
     return command;
 }
 
@@ -107,7 +110,7 @@ void add_words(std::vector<std::string> &found, const CLI::App *command) {
 
 } // namespace
 
-std::vector<std::string> completions(const CLI::App &app, const std::vector<std::string> &words) {
+std::vector<std::string> completions(CLI::App &app, const std::vector<std::string> &words) {
     const std::string begun = words.empty() ? "" : words.back();
     const CLI::App *command = command_of(app, words);
     const CLI::Option *option = words.size() < 2 ? nullptr : option_of(command, words[words.size() - 2]);

@@ -7,4 +7,4 @@
 
 // The words that may stand in the place of the last one and begin like it: commands, options and, where a
 // client is named, the clients of the live table. Runs nothing.
-std::vector<std::string> completions(const CLI::App &app, const std::vector<std::string> &words);
+std::vector<std::string> completions(CLI::App &app, const std::vector<std::string> &words);

@@ -114,13 +114,13 @@ void add_yes(CLI::App *command, session &run) {
 } // namespace
 
 void add_gateway_commands(CLI::App *app, session &run) {
-    CLI::App *mode = add_command<uint32_t>(
+    add_command<uint32_t>(
         app, "mode", "Switch to bridge mode (no clients are kept) or to routed mode",
-        [](CLI::App *command, uint32_t &routed) {
+        [&run](CLI::App *command, uint32_t &routed) {
             add_choice(command, "mode", routed, {{"bridge", 0}, {"routed", 1}}, "The mode to switch to");
+            add_yes(command, run);
         },
         [&run](uint32_t routed) { set_mode(run, routed != 0); });
-    add_yes(mode, run);
     CLI::App *reset_command =
         app->add_subcommand("reset-defaults", "Delete everything that was remembered of clients");
     add_yes(reset_command, run);
