@@ -1,12 +1,12 @@
-// The checks look at the segment as a reader process does: by offsets, from the heads.
+// The checks look at the segment as a reader process does: by offsets, from the heads. They run after every
+// step of a fuzzer: what was seen is noted by its place in the pool.
 #include "support/store_invariants.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <map>
-#include <set>
 #include <vector>
 
 #include <hbs_db.h>
@@ -31,7 +31,6 @@ constexpr PoolFacts INTERFACE = {"interface index", hbs_pool::interface, 20, 193
 constexpr PoolFacts DHCP = {"DHCP-option index", hbs_pool::dhcp, 28, 196276, 92, 192, 88};
 constexpr PoolFacts RULE = {"rule index", hbs_pool::rule, 36, 213940, 56, 96, 0};
 constexpr PoolFacts PRIMARY = {"primary index", hbs_pool::primary, 44, 219316, 20, 96, 16};
-constexpr const PoolFacts *POOLS[] = {&CLIENTS, &IP, &INTERFACE, &DHCP, &RULE, &PRIMARY};
 
 uint32_t word_at(uint32_t offset) {
     uint32_t value = 0;
@@ -50,9 +49,31 @@ bool is_element(const PoolFacts &pool, uint32_t offset) {
            (offset - pool.first) / pool.size < pool.capacity;
 }
 
+// The elements of a pool that were seen.
+class Marks {
+  public:
+    explicit Marks(const PoolFacts &pool) : pool_(pool), seen_(pool.capacity) {}
+    // Both take an offset; what is no element's was never seen.
+    bool has(uint32_t offset) const { return is_element(pool_, offset) && seen_[index(offset)] != 0; }
+    bool add(uint32_t offset) { return seen_[index(offset)]++ == 0; }
+
+  private:
+    size_t index(uint32_t offset) const { return (offset - pool_.first) / pool_.size; }
+    const PoolFacts &pool_;
+    std::vector<uint16_t> seen_;
+};
+
+Marks marks_of(const PoolFacts &pool, const std::vector<uint32_t> &offsets) {
+    Marks marks(pool);
+    for (uint32_t offset : offsets)
+        EXPECT_TRUE(marks.add(offset)) << pool.name << ": an element is listed twice";
+    return marks;
+}
+
 // Offsets on a list in order; checks the links on the way.
 std::vector<uint32_t> walk(const PoolFacts &pool) {
     std::vector<uint32_t> offsets;
+    offsets.reserve(pool.capacity);
     uint32_t before = pool.head;
     for (uint32_t at = word_at(pool.head); at != pool.head; at = word_at(at)) {
         if (!is_element(pool, at) || offsets.size() == pool.capacity) {
@@ -76,46 +97,54 @@ void check_pool(const PoolFacts &pool, const std::vector<uint32_t> &offsets) {
         EXPECT_LE(known, pool.capacity) << pool.name;
     else
         EXPECT_EQ(known, pool.capacity) << pool.name << ": elements were lost";
-    const std::set<uint32_t> listed(offsets.begin(), offsets.end());
-    EXPECT_EQ(listed.size(), offsets.size()) << pool.name << ": an element is listed twice";
+    const Marks listed = marks_of(pool, offsets);
     for (uint32_t i = 0; pool.reference != 0 && i < pool.capacity; i++) {
         uint32_t at = pool.first + i * pool.size;
-        uint32_t reference = listed.count(at) == 0 ? word_at(at + pool.reference) : 0;
-        EXPECT_EQ(0u, reference) << pool.name << ": reference in free element " << at;
+        if (!listed.has(at) && word_at(at + pool.reference) != 0)
+            ADD_FAILURE() << pool.name << ": reference in free element " << at;
     }
 }
 
+std::vector<uint32_t> walk_sound(const PoolFacts &pool) {
+    std::vector<uint32_t> offsets = walk(pool);
+    check_pool(pool, offsets);
+    return offsets;
+}
+
 void check_slots(const std::vector<uint32_t> &slots) {
-    std::set<const hbs_client *> owners;
+    std::vector<const hbs_client *> owners;
+    owners.reserve(slots.size());
     for (uint32_t slot : slots) {
         EXPECT_EQ(slot, word_at(slot + offsetof(hbs_client, dbpos))) << "dbpos of slot " << slot;
         const auto *at = static_cast<const hbs_slot *>(hbs_pool_element(hbs_pool::clients, slot));
         const hbs_client *owner = hbs_slot_owner(at);
         if (owner == nullptr)
             continue;
-        EXPECT_TRUE(owners.insert(owner).second) << "two slots of one working copy";
+        EXPECT_EQ(0, std::count(owners.begin(), owners.end(), owner)) << "two slots of one working copy";
+        owners.push_back(owner);
         EXPECT_EQ(slot, owner->dbpos) << "dbpos of the working copy of slot " << slot;
     }
 }
 
 void check_references(const PoolFacts &pool, const std::vector<uint32_t> &entries,
                       const std::vector<uint32_t> &slots, bool once) {
-    const std::set<uint32_t> published(slots.begin(), slots.end());
-    std::set<uint32_t> seen;
+    const Marks published = marks_of(CLIENTS, slots);
+    Marks seen(CLIENTS);
     for (uint32_t entry : entries) {
         uint32_t reference = word_at(entry + pool.reference);
-        EXPECT_EQ(1u, published.count(reference)) << pool.name << ": reference to unpublished " << reference;
-        bool is_new = seen.insert(reference).second;
+        const bool is_published = published.has(reference);
+        EXPECT_TRUE(is_published) << pool.name << ": reference to unpublished " << reference;
+        const bool is_new = !is_published || seen.add(reference);
         EXPECT_TRUE(is_new || !once) << pool.name << ": two entries of " << reference;
     }
 }
 
 void check_order(const PoolFacts &pool, const std::vector<uint32_t> &entries) {
-    std::vector<uint32_t> before;
+    std::vector<uint32_t> before, key;
     for (uint32_t entry : entries) {
         uint32_t count = word_at(entry + 8);
         ASSERT_LE(count, 19u) << pool.name;
-        std::vector<uint32_t> key;
+        key.clear();
         for (uint32_t i = 0; i < count; i++)
             key.push_back(word_at(entry + 12 + 4 * i));
         // Not by vector's own operator: GCC 12 compares only part of it on big-endian machines.
@@ -123,14 +152,14 @@ void check_order(const PoolFacts &pool, const std::vector<uint32_t> &entries) {
                       (before.size() == key.size() &&
                        std::lexicographical_compare(before.begin(), before.end(), key.begin(), key.end()));
         EXPECT_TRUE(larger) << pool.name << ": out of order at " << entry;
-        before = key;
+        before.swap(key);
     }
 }
 
-using Words = std::vector<uint32_t>;
+using Words = std::array<uint32_t, 4>;
 
 Words words_of(const hbs_instance_map &map) {
-    return {map.word, map.word + 4};
+    return {map.word[0], map.word[1], map.word[2], map.word[3]};
 }
 
 void note(Words &words, uint32_t instance) {
@@ -140,23 +169,21 @@ void note(Words &words, uint32_t instance) {
 }
 
 void check_interface_maps(const std::vector<uint32_t> &entries) {
-    std::map<uint32_t, Words> expected;
+    std::array<Words, 8> expected = {};
     for (uint32_t offset : entries) {
         auto entry = entry_at<hbs_if_entry>(offset);
         EXPECT_EQ(2u, entry.count);
         ASSERT_GE(entry.key[0], 200u);
         ASSERT_LE(entry.key[0], 207u);
-        Words &words = expected.try_emplace(entry.key[0] - 200, 4, 0).first->second;
-        note(words, entry.key[1]);
+        note(expected[entry.key[0] - 200], entry.key[1]);
     }
-    for (int network = 0; network < 8; network++) {
-        Words &words = expected.try_emplace(static_cast<uint32_t>(network), 4, 0).first->second;
-        EXPECT_EQ(words, words_of(hbs_rnd_map(network))) << "instance map of network " << network;
-    }
+    for (int network = 0; network < 8; network++)
+        EXPECT_EQ(expected[static_cast<size_t>(network)], words_of(hbs_rnd_map(network)))
+            << "instance map of network " << network;
 }
 
 void check_primary_map(const std::vector<uint32_t> &entries) {
-    Words expected(4, 0);
+    Words expected = {};
     for (uint32_t offset : entries) {
         auto entry = entry_at<hbs_pri_entry>(offset);
         EXPECT_EQ(1u, entry.count);
@@ -171,21 +198,21 @@ void check_primary_map(const std::vector<uint32_t> &entries) {
 void expect_store_sound() {
     if (hbs_segment() == nullptr)
         return;
-    std::map<hbs_pool, std::vector<uint32_t>> lists;
-    for (const PoolFacts *pool : POOLS) {
-        lists[pool->pool] = walk(*pool);
-        check_pool(*pool, lists[pool->pool]);
-    }
-    const auto &slots = lists[hbs_pool::clients];
+    const std::vector<uint32_t> slots = walk_sound(CLIENTS);
+    const std::vector<uint32_t> ips = walk_sound(IP);
+    const std::vector<uint32_t> interfaces = walk_sound(INTERFACE);
+    const std::vector<uint32_t> dhcps = walk_sound(DHCP);
+    const std::vector<uint32_t> rules = walk_sound(RULE);
+    const std::vector<uint32_t> primaries = walk_sound(PRIMARY);
     check_slots(slots);
-    check_references(IP, lists[IP.pool], slots, false);
-    check_references(DHCP, lists[DHCP.pool], slots, false);
-    check_references(INTERFACE, lists[INTERFACE.pool], slots, true);
-    check_references(PRIMARY, lists[PRIMARY.pool], slots, true);
-    check_order(IP, lists[IP.pool]);
-    check_order(DHCP, lists[DHCP.pool]);
-    check_order(INTERFACE, lists[INTERFACE.pool]);
-    check_interface_maps(lists[INTERFACE.pool]);
-    check_primary_map(lists[PRIMARY.pool]);
-    EXPECT_EQ(lists[RULE.pool].size(), hbs_rule_count());
+    check_references(IP, ips, slots, false);
+    check_references(DHCP, dhcps, slots, false);
+    check_references(INTERFACE, interfaces, slots, true);
+    check_references(PRIMARY, primaries, slots, true);
+    check_order(IP, ips);
+    check_order(DHCP, dhcps);
+    check_order(INTERFACE, interfaces);
+    check_interface_maps(interfaces);
+    check_primary_map(primaries);
+    EXPECT_EQ(rules.size(), hbs_rule_count());
 }
