@@ -1,6 +1,6 @@
 // The reader library over a segment in which anything may stand: triples of a place (two bytes, of 16 each)
 // and a word are written over a small sound database, then every call is made. Nothing is read outside, every
-// text ends inside its field, and no call lasts.
+// text ends inside its field, and no call lasts. What was not written over reads at once.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -26,6 +26,7 @@ extern "C" int nanosleep(const timespec *, timespec *) {
 
 namespace {
 
+constexpr unsigned on_each_list = 4;
 constexpr uint8_t mac[6] = {2, 0xaa, 0, 0, 0, 1};
 constexpr uint8_t ipv4[4] = {192, 168, 0, 20};
 constexpr uint8_t ipv6[16] = {0xfd, 1};
@@ -37,9 +38,9 @@ uint32_t offset_of(const void *element) {
                                  reinterpret_cast<const uint8_t *>(db));
 }
 
-template <typename Element> void make_list(hbs_list_head *head, Element *pool, unsigned count) {
+template <typename Element> void make_list(hbs_list_head *head, Element *pool) {
     head->next = head->prev = offset_of(head);
-    for (unsigned i = 0; i < count; i++) {
+    for (unsigned i = 0; i < on_each_list; i++) {
         auto *last = reinterpret_cast<hbs_list_head *>(reinterpret_cast<uint8_t *>(db) + head->prev);
         pool[i].next = offset_of(head);
         pool[i].prev = head->prev;
@@ -47,14 +48,28 @@ template <typename Element> void make_list(hbs_list_head *head, Element *pool, u
     }
 }
 
+template <typename Entry> void give_keys(Entry *pool) {
+    for (uint32_t i = 0; i < on_each_list; i++) {
+        pool[i].count = 1;
+        pool[i].key[0] = 200 - i;
+    }
+}
+
 void make_sound() {
     memset(static_cast<void *>(db), 0, HBS_SHM_SIZE);
-    make_list(&db->clients, db->client_pool, 4);
-    make_list(&db->ip_index, db->ip_pool, 4);
-    make_list(&db->if_index, db->if_pool, 4);
-    make_list(&db->dhcp_index, db->dhcp_pool, 4);
-    make_list(&db->rule_index, db->rule_pool, 4);
-    make_list(&db->pri_index, db->pri_pool, 4);
+    make_list(&db->clients, db->client_pool);
+    make_list(&db->ip_index, db->ip_pool);
+    make_list(&db->if_index, db->if_pool);
+    make_list(&db->dhcp_index, db->dhcp_pool);
+    make_list(&db->rule_index, db->rule_pool);
+    make_list(&db->pri_index, db->pri_pool);
+    for (uint32_t i = 0; i < on_each_list; i++)
+        db->client_pool[i].dbpos = offset_of(&db->client_pool[i]);
+    give_keys(db->ip_pool);
+    give_keys(db->if_pool);
+    give_keys(db->dhcp_pool);
+    give_keys(db->rule_pool);
+    give_keys(db->pri_pool);
     memcpy(db->client_pool[2].mac, mac, sizeof mac);
     memcpy(db->client_pool[3].ipv4, ipv4, sizeof ipv4);
     memcpy(db->client_pool[3].ipv6, ipv6, sizeof ipv6);
@@ -63,10 +78,8 @@ void make_sound() {
 void scribble(const uint8_t *data, size_t size) {
     for (; size >= 6; data += 6, size -= 6) {
         const size_t place = (data[0] << 8 | data[1]) * size_t{16} + (data[0] & 3U) * 4;
-        uint32_t word = 0;
-        memcpy(&word, data + 2, sizeof word);
-        if (place + sizeof word <= HBS_SHM_SIZE)
-            memcpy(reinterpret_cast<uint8_t *>(db) + place, &word, sizeof word);
+        static_assert(HBS_SHM_SIZE % sizeof(uint32_t) == 0);
+        memcpy(reinterpret_cast<uint8_t *>(db) + place % HBS_SHM_SIZE, data + 2, sizeof(uint32_t));
     }
 }
 
