@@ -160,7 +160,8 @@ def main(minutes, at_once):
     report(runs, functions())
     failed = [run.name for run in runs if run.failed]
     if failed:
-        print(f"failed: {', '.join(failed)}; the inputs are in build/campaign/found, the words in build/campaign/TARGET.log")
+        print(f"failed: {', '.join(failed)}; the inputs are in build/campaign/found, the words in "
+              "build/campaign/TARGET.log")
     return 1 if failed else 0
 
 
