@@ -15,7 +15,7 @@ def names():
     done = subprocess.run([PROGRAM, "--gtest_list_tests", f"--gtest_filter={FILTER}"], capture_output=True, text=True,
                           check=True)
     suite, found = "", []
-    for line in done.stdout.splitlines()[1:]:
+    for line in done.stdout.splitlines():
         if not line.startswith(" "):
             suite = line.strip()
         else:
