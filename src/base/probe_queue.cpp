@@ -53,7 +53,7 @@ struct expenses {
 
 // All state is guarded by `lock` and valid when zeroed.
 pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
-pthread_cond_t changed = PTHREAD_COND_INITIALIZER; // on CLOCK_MONOTONIC once the queue is open
+pthread_cond_t changed; // made when the queue is opened, on CLOCK_MONOTONIC
 bool is_open;
 hbs_probe_action actions[HBS_PROBE_KINDS];
 slot slots[ROOM];

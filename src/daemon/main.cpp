@@ -114,8 +114,8 @@ void wait_for_command_socket() {
             hbs_command_socket_wait();
 }
 
-// Nobody waits for their end. There are many of them, each with a program's answer on its stack: not with the
-// megabytes that the C library gives otherwise, which a small gateway's address space has to have.
+// Nobody waits for their end. Each has a program's answer on its stack, which is not as large as glibc makes
+// it otherwise: a small gateway's address space has to have room for all.
 void start_probe_threads() {
     constexpr size_t STACK = 262144; // bytes
     pthread_attr_t attributes;

@@ -3,6 +3,7 @@
 // emulator or a sanitizer is paid once, and process-local state starts clean all the same. GoogleTest's
 // variables for shards hold there, too.
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -17,7 +18,8 @@
 namespace {
 
 constexpr unsigned kLongestSeconds = 600;
-constexpr int kSkipped = 77; // a child's status
+// A child's status, where no test failed. None is 0: code that ends the process has not passed.
+constexpr int kSkipped = 77, kPassed = 78;
 
 volatile pid_t child;
 
@@ -57,7 +59,9 @@ std::vector<std::string> tests_of_shard() {
     const testing::UnitTest &all = *testing::UnitTest::GetInstance();
     if (failed == 0 && all.test_to_run_count() != 1)
         exit(EXIT_FAILURE); // a name that is a pattern, too, would be more than one
-    exit(failed == 0 && all.skipped_test_count() == 1 ? kSkipped : failed);
+    if (failed != 0)
+        exit(failed);
+    exit(all.skipped_test_count() == 1 ? kSkipped : kPassed);
 }
 
 void print(int output) {
@@ -89,11 +93,13 @@ int run_each_apart() {
         const int status = status_of(name, output);
         if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped)
             skipped++;
-        else if (status == 0)
+        else if (WIFEXITED(status) && WEXITSTATUS(status) == kPassed)
             passed++;
         else {
             failed.push_back(name);
             print(output);
+            if (status == 0)
+                printf("%s ended the process early\n", name.c_str());
             if (WIFSIGNALED(status))
                 printf("%s ended by signal %d (%s)\n", name.c_str(), WTERMSIG(status),
                        strsignal(WTERMSIG(status)));
