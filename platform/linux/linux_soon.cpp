@@ -7,6 +7,7 @@
 
 #include <hbs_db.h>
 
+#include "base/deadline.h"
 #include "base/scope.h"
 #include "common_thread.h"
 
@@ -98,11 +99,7 @@ void *serve(void *) {
 }
 
 void start() {
-    pthread_condattr_t attributes;
-    (void)pthread_condattr_init(&attributes);
-    (void)pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-    (void)pthread_cond_init(&changed, &attributes);
-    (void)pthread_condattr_destroy(&attributes);
+    hbs_monotonic_condition(&changed);
     serves = common_thread_start(serve);
 }
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
 #include <pthread.h>
 
 #include "base/clock.h"
+#include "base/deadline.h"
 
 namespace {
 
@@ -181,7 +181,8 @@ void ask(slot *taken) {
     (void)pthread_cond_broadcast(&changed);
 }
 
-// Milliseconds until a question that waits is late; -1 = none will be. Callers hold the lock.
+// Milliseconds (at most PATIENCE) until a question that waits is late; -1 = none will be. Callers hold the
+// lock.
 int64_t until_late() {
     int64_t first = -1;
     for (const slot &each : slots)
@@ -197,21 +198,8 @@ void wait_for_work() {
         (void)pthread_cond_wait(&changed, &lock);
         return;
     }
-    timespec end{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &end);
-    const int64_t nanoseconds = end.tv_nsec + left % 1000 * 1'000'000;
-    end.tv_sec += static_cast<time_t>(left / 1000 + nanoseconds / 1'000'000'000);
-    end.tv_nsec = static_cast<long>(nanoseconds % 1'000'000'000);
+    const timespec end = hbs_monotonic_in(static_cast<int>(left));
     (void)pthread_cond_timedwait(&changed, &lock, &end);
-}
-
-// Nobody waits for it yet.
-void make_condition() {
-    pthread_condattr_t attributes;
-    (void)pthread_condattr_init(&attributes);
-    (void)pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-    (void)pthread_cond_init(&changed, &attributes);
-    (void)pthread_condattr_destroy(&attributes);
 }
 
 } // namespace
@@ -244,7 +232,7 @@ bool hbs_probe_post(const hbs_probe *probe) {
 void hbs_probe_open() {
     const hold held;
     if (!is_open)
-        make_condition();
+        hbs_monotonic_condition(&changed);
     is_open = true;
 }
 

@@ -1,23 +1,12 @@
-// Waiting for a semaphore until a moment of the monotonic clock, which no step of the wall clock stretches or
-// shortens. In a header: the query library is linked from its own floor only.
+// Waiting for a semaphore until a moment of the monotonic clock. In a header: the query library is linked
+// from its own floor only.
 #pragma once
 
 #include <cerrno>
 #include <ctime>
 #include <semaphore.h>
 
-static inline timespec hbs_monotonic_in(int milliseconds) {
-    constexpr long second_ns = 1000L * 1000 * 1000;
-    timespec moment{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &moment);
-    moment.tv_sec += milliseconds / 1000;
-    moment.tv_nsec += milliseconds % 1000 * 1000000L;
-    if (moment.tv_nsec >= second_ns) {
-        moment.tv_nsec -= second_ns;
-        moment.tv_sec++;
-    }
-    return moment;
-}
+#include "base/deadline.h"
 
 static inline bool hbs_monotonic_reached(const timespec *moment) {
     timespec now{};

@@ -2,11 +2,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <pthread.h>
 #include <sys/socket.h>
 
 #include "base/clock.h"
+#include "base/deadline.h"
 #include "gateway/neighbour_query.h"
 
 namespace {
@@ -32,22 +32,7 @@ uint32_t last_ticket;
 int64_t silent_until; // no question is asked before
 
 void make_condition() {
-    pthread_condattr_t attributes;
-    (void)pthread_condattr_init(&attributes);
-    (void)pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-    (void)pthread_cond_init(&answered, &attributes);
-    (void)pthread_condattr_destroy(&attributes);
-}
-
-timespec deadline_of_now() {
-    timespec when{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &when);
-    when.tv_nsec += PATIENCE_MILLISECONDS * 1'000'000L;
-    if (when.tv_nsec >= 1'000'000'000L) {
-        when.tv_nsec -= 1'000'000'000L;
-        when.tv_sec++;
-    }
-    return when;
+    hbs_monotonic_condition(&answered);
 }
 
 uint32_t new_ticket() {
@@ -58,7 +43,7 @@ uint32_t new_ticket() {
 
 // Callers hold the lock. Null when the time is over.
 const answer *wait_for(uint32_t ticket) {
-    const timespec deadline = deadline_of_now();
+    const timespec deadline = hbs_monotonic_in(PATIENCE_MILLISECONDS);
     const answer *own = &answers[ticket % ANSWERS];
     while (own->ticket != ticket)
         if (pthread_cond_timedwait(&answered, &lock, &deadline) == ETIMEDOUT)
