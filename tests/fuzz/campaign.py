@@ -3,7 +3,7 @@
 
 Each target gets the same time, in turns, until it has run as often as its goal says; what is left goes to the others.
 What is found is kept: inputs that reach something new in build/campaign/corpus/TARGET, those that end a target in
-build/campaign/found/TARGET-*. The status is 1 when there is one of these.
+build/campaign/found/TARGET-*. The status is 1 when there is one of these, and when a target did not run.
 """
 
 import collections
@@ -48,6 +48,11 @@ class Target:
     def goes_on(self):
         return not self.failed and self.executions < self.goal
 
+    def result(self):
+        if self.failed:
+            return "FAILED"
+        return "" if self.executions else "NOT RUN"
+
     def kept(self):
         return len(os.listdir(self.corpus)) - self.before
 
@@ -68,6 +73,7 @@ def options(target, seconds):
 def fuzz(target, seconds):
     """One turn. Who allocated is not noted then: an input that was found tells it when it is run again."""
     begun = time.monotonic()
+    target.failed = True  # until its end is known
     done = subprocess.run(
         [CHECKOUT + "/script/box", "--no-daemon", "--", f"{FUZZ}/fuzz/{target.name}_fuzz", *options(target, seconds),
          target.corpus, f"{SEEDS}/{target.name}"],
@@ -79,7 +85,7 @@ def fuzz(target, seconds):
     executions = re.search(rb"stat::number_of_executed_units: +(\d+)", done.stdout)
     target.executions += int(executions.group(1)) if executions else 0
     target.seconds += time.monotonic() - begun
-    target.failed = done.returncode != 0
+    target.failed = done.returncode != 0 or not executions
 
 
 def fuzz_all(seconds, at_once):
@@ -112,6 +118,8 @@ def fuzz_all(seconds, at_once):
 def functions():
     """{file: {name of a function: how often it ran}} of all runs together, the daemon's and the platforms' own."""
     profiles = [f"{PROFILES}/{name}" for name in sorted(os.listdir(PROFILES)) if name.endswith(".profraw")]
+    if not profiles:
+        return {}
     whole = PROFILES + "/all.profdata"
     subprocess.run(["llvm-profdata-14", "merge", "-sparse", "-o", whole, *profiles], check=True)
     objects = [word for target in targets() for word in ("-object", f"{FUZZ}/fuzz/{target}_fuzz")]
@@ -136,9 +144,9 @@ def plain(names):
 def report(runs, reached):
     print("| target | executions | seconds | a second | new inputs kept | |\n|---|---|---|---|---|---|")
     for run in runs:
-        result = "FAILED" if run.failed else ""
         a_second = run.executions / max(run.seconds, 1)
-        print(f"| {run.name} | {run.executions:,} | {run.seconds:,.0f} | {a_second:,.0f} | {run.kept()} | {result} |")
+        print(f"| {run.name} | {run.executions:,} | {run.seconds:,.0f} | {a_second:,.0f} | {run.kept()} | "
+              f"{run.result()} |")
     print("\n| folder | functions | reached |\n|---|---|---|")
     folders = collections.defaultdict(list)
     for path, counts in reached.items():
@@ -158,11 +166,14 @@ def main(minutes, at_once):
         os.makedirs(folder, exist_ok=True)
     runs = fuzz_all(minutes * 60, at_once)
     report(runs, functions())
-    failed = [run.name for run in runs if run.failed]
+    failed = [run.name for run in runs if run.result() == "FAILED"]
+    not_run = [run.name for run in runs if run.result() == "NOT RUN"]
     if failed:
         print(f"failed: {', '.join(failed)}; the inputs are in build/campaign/found, the words in "
               "build/campaign/TARGET.log")
-    return 1 if failed else 0
+    if not_run:
+        print(f"not run: {', '.join(not_run)}")
+    return 1 if failed or not_run else 0
 
 
 sys.exit(main(float(sys.argv[1]), os.cpu_count() or 1))
