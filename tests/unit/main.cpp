@@ -1,13 +1,16 @@
 // Runs the tests of a program. With "--each-apart" each runs in a process of its own, as it does where each
 // is a start of the program, but all are forked from this one before it ran any: what a start costs an
 // emulator or a sanitizer is paid once, and process-local state starts clean all the same. GoogleTest's
-// variables for shards hold there, too.
+// filter and its variables for shards hold there, too.
 #include <array>
+#include <cctype>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/mman.h>
@@ -20,6 +23,7 @@ namespace {
 constexpr unsigned kLongestSeconds = 600;
 // A child's status, where no test failed. None is 0: code that ends the process has not passed.
 constexpr int kSkipped = 77, kPassed = 78;
+constexpr int kWrongWords = 2;
 
 volatile pid_t child;
 
@@ -27,24 +31,54 @@ void end_child(int) {
     (void)kill(child, SIGKILL);
 }
 
-unsigned number_from(const char *variable, unsigned otherwise) {
+// Ends the program when the variable is set to something else than a number from `least` to `most`.
+unsigned long number_from(const char *variable, unsigned long least, unsigned long most,
+                          unsigned long otherwise) {
     const char *value = getenv(variable);
-    return value == nullptr ? otherwise : static_cast<unsigned>(strtoul(value, nullptr, 10));
+    if (value == nullptr)
+        return otherwise;
+    char *end = nullptr;
+    const unsigned long number = strtoul(value, &end, 10);
+    if (isdigit(static_cast<unsigned char>(*value)) != 0 && *end == '\0' && number >= least && number <= most)
+        return number;
+    fprintf(stderr, "%s=%s is no number from %lu to %lu\n", variable, value, least, most);
+    exit(kWrongWords);
 }
 
-std::vector<std::string> tests_of_shard() {
+struct shard {
+    unsigned long count = number_from("GTEST_TOTAL_SHARDS", 1, INT_MAX, 1);
+    unsigned long index = number_from("GTEST_SHARD_INDEX", 0, count - 1, 0);
+};
+
+// Lets GoogleTest choose by its filter, as it does before it lists the tests; the list goes nowhere.
+void choose_tests() {
+    unsetenv("GTEST_TOTAL_SHARDS"); // a child has one test, which is in each share
+    unsetenv("GTEST_SHARD_INDEX");
+    (void)fflush(stdout);
+    const int output = dup(STDOUT_FILENO);
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nowhere, STDOUT_FILENO);
+    testing::GTEST_FLAG(list_tests) = true;
+    if (RUN_ALL_TESTS() != 0)
+        exit(EXIT_FAILURE);
+    testing::GTEST_FLAG(list_tests) = false;
+    (void)fflush(stdout);
+    dup2(output, STDOUT_FILENO);
+    close(nowhere);
+    close(output);
+}
+
+std::vector<std::string> tests_of(const shard &share) {
+    choose_tests();
     const testing::UnitTest &all = *testing::UnitTest::GetInstance();
-    const unsigned shards = number_from("GTEST_TOTAL_SHARDS", 1);
-    unsigned number = shards - number_from("GTEST_SHARD_INDEX", 0);
+    unsigned long number = share.count - share.index;
     std::vector<std::string> names;
     for (int suite = 0; suite < all.total_test_suite_count(); suite++) {
         const testing::TestSuite &tests = *all.GetTestSuite(suite);
         for (int test = 0; test < tests.total_test_count(); test++)
-            if (number++ % shards == 0)
+            if (tests.GetTestInfo(test)->should_run() && number++ % share.count == 0)
                 names.push_back(std::string(tests.name()) + "." + tests.GetTestInfo(test)->name());
     }
-    unsetenv("GTEST_TOTAL_SHARDS"); // a child has one test, which is in each share
-    unsetenv("GTEST_SHARD_INDEX");
     return names;
 }
 
@@ -85,10 +119,16 @@ int status_of(const std::string &name, int output) {
 }
 
 int run_each_apart() {
+    const shard share;
+    const std::vector<std::string> chosen = tests_of(share);
+    if (chosen.empty() && share.count == 1) { // a share of few tests may be empty
+        fprintf(stderr, "no test is chosen\n");
+        return EXIT_FAILURE;
+    }
     (void)signal(SIGALRM, end_child);
     unsigned passed = 0, skipped = 0;
     std::vector<std::string> failed;
-    for (const std::string &name : tests_of_shard()) {
+    for (const std::string &name : chosen) {
         const int output = memfd_create("output", 0);
         const int status = status_of(name, output);
         if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped)
