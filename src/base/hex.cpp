@@ -5,14 +5,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/text.h"
+
 size_t hbs_str_to_hex(const char *text, char *out, size_t out_size) {
-    static constexpr char digits[] = "0123456789abcdef";
     memset(out, 0, out_size);
     const size_t count = std::min(strlen(text), (out_size - 1) / 2);
     for (size_t i = 0; i < count; ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
-        out[2 * i] = digits[byte >> 4];
-        out[2 * i + 1] = digits[byte & 0xF];
+        out[2 * i] = HBS_HEX_DIGITS[byte >> 4];
+        out[2 * i + 1] = HBS_HEX_DIGITS[byte & 0xF];
     }
     return 2 * count;
 }

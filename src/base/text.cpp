@@ -42,14 +42,14 @@ hbs_mac_text hbs_mac_to_text_upper(const uint8_t mac[6]) {
     return out;
 }
 
-namespace {
-
-int digit_of(char digit) {
+int hbs_hex_digit(char digit) {
     if (digit >= '0' && digit <= '9')
         return digit - '0';
     const char lower = static_cast<char>(digit | 0x20);
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
+
+namespace {
 
 // The form that nearly every MAC text has: six pairs of digits and five colons, and nothing else.
 bool read_pairs(const char *text, uint8_t mac[6]) {
@@ -57,8 +57,8 @@ bool read_pairs(const char *text, uint8_t mac[6]) {
         return false;
     int wrong = 0;
     for (int i = 0; i < 6; ++i, text += 3) {
-        const int high = digit_of(text[0]);
-        const int low = digit_of(text[1]);
+        const int high = hbs_hex_digit(text[0]);
+        const int low = hbs_hex_digit(text[1]);
         wrong |= high | low | (text[2] == (i < 5 ? ':' : '\0') ? 0 : -1);
         mac[i] = static_cast<uint8_t>(high * 16 + low);
     }

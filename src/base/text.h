@@ -19,6 +19,9 @@ inline constexpr char HBS_HEX_DIGITS_UPPER[] = "0123456789ABCDEF";
 // NUL.
 void hbs_bytes_to_hex(const uint8_t *bytes, size_t count, char separator, const char digits[16], char *out);
 
+// The value of a hex digit of either case; -1 when it is none.
+int hbs_hex_digit(char digit);
+
 // A number in decimal with its NUL, at most 12 characters. Returns the place of the NUL.
 char *hbs_number_to_text(int number, char *out);
 

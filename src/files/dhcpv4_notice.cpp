@@ -42,12 +42,8 @@ bool read_seconds(const char *token, uint32_t *seconds) {
     return end != token && errno != ERANGE && amount <= UINT32_MAX;
 }
 
-unsigned hex_digit(char c) {
-    if (c >= '0' && c <= '9')
-        return static_cast<unsigned>(c - '0');
-    if (c >= 'a' && c <= 'f')
-        return static_cast<unsigned>(c - 'a') + 10;
-    return c >= 'A' && c <= 'F' ? static_cast<unsigned>(c - 'A') + 10 : 0;
+int digit_or_zero(char c) {
+    return std::max(0, hbs_hex_digit(c));
 }
 
 // Not hbs_hex_to_str: here a character that is no hex digit counts as 0, and no text is special.
@@ -55,7 +51,7 @@ void read_hex_text(const char *token, char *text, size_t size) {
     const size_t count = std::min(strlen(token) / 2, size - 1);
     memset(text, 0, size);
     for (size_t i = 0; i < count; i++)
-        text[i] = static_cast<char>(hex_digit(token[2 * i]) << 4 | hex_digit(token[2 * i + 1]));
+        text[i] = static_cast<char>(digit_or_zero(token[2 * i]) << 4 | digit_or_zero(token[2 * i + 1]));
 }
 
 // A token that may be missing; "null" (any case) means none.

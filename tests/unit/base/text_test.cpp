@@ -2,6 +2,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <ostream>
@@ -71,6 +72,14 @@ TEST(BytesText, HasASeparatorBetweenThePairs) {
     EXPECT_STREQ("0a ff 10", text);
     hbs_bytes_to_hex(bytes, 1, ':', HBS_HEX_DIGITS_UPPER, text);
     EXPECT_STREQ("0A", text);
+}
+
+TEST(HexDigit, HasItsValue_AnyOtherByteNone) {
+    for (int byte = 0; byte < 256; byte++) {
+        const char text[2] = {static_cast<char>(byte), '\0'};
+        const bool is_digit = strspn(text, "0123456789abcdefABCDEF") == 1;
+        EXPECT_EQ(is_digit ? strtol(text, nullptr, 16) : -1, hbs_hex_digit(text[0])) << byte;
+    }
 }
 
 TEST(MacNumber, HasByteZeroMostSignificant) {
