@@ -1,8 +1,10 @@
 // The reader library over a segment in which anything may stand: triples of a place (two bytes, of 16 each)
 // and a word are written over a small sound database, then every call is made. Nothing is read outside, every
 // text ends inside its field, and no call lasts. What was not written over reads at once.
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -98,16 +100,28 @@ template <typename Element> void expect_list(int (*get)(Element *, size_t, size_
     }
 }
 
+// Who starts the target need not ask for a result.
+void expect_made(bool made, const char *what) {
+    if (made)
+        return;
+    fprintf(stderr, "%s cannot be made: %s\n", what, strerror(errno));
+    exit(1);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_in_box();
     const int key = open(HBS_SHM_KEY_FILE, O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+    expect_made(key >= 0 && close(key) == 0, HBS_SHM_KEY_FILE);
     const int id = shmget(ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID), HBS_SHM_SIZE, IPC_CREAT | 0777);
-    db = static_cast<hbs_db *>(shmat(id, nullptr, 0));
+    expect_made(id != -1, "the segment");
+    void *place = shmat(id, nullptr, 0);
+    expect_made(place != reinterpret_cast<void *>(-1), "a place of the segment");
+    db = static_cast<hbs_db *>(place);
     (void)sem_unlink(HBS_SEMAPHORE_NAME);
-    const bool made = sem_open(HBS_SEMAPHORE_NAME, O_CREAT, 0666, 1) != SEM_FAILED;
-    return key >= 0 && close(key) == 0 && id != -1 && made ? 0 : 1;
+    expect_made(sem_open(HBS_SEMAPHORE_NAME, O_CREAT, 0666, 1) != SEM_FAILED, HBS_SEMAPHORE_NAME);
+    return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

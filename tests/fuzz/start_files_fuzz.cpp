@@ -1,5 +1,5 @@
-// What the daemon reads when it starts. The first byte says which files are there; what follows, cut at each
-// 0xff, is what stands in them.
+// What the daemon reads when it starts, and the instance numbers of the devices that it then knows. The first
+// byte says which files are there; what follows, cut at each 0xff, is what stands in them.
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -9,6 +9,7 @@
 #include "files/client_file.h"
 #include "files/client_leases.h"
 #include "files/rule_files.h"
+#include "files/trusted_devices.h"
 #include "files/user_settings.h"
 #include "fuzz_daemon.h"
 #include "fuzz_soundness.h"
@@ -23,6 +24,15 @@ constexpr const char *files[] = {HBS_CLIENT_FILE,
                                  HBS_STATIC_LEASES_BEFORE "192.168.0.1" HBS_STATIC_LEASES_AFTER,
                                  HBS_LEASEV6_DATABASE,
                                  HBS_USERCONF};
+
+// Callers hold hbs_list_mutex.
+void ask_for_instances() {
+    for (const hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client)) {
+        hbs_trusted_device device{};
+        memcpy(device.mac, client->mac, sizeof device.mac);
+        (void)hbs_nv_get_trusted_tr69_instance(&device);
+    }
+}
 
 } // namespace
 
@@ -53,6 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         hbs_nv_save_clients();
     }
     hbs_nv_load_rules();
+    ask_for_instances();
     expect_store_sound();
     return 0;
 }
