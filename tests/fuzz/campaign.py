@@ -2,8 +2,8 @@
 """All fuzz targets for a while, side by side; then what was run, what was reached and what was not.
 
 Each target gets the same time, in turns, until it has run as often as its goal says; what is left goes to the others.
-What is found is kept: inputs that reach something new in build/campaign/corpus/TARGET, those that end a target in
-build/campaign/found/TARGET-*. The status is 1 when there is one of these, and when a target did not run.
+What is found is kept: inputs that reach something new in build/fuzz/corpus/TARGET, those that end a target in
+build/fuzz/found/TARGET-*. The status is 1 when there is one of these, and when a target did not run.
 """
 
 import collections
@@ -17,7 +17,7 @@ import threading
 import time
 
 CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
-FUZZ = CHECKOUT + "/build/campaign"
+FUZZ = CHECKOUT + "/build/fuzz"
 FOUND = FUZZ + "/found"
 SEEDS = CHECKOUT + "/tests/fuzz/seeds"
 DICTIONARIES = CHECKOUT + "/tests/fuzz/dictionaries"
@@ -169,8 +169,8 @@ def main(minutes, at_once):
     failed = [run.name for run in runs if run.result() == "FAILED"]
     not_run = [run.name for run in runs if run.result() == "NOT RUN"]
     if failed:
-        print(f"failed: {', '.join(failed)}; the inputs are in build/campaign/found, the words in "
-              "build/campaign/TARGET.log")
+        print(f"failed: {', '.join(failed)}; the inputs are in build/fuzz/found, the words in "
+              "build/fuzz/TARGET.log")
     if not_run:
         print(f"not run: {', '.join(not_run)}")
     return 1 if failed or not_run else 0

@@ -22,7 +22,7 @@ def campaign_of_own_targets(tmp_path):
     """Makes a checkout with just these targets. Returns its directory."""
     def make(*targets):
         fuzz = tmp_path / "tests" / "fuzz"
-        for place in (fuzz, tmp_path / "script", tmp_path / "build" / "campaign"):
+        for place in (fuzz, tmp_path / "script", tmp_path / "build" / "fuzz"):
             place.mkdir(parents=True)
         shutil.copy(os.path.join(CHECKOUT, "tests", "fuzz", "campaign.py"), fuzz)
         (tmp_path / "script" / "box").write_text(BOX)
@@ -54,7 +54,7 @@ def test_target_that_executed_nothing(campaign):
 
 def test_target_whose_words_cannot_be_written_down(campaign):
     checkout = campaign("one", "two")
-    (checkout / "build" / "campaign" / "two.log").mkdir()
+    (checkout / "build" / "fuzz" / "two.log").mkdir()
     assert run(checkout) == (1, ["failed: two"])
 
 
