@@ -19,13 +19,19 @@ void preset(linux_ports *ports, const linux_conf *conf) {
             (void)common_copy_whole(ports->port[i].name, IFNAMSIZ, conf->port[i]);
 }
 
+// A device is known again by its name. Where the kernel's tables make no sense another one may stand under
+// it.
+bool can_be_followed(const linux_link *link, const linux_view *view) {
+    return link->index != 0 && linux_link_named(view, link->name) == link;
+}
+
 // The device without a number whose name comes first, digits counted as numbers; null when all have one.
 const linux_link *first_new(linux_ports *ports, const linux_view *view, const linux_conf *conf) {
     const linux_link *first = nullptr;
     for (size_t i = 0; i < view->links; i++) {
         const linux_link *link = &view->link[i];
         if (linux_is_port(view, link, conf) && port_named(ports, link->name) == nullptr &&
-            (first == nullptr || strverscmp(link->name, first->name) < 0))
+            (first == nullptr || strverscmp(link->name, first->name) < 0) && can_be_followed(link, view))
             first = link;
     }
     return first;
@@ -72,11 +78,9 @@ void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_
     preset(ports, conf);
     for (size_t i = 0; i < EXTSWT_PORTS; i++)
         dips->port[i] = follow(&ports->port[i], view, conf) || dips->port[i];
-    // A view in which names or indices repeat could have devices take each other's numbers for ever.
-    for (size_t given = 0; given < EXTSWT_PORTS; given++) {
-        const linux_link *link = first_new(ports, view, conf);
+    while (const linux_link *link = first_new(ports, view, conf)) {
         linux_port *port = place_for_new(ports);
-        if (link == nullptr || port == nullptr)
+        if (port == nullptr)
             return;
         (void)common_copy_whole(port->name, sizeof port->name, link->name);
         (void)follow(port, view, conf);

@@ -33,7 +33,7 @@ struct LinuxPorts : testing::Test {
         (void)snprintf(link->name, sizeof link->name, "%s", name.c_str());
         return link;
     }
-    // A port whose number is free again at once: what is found under its name is no port.
+    // What is found under the port's name is no port.
     void add_with_repeated_name(int index, const std::string &name) {
         add(index, name, 0);
         add(index + 1, name, bridge);
@@ -46,16 +46,16 @@ struct LinuxPorts : testing::Test {
     }
 };
 
-TEST_F(LinuxPorts, DevicesWithoutAnIndexDoNotTakeEachOthersNumbersForEver) {
+TEST_F(LinuxPorts, DevicesWithoutAnIndexGetNoNumbers) {
     for (int i = 0; i <= EXTSWT_PORTS; i++)
         add(0, "eth" + std::to_string(i), bridge);
     update();
     for (const linux_port &port : ports.port)
-        EXPECT_STRNE("", port.name);
+        EXPECT_STREQ("", port.name);
     EXPECT_EQ(0u, linux_port_of(&ports, 0)) << "no index is no device";
 }
 
-TEST_F(LinuxPorts, DevicesWithRepeatedNamesDoNotTakeEachOthersNumbersForEver) {
+TEST_F(LinuxPorts, DevicesWithRepeatedNamesGetNoNumbers) {
     for (int i = 1; i < EXTSWT_PORTS; i++)
         add(10 + i, "eth" + std::to_string(i), bridge);
     add_with_repeated_name(100, "twice1");
@@ -67,7 +67,7 @@ TEST_F(LinuxPorts, DevicesWithRepeatedNamesDoNotTakeEachOthersNumbersForEver) {
         EXPECT_EQ(0u, linux_port_of(&ports, i));
 }
 
-TEST_F(LinuxPorts, TheNextTablesThatMakeSenseGiveTheNumbersThatWereTaken) {
+TEST_F(LinuxPorts, TablesWithoutSenseLeaveTheNumbersToTheNextOnes) {
     add_with_repeated_name(100, "twice1");
     for (int i = 0; i < EXTSWT_PORTS; i++)
         add(0, "eth" + std::to_string(i), bridge);
@@ -75,7 +75,7 @@ TEST_F(LinuxPorts, TheNextTablesThatMakeSenseGiveTheNumbersThatWereTaken) {
     view.links = 1;
     add(20, "lan0", bridge);
     update();
-    EXPECT_NE(0u, linux_port_of(&ports, 20));
+    EXPECT_EQ(1u, linux_port_of(&ports, 20));
 }
 
 } // namespace ports_test
