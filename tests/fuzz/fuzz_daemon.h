@@ -60,3 +60,6 @@ inline int32_t fuzz_send(const void *message, size_t size) {
     hbs_dispatch_after(&command);
     return command.result;
 }
+template <typename Message> int32_t fuzz_send(const Message &message) {
+    return fuzz_send(&message, sizeof message);
+}

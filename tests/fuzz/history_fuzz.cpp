@@ -61,10 +61,6 @@ class script {
     const uint8_t *at_, *end_;
 };
 
-template <typename Message> void send(const Message &message) {
-    (void)fuzz_send(&message, sizeof message);
-}
-
 void lease4(script *from) {
     hbs_msg_dhcpv4 message{};
     message.code = from->below(4) == 0 ? HBS_EVENT_DHCPV4_INFO : HBS_EVENT_DHCPV4_LEASE;
@@ -78,7 +74,7 @@ void lease4(script *from) {
     from->text(message.serial_number, sizeof message.serial_number);
     message.nwidx = from->below(3) == 0 ? from->byte() : HBS_UNKNOWN_U32;
     message.adapter_type = from->below(3) == 0 ? from->byte() : HBS_UNKNOWN_U32;
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void release4(script *from) {
@@ -87,7 +83,7 @@ void release4(script *from) {
     from->mac(message.mac);
     from->ipv4(message.ipv4);
     message.dynamic = from->below(2);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void lease6(script *from) {
@@ -97,7 +93,7 @@ void lease6(script *from) {
     from->ipv6(message.ipv6);
     message.lease_end = from->below(2) == 0 ? 0 : 2000000000;
     from->text(message.host, sizeof message.host);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void station(script *from) {
@@ -108,14 +104,14 @@ void station(script *from) {
     (void)snprintf(message.mac_text, sizeof message.mac_text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1],
                    mac[2], mac[3], mac[4], mac[5]);
     message.ssid = from->below(20);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void station_figures(script *from) {
     hbs_msg_wifi_info message{};
     message.code = HBS_EVENT_WIFI_ASSOC_INFO;
     from->mac(message.mac);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void trust(script *from) {
@@ -127,7 +123,7 @@ void trust(script *from) {
     from->ipv4(message.ipv4);
     from->ipv6(message.ipv6);
     from->text(message.comment, sizeof message.comment);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void static_lease(script *from) {
@@ -140,7 +136,7 @@ void static_lease(script *from) {
     from->mac(message.mac);
     from->text(message.comment, sizeof message.comment);
     from->text(message.host, sizeof message.host);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void no_static_lease(script *from) {
@@ -148,7 +144,7 @@ void no_static_lease(script *from) {
     message.code = HBS_CMD_CLR_STATIC_LEASE;
     message.family = HBS_FAMILY_IPV4;
     from->ipv4(message.ipv4);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void internal_lease(script *from) {
@@ -157,7 +153,7 @@ void internal_lease(script *from) {
     message.family = HBS_FAMILY_IPV4;
     from->ipv4(message.ipv4);
     from->mac(message.mac);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void filter(script *from) {
@@ -176,7 +172,7 @@ void filter(script *from) {
     message.value4 = from->byte();
     from->text(message.keyword_list, sizeof message.keyword_list);
     message.filter_word = from->byte();
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void comment(script *from) {
@@ -187,14 +183,14 @@ void comment(script *from) {
     from->ipv6(message.ipv6);
     from->text(message.comment, sizeof message.comment);
     from->text(message.host, sizeof message.host);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void gateway(script *from) {
     static constexpr uint8_t codes[] = {HBS_CMD_SET_ROUTE_MODE, HBS_CMD_RESET_DEFAULTS,
                                         HBS_EVENT_XWIFI_CHANGED, HBS_CMD_DUMP};
     const uint8_t message[] = {codes[from->below(4)], static_cast<uint8_t>(from->below(2))};
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void server(script *from) {
@@ -204,14 +200,14 @@ void server(script *from) {
     message.old_ipv4 = 0xc0a80000U + from->below(2);
     message.new_ipv4 = 0xc0a80000U + (from->below(2) << 8);
     message.prefix_length = from->below(34);
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void any_datagram(script *from) {
     uint8_t message[700] = {from->byte()};
     for (unsigned i = from->below(24); i > 0; i--)
         message[1 + from->byte() * 2 % (sizeof message - 1)] = from->byte();
-    send(message);
+    (void)fuzz_send(message);
 }
 
 void neighbour(script *from) {

@@ -126,9 +126,8 @@ void check_slots(const std::vector<uint32_t> &slots) {
     }
 }
 
-void check_references(const PoolFacts &pool, const std::vector<uint32_t> &entries,
-                      const std::vector<uint32_t> &slots, bool once) {
-    const Marks published = marks_of(CLIENTS, slots);
+void check_references(const PoolFacts &pool, const std::vector<uint32_t> &entries, const Marks &published,
+                      bool once) {
     Marks seen(CLIENTS);
     for (uint32_t entry : entries) {
         uint32_t reference = word_at(entry + pool.reference);
@@ -205,10 +204,11 @@ void expect_store_sound() {
     const std::vector<uint32_t> rules = walk_sound(RULE);
     const std::vector<uint32_t> primaries = walk_sound(PRIMARY);
     check_slots(slots);
-    check_references(IP, ips, slots, false);
-    check_references(DHCP, dhcps, slots, false);
-    check_references(INTERFACE, interfaces, slots, true);
-    check_references(PRIMARY, primaries, slots, true);
+    const Marks published = marks_of(CLIENTS, slots);
+    check_references(IP, ips, published, false);
+    check_references(DHCP, dhcps, published, false);
+    check_references(INTERFACE, interfaces, published, true);
+    check_references(PRIMARY, primaries, published, true);
     check_order(IP, ips);
     check_order(DHCP, dhcps);
     check_order(INTERFACE, interfaces);
