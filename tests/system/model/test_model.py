@@ -28,3 +28,5 @@ def test_the_daemon_does_what_its_documents_say():
     found = re.search(r"histories: (\d+), steps: (\d+)", done.stdout)
     assert int(found.group(1)) >= HISTORIES
     assert int(found.group(2)) > HISTORIES
+    ended = re.search(r"clients that ended for others: (\d+)", done.stdout)
+    assert int(ended.group(1)) > 0
