@@ -100,6 +100,27 @@ template <typename Element> void expect_list(int (*get)(Element *, size_t, size_
     }
 }
 
+template <typename Element> bool is_listed(int (*get)(Element *, size_t, size_t *)) {
+    std::vector<Element> elements(on_each_list);
+    size_t count = 0;
+    return get(elements.data(), on_each_list, &count) == HOSTBASE_OK && count == on_each_list;
+}
+
+// A database that the reader gives up at would keep every input from what is behind.
+void expect_sound() {
+    hbs_client client;
+    const auto copy = std::make_unique<hbs_db>();
+    make_sound();
+    const bool is_found = hostbase_find_by_mac(mac, &client) == HOSTBASE_OK &&
+                          hostbase_find_by_ipv4(ipv4, &client) == HOSTBASE_OK &&
+                          hostbase_find_by_ipv6(ipv6, &client) == HOSTBASE_OK;
+    if (!is_found || hostbase_snapshot(copy.get()) != HOSTBASE_OK || !is_listed(hostbase_get_clients) ||
+        !is_listed(hostbase_get_ip_index) || !is_listed(hostbase_get_if_index) ||
+        !is_listed(hostbase_get_dhcp_index) || !is_listed(hostbase_get_rule_index) ||
+        !is_listed(hostbase_get_pri_index))
+        abort();
+}
+
 // Who starts the target need not ask for a result.
 void expect_made(bool made, const char *what) {
     if (made)
@@ -121,6 +142,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     db = static_cast<hbs_db *>(place);
     (void)sem_unlink(HBS_SEMAPHORE_NAME);
     expect_made(sem_open(HBS_SEMAPHORE_NAME, O_CREAT, 0666, 1) != SEM_FAILED, HBS_SEMAPHORE_NAME);
+    expect_sound();
     return 0;
 }
 
