@@ -68,15 +68,14 @@ void choose_tests() {
     close(output);
 }
 
-std::vector<std::string> tests_of(const shard &share) {
+std::vector<std::string> chosen_tests() {
     choose_tests();
     const testing::UnitTest &all = *testing::UnitTest::GetInstance();
-    unsigned long number = share.count - share.index;
     std::vector<std::string> names;
     for (int suite = 0; suite < all.total_test_suite_count(); suite++) {
         const testing::TestSuite &tests = *all.GetTestSuite(suite);
         for (int test = 0; test < tests.total_test_count(); test++)
-            if (tests.GetTestInfo(test)->should_run() && number++ % share.count == 0)
+            if (tests.GetTestInfo(test)->should_run())
                 names.push_back(std::string(tests.name()) + "." + tests.GetTestInfo(test)->name());
     }
     return names;
@@ -120,15 +119,16 @@ int status_of(const std::string &name, int output) {
 
 int run_each_apart() {
     const shard share;
-    const std::vector<std::string> chosen = tests_of(share);
-    if (chosen.empty() && share.count == 1) { // a share of few tests may be empty
+    const std::vector<std::string> chosen = chosen_tests();
+    if (chosen.empty()) { // a share of few tests may be
         fprintf(stderr, "no test is chosen\n");
         return EXIT_FAILURE;
     }
     (void)signal(SIGALRM, end_child);
     unsigned passed = 0, skipped = 0;
     std::vector<std::string> failed;
-    for (const std::string &name : chosen) {
+    for (size_t number = share.index; number < chosen.size(); number += share.count) {
+        const std::string &name = chosen[number];
         const int output = memfd_create("output", 0);
         const int status = status_of(name, output);
         if (WIFEXITED(status) && WEXITSTATUS(status) == kSkipped)
