@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <semaphore.h>
 
+#include "base/deadline.h"
 #include "base/state.h"
 
 namespace {
@@ -10,9 +11,7 @@ namespace {
 sem_t semaphore;
 
 void wait_for_semaphore() {
-    timespec until{};
-    (void)clock_gettime(CLOCK_MONOTONIC, &until);
-    until.tv_sec += 10;
+    const timespec until = hbs_monotonic_in(10000);
     (void)sem_clockwait(&semaphore, CLOCK_MONOTONIC, &until);
 }
 

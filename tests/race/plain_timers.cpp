@@ -9,6 +9,8 @@
 #include <ctime>
 #include <pthread.h>
 
+#include "base/deadline.h"
+
 namespace {
 
 constexpr int MOST_TIMERS = 4096;
@@ -97,11 +99,8 @@ void *watch(void *) {
 }
 
 void start_watching() {
-    pthread_condattr_t attributes;
     pthread_t thread;
-    (void)pthread_condattr_init(&attributes);
-    (void)pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-    (void)pthread_cond_init(&changed, &attributes);
+    hbs_monotonic_condition(&changed);
     if (pthread_create(&thread, nullptr, watch, nullptr) == 0)
         (void)pthread_detach(thread);
 }
