@@ -8,6 +8,7 @@
 
 #include "tools/client_events.h"
 #include "tools/client_table.h"
+#include "tools/page_template.h"
 #include "tools/status_view.h"
 #include "tools/time_text.h"
 

@@ -7,9 +7,6 @@
 #include "tools/json_view.h"
 #include "tools/lan_networks.h"
 
-// page.html, with places for what changes: {{data}}, {{policy}}, {{nonce}} and {{live}}.
-extern const char *const page_template;
-
 // What the page shows: the clients of `list --json` with their names, the status, the networks, and when that
 // was.
 json page_json(const gateway_status &status, const std::vector<hbs_client> &clients,
