@@ -3,13 +3,13 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
@@ -20,6 +20,21 @@
 #include "support/gateway.h"
 
 using testing::ElementsAre;
+
+namespace {
+
+std::atomic<int> granted; // milliseconds that the daemon was ready to wait for those who do not read
+
+} // namespace
+
+// In front of the C library's. How long a busy machine makes of it is not the daemon's doing.
+extern "C" int setsockopt(int socket, int level, int option, const void *value, socklen_t size) noexcept {
+    if (option == SO_SNDTIMEO) {
+        const auto *limit = static_cast<const timeval *>(value);
+        granted += static_cast<int>(limit->tv_sec * 1000 + limit->tv_usec / 1000);
+    }
+    return static_cast<int>(syscall(SYS_setsockopt, socket, level, option, value, size));
+}
 
 namespace {
 
@@ -55,14 +70,6 @@ class Sender {
         return sendto(socket_, datagram.data(), datagram.size(), 0,
                       reinterpret_cast<const sockaddr *>(&address),
                       sizeof(address)) == static_cast<ssize_t>(datagram.size());
-    }
-
-    // The same commands of a sender that takes each reply.
-    void converse(hbs_command_server *server, int commands) {
-        for (int i = 0; i < commands; i++) {
-            pile_up(server, 1);
-            (void)receive();
-        }
     }
 
     // The bytes of the reply; empty when there is none.
@@ -223,16 +230,9 @@ TEST_F(CommandSocket, EveryCodeWithRandomContent_LeavesTheDaemonAlive) {
 
 TEST_F(CommandSocket, SenderThatNeverReads_DoesNotStallTheThread) {
     Sender lazy("/var/tmp/lazy");
-    std::chrono::milliseconds longest{0};
-    for (int i = 0; i < 3000 && longest.count() < HBS_REPLY_PATIENCE_MS / 2; i++) {
-        ASSERT_TRUE(lazy.send({HBS_CMD_RESET_DEFAULTS}));
-        const auto start = std::chrono::steady_clock::now();
-        hbs_command_socket_serve(&server);
-        const auto taken = std::chrono::steady_clock::now() - start;
-        longest = std::max(longest, std::chrono::duration_cast<std::chrono::milliseconds>(taken));
-    }
-    EXPECT_GE(longest.count(), HBS_REPLY_PATIENCE_MS / 2) << "the sender's queue never filled";
-    EXPECT_LT(longest.count(), 10 * HBS_REPLY_PATIENCE_MS);
+    for (int i = 0; i < 3000 && granted == 0; i++)
+        lazy.pile_up(&server, 1);
+    EXPECT_EQ(granted, HBS_REPLY_PATIENCE_MS);
     Sender other("/var/tmp/other");
     ASSERT_TRUE(other.send({HBS_CMD_RESET_DEFAULTS}));
     hbs_command_socket_serve(&server);
@@ -247,37 +247,26 @@ int more_than_a_queue() {
     return length + 10;
 }
 
-int64_t milliseconds_of(const std::function<void()> &action) {
-    const auto start = std::chrono::steady_clock::now();
-    action();
-    const auto taken = std::chrono::steady_clock::now() - start;
-    return std::chrono::duration_cast<std::chrono::milliseconds>(taken).count();
-}
-
-// What is told of waiting is the difference to the same commands of senders that read: it is as long on a
-// machine that is slow or busy.
 TEST_F(CommandSocket, SenderThatNeverReads_CostsTheOthersItsPatienceOnceInAll) {
-    const int commands = more_than_a_queue() + 30;
     Sender lazy("/var/tmp/lazy");
-    Sender reads("/var/tmp/reads");
-    const int64_t needed = milliseconds_of([&] { reads.converse(&server, commands); });
-    const int64_t taken = milliseconds_of([&] { lazy.pile_up(&server, commands); });
-    EXPECT_GE(taken, HBS_REPLY_PATIENCE_MS / 2) << "the sender's queue never filled";
-    EXPECT_LT(taken - needed, 20 * HBS_REPLY_PATIENCE_MS) << "forty replies, each waited for";
+    lazy.pile_up(&server, more_than_a_queue() + 30);
+    EXPECT_GE(granted, HBS_REPLY_PATIENCE_MS) << "the sender's queue never filled";
+    EXPECT_LT(granted, 2 * HBS_REPLY_PATIENCE_MS) << "forty replies, each waited for";
 }
 
 TEST_F(CommandSocket, ManySendersThatNeverRead_CostNoMoreThanOne) {
     constexpr int senders = 40;
     std::vector<std::unique_ptr<Sender>> lazy;
-    Sender reads("/var/tmp/reads");
-    const int64_t needed = milliseconds_of([&] { reads.converse(&server, senders * more_than_a_queue()); });
-    const int64_t taken = milliseconds_of([&] {
-        for (int i = 0; i < senders; i++) {
-            lazy.push_back(std::make_unique<Sender>("/var/tmp/lazy" + std::to_string(i)));
-            lazy.back()->pile_up(&server, more_than_a_queue());
-        }
-    });
-    EXPECT_LT(taken - needed, 20 * HBS_REPLY_PATIENCE_MS) << "forty senders, each waited for";
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < senders; i++) {
+        lazy.push_back(std::make_unique<Sender>("/var/tmp/lazy" + std::to_string(i)));
+        lazy.back()->pile_up(&server, more_than_a_queue());
+    }
+    const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
+    const double recoveries = taken.count() / HBS_REPLY_RECOVERY_MS;
+    EXPECT_GE(granted, HBS_REPLY_PATIENCE_MS) << "no sender's queue ever filled";
+    EXPECT_LT(static_cast<double>(granted), 2 * HBS_REPLY_PATIENCE_MS * (1 + recoveries))
+        << "each waited for";
     Sender other("/var/tmp/other");
     ASSERT_TRUE(other.send({HBS_CMD_RESET_DEFAULTS}));
     hbs_command_socket_serve(&server);
