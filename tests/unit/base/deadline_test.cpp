@@ -7,7 +7,7 @@
 
 #include "base/deadline.h"
 
-namespace {
+namespace deadline_test {
 
 int64_t nanoseconds_of(const timespec &moment) {
     return int64_t{moment.tv_sec} * 1000000000 + moment.tv_nsec;
@@ -41,4 +41,4 @@ TEST(Deadline, IsWhereAConditionThatNobodySignalsIsGivenUp) {
     EXPECT_EQ(pthread_cond_destroy(&never), 0);
 }
 
-} // namespace
+} // namespace deadline_test
