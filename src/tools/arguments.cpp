@@ -120,8 +120,22 @@ CLI::Option *add_duration(CLI::App *command, const std::string &name, double &ta
         ->type_name("TIME");
 }
 
-CLI::App *add_group(CLI::App *app, const char *name, const char *help) {
-    CLI::App *group = app->add_subcommand(name, help);
+void add_help(CLI::App *command) {
+    command->set_help_flag("-h,--help", "Print this help message and exit");
+}
+
+void add_group(CLI::App *parent, const std::string &name, const std::string &help,
+               const std::function<void(CLI::App *)> &add) {
+    const auto group = std::make_shared<late_command>(parent, name, help);
     group->require_subcommand(1);
-    return group;
+    group->declare_by([at = group.get(), add] { add(at); });
+    parent->add_subcommand(group);
+}
+
+void add_plain(CLI::App *parent, const std::string &name, const std::string &help, std::function<void()> run,
+               const std::function<void(CLI::App *)> &add) {
+    const auto command = std::make_shared<late_command>(parent, name, help);
+    command->declare_by([at = command.get(), add] { add(at); });
+    command->callback(std::move(run));
+    parent->add_subcommand(command);
 }

@@ -39,10 +39,11 @@ CLI::Option *add_seconds(CLI::App *command, const std::string &name, double &tar
 CLI::Option *add_duration(CLI::App *command, const std::string &name, double &target,
                           const std::string &help);
 
-// A command that is nothing without one of its subcommands.
-CLI::App *add_group(CLI::App *app, const char *name, const char *help);
+// Every command has it.
+void add_help(CLI::App *command);
 
-// A command that gets its arguments when a line names it: of the others only the name is looked at.
+// A command that gets its arguments and its subcommands when a line names it: of the others only the name is
+// looked at.
 class late_command : public CLI::App {
   public:
     late_command(CLI::App *parent, const std::string &name, const std::string &help)
@@ -53,13 +54,24 @@ class late_command : public CLI::App {
     void declare_by(std::function<void()> add) { add_ = std::move(add); }
 
     void declare() {
-        if (const auto add = std::exchange(add_, nullptr))
+        if (const auto add = std::exchange(add_, nullptr)) {
+            add_help(this);
             add();
+        }
     }
 
   private:
     std::function<void()> add_;
 };
+
+// A command that is nothing without one of its subcommands, which `add` adds to it.
+void add_group(CLI::App *parent, const std::string &name, const std::string &help,
+               const std::function<void(CLI::App *)> &add);
+
+// A subcommand without arguments of its own; `add` declares what else it has.
+void add_plain(
+    CLI::App *parent, const std::string &name, const std::string &help, std::function<void()> run,
+    const std::function<void(CLI::App *)> &add = [](CLI::App *) {});
 
 // A subcommand whose arguments live in an `Arguments` of its own; `add` declares them on it and `run`
 // is called with them once the whole command line has been parsed.

@@ -111,12 +111,9 @@ exit_status end_of_parsing(session &run, const CLI::App &app, const CLI::ParseEr
 
 void build(CLI::App &app, session &run) {
     app.name("hbsctl");
-    app.set_version_flag("--version", HBSCTL_VERSION);
     app.fallthrough();
     app.require_subcommand(1);
-    app.add_flag("--json", run.json, "Print JSON");
-    app.add_flag("--force", run.force, "Send also what cannot be meant");
-    add_seconds(&app, "--timeout", run.answer_seconds, 0.01, "Seconds that the daemon may take to answer");
+    app.set_help_flag(); // first, or every subcommand would make one although few are named
     add_view_commands(&app, run);
     add_status(&app, run);
     add_follow_commands(&app, run);
@@ -130,6 +127,11 @@ void build(CLI::App &app, session &run) {
     add_list_commands(&app, run);
     add_settings_commands(&app, run);
     add_event_commands(&app, run);
+    add_help(&app);
+    app.set_version_flag("--version", HBSCTL_VERSION);
+    app.add_flag("--json", run.json, "Print JSON");
+    app.add_flag("--force", run.force, "Send also what cannot be meant");
+    add_seconds(&app, "--timeout", run.answer_seconds, 0.01, "Seconds that the daemon may take to answer");
     app.footer(footer); // last, or every subcommand would show it too
 }
 

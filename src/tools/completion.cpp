@@ -16,9 +16,9 @@ const CLI::App *command_of(CLI::App &app, const std::vector<std::string> &words)
         const auto below =
             command->get_subcommands([&](const CLI::App *one) { return one->get_name() == words[i]; });
         command = below.empty() ? command : below.front();
+        if (auto *late = dynamic_cast<late_command *>(command))
+            late->declare();
     }
-    if (auto *late = dynamic_cast<late_command *>(command))
-        late->declare();
     return command;
 }
 

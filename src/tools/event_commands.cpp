@@ -199,7 +199,7 @@ void add_wifi_events(CLI::App *event, session &run) {
             const mac_bytes mac = device_meant(run, client);
             tell_event(run, "wifi-info", HBS_EVENT_WIFI_ASSOC_INFO, event_wifi_info(mac), to_device(mac));
         });
-    event->add_subcommand("xwifi-changed", "The set of extra Wi-Fi interfaces changed")->callback([&run] {
+    add_plain(event, "xwifi-changed", "The set of extra Wi-Fi interfaces changed", [&run] {
         tell_event(run, "xwifi-changed", HBS_EVENT_XWIFI_CHANGED, request_plain(HBS_EVENT_XWIFI_CHANGED));
     });
 }
@@ -231,11 +231,12 @@ void add_network_events(CLI::App *event, session &run) {
 } // namespace
 
 void add_event_commands(CLI::App *app, session &run) {
-    CLI::App *event =
-        app->add_subcommand("event", "Tell the daemon of an event, as the servers and drivers do");
-    event->require_subcommand(1);
-    add_dhcpv4_events(event, run);
-    add_dhcpv6_events(event, run);
-    add_wifi_events(event, run);
-    add_network_events(event, run);
+    add_group(
+        app, "event", "Tell the daemon of an event, as the servers and drivers do",
+        [&run](CLI::App *event) {
+            add_dhcpv4_events(event, run);
+            add_dhcpv6_events(event, run);
+            add_wifi_events(event, run);
+            add_network_events(event, run);
+        });
 }

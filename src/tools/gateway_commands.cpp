@@ -121,11 +121,9 @@ void add_gateway_commands(CLI::App *app, session &run) {
             add_yes(command, run);
         },
         [&run](uint32_t routed) { set_mode(run, routed != 0); });
-    CLI::App *reset_command =
-        app->add_subcommand("reset-defaults", "Delete everything that was remembered of clients");
-    add_yes(reset_command, run);
-    reset_command->callback([&run] { reset(run); });
-    app->add_subcommand("dump", "Have the daemon write the whole database to its log")->callback([&run] {
-        carry_out_blindly(run, "dump", HBS_CMD_DUMP, request_plain(HBS_CMD_DUMP));
-    });
+    add_plain(
+        app, "reset-defaults", "Delete everything that was remembered of clients", [&run] { reset(run); },
+        [&run](CLI::App *command) { add_yes(command, run); });
+    add_plain(app, "dump", "Have the daemon write the whole database to its log",
+              [&run] { carry_out_blindly(run, "dump", HBS_CMD_DUMP, request_plain(HBS_CMD_DUMP)); });
 }

@@ -86,10 +86,7 @@ void add_device_and_address(CLI::App *command, lease_arguments &arguments) {
     add_ip(command, "address", arguments.lease.address, "The address it is to have");
 }
 
-} // namespace
-
-void add_lease_commands(CLI::App *app, session &run) {
-    CLI::App *group = add_group(app, "static-lease", "Give a device a fixed address, or take it away");
+void add_static_leases(CLI::App *group, session &run) {
     add_command<lease_arguments>(
         group, "set", "Give a device a fixed address",
         [](CLI::App *command, lease_arguments &arguments) {
@@ -104,8 +101,20 @@ void add_lease_commands(CLI::App *app, session &run) {
         group, "clear", "Take a fixed address away",
         [](CLI::App *command, clear_arguments &arguments) { add_client(command, arguments.client); },
         [&run](const clear_arguments &arguments) { clear_lease(run, arguments); });
-    CLI::App *internal = add_group(app, "internal-lease", "Fixed addresses of the gateway's own devices");
-    add_command<lease_arguments>(internal, "set", "Reserve an address in network 0 without making a client",
-                                 add_device_and_address,
-                                 [&run](const lease_arguments &arguments) { set_internal(run, arguments); });
+}
+
+void add_internal_leases(CLI::App *group, session &run) {
+    add_command<lease_arguments>(
+        group, "set", "Reserve an address in network 0 without making a client", add_device_and_address,
+        [&run](const lease_arguments &arguments) { set_internal(run, arguments); });
+}
+
+} // namespace
+
+void add_lease_commands(CLI::App *app, session &run) {
+    add_group(
+        app, "static-lease", "Give a device a fixed address, or take it away",
+        [&run](CLI::App *group) { add_static_leases(group, run); });
+    add_group(app, "internal-lease", "Fixed addresses of the gateway's own devices",
+              [&run](CLI::App *group) { add_internal_leases(group, run); });
 }

@@ -122,20 +122,28 @@ auto runner(session &run, const list_command &command) {
     return [&run, &command](const filter_arguments &arguments) { run_list_command(run, command, arguments); };
 }
 
-} // namespace
-
-void add_list_commands(CLI::App *app, session &run) {
-    CLI::App *filter =
-        add_group(app, "mac-filter", "Put a device on the white or black list, or take it off");
+void add_filter_commands(CLI::App *filter, session &run) {
     add_command<filter_arguments>(filter, "set", "Put a device on a list", add_filter_arguments,
                                   runner(run, filter_set));
     add_command<filter_arguments>(filter, "clear", "Take one rule of a device off a list",
                                   add_clear_arguments, runner(run, filter_clear));
     add_command<filter_arguments>(filter, "modify", "Move a rule from one device to another",
                                   add_modify_arguments, runner(run, filter_modify));
-    CLI::App *rule = add_group(app, "rule", "Set or clear one rule of a client by its instance");
+}
+
+void add_rule_commands(CLI::App *rule, session &run) {
     add_command<filter_arguments>(rule, "set", "Add or replace a rule", add_rule_arguments,
                                   runner(run, rule_set));
     add_command<filter_arguments>(rule, "clear", "Remove a rule", add_rule_arguments,
                                   runner(run, rule_clear));
+}
+
+} // namespace
+
+void add_list_commands(CLI::App *app, session &run) {
+    add_group(
+        app, "mac-filter", "Put a device on the white or black list, or take it off",
+        [&run](CLI::App *filter) { add_filter_commands(filter, run); });
+    add_group(app, "rule", "Set or clear one rule of a client by its instance",
+              [&run](CLI::App *rule) { add_rule_commands(rule, run); });
 }

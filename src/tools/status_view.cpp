@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ostream>
 
+#include "tools/arguments.h"
 #include "tools/client_key.h"
 #include "tools/client_table.h"
 #include "tools/metrics_view.h"
@@ -117,10 +118,7 @@ json status_json(const gateway_status &status) {
 }
 
 void add_status(CLI::App *app, session &run) {
-    app->add_subcommand("status", "Show how the daemon and its database are")->callback([&run] {
-        show_status(run);
-    });
-    app->add_subcommand("metrics", "Print numbers in the OpenMetrics text format")->callback([&run] {
-        show_metrics(run);
-    });
+    add_plain(
+        app, "status", "Show how the daemon and its database are", [&run] { show_status(run); });
+    add_plain(app, "metrics", "Print numbers in the OpenMetrics text format", [&run] { show_metrics(run); });
 }

@@ -104,10 +104,7 @@ void add_comment(CLI::App *app, session &run) {
         [&run](const comment_arguments &arguments) { set_comment(run, arguments); });
 }
 
-} // namespace
-
-void add_trust_commands(CLI::App *app, session &run) {
-    CLI::App *group = add_group(app, "trust", "Trust a device, or no longer");
+void add_trusts(CLI::App *group, session &run) {
     add_command<trust_arguments>(
         group, "set", "Trust a device",
         [](CLI::App *command, trust_arguments &arguments) {
@@ -117,5 +114,12 @@ void add_trust_commands(CLI::App *app, session &run) {
         [&run](const trust_arguments &arguments) { set_trust(run, arguments); });
     add_command<trust_arguments>(group, "clear", "No longer trust a device", add_trust_arguments,
                                  [&run](const trust_arguments &arguments) { clear_trust(run, arguments); });
+}
+
+} // namespace
+
+void add_trust_commands(CLI::App *app, session &run) {
+    add_group(app, "trust", "Trust a device, or no longer",
+              [&run](CLI::App *group) { add_trusts(group, run); });
     add_comment(app, run);
 }
