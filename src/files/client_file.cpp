@@ -1,5 +1,6 @@
 #include "files/client_file.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -258,6 +259,10 @@ int hbs_nv_load_clients() {
 }
 
 void hbs_nv_save_clients() {
+    if (access(HBS_PERSISTENT_DIR, W_OK) != 0) { // no client is said to be saved then
+        HBS_LOG(HBS_ERROR, "HOSTBASE: can't replace %s (error %d)", HBS_CLIENT_FILE, errno);
+        return;
+    }
     char *content = nullptr;
     size_t length = 0;
     FILE *stream = open_memstream(&content, &length);

@@ -232,6 +232,15 @@ TEST_F(ClientFileSave, WritesEveryClientInListOrderWithAllNineFields) {
     EXPECT_EQ(2u, logged_containing("HOSTBASE: hbs_nv_save_clients: save "));
 }
 
+TEST_F(ClientFileSave, WithoutItsDirectory_SaysNothingOfClients) {
+    hbs_add(mac_of("02:aa:00:00:00:11").data());
+    ASSERT_EQ(0, rename(HBS_PERSISTENT_DIR, HBS_PERSISTENT_DIR ".away"));
+    hbs_nv_save_clients();
+    ASSERT_EQ(0, rename(HBS_PERSISTENT_DIR ".away", HBS_PERSISTENT_DIR));
+    EXPECT_EQ(0u, logged_containing("hbs_nv_save_clients"));
+    EXPECT_TRUE(logged("HOSTBASE: can't replace /nvram/8/hostbase.txt (error 2)"));
+}
+
 TEST_F(ClientFileSave, ThenLoad_BringsHostileTextsBackByteForByte) {
     hbs_client *client = hbs_add(mac_of("02:aa:00:00:00:11").data());
     std::string bytes;
