@@ -2,11 +2,15 @@
 """All fuzz targets for a while, side by side; then what was run, what was reached and what was not.
 
 Each target gets the same time, in turns, until it has run as often as its goal says; what is left goes to the others.
+A sixth of the time is that of its program with sanitizers, the rest that of the fast one without; both work on one
+corpus, and at the end the program with sanitizers runs all that was kept once more. Executions count until a program is
+built anew: what earlier campaigns ran of the same ones is told with the rest (build/fuzz/executions.json).
 What is found is kept: inputs that reach something new in build/fuzz/corpus/TARGET, those that end a target in
 build/fuzz/found/TARGET-*. The status is 1 when there is one of these, and when a target did not run.
 """
 
 import collections
+import hashlib
 import json
 import os
 import re
@@ -22,6 +26,9 @@ FOUND = FUZZ + "/found"
 SEEDS = CHECKOUT + "/tests/fuzz/seeds"
 DICTIONARIES = CHECKOUT + "/tests/fuzz/dictionaries"
 PROFILES = FUZZ + "/profiles"
+EXECUTIONS = FUZZ + "/executions.json"
+CHECKED, FAST = "fuzz", "fuzz-fast"  # the builds with and without sanitizers
+FAST_SHARE = 5  # times the other's
 LONGEST = 25  # seconds that an input may take
 TURNS = 4  # of a target that needs all its time
 SHORTEST_TURN = 20  # seconds; a turn begins with what was kept before
@@ -29,32 +36,55 @@ STARTING = 2  # seconds of a turn that are no fuzzing
 GOAL = 10_000_000
 # Those that go through the daemon's tables or files, or through a segment, take longer.
 GOAL_WITH_STATE = 2_000_000
-WITH_STATE = ("command_line", "datagram", "history", "neighbour", "reader", "start_files")
+WITH_STATE = ("command_line", "datagram", "history", "lease_edits", "neighbour", "reader", "start_files")
 # What stands behind is not looked at, or only more of the same.
-MOST_BYTES = {"command_line": 2048, "datagram": 2048, "history": 1024, "reader": 600, "words": 512}
+MOST_BYTES = {"command_line": 1024, "datagram": 2048, "history": 1024, "lease_edits": 1024, "reader": 600, "words": 256}
+
+
+def program(build, name):
+    return f"{CHECKOUT}/build/{build}/fuzz/{name}_fuzz"
+
+
+def programs(name):
+    """What tells whether they are those of an earlier campaign."""
+    found = hashlib.sha256()
+    for build in (CHECKED, FAST):
+        with open(program(build, name), "rb") as file:
+            found.update(file.read())
+    return found.hexdigest()
 
 
 class Target:
     """How often one target was run, and for how long."""
 
-    def __init__(self, name):
-        self.name = name
+    def __init__(self, name, before):
+        self.name, self.programs = name, programs(name)
         self.goal = GOAL_WITH_STATE if name in WITH_STATE else GOAL
-        self.executions, self.seconds, self.failed, self.running = 0, 0.0, False, False
+        same = before.get("programs") == self.programs
+        self.executions = {build: before["executions"][build] if same else 0 for build in (CHECKED, FAST)}
+        self.earlier = sum(self.executions.values())
+        self.seconds = {CHECKED: 0.0, FAST: 0.0}
+        self.failed, self.running = False, False
         self.corpus = f"{FUZZ}/corpus/{name}"
         os.makedirs(self.corpus, exist_ok=True)
-        self.before = len(os.listdir(self.corpus))
+        self.kept_before = len(os.listdir(self.corpus))
+
+    def all_executions(self):
+        return sum(self.executions.values())
 
     def goes_on(self):
-        return not self.failed and self.executions < self.goal
+        return not self.failed and self.all_executions() < self.goal
+
+    def next_build(self):
+        return CHECKED if self.seconds[CHECKED] * FAST_SHARE <= self.seconds[FAST] else FAST
 
     def result(self):
         if self.failed:
             return "FAILED"
-        return "" if self.executions else "NOT RUN"
+        return "" if self.executions[CHECKED] else "NOT RUN"
 
     def kept(self):
-        return len(os.listdir(self.corpus)) - self.before
+        return len(os.listdir(self.corpus)) - self.kept_before
 
 
 def targets():
@@ -62,20 +92,33 @@ def targets():
                   if name.endswith("_fuzz.cpp"))
 
 
+def read_executions():
+    if not os.path.exists(EXECUTIONS):
+        return {}
+    with open(EXECUTIONS, encoding="ascii") as file:
+        return json.load(file)
+
+
+def write_executions(every):
+    with open(EXECUTIONS + ".new", "w", encoding="ascii") as file:
+        json.dump({one.name: {"programs": one.programs, "executions": one.executions} for one in every}, file)
+    os.replace(EXECUTIONS + ".new", EXECUTIONS)
+
+
 def options(target, seconds):
     words = f"{DICTIONARIES}/{target.name}"
-    most = MOST_BYTES.get(target.name)
-    return [f"-max_total_time={seconds}", f"-runs={target.goal - target.executions}", f"-timeout={LONGEST}",
-            "-entropic=0", "-print_final_stats=1", f"-artifact_prefix={FOUND}/{target.name}-",
-            *([f"-dict={words}"] if os.path.exists(words) else []), *([f"-max_len={most}"] if most else [])]
+    return [f"-max_total_time={seconds}", f"-runs={target.goal - target.all_executions()}",
+            "-entropic=0", *([f"-dict={words}"] if os.path.exists(words) else [])]
 
 
-def fuzz(target, seconds):
-    """One turn. Who allocated is not noted then: an input that was found tells it when it is run again."""
+def run(target, build, *words):
+    """One run of a program. Who allocated is not noted then: an input that was found tells it when it is run again."""
     begun = time.monotonic()
     target.failed = True  # until its end is known
+    most = MOST_BYTES.get(target.name)
     done = subprocess.run(
-        [CHECKOUT + "/script/box", "--no-daemon", "--", f"{FUZZ}/fuzz/{target.name}_fuzz", *options(target, seconds),
+        [CHECKOUT + "/script/box", "--no-daemon", "--", program(build, target.name), *words, f"-timeout={LONGEST}",
+         "-print_final_stats=1", f"-artifact_prefix={FOUND}/{target.name}-", *([f"-max_len={most}"] if most else []),
          target.corpus, f"{SEEDS}/{target.name}"],
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False,
         env=dict(os.environ, LLVM_PROFILE_FILE=f"{PROFILES}/{target.name}.%m.profraw",
@@ -83,13 +126,20 @@ def fuzz(target, seconds):
     with open(f"{FUZZ}/{target.name}.log", "wb") as file:
         file.write(done.stdout)
     executions = re.search(rb"stat::number_of_executed_units: +(\d+)", done.stdout)
-    target.executions += int(executions.group(1)) if executions else 0
-    target.seconds += time.monotonic() - begun
+    target.executions[build] += int(executions.group(1)) if executions else 0
+    target.seconds[build] += time.monotonic() - begun
     target.failed = done.returncode != 0 or not executions
 
 
-def fuzz_all(seconds, at_once):
-    every = [Target(name) for name in targets()]
+def side_by_side(at_once, work):
+    threads = [threading.Thread(target=work) for _each in range(at_once)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+
+
+def fuzz(every, seconds, at_once):
     end = time.monotonic() + seconds
     share = seconds * at_once / len(every) - STARTING
     turn = min(share, max(SHORTEST_TURN, share / TURNS))
@@ -98,21 +148,29 @@ def fuzz_all(seconds, at_once):
     def next_target():
         with choice:
             waiting = [one for one in every if one.goes_on() and not one.running]
-            chosen = min(waiting, key=lambda one: one.seconds, default=None)
+            chosen = min(waiting, key=lambda one: sum(one.seconds.values()), default=None)
             if chosen:
                 chosen.running = True
             return chosen
 
     def work():
         while (left := end - time.monotonic()) >= 1 and (target := next_target()):
-            fuzz(target, max(1, int(min(turn, left))))
-            target.running = False
-    threads = [threading.Thread(target=work) for _each in range(at_once)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    return every
+            run(target, target.next_build(), *options(target, max(1, int(min(turn, left)))))
+            with choice:
+                target.running = False
+                write_executions(every)
+    side_by_side(at_once, work)
+
+
+def check_what_was_kept(every, at_once):
+    """What the fast programs found, under the sanitizers."""
+    waiting = [one for one in every if one.seconds[FAST] > 0 and not one.failed]
+
+    def work():
+        while waiting:
+            run(waiting.pop(), CHECKED, "-runs=0")
+    side_by_side(at_once, work)
+    write_executions(every)
 
 
 def functions():
@@ -122,7 +180,7 @@ def functions():
         return {}
     whole = PROFILES + "/all.profdata"
     subprocess.run(["llvm-profdata-14", "merge", "-sparse", "-o", whole, *profiles], check=True)
-    objects = [word for target in targets() for word in ("-object", f"{FUZZ}/fuzz/{target}_fuzz")]
+    objects = [word for target in targets() for word in ("-object", program(CHECKED, target))]
     exported = subprocess.run(["llvm-cov-14", "export", "-skip-expansions", f"-instr-profile={whole}", *objects[1:]],
                               stdout=subprocess.PIPE, check=True).stdout
     found = collections.defaultdict(dict)
@@ -142,11 +200,12 @@ def plain(names):
 
 
 def report(runs, reached):
-    print("| target | executions | seconds | a second | new inputs kept | |\n|---|---|---|---|---|---|")
-    for run in runs:
-        a_second = run.executions / max(run.seconds, 1)
-        print(f"| {run.name} | {run.executions:,} | {run.seconds:,.0f} | {a_second:,.0f} | {run.kept()} | "
-              f"{run.result()} |")
+    print("| target | executions | of them earlier | with sanitizers | seconds | goal | new inputs kept | |\n"
+          "|---|---|---|---|---|---|---|---|")
+    for one in runs:
+        print(f"| {one.name} | {one.all_executions():,} | {one.earlier:,} | {one.executions[CHECKED]:,} | "
+              f"{sum(one.seconds.values()):,.0f} | {'reached' if one.all_executions() >= one.goal else ''} | "
+              f"{one.kept()} | {one.result()} |")
     print("\n| folder | functions | reached |\n|---|---|---|")
     folders = collections.defaultdict(list)
     for path, counts in reached.items():
@@ -164,7 +223,10 @@ def main(minutes, at_once):
     shutil.rmtree(PROFILES, ignore_errors=True)  # of other runs
     for folder in (FOUND, PROFILES):
         os.makedirs(folder, exist_ok=True)
-    runs = fuzz_all(minutes * 60, at_once)
+    before = read_executions()
+    runs = [Target(name, before.get(name, {})) for name in targets()]
+    fuzz(runs, minutes * 60, at_once)
+    check_what_was_kept(runs, at_once)
     report(runs, functions())
     failed = [run.name for run in runs if run.result() == "FAILED"]
     not_run = [run.name for run in runs if run.result() == "NOT RUN"]

@@ -1,5 +1,7 @@
-"""The campaign of all fuzz targets tells of each that failed or did not run, whatever kept it from that."""
+"""The campaign of all fuzz targets tells of each that failed or did not run, whatever kept it from that, and how often
+the programs of now were run."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -7,11 +9,16 @@ import subprocess
 import pytest
 from gateway import CHECKOUT
 
-# Stands for the box and the target in it: its arguments end in the target, its options, its corpus and its seeds.
+BUILDS = ("fuzz", "fuzz-fast")
+# Stands for the box and the target in it: its arguments are the program, its options, its corpus and its seeds.
 BOX = """#!/bin/sh
+echo "$*" >> build/fuzz/calls
 case "$*" in
     *fuzz/ended_fuzz*) echo "stat::number_of_executed_units: 5"; exit 77 ;;
+    *fuzz-fast/fuzz/hasty_fuzz*) echo "stat::number_of_executed_units: 5"; exit 77 ;;
     *fuzz/silent_fuzz*) ;;
+    *-runs=0*) echo "stat::number_of_executed_units: 3" ;;
+    *fuzz/slow_fuzz* | *fuzz/hasty_fuzz*) sleep 1.1; echo "stat::number_of_executed_units: 1000" ;;
     *) echo "stat::number_of_executed_units: 10000000" ;;
 esac
 """
@@ -22,20 +29,24 @@ def campaign_of_own_targets(tmp_path):
     """Makes a checkout with just these targets. Returns its directory."""
     def make(*targets):
         fuzz = tmp_path / "tests" / "fuzz"
-        for place in (fuzz, tmp_path / "script", tmp_path / "build" / "fuzz"):
+        for place in (fuzz, tmp_path / "script"):
             place.mkdir(parents=True)
         shutil.copy(os.path.join(CHECKOUT, "tests", "fuzz", "campaign.py"), fuzz)
         (tmp_path / "script" / "box").write_text(BOX)
         (tmp_path / "script" / "box").chmod(0o755)
+        for build in BUILDS:
+            (tmp_path / "build" / build / "fuzz").mkdir(parents=True)
         for target in targets:
             (fuzz / f"{target}_fuzz.cpp").touch()
+            for build in BUILDS:
+                (tmp_path / "build" / build / "fuzz" / f"{target}_fuzz").write_text("built once")
         return tmp_path
     return make
 
 
 def run(checkout, minutes="0.05"):
-    done = subprocess.run([checkout / "tests" / "fuzz" / "campaign.py", minutes], capture_output=True, text=True,
-                          check=False)
+    done = subprocess.run([checkout / "tests" / "fuzz" / "campaign.py", minutes], cwd=checkout, capture_output=True,
+                          text=True, check=False)
     verdicts = [line for line in done.stdout.splitlines() if line.startswith(("failed:", "not run:"))]
     return done.returncode, [line.split(";")[0] for line in verdicts]
 
@@ -66,3 +77,39 @@ def test_no_target_runs_without_a_box(campaign):
     checkout = campaign("one")
     (checkout / "script" / "box").unlink()
     assert run(checkout) == (1, ["failed: one"])
+
+
+def test_target_whose_fast_program_ended(campaign):
+    assert run(campaign("hasty")) == (1, ["failed: hasty"])
+
+
+def executions(checkout, target):
+    return json.loads((checkout / "build" / "fuzz" / "executions.json").read_text())[target]["executions"]
+
+
+def test_executions_of_both_programs(campaign):
+    checkout = campaign("slow")
+    assert run(checkout) == (0, [])
+    counted = executions(checkout, "slow")
+    assert counted["fuzz"] >= 1003 and counted["fuzz-fast"] >= 1000
+    assert "-runs=0" in (checkout / "build" / "fuzz" / "calls").read_text().splitlines()[-1], "what was kept, at the end"
+
+
+def test_executions_of_an_earlier_campaign(campaign):
+    checkout = campaign("one")
+    assert run(checkout) == (0, [])
+    calls = (checkout / "build" / "fuzz" / "calls").read_text()
+    assert run(checkout) == (0, [])
+    assert executions(checkout, "one") == {"fuzz": 10_000_000, "fuzz-fast": 0}
+    assert (checkout / "build" / "fuzz" / "calls").read_text() == calls, "it had run often enough"
+
+
+@pytest.mark.parametrize("build", BUILDS)
+def test_executions_of_another_program(campaign, build):
+    checkout = campaign("one")
+    assert run(checkout) == (0, [])
+    (checkout / "build" / build / "fuzz" / "one_fuzz").write_text("built anew")
+    (checkout / "build" / "fuzz" / "calls").unlink()
+    assert run(checkout) == (0, [])
+    assert executions(checkout, "one") == {"fuzz": 10_000_000, "fuzz-fast": 0}
+    assert "one_fuzz" in (checkout / "build" / "fuzz" / "calls").read_text()
