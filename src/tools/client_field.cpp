@@ -21,7 +21,7 @@ template <uint32_t Bit> std::string flagged(record one) {
     return (one.flags & Bit) != 0 ? "yes" : "";
 }
 
-const std::vector<client_field> fields = {
+const std::vector<client_field> all_fields = {
     {"mac", "MAC", false, false, [](record one) { return mac_text(one.mac); }},
     {"maker", "maker", false, false,
      [](record one) { return is_random_mac(one.mac) ? std::string("random") : maker_of(one.mac); }},
@@ -72,5 +72,5 @@ const std::vector<client_field> fields = {
 } // namespace
 
 const std::vector<client_field> &client_fields() {
-    return fields;
+    return all_fields;
 }

@@ -38,7 +38,7 @@ constexpr const char *footer =
     "Status: 0 done, 1 nothing changed, not found or differences, 2 wrong usage, 3 the\n"
     "daemon or its database is not there, 4 no answer in time, 5 another failure.";
 
-exit_status status_of(const daemon_error &error) {
+exit_status exit_of(const daemon_error &error) {
     switch (error.why) {
     case daemon_error::not_there:
         return exit_not_there;
@@ -154,7 +154,7 @@ exit_status run_command_line(session &run, const std::vector<std::string> &argum
     } catch (const database_error &error) {
         return fail(run, status_of(error), error.what());
     } catch (const daemon_error &error) {
-        return fail(run, status_of(error), error.what());
+        return fail(run, exit_of(error), error.what());
     } catch (const request_error &error) {
         return fail(run, exit_usage, error.what());
     } catch (const run_error &error) {

@@ -37,7 +37,7 @@ std::string octets_text(const uint32_t *words, uint32_t size) {
 }
 
 // The rule's first value is written in hexadecimal, as in the rule files.
-std::string rule_text(const hbs_rule_entry &rule) {
+std::string rule_cell(const hbs_rule_entry &rule) {
     char key[16];
     snprintf(key, sizeof key, "%x", rule.p[0]);
     return key + (" " + std::to_string(rule.p[1])) + " " + std::to_string(rule.p[2]);
@@ -94,7 +94,7 @@ text_table rule_table(const database &db) {
         table.rows.push_back({{std::to_string(rule_instance(rule))},
                               {list_word(rule.type)},
                               {mac_text(rule.mac)},
-                              {rule_text(rule)},
+                              {rule_cell(rule)},
                               {std::to_string(rule.p[3])},
                               {key_text(rule.p + 4, 3)}});
     }

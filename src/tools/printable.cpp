@@ -45,7 +45,7 @@ constexpr range wide[] = {{0x1100, 0x115F},   {0x2E80, 0xA4CF},   {0xAC00, 0xD7A
                           {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},   {0xFFE0, 0xFFE6},  {0x1F300, 0x1F64F},
                           {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF}, {0x20000, 0x3FFFD}};
 
-template <size_t Count> bool is_in(const range (&ranges)[Count], uint32_t code) {
+template <size_t Count> bool is_of(const range (&ranges)[Count], uint32_t code) {
     return std::any_of(
         ranges, ranges + Count, [&](const range &r) { return code >= r.first && code <= r.last; });
 }
@@ -92,7 +92,7 @@ std::string escaped_ascii(char byte) {
 }
 
 int cells_of(uint32_t code) {
-    return is_in(combining, code) ? 0 : is_in(wide, code) ? 2 : 1;
+    return is_of(combining, code) ? 0 : is_of(wide, code) ? 2 : 1;
 }
 
 } // namespace
@@ -105,7 +105,7 @@ std::string printable(std::string_view text) {
             result += escaped_byte(text[0]);
         else if (c.bytes == 1)
             result += escaped_ascii(text[0]);
-        else if (is_in(deceptive, c.code))
+        else if (is_of(deceptive, c.code))
             result += escaped_code(c.code);
         else
             result += text.substr(0, c.bytes);
@@ -152,7 +152,7 @@ std::string json_printable(std::string_view document) {
     std::string result;
     while (!document.empty()) {
         const character c = next_character(document);
-        const bool hidden = c.valid && (c.code == 0x7F || is_in(deceptive, c.code));
+        const bool hidden = c.valid && (c.code == 0x7F || is_of(deceptive, c.code));
         result += hidden ? json_escaped(c.code) : std::string(document.substr(0, c.bytes));
         document.remove_prefix(c.bytes);
     }

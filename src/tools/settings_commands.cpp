@@ -161,7 +161,7 @@ bool is_nothing(const json &wanted) {
 }
 
 // A list may hold more than was asked for.
-bool is_in(const json &wanted, const json &got) {
+bool is_told(const json &wanted, const json &got) {
     if (!wanted.is_array())
         return wanted == got;
     return std::all_of(wanted.begin(), wanted.end(),
@@ -169,16 +169,17 @@ bool is_in(const json &wanted, const json &got) {
 }
 
 // A fixed address is there whichever way it was set: the file of static leases tells both alike.
-std::vector<std::string> keys_of(const std::string &name) {
+std::vector<std::string> keys_that_tell(const std::string &name) {
     const std::vector<std::string> leases = {"static_lease", "internal_lease"};
     return std::find(leases.begin(), leases.end(), name) == leases.end() ? std::vector{name} : leases;
 }
 
 bool is_there(const std::string &name, const json &wanted, const json &got) {
-    const std::vector<std::string> keys = keys_of(name);
+    const std::vector<std::string> keys = keys_that_tell(name);
     return (is_nothing(wanted) && !got.contains(name)) ||
-           std::any_of(keys.begin(), keys.end(),
-                       [&](const std::string &key) { return got.contains(key) && is_in(wanted, got[key]); });
+           std::any_of(keys.begin(), keys.end(), [&](const std::string &key) {
+               return got.contains(key) && is_told(wanted, got[key]);
+           });
 }
 
 // What says of whom, or only of which network a new client is, is no setting that could be missing.

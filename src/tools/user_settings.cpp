@@ -182,7 +182,7 @@ uint32_t number_up_to(uint32_t most, const json &value) {
     return value.get<uint32_t>();
 }
 
-std::string bytes_of(const std::string &hex) {
+std::string bytes_of_hex(const std::string &hex) {
     std::string bytes;
     if (hex.size() % 2 != 0 || hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
         throw request_error("'" + hex + "' is no text in hexadecimal digits");
@@ -192,7 +192,7 @@ std::string bytes_of(const std::string &hex) {
 }
 
 std::string parse_text(const json &value) {
-    return value.is_object() ? bytes_of(value.at(hex_key)) : value.get<std::string>();
+    return value.is_object() ? bytes_of_hex(value.at(hex_key)) : value.get<std::string>();
 }
 
 using taker = void (*)(device_settings &device, const json &value);

@@ -50,6 +50,18 @@ def test_another_spelling_is_found_with_its_line(tmp_path, line, said):
     assert said in done.stdout
 
 
+def test_function_that_hides_that_of_a_header_is_found(tmp_path):
+    tools = tmp_path / "src/tools"
+    tools.mkdir(parents=True)
+    (tools / "words.h").write_text("std::vector<std::string> keys_of(const std::string &bytes);\n")
+    (tools / "lists.cpp").write_text("namespace {\n\nbool is_key(int key) {\n    return key > 0;\n}\n"
+                                     "json keys_of(int count) {\n    return count;\n}\n\n} // namespace\n")
+    (tools / "words.cpp").write_text("std::vector<std::string> keys_of(const std::string &bytes) {\n}\n")
+    done = check(tmp_path, SOURCE)
+    assert (done.returncode, done.stdout) == (
+        1, "src/tools/lists.cpp:6: keys_of hides that of src/tools/words.h from the files behind\n")
+
+
 def test_folder_without_sources_does_not_pass(tmp_path):
     done = subprocess.run([f"{SCRIPTS}/check_style", tmp_path], capture_output=True, text=True, check=False)
     assert done.returncode == 1
