@@ -99,10 +99,10 @@ def test_executions_of_both_programs(campaign):
 def test_executions_of_an_earlier_campaign(campaign):
     checkout = campaign("one")
     assert run(checkout) == (0, [])
-    calls = (checkout / "build" / "fuzz" / "calls").read_text()
+    (checkout / "build" / "fuzz" / "calls").unlink()
     assert run(checkout) == (0, [])
-    assert executions(checkout, "one") == {"fuzz": 10_000_000, "fuzz-fast": 0}
-    assert (checkout / "build" / "fuzz" / "calls").read_text() == calls, "it had run often enough"
+    calls = (checkout / "build" / "fuzz" / "calls").read_text().splitlines()
+    assert len(calls) == 1 and "-runs=0" in calls[0], "it had run often enough"
 
 
 @pytest.mark.parametrize("build", BUILDS)
@@ -112,5 +112,5 @@ def test_executions_of_another_program(campaign, build):
     (checkout / "build" / build / "fuzz" / "one_fuzz").write_text("built anew")
     (checkout / "build" / "fuzz" / "calls").unlink()
     assert run(checkout) == (0, [])
-    assert executions(checkout, "one") == {"fuzz": 10_000_000, "fuzz-fast": 0}
-    assert "one_fuzz" in (checkout / "build" / "fuzz" / "calls").read_text()
+    assert executions(checkout, "one") == {"fuzz": 10_000_003, "fuzz-fast": 0}
+    assert "-runs=10000000" in (checkout / "build" / "fuzz" / "calls").read_text()
