@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr const char *loopback = "127.0.0.1";
+constexpr const char *loopback_address = "127.0.0.1";
 
 // "HOST", "HOST:PORT", "[IPV6]" or "[IPV6]:PORT", taken apart; the port may be missing.
 struct host_and_port {
@@ -40,7 +40,7 @@ std::optional<listen_address> parse_listen_address(const std::string &text) {
     if (!parts)
         return std::nullopt;
     const auto port = parts->port.empty() ? std::optional(usual_port) : parse_port(parts->port);
-    const std::string host = parts->host.empty() ? loopback : parts->host;
+    const std::string host = parts->host.empty() ? loopback_address : parts->host;
     return port && parse_ip(host) ? std::optional(listen_address{host, *port}) : std::nullopt;
 }
 
