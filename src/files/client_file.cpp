@@ -259,7 +259,7 @@ int hbs_nv_load_clients() {
 }
 
 void hbs_nv_save_clients() {
-    if (access(HBS_PERSISTENT_DIR, W_OK) != 0) { // no client is said to be saved then
+    if (access(HBS_PERSISTENT_DIR, F_OK) != 0) { // no client is said to be saved then
         HBS_LOG(HBS_ERROR, "HOSTBASE: can't replace %s (error %d)", HBS_CLIENT_FILE, errno);
         return;
     }
