@@ -2,9 +2,10 @@
 """All fuzz targets for a while, side by side; then what was run, what was reached and what was not.
 
 Each target gets the same time, in turns, until it has run as often as its goal says; what is left goes to the others.
-A sixth of the time is that of its program with sanitizers, the rest that of the fast one without; both work on one
-corpus, and at the end the program with sanitizers runs all that was kept once more. Executions count until a program is
-built anew: what earlier campaigns ran of the same ones is told with the rest (build/fuzz/executions.json).
+A quarter of the time or more is that of its program with sanitizers, the rest that of the fast one without; both work
+on one corpus, and at the end, when the time is over, the program with sanitizers runs all that was kept once more.
+Executions, with those of the corpus that a turn begins with, count until a program is built anew or ends by an input:
+what earlier campaigns ran of the same ones is told with the rest (build/fuzz/executions.json).
 What is found is kept: inputs that reach something new in build/fuzz/corpus/TARGET, those that end a target in
 build/fuzz/found/TARGET-*. The status is 1 when there is one of these, and when a target did not run.
 """
@@ -46,11 +47,14 @@ def program(build, name):
 
 
 def programs(name):
-    """What tells whether they are those of an earlier campaign."""
+    """What tells whether they are those of an earlier campaign; None: one is not there."""
     found = hashlib.sha256()
-    for build in (CHECKED, FAST):
-        with open(program(build, name), "rb") as file:
-            found.update(file.read())
+    try:
+        for build in (CHECKED, FAST):
+            with open(program(build, name), "rb") as file:
+                found.update(file.read())
+    except OSError:
+        return None
     return found.hexdigest()
 
 
@@ -61,10 +65,10 @@ class Target:
         self.name, self.programs = name, programs(name)
         self.goal = GOAL_WITH_STATE if name in WITH_STATE else GOAL
         same = before.get("programs") == self.programs
-        self.executions = {build: before["executions"][build] if same else 0 for build in (CHECKED, FAST)}
+        self.executions = {build: before.get(build, 0) if same else 0 for build in (CHECKED, FAST)}
         self.earlier = sum(self.executions.values())
         self.seconds = {CHECKED: 0.0, FAST: 0.0}
-        self.failed, self.running = False, False
+        self.failed, self.running, self.checked = self.programs is None, False, False
         self.corpus = f"{FUZZ}/corpus/{name}"
         os.makedirs(self.corpus, exist_ok=True)
         self.kept_before = len(os.listdir(self.corpus))
@@ -81,7 +85,7 @@ class Target:
     def result(self):
         if self.failed:
             return "FAILED"
-        return "" if self.executions[CHECKED] else "NOT RUN"
+        return "" if self.checked else "NOT RUN"
 
     def kept(self):
         return len(os.listdir(self.corpus)) - self.kept_before
@@ -93,15 +97,21 @@ def targets():
 
 
 def read_executions():
-    if not os.path.exists(EXECUTIONS):
+    """{target: {"programs": which they were, build: how often it ran}}; empty when nobody can tell."""
+    try:
+        with open(EXECUTIONS, encoding="ascii") as file:
+            found = json.load(file)
+    except (OSError, ValueError):
         return {}
-    with open(EXECUTIONS, encoding="ascii") as file:
-        return json.load(file)
+    return {name: one for name, one in found.items() if isinstance(one, dict)} if isinstance(found, dict) else {}
 
 
-def write_executions(every):
+def write_executions(every, before):
+    """Those of a target that failed are not told to the next campaign, which is to run it."""
+    now = {one.name: {"programs": one.programs, **one.executions} for one in every if not one.failed}
+    others = {name: one for name, one in before.items() if name not in {one.name for one in every}}
     with open(EXECUTIONS + ".new", "w", encoding="ascii") as file:
-        json.dump({one.name: {"programs": one.programs, "executions": one.executions} for one in every}, file)
+        json.dump({**others, **now}, file)
     os.replace(EXECUTIONS + ".new", EXECUTIONS)
 
 
@@ -112,7 +122,8 @@ def options(target, seconds):
 
 
 def run(target, build, *words):
-    """One run of a program. Who allocated is not noted then: an input that was found tells it when it is run again."""
+    """One run of a program; return the executions. Who allocated is not noted then: an input that was found tells it
+    when it is run again."""
     begun = time.monotonic()
     target.failed = True  # until its end is known
     most = MOST_BYTES.get(target.name)
@@ -126,9 +137,9 @@ def run(target, build, *words):
     with open(f"{FUZZ}/{target.name}.log", "wb") as file:
         file.write(done.stdout)
     executions = re.search(rb"stat::number_of_executed_units: +(\d+)", done.stdout)
-    target.executions[build] += int(executions.group(1)) if executions else 0
     target.seconds[build] += time.monotonic() - begun
     target.failed = done.returncode != 0 or not executions
+    return int(executions.group(1)) if executions else 0
 
 
 def side_by_side(at_once, work):
@@ -139,7 +150,7 @@ def side_by_side(at_once, work):
         thread.join()
 
 
-def fuzz(every, seconds, at_once):
+def fuzz(every, before, seconds, at_once):
     end = time.monotonic() + seconds
     share = seconds * at_once / len(every) - STARTING
     turn = min(share, max(SHORTEST_TURN, share / TURNS))
@@ -155,22 +166,29 @@ def fuzz(every, seconds, at_once):
 
     def work():
         while (left := end - time.monotonic()) >= 1 and (target := next_target()):
-            run(target, target.next_build(), *options(target, max(1, int(min(turn, left)))))
+            build = target.next_build()
+            executions = run(target, build, *options(target, max(1, int(min(turn, left)))))
             with choice:
+                target.executions[build] += executions
                 target.running = False
-                write_executions(every)
+                write_executions(every, before)
     side_by_side(at_once, work)
 
 
-def check_what_was_kept(every, at_once):
+def check_what_was_kept(every, before, at_once):
     """What the fast programs found, under the sanitizers; what earlier campaigns found counts as reached, too."""
-    waiting = [one for one in every if one.all_executions() and not one.failed]
+    waiting = collections.deque(one for one in every if one.all_executions() and not one.failed)
 
     def work():
-        while waiting:
-            run(waiting.pop(), CHECKED, "-runs=0")
+        while True:
+            try:
+                target = waiting.popleft()
+            except IndexError:
+                return
+            run(target, CHECKED, "-runs=0")
+            target.checked = not target.failed
     side_by_side(at_once, work)
-    write_executions(every)
+    write_executions(every, before)
 
 
 def functions():
@@ -225,8 +243,8 @@ def main(minutes, at_once):
         os.makedirs(folder, exist_ok=True)
     before = read_executions()
     runs = [Target(name, before.get(name, {})) for name in targets()]
-    fuzz(runs, minutes * 60, at_once)
-    check_what_was_kept(runs, at_once)
+    fuzz(runs, before, minutes * 60, at_once)
+    check_what_was_kept(runs, before, at_once)
     report(runs, functions())
     failed = [run.name for run in runs if run.result() == "FAILED"]
     not_run = [run.name for run in runs if run.result() == "NOT RUN"]
