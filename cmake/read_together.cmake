@@ -1,6 +1,6 @@
-# Sources that the compiler reads some at a time: what their templates make is made once. Files of a
-# piece must not define the same, and no function of a file may be called as one of a header, which it would hide from the
-# files behind it (script/check_style).
+# Sources that the compiler reads some at a time: what their templates make is made once. Files of a piece must not define
+# the same, and no function of a file may be called as one of a header, which it would hide from the files behind it
+# (script/check_style).
 #
 #   hbs_read_together(RESULT NAME SIZE SOURCE...)   RESULT: files that include at most SIZE of the sources each. The
 #                                                   sources are named relative to a directory of includes, so that

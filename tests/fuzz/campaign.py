@@ -2,15 +2,18 @@
 """All fuzz targets for a while, side by side; then what was run, what was reached and what was not.
 
 Each target gets the same time, in turns, until it has run as often as its goal says; what is left goes to the others.
-A quarter of the time or more is that of its program with sanitizers, the rest that of the fast one without; both work
-on one corpus, and at the end, when the time is over, the program with sanitizers runs all that was kept once more.
+Its first turn is that of its program with sanitizers, which gets a sixth of the time or more, the rest is that of the
+fast one without. Both work on one corpus, and at the end, when the time is over, the program with sanitizers runs all
+that was kept once more.
 Executions, with those of the corpus that a turn begins with, count until a program is built anew or ends by an input:
 what earlier campaigns ran of the same ones is told with the rest (build/fuzz/executions.json).
 What is found is kept: inputs that reach something new in build/fuzz/corpus/TARGET, those that end a target in
-build/fuzz/found/TARGET-*. The status is 1 when there is one of these, and when a target did not run.
+build/fuzz/found/TARGET-*. The status is 1 when a target was ended, or did not run.
 """
 
 import collections
+import contextlib
+import functools
 import hashlib
 import json
 import os
@@ -125,7 +128,6 @@ def run(target, build, *words):
     """One run of a program; return the executions. Who allocated is not noted then: an input that was found tells it
     when it is run again."""
     begun = time.monotonic()
-    target.failed = True  # until its end is known
     most = MOST_BYTES.get(target.name)
     done = subprocess.run(
         [CHECKOUT + "/script/box", "--no-daemon", "--", program(build, target.name), *words, f"-timeout={LONGEST}",
@@ -138,8 +140,19 @@ def run(target, build, *words):
         file.write(done.stdout)
     executions = re.search(rb"stat::number_of_executed_units: +(\d+)", done.stdout)
     target.seconds[build] += time.monotonic() - begun
-    target.failed = done.returncode != 0 or not executions
+    if done.returncode != 0 or not executions:
+        target.failed = True
     return int(executions.group(1)) if executions else 0
+
+
+@contextlib.contextmanager
+def told_when_it_cannot_run(target):
+    """What keeps a target from being run, or its words from being kept, ends no other."""
+    try:
+        yield
+    except OSError as error:
+        target.failed = True
+        print(f"{target.name}: {error}")
 
 
 def side_by_side(at_once, work):
@@ -166,8 +179,9 @@ def fuzz(every, before, seconds, at_once):
 
     def work():
         while (left := end - time.monotonic()) >= 1 and (target := next_target()):
-            build = target.next_build()
-            executions = run(target, build, *options(target, max(1, int(min(turn, left)))))
+            build, executions = target.next_build(), 0
+            with told_when_it_cannot_run(target):
+                executions = run(target, build, *options(target, max(1, int(min(turn, left)))))
             with choice:
                 target.executions[build] += executions
                 target.running = False
@@ -185,8 +199,9 @@ def check_what_was_kept(every, before, at_once):
                 target = waiting.popleft()
             except IndexError:
                 return
-            run(target, CHECKED, "-runs=0")
-            target.checked = not target.failed
+            with told_when_it_cannot_run(target):
+                run(target, CHECKED, "-runs=0")
+                target.checked = True
     side_by_side(at_once, work)
     write_executions(every, before)
 
@@ -198,7 +213,8 @@ def functions():
         return {}
     whole = PROFILES + "/all.profdata"
     subprocess.run(["llvm-profdata-14", "merge", "-sparse", "-o", whole, *profiles], check=True)
-    objects = [word for target in targets() for word in ("-object", program(CHECKED, target))]
+    built = [path for path in map(functools.partial(program, CHECKED), targets()) if os.path.exists(path)]
+    objects = [word for path in built for word in ("-object", path)]
     exported = subprocess.run(["llvm-cov-14", "export", "-skip-expansions", f"-instr-profile={whole}", *objects[1:]],
                               stdout=subprocess.PIPE, check=True).stdout
     found = collections.defaultdict(dict)
