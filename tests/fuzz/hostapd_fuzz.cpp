@@ -14,7 +14,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         linux_wifi_gone(1, mac, 0);
     if (linux_hostapd_station(reply.c_str(), &station) && linux_hostapd_authorized(reply.c_str()))
         linux_wifi_here(linux_wifi_number("wlan0"), &station, false, true);
-    for (const char *name : {"key_mgmt", "Last WPS result", "flags", ""})
+    for (const char *name : {"key_mgmt", "flags", ""})
         linux_hostapd_value(reply.c_str(), name, value, sizeof value);
+    (void)linux_hostapd_authentication(reply.c_str(), value, sizeof value);
+    (void)linux_hostapd_wps_result(reply.c_str(), value, sizeof value);
     return 0;
 }

@@ -1,6 +1,8 @@
 // The reader library over a segment in which anything may stand: triples of a place (two bytes, of 16 each)
 // and a word are written over a small sound database, then every call is made. Nothing is read outside, every
-// text ends inside its field, and no call lasts. What was not written over reads at once.
+// text ends inside its field, and no call lasts. What was not written over reads at once. The segment stands
+// where nothing can be read behind it, nor before it under the address sanitizer, and cannot be written by
+// the library.
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -10,8 +12,10 @@
 #include <ctime>
 #include <fcntl.h>
 #include <memory>
+#include <sanitizer/asan_interface.h>
 #include <semaphore.h>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/shm.h>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +27,20 @@
 
 // Nobody writes meanwhile: nothing comes of waiting.
 extern "C" int nanosleep(const timespec *, timespec *) {
+    return 0;
+}
+
+namespace {
+
+const void *shown; // the segment as the library sees it
+
+} // namespace
+
+// In the place of the kernel's segment, which ends where its last page does.
+extern "C" void *shmat(int, const void *, int) noexcept {
+    return const_cast<void *>(shown);
+}
+extern "C" int shmdt(const void *) noexcept {
     return 0;
 }
 
@@ -129,17 +147,34 @@ void expect_made(bool made, const char *what) {
     exit(1);
 }
 
+// Maps the file's pages between two that cannot be reached. Returns where in them a segment stands that ends
+// with the last one.
+uint8_t *guarded(int file, int rights) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t size = (HBS_SHM_SIZE + page - 1) / page * page;
+    void *place = mmap(nullptr, size + 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    expect_made(place != MAP_FAILED, "room for the segment");
+    uint8_t *pages = static_cast<uint8_t *>(place) + page;
+    expect_made(ftruncate(file, static_cast<off_t>(size)) == 0 &&
+                    mmap(pages, size, rights, MAP_SHARED | MAP_FIXED, file, 0) != MAP_FAILED,
+                "a place of the segment");
+    ASAN_POISON_MEMORY_REGION(pages, size - HBS_SHM_SIZE);
+    return pages + size - HBS_SHM_SIZE;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz_in_box();
+    static_assert(HBS_SHM_SIZE % alignof(hbs_db) == 0);
     const int key = open(HBS_SHM_KEY_FILE, O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
     expect_made(key >= 0 && close(key) == 0, HBS_SHM_KEY_FILE);
     const int id = shmget(ftok(HBS_SHM_KEY_FILE, HBS_SHM_PROJECT_ID), HBS_SHM_SIZE, IPC_CREAT | 0777);
     expect_made(id != -1, "the segment");
-    void *place = shmat(id, nullptr, 0);
-    expect_made(place != reinterpret_cast<void *>(-1), "a place of the segment");
-    db = static_cast<hbs_db *>(place);
+    const int file = memfd_create("segment", MFD_CLOEXEC);
+    expect_made(file >= 0, "memory of the segment");
+    db = reinterpret_cast<hbs_db *>(guarded(file, PROT_READ | PROT_WRITE));
+    shown = guarded(file, PROT_READ);
     (void)sem_unlink(HBS_SEMAPHORE_NAME);
     expect_made(sem_open(HBS_SEMAPHORE_NAME, O_CREAT, 0666, 1) != SEM_FAILED, HBS_SEMAPHORE_NAME);
     expect_sound();

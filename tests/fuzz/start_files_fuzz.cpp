@@ -1,5 +1,6 @@
-// What the daemon reads when it starts, and the instance numbers of the devices that it then knows. The first
-// byte says which files are there; what follows, cut at each 0xff, is what stands in them.
+// What the daemon reads when it starts, and of the devices that it then knows the instance numbers and, once
+// they have an address, the DHCPv6 server's leases. The first byte says which files are there; what follows,
+// cut at each 0xff, is what stands in them.
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -8,11 +9,13 @@
 #include "base/paths.h"
 #include "files/client_file.h"
 #include "files/client_leases.h"
+#include "files/leasev6.h"
 #include "files/rule_files.h"
 #include "files/trusted_devices.h"
 #include "files/user_settings.h"
 #include "fuzz_daemon.h"
 #include "fuzz_soundness.h"
+#include "store/client_fields.h"
 
 namespace {
 
@@ -32,6 +35,17 @@ void ask_for_instances() {
         memcpy(device.mac, client->mac, sizeof device.mac);
         (void)hbs_nv_get_trusted_tr69_instance(&device);
     }
+}
+
+// One has the address of the seeds. Callers hold hbs_list_mutex.
+void ask_for_a_lease() {
+    static constexpr uint8_t address[16] = {0xfd, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x19, 0x75};
+    const hbs_client *first = hbs_client_first();
+    hbs_client *client = first == nullptr ? nullptr : hbs_find_by_mac(first->mac);
+    if (client == nullptr)
+        return;
+    hbs_set_ipv6(client, address);
+    hbs_leasev6_find(client);
 }
 
 } // namespace
@@ -64,6 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     hbs_nv_load_rules();
     ask_for_instances();
+    ask_for_a_lease();
     expect_store_sound();
     return 0;
 }
