@@ -43,25 +43,29 @@ if(HBS_COVERAGE)
     add_link_options(-fprofile-instr-generate)
 endif()
 
+# What may be installed: calls of the C library that check their room, and no table of addresses that can be written while
+# the program runs.
+option(HBS_FORTIFY "Use the C library's checked functions in optimised builds" ON)
+add_library(hbs_hardened INTERFACE)
+target_link_options(hbs_hardened INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-Wl,-z,relro -Wl,-z,now>)
+if(HBS_FORTIFY AND NOT HBS_SANITIZE)
+    target_compile_options(hbs_hardened INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
+endif()
+
 # What goes into the daemon, the query library and the host platform: C++ without its runtime.
 add_library(hbs_no_runtime INTERFACE)
-target_link_libraries(hbs_no_runtime INTERFACE hbs_warnings)
+target_link_libraries(hbs_no_runtime INTERFACE hbs_warnings hbs_hardened)
 target_compile_options(hbs_no_runtime INTERFACE
     -fvisibility=hidden
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
-option(HBS_FORTIFY "Use the C library's checked functions in optimised builds" ON)
-if(HBS_FORTIFY AND NOT HBS_SANITIZE)
-    target_compile_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release,RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
-endif()
-
-# What is shipped is small and hard to turn: one pass over the whole program, nothing that nobody calls, no tables for
-# exceptions that no code of ours throws, all addresses bound before it runs.
+# A release is small: one pass over the whole program, nothing that nobody calls, no tables for exceptions that no code
+# of ours throws.
 set(CMAKE_CXX_FLAGS_RELEASE "-Os -DNDEBUG")
 set(CMAKE_C_FLAGS_RELEASE "-Os -DNDEBUG")
 set(CMAKE_INTERPROCEDURAL_OPTIMIZATION_RELEASE ON)
 target_compile_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-ffunction-sections -fdata-sections
                        -fno-asynchronous-unwind-tables -fno-unwind-tables>)
-target_link_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections -Wl,-z,relro -Wl,-z,now>)
+target_link_options(hbs_no_runtime INTERFACE $<$<CONFIG:Release>:-Wl,--gc-sections>)
 
 # On a PC all calls go through the bound addresses themselves, and the list of what the loader has to move is short
 # where the C library reads that form (since 2.36): 7 KB less.
