@@ -109,6 +109,11 @@ class Gateway:
             self._process.wait()
             self._process = None
 
+    def memory(self):
+        """The most that the process has had so far, in KiB."""
+        return int(re.search(r"^VmHWM:\s*(\d+) kB$", daemon.text_of(f"/proc/{self._process.pid}/status"),
+                             re.MULTILINE).group(1))
+
     def begin_history(self):
         """A gateway that has never run, but for the segment."""
         self.end()

@@ -30,7 +30,8 @@ class Player:
         self.ended = 0  # clients, for others
         self.found = False  # a difference, which is then looked for in shorter histories
 
-    def play(self, history):
+    def begin(self):
+        """Returns the model of a gateway that has never run, and now starts."""
         gateway = self.gateway
         gateway.begin_history()
         model = Documents(gateway.first_second())
@@ -38,22 +39,30 @@ class Player:
         gateway.start(model.clock.seconds)
         self.deletions = []
         model.start()
+        return model
+
+    def play(self, history):
+        model = self.begin()
         for number, step in enumerate(history, start=1):
-            model.begin_step()
-            gateway.set_seconds(model.clock.seconds)
-            where = f"step {number}, {told(step)}"
-            try:
-                answers = step[0](model, gateway, *step[1:])
-                settled = gateway.settle()
-                model.clock.end()
-                wrong = self.differences(model, answers, settled)
-            except (segment.SegmentError, GatewayError, AssertionError) as error:
-                raise Difference(f"{where}: {error}") from error
-            if wrong:
-                raise Difference("\n  ".join([where + ":", *wrong]))
-            self.steps += 1
-            self.ended += sum(each.startswith("removed") for each in model.ends)
+            self.take(model, number, step)
         self.histories += 1
+
+    def take(self, model, number, step):
+        gateway = self.gateway
+        model.begin_step()
+        gateway.set_seconds(model.clock.seconds)
+        where = f"step {number}, {told(step)}"
+        try:
+            answers = step[0](model, gateway, *step[1:])
+            settled = gateway.settle()
+            model.clock.end()
+            wrong = self.differences(model, answers, settled)
+        except (segment.SegmentError, GatewayError, AssertionError) as error:
+            raise Difference(f"{where}: {error}") from error
+        if wrong:
+            raise Difference("\n  ".join([where + ":", *wrong]))
+        self.steps += 1
+        self.ended += sum(each.startswith("removed") for each in model.ends)
 
     def differences(self, model, answers, settled):
         wrong = []

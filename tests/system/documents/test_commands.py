@@ -48,6 +48,7 @@ BY_TEST = {
     "script/faults": "faults/test_faults.py",
     "script/kill_run 1000": "power_cut/test_power_cut.py",
     "script/model --histories 2000": "model/test_model.py",
+    "script/model --hours 720": "model/test_model.py",
     "script/new-platform DIR": "porting/test_porting.py",
     "script/pictures": "documents/test_commands.py",
     "script/storm": "presence/test_storm.py",

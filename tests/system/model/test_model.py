@@ -1,4 +1,4 @@
-"""A short run of script/model, always of the same histories."""
+"""Short runs of script/model, always the same."""
 
 import os
 import re
@@ -10,6 +10,7 @@ import pytest
 from gateway import BIN, SCRIPTS
 
 HISTORIES = 60
+MOST_MEMORY = 16384  # KiB
 
 
 def is_for_this_machine():
@@ -18,15 +19,32 @@ def is_for_this_machine():
         return daemon.read(20)[4::14] == own.read(20)[4::14]
 
 
-@pytest.mark.simulated
-@pytest.mark.skipif(not is_for_this_machine(), reason="a library of this machine cannot be loaded into that daemon")
-def test_the_daemon_does_what_its_documents_say():
-    done = subprocess.run([f"{SCRIPTS}/model", "--same", "--histories", str(HISTORIES)], stdout=subprocess.PIPE,
-                          stderr=subprocess.STDOUT, text=True, timeout=3600, check=False,
+pytestmark = [pytest.mark.simulated, pytest.mark.skipif(
+    not is_for_this_machine(), reason="a library of this machine cannot be loaded into that daemon")]
+
+
+def model(*words):
+    """What it prints when everything agreed."""
+    done = subprocess.run([f"{SCRIPTS}/model", "--same", *words], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, timeout=3600, check=False,
                           env={**os.environ, "HBS_BUILD": os.path.basename(os.path.dirname(BIN))})
     assert done.returncode == 0, done.stdout
-    found = re.search(r"histories: (\d+), steps: (\d+)", done.stdout)
-    assert int(found.group(1)) >= HISTORIES
-    assert int(found.group(2)) > HISTORIES
-    ended = re.search(r"clients that ended for others: (\d+)", done.stdout)
-    assert int(ended.group(1)) > 0
+    return done.stdout
+
+
+def number(name, printed):
+    return int(re.search(name + r": (\d+)", printed).group(1))
+
+
+def test_the_daemon_does_what_its_documents_say():
+    printed = model("--histories", str(HISTORIES))
+    assert number("histories", printed) >= HISTORIES
+    assert number("steps", printed) > HISTORIES
+    assert number("clients that ended for others", printed) > 0
+
+
+def test_a_day_of_a_house_by_its_own_timers():
+    printed = model("--hours", "24")
+    assert number("timers that ended", printed) > 100
+    assert number("restarts", printed) == 3
+    assert number("memory at most", printed) < MOST_MEMORY
