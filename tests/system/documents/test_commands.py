@@ -86,7 +86,7 @@ def text_of(page):
 
 def sections_of(page):
     """The page's headings with what stands below each; before the first one: ""."""
-    parts = re.split(r"^## (.+)\n", text_of(page), flags=re.MULTILINE)
+    parts = re.split(r"^## (.+)$", text_of(page), flags=re.MULTILINE)
     return {"": parts[0], **dict(zip(parts[1::2], parts[2::2]))}
 
 
