@@ -1,5 +1,7 @@
 """Each state of the real kernel's neighbour table, and what the daemon makes of it."""
 
+import re
+
 import pytest
 
 from gateway import lease_line, wait_for
@@ -16,6 +18,21 @@ def neigh(gateway, action, address, *words):
 
 def logged(gateway, text, count=1):
     wait_for(f"{count} x in the log: {text}", lambda: gateway.log().count(text) >= count)
+
+
+def told_of(gateway, state, address, text):
+    """Set a state until the daemon is told of it: on a busy machine the event may tell of the one that comes after."""
+    def there():
+        if text in gateway.log():
+            return True
+        neigh(gateway, "replace", address, "lladdr", MAC, "nud", state)
+        return False
+    wait_for(f"the log tells of {state}", there)
+
+
+def made_by(gateway, text):
+    """The lines of the log from this one to the next event of a neighbour's."""
+    return re.split(r"(?=HOSTBASE: handle_neigh: )", text + gateway.log().split(text, 1)[1], maxsplit=2)[1]
 
 
 def client(gateway, mac=MAC):
@@ -65,14 +82,7 @@ def test_delay_and_failed_are_gone(bridges):
     bridges.notify(lease_line(MAC, "192.168.0.50"))
     wait_for("the lease made the client", lambda: client(bridges))
     assert client(bridges)["lease_start_uptime"] != 0
-
-    def told_of_delay():
-        """Asked for anew until it is: on a busy machine the event may tell of the state that comes after DELAY."""
-        if "HOSTBASE: handle_neigh: Delay/Fail (0x08)- Address is: 192.168.0.50" in bridges.log():
-            return True
-        neigh(bridges, "replace", "192.168.0.50", "lladdr", MAC, "nud", "delay")
-        return False
-    wait_for("the log tells of DELAY", told_of_delay)
+    told_of(bridges, "delay", "192.168.0.50", "HOSTBASE: handle_neigh: Delay/Fail (0x08)- Address is: 192.168.0.50")
     logged(bridges, f"HOSTBASE: Got ARP GONE event for [{MAC}]")
     assert client(bridges)["lease_start_uptime"] == 0
     assert client(bridges)["online"], "only the online timer takes a client off line"
@@ -80,10 +90,12 @@ def test_delay_and_failed_are_gone(bridges):
     wait_for("the agent is told", lambda: "106 108" in " ".join(codes(bridges)))
 
 
-def test_deleted_neighbour_is_gone_by_its_address_alone(bridges):
+@pytest.mark.parametrize("words", [("del", "192.168.0.50"), ("replace", "192.168.0.50", "nud", "failed")],
+                         ids=["deleted", "failed"])
+def test_deleted_or_failed_neighbour_is_gone_by_its_address_alone(bridges, words):
     neigh(bridges, "replace", "192.168.0.50", "lladdr", MAC, "nud", "stale")
     wait_for("the client is there", lambda: client(bridges))
-    neigh(bridges, "del", "192.168.0.50")
+    neigh(bridges, *words)
     logged(bridges, "HOSTBASE: handle_neigh: Delay/Fail - Address is: 192.168.0.50")
     logged(bridges, f"HOSTBASE: Got ARP GONE event for [{MAC}]")
     assert client(bridges) is not None
@@ -95,6 +107,40 @@ def test_other_states_are_logged_only(bridges):
         logged(bridges, f"HOSTBASE: handle_neigh: Other ({code}) - Address is: 192.168.0.50")
     assert bridges.clients() == {}
     assert codes(bridges) == []
+
+
+@pytest.mark.parametrize("address", ["192.168.0.50", "fe80::50"])
+def test_probe_is_logged_only(bridges, address):
+    bridges.notify(lease_line(MAC, "192.168.0.50"))
+    wait_for("the lease made the client", lambda: client(bridges))
+    told = f"HOSTBASE: handle_neigh: Other (0x10) - Address is: {address}"
+    told_of(bridges, "probe", address, told)
+    # The kernel's own probes fail after some seconds, which is an event of its own.
+    logged(bridges, "HOSTBASE: handle_neigh: Delay/Fail - Address is: " + address)
+    assert " event for " not in made_by(bridges, told)
+    assert client(bridges)["online"]
+
+
+@pytest.mark.parametrize("address", ["192.168.0.50", "fe80::50"])
+def test_incomplete_says_nothing(bridges, address):
+    """Its event bears no link-layer address. The kernel stays in it until somebody speaks."""
+    with open(bridges.path("/var/tmp/monitor"), "w", encoding="ascii") as monitor:
+        kernel = bridges.start("ip", "monitor", "neigh", stdout=monitor)
+
+    def told_by_kernel():
+        """Asked for anew until the other listener is there."""
+        neigh(bridges, "replace", address, "lladdr", MAC, "nud", "stale")
+        neigh(bridges, "replace", address, "nud", "incomplete")
+        return f"{address} dev {LAN} INCOMPLETE" in bridges.read("/var/tmp/monitor")
+    wait_for("the kernel tells of INCOMPLETE", told_by_kernel)
+    kernel.kill()
+    kernel.wait()
+    neigh(bridges, "replace", "192.168.0.51", "lladdr", OTHER_MAC, "nud", "stale")
+    wait_for("what came last is there", lambda: client(bridges, OTHER_MAC))
+    told = [line for line in bridges.log().splitlines() if "HOSTBASE: handle_neigh: " in line]
+    assert told and all(": Stale - Address is: " in line for line in told)
+    assert "GONE" not in bridges.log()
+    assert client(bridges) is not None
 
 
 def test_global_ipv6_neighbour_becomes_a_client_that_is_announced_twice(bridges):
