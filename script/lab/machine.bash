@@ -65,6 +65,14 @@ machine_words() {
     MACHINE_WORDS=(-accel "tcg,thread=multi" -cpu max -m 1024 -smp 2 -no-reboot -initrd "$MACHINE_HOME/initramfs.img")
 }
 
+# machine_limited SECONDS QEMU...: one that hangs is ended. It stays in the process group, so that the terminal ends it, too.
+machine_limited() {
+    local status=0
+    timeout --foreground --kill-after=10 "$@" || status=$?
+    case $status in 124 | 137) echo "${0##*/}: the machine was not done after $1 s and was ended" >&2 ;; esac
+    return "$status"
+}
+
 # machine_run QEMU...: in the machine's console (a file in its place) stands the status, which is this function's.
 machine_run() {
     local status
