@@ -15,6 +15,10 @@ FUNCTION = re.compile(r"(?P<type>\w+) (?P<name>\w+)\((?P<parameters>(?:[^();]|\(
 CONSTANT = re.compile(r"extern (?P<type>const char) (?P<name>\w+)\[\];")
 # What the headers say in words, and what that is in a program.
 ZEROED = re.compile(r"\((\w+)(?: and (\w+))? (?:are|is) then 0\)")
+# The first that a comment has counts.
+FAILURES = ((r"\bReturns 1 or 0\b.*\b1 when that cannot be told\b", 1), (r"\bReturns 1 or 0\b", 0),
+            (r"\bReturns 0 when there is none\b", 0), (r"; 0 when the item is not set\.", 0),
+            (r"-1\b|\bnegative value\b|\bnon-zero\b|\belse an error number\b|\bor the driver's error\b", -1))
 FIELDS_ZEROED = {"SNMPA_LoadObjID": "oid->count = 0;", "SNMPA_LoadOctets": "octets->length = 0;",
                  "Clean_Obj_ID": "oid->count = 0;", "SNMPA_CleanOctets": "octets->length = 0;"}
 
@@ -71,8 +75,7 @@ def failure(call):
 
 
 def failed_result(call):
-    if call.type != "int":
-        return 0
-    if "Returns 1 or 0" in call.comment:
-        return 1 if "1 when that cannot be told" in call.comment else 0
-    return -1
+    for wording, result in FAILURES:
+        if re.search(wording, call.comment):
+            return result
+    raise SeamError(f"{call.header} does not name the failure of {call.name}")
