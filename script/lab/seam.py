@@ -55,6 +55,18 @@ def calls_of(header, block):
         yield Call(header, match["name"], match["type"], None, comment)
 
 
+def copy_headers(folder, without):
+    """Write the headers into a folder, without the declarations of these calls."""
+    os.makedirs(folder, exist_ok=True)
+    for header in headers():
+        with open(os.path.join(INCLUDE, header), encoding="ascii") as file:
+            text = file.read()
+        for pattern in (FUNCTION, CONSTANT):
+            text = pattern.sub(lambda match: "" if match["name"] in without else match[0], text)
+        with open(f"{folder}/{header}", "w", encoding="ascii") as file:
+            file.write(text)
+
+
 def parameter_names(call):
     if call.parameters == "void":
         return []

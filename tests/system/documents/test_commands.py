@@ -10,21 +10,16 @@ import tempfile
 from contextlib import nullcontext
 
 import pytest
+from document_lines import BLOCK, COMMAND, INLINE, lines_of, sections_of, text_of
 from gateway import CHECKOUT, wait_for
 from installation import alone
 
 DOCUMENTS = ("README.md", "CHANGELOG.md",
              *sorted(f"docs/{name}" for name in os.listdir(f"{CHECKOUT}/docs") if name.endswith(".md")))
-# Lines of their own, and words in a text that begin as a command does.
-BLOCK = re.compile(r"(?<=\n\n)((?:    .+\n)+)")
-PROGRAMS = (r"(?:hbsctl|cmake|cd|ninja|cc|python3|mkdir|cp|echo|grep|printf|setsid|sleep|socat|apt-get|gw_hostbase|"
-            r"systemctl|dnsmasq|until|kill|for|rm|ip|sudo|xargs|sysctl|sed|pkg-config|dpkg|ldconfig|cpack|nft|bridge) ")
-INLINE = re.compile(rf"`((?:script/|build/|{PROGRAMS})[^`]+)`")
-COMMAND = re.compile(rf"\(?(?:(?:script|build)/\S|/tmp/reader|{PROGRAMS})")
-REMARK = re.compile(r" {2,}# .*$")
 # Who runs all commands that stand as lines in a document, or below one of its headings.
 PAGES_OF_THEIR_OWN = {
     "docs/linux.md": "linux_page/test_linux_page.py",
+    "docs/porting.md: The directory": "porting/test_porting.py",
     "docs/platform.md": "documents/test_platform_page.py",
     "docs/reading.md": "packages/test_fresh_machine.py",
     "docs/troubleshooting.md": "documents/test_troubleshooting.py",
@@ -32,43 +27,53 @@ PAGES_OF_THEIR_OWN = {
     "docs/installing.md: On a router": "packages/test_fresh_router.py",
     "docs/installing.md: Upgrading and removing": "packages/test_fresh_machine.py",
 }
-# Who runs the others: a stage of script/test, or a test, with numbers and directories that fit.
+# Who runs others: a stage of script/test, or a script that it runs, with the same words.
 BY_STAGE = {
-    "script/check": "check", "script/tidy": "check", "script/race": "race", "script/race 60": "race",
-    "script/unit tsan": "race",
-    "script/fuzz TARGET 600": "fuzz", "script/fuzz --minutes 20": "fuzz", "script/bench": "bench",
-    "script/target": "target", "script/wifi": "wifi",
-    "script/bench --counts --compare bench/stored.json": "bench", "script/bench --ratios readers commands": "bench",
+    "script/check": "check", "script/tidy": "check", "script/unit tsan": "race", "script/wifi": "wifi",
+    "script/bench --counts --compare bench/stored.json": "bench",
 }
+# A test, with numbers and directories that fit: how the command stands there.
 BY_TEST = {
-    "build/default/bin/gw_hostbase": "gateway.py",
-    "cmake -G Ninja -S . -B build/mygateway -DHBS_PLATFORM_DIR=/path/to/mygateway/platform": "porting/test_porting.py",
-    "ninja -C build/mygateway gw_hostbase": "porting/test_porting.py",
-    "script/check-platform DIR": "porting/test_porting.py",
-    "script/faults": "faults/test_faults.py",
-    "script/kill_run 1000": "power_cut/test_power_cut.py",
-    "script/model --histories 2000": "model/test_model.py",
-    "script/model --hours 720": "model/test_model.py",
-    "script/new-platform DIR": "porting/test_porting.py",
-    "script/pictures": "documents/test_commands.py",
-    "script/storm": "presence/test_storm.py",
-    "pkg-config hbs_query": "packages/test_install.py",
-    "script/stress": "stress/test_stress.py",
-    "sysctl net.unix.max_dgram_qlen=512": "documents/test_commands.py",
-    "systemctl restart dnsmasq": "packages/test_fresh_router.py",
-    "xargs rm < build/default/install_manifest.txt": "packages/test_install.py",
+    "build/default/bin/gw_hostbase": ("gateway.py", 'f"{BIN}/gw_hostbase"'),
+    "script/check-platform DIR": ("porting/ports.py", 'run(" ".join([placed("script/check-platform DIR"'),
+    "script/faults": ("faults/test_faults.py", 'subprocess.run([f"{SCRIPTS}/faults"'),
+    "script/kill_run 1000": ("power_cut/test_power_cut.py", 'subprocess.run([f"{SCRIPTS}/kill_run", str(KILLS)]'),
+    "script/model --histories 2000": ("model/test_model.py", 'model("--histories", str(HISTORIES))'),
+    "script/model --hours 720": ("model/test_model.py", 'model("--hours", "24")'),
+    "script/new-platform DIR": ("porting/ports.py", 'run(placed("script/new-platform DIR"'),
+    "script/pictures": ("documents/test_commands.py", 'shell(f"script/pictures {directory}")'),
+    "script/storm": ("presence/test_storm.py", 'run(f"{SCRIPTS}/storm"'),
+    "pkg-config hbs_query": ("packages/test_install.py", 'run("pkg-config", "--cflags", "--libs", "hbs_query"'),
+    "script/stress": ("stress/test_stress.py", 'subprocess.run([f"{SCRIPTS}/stress"'),
+    "sysctl net.unix.max_dgram_qlen=512":
+        ("documents/test_commands.py", '.run(*"sysctl net.unix.max_dgram_qlen=512".split())'),
+    "systemctl restart dnsmasq": ("packages/test_fresh_router.py", 'asked(machine) == ["restart dnsmasq"]'),
+    "xargs rm < build/default/install_manifest.txt":
+        ("packages/test_install.py", 'run("bash", "-c", "xargs rm < build/default/install_manifest.txt"'),
 }
 NOT_RUN = {
     "apt-get update": "asks Debian's servers",
     "sed -i": "names what the daemon's edits are measured beside",
     "systemctl start gw_hostbase": "there is no systemd in a box; tests/system/linux_service tries the unit",
     "kill -HUP": "names what the daemon does to dnsmasq",
+    "script/bench": "builds and measures for minutes; stage bench counts",
+    "script/bench --ratios readers commands": "measures, for which nothing else may run",
     "script/bootstrap --target": "fetches 360 MB",
     "script/bootstrap --wifi": "fetches a kernel",
     "script/coverage": "runs all tests once more; its words are tried here",
+    "script/fuzz --minutes 20": "takes the time that it is given; stage fuzz replays what was found",
+    "script/fuzz TARGET 600": "takes ten minutes; stage fuzz replays what was found",
+    "script/race": "takes a minute; stage race runs ten seconds of it",
+    "script/race 60": "takes a minute; stage race runs ten seconds of it",
+    "script/target": "runs for more than half an hour; stage target runs a short choice of it (--quick)",
     "script/target --cuts 100": "boots a machine for each",
     "script/targets": "builds for five machines, minutes; its words are tried here",
     "script/test": "this test is a part of it",
+}
+# What stands in a block and is none.
+EXAMPLES = {
+    "docs/architecture.md": (r"(?:v|kernel neighbours|nl_listen_thread|client operations|shared segment)\b",),
+    "docs/platform.md": (r"(?:(?:wlan|quarn)_[A-Za-z]\w+(?:   |$))+", r"tr69 event \d+ mac="),
 }
 # The first words of others.
 BEGUN = {"cmake --install", "script/box", "script/kill_run", "script/model"}
@@ -77,22 +82,6 @@ PROOFS = ("script/test", "script/check", "script/kill_run", "script/model", "scr
           "script/stress", "script/storm", "script/race", "script/fuzz", "script/coverage",
           "script/bootstrap", "script/target", "script/targets")
 PATIENCE = 1800
-
-
-def text_of(page):
-    with open(os.path.join(CHECKOUT, page), encoding="utf-8") as file:
-        return file.read()
-
-
-def sections_of(page):
-    """The page's headings with what stands below each; before the first one: ""."""
-    parts = re.split(r"^## (.+)$", text_of(page), flags=re.MULTILINE)
-    return {"": parts[0], **dict(zip(parts[1::2], parts[2::2]))}
-
-
-def lines_of(text):
-    lines = [REMARK.sub("", line.strip()) for block in BLOCK.findall(text) for line in block.splitlines()]
-    return [line for line in lines if COMMAND.match(line + " ")]
 
 
 def commands_of(page):
@@ -156,20 +145,26 @@ def test_the_documents_have_commands():
         page, _, heading = place.partition(": ")
         assert lines_of(sections_of(page)[heading] if heading else text_of(page)), place
         assert os.path.basename(page) in text_of(f"tests/system/{test}"), test
+        assert not heading or f'"{heading}"' in text_of(f"tests/system/{test}"), test
     for table in (BY_STAGE, BY_TEST, NOT_RUN):
         assert sorted(set(table) - set(NAMED)) == [], "no document has it any more"
     assert all(any(other.startswith(begun + " ") for other in NAMED) for begun in BEGUN)
 
 
+def commands_in(body):
+    """The commands of a stage and of the shell scripts that it runs, without what is set for them alone."""
+    scripts = [text_of(script) for script in re.findall(r"\bscript/\w+", body)]
+    lines = "\n".join([body, *(text for text in scripts if text.startswith("#!/usr/bin/env bash\n"))])
+    return {re.sub(r"^(?:\w+=\S* )+", "", command.strip()) for command in re.split(r" && | \|\| |;|\n", lines)}
+
+
 def test_the_others_are_run_where_it_is_said():
     stages = dict(re.findall(r"^stage_(\w+)\(\) \{ (.*) \}$", text_of("script/test"), re.MULTILINE))
     for command, stage in BY_STAGE.items():
-        body = stages[stage]
-        scripts = "".join(text_of(script) for script in re.findall(r"script/\w+", body))
-        assert command.split()[0] in body + scripts, command
-    for command, test in BY_TEST.items():
-        program = os.path.basename(command.split()[0])
-        assert program in text_of(f"tests/system/{test}"), command
+        assert command in commands_in(stages[stage]), command
+    for command, (test, words) in BY_TEST.items():
+        # The table itself runs nothing.
+        assert words in text_of(f"tests/system/{test}").rpartition("\nNOT_RUN = ")[2], command
     named = {STAGE.match(command).group(1) for command in NAMED if STAGE.match(command)}
     assert len(named) > 1 and named <= set(stages)
 
@@ -181,7 +176,7 @@ def test_each_line_is_a_command_or_none():
             for line in block.splitlines():
                 word = line.split()[0]
                 known = COMMAND.match(line.strip()) or not re.fullmatch(r"[a-z][\w-]*|\./\S+", word)
-                assert known or page in ("docs/architecture.md", "docs/platform.md"), (page, line)
+                assert known or any(re.match(begin, line.strip()) for begin in EXAMPLES.get(page, ())), (page, line)
 
 
 @pytest.mark.parametrize("span, is_command", [

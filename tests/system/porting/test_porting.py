@@ -1,24 +1,22 @@
-"""A port for another gateway: the directory that new-platform writes builds and starts, and check-platform tells what a
-directory lacks."""
+"""docs/porting.md: the directory that new-platform writes builds, by the lines of the page, and starts; so does one
+that takes its calls from elsewhere besides."""
 
 import os
+import re
 import shutil
 import subprocess
 import tempfile
 
 import pytest
 
-from gateway import CHECKOUT, SCRIPTS, daemon, wait_for
+from document_lines import lines_of, sections_of
+from gateway import CHECKOUT, daemon, wait_for
+from ports import CACHED, check_platform, new_platform, new_port, placed, run
 
-CALLS = 62
-
-
-def new_platform(*words):
-    return subprocess.run([f"{SCRIPTS}/new-platform", *map(str, words)], capture_output=True, text=True, check=False)
-
-
-def check_platform(*words):
-    return subprocess.run([f"{SCRIPTS}/check-platform", *map(str, words)], capture_output=True, text=True, check=False)
+SECTION = sections_of("docs/porting.md")["The directory"]
+CONFIGURE, BUILD = lines_of(SECTION)
+# The last one of a name counts.
+OPTIONS = [f"-D{option}" for option in re.findall(r"`(?:-D)?(\w+=\S+)`", SECTION)]
 
 
 @pytest.fixture(name="build")
@@ -29,41 +27,32 @@ def fresh_build():
     shutil.rmtree(path)
 
 
-def configure(build, platform):
-    return subprocess.run(["cmake", "-G", "Ninja", "-S", CHECKOUT, "-B", str(build), f"-DHBS_PLATFORM_DIR={platform}",
-                           "-DHBS_TESTS=OFF", "-DHBS_TOOLS=OFF", "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache",
-                           "-DCMAKE_C_COMPILER_LAUNCHER=ccache", "-DCMAKE_BUILD_TYPE=RelWithDebInfo"],
-                          capture_output=True, text=True, check=False)
+def typed(line, build, platform, *options, **environment):
+    """Run a line of the page with these directories in the place of its own, and options of the page besides."""
+    line = placed(line, **{"build/mygateway": build, "/path/to/mygateway/platform": platform})
+    return run(" ".join([line, *options]), **CACHED, **environment)
 
 
 @pytest.fixture(name="port")
 def fresh_port(tmp_path):
     """A directory that new-platform has just written."""
-    done = new_platform(tmp_path / "port")
-    assert done.returncode == 0, done.stderr
-    return tmp_path / "port"
+    return new_port(tmp_path / "port")
 
 
-def test_every_header_has_its_file_and_every_call_is_there(port):
+def test_every_header_has_its_file(port):
     headers = sorted(name[:-2] for name in os.listdir(f"{CHECKOUT}/platform/include"))
     assert sorted(name.name[:-2] for name in port.iterdir()) == headers
-    done = check_platform(port)
-    assert (done.returncode, done.stdout) == (0, f"{port}: all {CALLS} calls are there\n")
-
-
-@pytest.mark.parametrize("platform", ["host", "linux"])
-def test_the_projects_own_platforms_have_them_all(platform):
-    done = check_platform("--common", f"{CHECKOUT}/platform/{platform}")
-    assert (done.returncode, done.stderr) == (0, ""), done.stdout
 
 
 @pytest.mark.simulated
 def test_the_port_builds_and_starts(port, build, gateway):
-    done = configure(build, port)
-    assert done.returncode == 0, done.stderr
-    done = subprocess.run(["ninja", "-C", build, "gw_hostbase"], capture_output=True, text=True, check=False,
-                          env=dict(os.environ, CCACHE_BASEDIR=CHECKOUT, CCACHE_NOHASHDIR="1"))
-    assert done.returncode == 0, done.stdout[-3000:]
+    for line in (CONFIGURE, BUILD):
+        done = typed(line, build, port)
+        assert done.returncode == 0, done.stdout[-3000:] + done.stderr
+    starts_and_serves(gateway, build)
+
+
+def starts_and_serves(gateway, build):
     process = gateway.start(f"{build}/bin/gw_hostbase")
     try:
         wait_for("it serves", lambda: daemon.wire.SOCKET in gateway.run("cat", "/proc/net/unix").stdout)
@@ -74,32 +63,35 @@ def test_the_port_builds_and_starts(port, build, gateway):
         process.wait()
 
 
-@pytest.mark.parametrize("file, old, new, lines", [
-    ("tr69.c", "int quarn_tr69SendEvent", "int quarn_tr69SendEvents",
-     ["quarn_tr69SendEvent is missing (tr69.h); is it quarn_tr69SendEvents?"]),
-    ("nvm.c", "int NVM_RetrieveAccess(void) {\n    return -1;\n}\n", "",
-     ["NVM_RetrieveAccess is missing (nvm.h)"]),
-    ("netif.c", "int NETIF_IsOutward(int ifindex)", "int NETIF_IsOutward(unsigned ifindex)",
-     ["conflicting types for", "NETIF_GetIndex is missing (netif.h)", "NETIF_GetLanName is missing (netif.h)",
-      "NETIF_IsOutward is missing (netif.h)"]),
-])
-def test_what_is_wrong_is_told(port, file, old, new, lines):
-    text = (port / file).read_text()
-    assert old in text
-    (port / file).write_text(text.replace(old, new))
-    done = check_platform(port)
-    found = done.stdout.splitlines()
-    assert done.returncode == 1
-    assert found[-1] == f"{port}: {len(lines)} to do"
-    for line, told in zip(lines, found):
-        assert line in told
+# What a directory that lies elsewhere has to supply for platform/common.
+HOOKS = """#include "common_hooks.h"
+#include "common_router.h"
+
+bool common_call_fails(const char *, int *) { return false; }
+void common_note_effect(common_line *) {}
+int common_router_refresh() { return 1; }
+"""
 
 
-def test_a_call_of_another_namespace_is_told(port):
-    (port / "sysuptime.c").unlink()
-    (port / "uptime.cpp").write_text("namespace mine { int MAIN_getSysUpTimes(unsigned *) { return 0; } }\n")
-    done = check_platform(port)
-    assert done.stdout.startswith("MAIN_getSysUpTime is missing (sysuptime.h)")
+@pytest.mark.simulated
+def test_a_static_port_with_the_shared_part_and_a_library_of_the_vendors(port, build, gateway, tmp_path):
+    for header in ("commonutils", "rnddb", "snmpa"):
+        (port / f"{header}.c").unlink()
+    (port / "hooks.cpp").write_text(HOOKS)
+    vendor = tmp_path / "tr69.c"
+    (port / "tr69.c").rename(vendor)
+    subprocess.run(["cc", "-c", f"-I{CHECKOUT}/platform/include", "-o", tmp_path / "tr69.o", vendor], check=True)
+    subprocess.run(["ar", "rcs", tmp_path / "libvendor.a", tmp_path / "tr69.o"], check=True)
+    assert OPTIONS == ["-DHBS_SHARED_PLATFORM=ON", "-DHBS_SHARED_PLATFORM=OFF", "-DHBS_PLATFORM_COMMON=ON",
+                       "-DCMAKE_C_STANDARD_LIBRARIES=-lvendor"]
+    for line, more in ((CONFIGURE, OPTIONS), (BUILD, [])):
+        done = typed(line, build, port, *more, LIBRARY_PATH=str(tmp_path))
+        assert done.returncode == 0, done.stdout[-3000:] + done.stderr
+    assert not os.path.exists(f"{build}/lib/libhbs_platform.so")
+    names = subprocess.run(["nm", "--defined-only", f"{build}/bin/gw_hostbase"], capture_output=True, text=True,
+                           check=True).stdout
+    assert "common_router_refresh" in names and " T quarn_tr69SendEvent\n" in names
+    starts_and_serves(gateway, build)
 
 
 def test_a_directory_that_is_not_empty_is_left_alone(port):
@@ -116,7 +108,7 @@ def test_a_platform_directory_without_sources_is_an_error_that_says_so(tmp_path,
     platform = tmp_path / "platform"
     if what == "empty":
         platform.mkdir()
-    done = configure(build, platform)
+    done = typed(CONFIGURE, build, platform)
     assert done.returncode != 0
     assert f"HBS_PLATFORM_DIR={platform} has no *.cpp and no *.c" in " ".join(done.stderr.split())
     done = check_platform(platform)
