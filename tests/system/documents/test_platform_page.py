@@ -5,12 +5,22 @@ import re
 
 import pytest
 
+from document_lines import lines_of, text_of
 from gateway import BIN, CHECKOUT, lease_datagram, wait_for
+from lab import wire
 
-with open(os.path.join(CHECKOUT, "docs", "platform.md"), encoding="utf-8") as page:
-    TEXT = page.read()
-COMMANDS = re.findall(r"^    ((?:mkdir|cp|echo|grep) .*)$", TEXT, re.MULTILINE)
-SMALLEST = re.search(r"The smallest file that makes one is:\n\n((?:    .+\n)+)", TEXT).group(1)
+TEXT = text_of("docs/platform.md")
+COMMANDS = lines_of(TEXT)
+
+
+def values_behind(words):
+    """The lines of the file of values that stand behind these words of the page."""
+    block = re.search(rf"{words}[^:]*:\n\n((?:    .+\n)+)", TEXT).group(1)
+    return re.sub("^    ", "", block, flags=re.MULTILINE)
+
+
+SMALLEST = values_behind("The smallest file that makes one")
+FAILING = values_behind("Fail the router database")
 pytestmark = pytest.mark.simulated
 LIBRARY = os.path.join(os.path.dirname(BIN), "lib", "libhbs_agent.so")
 
@@ -35,8 +45,23 @@ def found(gateway, command):
 
 def test_the_smallest_file_makes_a_gateway(gateway):
     gateway.run("mkdir", "-p", "/var/lib/hbs-host")
-    gateway.write("/var/lib/hbs-host/gateway.conf", re.sub("^    ", "", SMALLEST, flags=re.MULTILINE))
+    gateway.write("/var/lib/hbs-host/gateway.conf", SMALLEST)
     gateway.start_daemon()
     gateway.datagrams(lease_datagram("02:aa:00:00:00:11", "192.168.1.131"))
     client = wait_for("it is a client", lambda: gateway.clients().get("02:aa:00:00:00:11"))
     assert (client["network"], client["switch_port"]) == (1, 1)
+    listed = gateway.hbsctl("list").stdout
+    assert re.search(r"^02:aa:00:00:00:11 .* 192\.168\.1\.131 .* ethernet 1 ", listed, re.MULTILINE), listed
+
+
+def test_a_router_database_that_fails_makes_no_client_until_it_succeeds(gateway):
+    gateway.run("mkdir", "-p", "/var/lib/hbs-host")
+    gateway.write("/var/lib/hbs-host/gateway.conf", SMALLEST + FAILING)
+    assert FAILING == "fail.RNDDB_Read = 5\n"
+    gateway.start_daemon()
+    gateway.datagrams(lease_datagram("02:aa:00:00:00:11", "192.168.1.131"))
+    assert gateway.command(wire.route_mode(1)) == 0, "what came before is done with"
+    assert gateway.clients() == {}
+    gateway.write("/var/lib/hbs-host/gateway.conf", SMALLEST)
+    gateway.datagrams(lease_datagram("02:aa:00:00:00:11", "192.168.1.131"))
+    wait_for("it is a client", lambda: "02:aa:00:00:00:11" in gateway.clients())
