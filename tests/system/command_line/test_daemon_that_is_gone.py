@@ -66,3 +66,61 @@ def test_what_cannot_be_found_out_is_not_said(running, following):
     assert following.wait(60) == 5
     assert running.read("/tmp/told") == \
         "hbsctl: cannot find out whether gw_hostbase is running: Too many open files\n"
+
+
+# --- a database that goes while it is followed: whoever may, may remove a segment ------------------------------
+
+@pytest.fixture(name="without_database")
+def daemon_whose_segment_can_be_removed(running):
+    """Returns what removes it, and what starts a daemon that makes it anew."""
+    running.datagrams(lease_datagram(LAPTOP, "192.168.0.131", host=b"laptop"))
+    wait_for("it is there", lambda: LAPTOP in running.clients())
+
+    def renew():
+        running.daemon.kill()
+        running.start_daemon()
+        running.datagrams(lease_datagram(PHONE, "192.168.0.132", host=b"phone"))
+    return lambda: running.run("ipcrm", "--all=shm"), renew
+
+
+def last_line_of(running, path):
+    return (running.read(path).splitlines() or [""])[-1]
+
+
+def test_watch_tells_of_a_database_that_is_gone_and_goes_on(running, without_database):
+    remove, renew = without_database
+    watching = running.start("sh", "-c", "exec hbsctl watch --json --interval 0.1 > /tmp/watched")
+    try:
+        wait_for("it has begun", lambda: LAPTOP in last_line_of(running, "/tmp/watched"))
+        remove()
+        wait_for("it is told", lambda: last_line_of(running, "/tmp/watched").startswith('{"error":'))
+        told = json.loads(last_line_of(running, "/tmp/watched"))
+        assert (told["error"].partition(":")[0], told["status"]) == ("the client database is not there", 3)
+        renew()
+        wait_for("it goes on", lambda: PHONE in last_line_of(running, "/tmp/watched"))
+    finally:
+        watching.kill()
+        watching.wait()
+
+
+def test_events_wait_for_a_database_that_is_gone(running, following, without_database):
+    remove, renew = without_database
+    remove()
+    before = running.read("/tmp/events")
+    wait_for("nobody can read it", lambda: running.hbsctl("list", check=False).returncode == 3)
+    renew()
+    wait_for("they go on", lambda: f"{PHONE} (phone) state" in running.read("/tmp/events"))
+    assert running.read("/tmp/events").startswith(before)
+    assert following.poll() is None
+
+
+def test_wait_waits_for_a_database_that_is_gone(running, without_database):
+    remove, renew = without_database
+    remove()
+    waiting = running.start("hbsctl", "wait", PHONE, "--timeout", "60")
+    try:
+        renew()
+        assert waiting.wait(90) == 0
+    finally:
+        waiting.kill()
+        waiting.wait()
