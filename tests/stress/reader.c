@@ -1,10 +1,11 @@
-/* Readers and askers of a storm, each a process that goes on until it is told to end, and then prints its figures.
+/* Readers and askers of a storm, each a process that says that it has begun, goes on until it is told to end and has
+ * had what it wants at least once, and then prints its figures.
  *
  *   reader copies          copies all clients again and again, and checks each copy: what one lease told is there whole
  *   reader ask             asks the daemon a question every few milliseconds
  *   reader presence MAC    tells of a lease, and looks until a reader sees it
  *
- * A lease of the storm bears its number in four fields. */
+ * A lease of the storm bears its number in four fields, a client that is remembered its comment in one more. */
 #define _GNU_SOURCE
 #include <hbs_msg.h>
 #include <hostbase_query.h>
@@ -35,33 +36,51 @@ static void rest(long milliseconds) {
     nanosleep(&time, NULL);
 }
 
+static int is_of_lease(const hbs_client *client) {
+    return client->host[0] == '#';
+}
+
+static int is_remembered(const hbs_client *client) {
+    return strncmp(client->comment, "kept ", 5) == 0;
+}
+
 static int is_whole(const hbs_client *client) {
-    if (client->host[0] != '#') /* not of the storm */
-        return 1;
-    return strcmp(client->host, client->serial_number) == 0 && strcmp(client->host, client->product_class) == 0 &&
-           strcmp(client->host, client->device_name) == 0;
+    if (is_remembered(client))
+        return strcmp(client->comment, client->host) == 0 || strcmp(client->comment, client->description) == 0;
+    return !is_of_lease(client) ||
+           (strcmp(client->host, client->serial_number) == 0 && strcmp(client->host, client->product_class) == 0 &&
+            strcmp(client->host, client->device_name) == 0);
+}
+
+static int is_twice(const hbs_client *clients, size_t at) {
+    static const uint8_t none[6];
+    int found = 0;
+    for (size_t i = 0; i < at; i++)
+        found += memcmp(clients[at].mac, clients[i].mac, 6) == 0 && memcmp(clients[at].mac, none, 6) != 0;
+    return found;
 }
 
 static int copies(void) {
     static hbs_client clients[HBS_MAX_CLIENTS];
-    long looks = 0, torn = 0, twice = 0, failures = 0;
+    long good = 0, missed = 0, failures = 0, checked = 0, torn = 0, twice = 0;
     double worst = 0;
-    while (!ended) {
+    while (!ended || good == 0) {
         size_t count = 0;
         double began = now();
         int result = hostbase_get_clients(clients, HBS_MAX_CLIENTS, &count);
         double took = now() - began;
         worst = took > worst ? took : worst;
-        looks++;
+        good += result == HOSTBASE_OK;
+        missed += result == HOSTBASE_UNSTABLE || result == HOSTBASE_BUSY;
         failures += result != HOSTBASE_OK && result != HOSTBASE_UNSTABLE && result != HOSTBASE_BUSY;
         for (size_t i = 0; result == HOSTBASE_OK && i < count; i++) {
+            checked += is_of_lease(&clients[i]) || is_remembered(&clients[i]);
             torn += !is_whole(&clients[i]);
-            for (size_t j = 0; j < i; j++)
-                twice += memcmp(clients[i].mac, clients[j].mac, 6) == 0 && memcmp(clients[i].mac, "\0\0\0\0\0\0", 6) != 0;
+            twice += is_twice(clients, i);
         }
     }
-    printf("{\"looks\": %ld, \"torn\": %ld, \"twice\": %ld, \"failures\": %ld, \"worst\": %.6f}\n", looks, torn, twice,
-           failures, worst);
+    printf("{\"good\": %ld, \"missed\": %ld, \"failures\": %ld, \"checked\": %ld, \"torn\": %ld, \"twice\": %ld, "
+           "\"worst\": %.6f}\n", good, missed, failures, checked, torn, twice, worst);
     return 0;
 }
 
@@ -84,21 +103,26 @@ static int tell(int fd, const void *data, size_t size) {
 
 static int ask(void) {
     hbs_msg_filter question = {.code = HBS_CMD_CLR_RULE_TOD, .type = 1, .mac = {2, 0xff, 0xff, 0xff, 0xff, 0xff}};
-    long asked = 0, unanswered = 0;
+    long good = 0, unanswered = 0;
     double worst = 0;
     int fd = bound_socket();
-    while (!ended) {
+    while (!ended || good == 0) {
         int32_t answer;
         double began = now();
-        if (tell(fd, &question, sizeof question) && recv(fd, &answer, sizeof answer, 0) != sizeof answer)
-            unanswered += !ended;
+        int answered = tell(fd, &question, sizeof question) && recv(fd, &answer, sizeof answer, 0) == sizeof answer;
         double took = now() - began;
         worst = took > worst ? took : worst;
-        asked++;
+        good += answered;
+        unanswered += !answered && !ended;
         rest(5);
     }
-    printf("{\"asked\": %ld, \"unanswered\": %ld, \"worst\": %.6f}\n", asked, unanswered, worst);
+    printf("{\"good\": %ld, \"unanswered\": %ld, \"worst\": %.6f}\n", good, unanswered, worst);
     return 0;
+}
+
+static int is_seen(const hbs_msg_dhcpv4 *lease) {
+    hbs_client client;
+    return hostbase_find_by_mac(lease->mac, &client) == HOSTBASE_OK && strcmp(client.host, lease->host) == 0;
 }
 
 static int presence(const char *text) {
@@ -106,32 +130,34 @@ static int presence(const char *text) {
                             .nwidx = HBS_UNKNOWN_U32, .adapter_type = HBS_UNKNOWN_U32};
     sscanf(text, "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx", &lease.mac[0], &lease.mac[1], &lease.mac[2], &lease.mac[3],
            &lease.mac[4], &lease.mac[5]);
-    long told = 0, unseen = 0;
+    long told = 0, good = 0, failures = 0, unseen = 0;
     double worst = 0;
     int fd = bound_socket();
-    while (!ended) {
-        snprintf(lease.host, sizeof lease.host, "seen-%ld", told);
+    while (!ended || good == 0) {
+        snprintf(lease.host, sizeof lease.host, "seen-%ld", told++);
         double began = now();
         if (!tell(fd, &lease, sizeof lease)) {
+            failures += !ended;
             rest(5);
             continue;
         }
-        told++;
-        hbs_client client = {0};
-        while (!ended && now() - began < 60 &&
-               (hostbase_find_by_mac(lease.mac, &client) != HOSTBASE_OK || strcmp(client.host, lease.host) != 0)) {}
+        while ((!ended || good == 0) && now() - began < 60 && !is_seen(&lease)) {}
         double took = now() - began;
+        int seen = is_seen(&lease);
+        good += seen;
         unseen += took >= 60;
-        worst = took > worst && !ended ? took : worst;
+        worst = took > worst && seen ? took : worst;
         rest(5);
     }
-    printf("{\"told\": %ld, \"unseen\": %ld, \"worst\": %.6f}\n", told, unseen, worst);
+    printf("{\"good\": %ld, \"failures\": %ld, \"unseen\": %ld, \"worst\": %.6f}\n", good, failures, unseen, worst);
     return 0;
 }
 
 int main(int count, char **words) {
     struct sigaction action = {.sa_handler = end}; /* what waits is interrupted */
     sigaction(SIGTERM, &action, NULL);
+    puts("begun");
+    fflush(stdout);
     if (count > 1 && strcmp(words[1], "copies") == 0)
         return copies();
     if (count > 1 && strcmp(words[1], "ask") == 0)

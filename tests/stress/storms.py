@@ -9,7 +9,8 @@ import subprocess
 import threading
 import time
 
-from lab import daemon, database, lan, notices, proof, settings, values, wire
+import segment
+from lab import daemon, database, lan, notices, places, proof, settings, values, wire
 
 CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 READER = f"{CHECKOUT}/build/stress/reader"
@@ -19,8 +20,15 @@ LAN = "l2sd0.2"
 PROBE = "02:dc:00:00:00:01"
 STATIONS = [f"02:de:00:00:00:{number:02x}" for number in range(60)]
 PROTECTED = [f"02:db:00:00:00:{number:02x}" for number in range(8)]
+# More than are known at a time; each has an address of its own.
+NEIGHBOURS = [bytes((0x02, 0xDC, 1, 0, *divmod(number, 256))) for number in range(600)]
 RULE = (1, 2, 3, 4, 5, 6)
 STAY = 20  # so many others come before a stranger leaves
+NEIGHBOUR_ROOM = 64 * 1024  # bytes that may wait in the daemon's socket before more is sent
+GOOD_LOOKS = 0.5  # share of a reader's looks that have to find a whole copy
+# Seconds that a question, a lease until it is seen, and a look may take: far more than on a machine with a load of
+# thirty, and less than a daemon takes that is stuck.
+LIMITS = {"ask": 30 * places.PATIENCE, "presence": 30 * places.PATIENCE, "copies": 15 * places.PATIENCE}
 
 
 class StressError(Exception):
@@ -45,6 +53,11 @@ def lease(mac, number, seconds=86400):
     return wire.pack("hbs_msg_dhcpv4", code=105, mac=mac, ipv4=bytes((192, 168, 0, 10 + number % 230)), dynamic=1,
                      seconds=seconds, host=text, ifname=text, oui=b"02DD00", serial_number=text, product_class=text,
                      nwidx=wire.UNKNOWN, adapter_type=wire.UNKNOWN)
+
+
+def kept(number):
+    """What is set on a protected client twice, so that readers can tell a whole record."""
+    return b"kept %d" % number
 
 
 def release(number):
@@ -74,9 +87,10 @@ class Template:
 
 class Gateway:
     def __init__(self):
-        lines = values.example(without=("log.level", "switch.mac."))
-        lines += ["log.level = error"] + [f"switch.mac.{mac} = {1 + number % 4}"
-                                          for number, mac in enumerate((PROBE, *PROTECTED))]
+        lines = values.example(without=("log.level", "switch.mac.", "network.1.ipv4"))
+        lines += ["log.level = error", "network.1.ipv4 = 192.168.0.1/16"]
+        lines += [f"switch.mac.{mac} = {1 + number % 4}"
+                  for number, mac in enumerate((PROBE, *PROTECTED, *(each.hex(":") for each in NEIGHBOURS)))]
         lines += [f"l2switch.mac.{mac} = 1" for mac in STATIONS]
         values.replace(lines)
         lan.up()
@@ -96,6 +110,11 @@ class Gateway:
         self.process.kill()
         self.process.wait()
 
+    def renew(self):
+        """A daemon that knows only who is protected."""
+        self.kill()
+        self.start()
+
     def note_memory(self):
         for line in daemon.text_of(f"/proc/{self.process.pid}/status").splitlines():
             if line.startswith("VmHWM:"):
@@ -104,11 +123,11 @@ class Gateway:
     def protect(self):
         sender = wire.Sender("protect")
         for number, mac in enumerate(PROTECTED):
-            sender.ask(wire.trusted(5, wire.SITE, wire.BY_MAC, mac, comment=b"kept %d" % number), PATIENCE)
+            sender.ask(wire.trusted(5, wire.SITE, wire.BY_MAC, mac, comment=kept(number)), PATIENCE)
             if number % 2:
-                sender.ask(wire.set_static_lease(mac, f"192.168.0.{240 + number}"), PATIENCE)
+                sender.ask(wire.set_static_lease(mac, f"192.168.0.{240 + number}", host=kept(number)), PATIENCE)
             else:
-                sender.ask(wire.rule_record(7, wire.BLACK, mac, RULE, description=b"text"), PATIENCE)
+                sender.ask(wire.rule_record(7, wire.BLACK, mac, RULE, description=kept(number)), PATIENCE)
         sender.close()
         self.remembered = settings.read()
 
@@ -139,18 +158,39 @@ class Gateway:
 
     @staticmethod
     def pools():
-        """What of the pools does not add up: each entry is of a client that is published, and each client has its own
-        in the index of interfaces."""
-        import segment
-        look = segment.Look(segment.attach())
-        wrong = [f"an entry of {name} refers to {place}" for name, entries in look.entries.items()
-                 for _key, place in entries if place not in look.clients]
-        owners = [place for _key, place in look.entries["interfaces"]]
-        if len(set(owners)) != len(owners):
-            wrong.append("a client has two interface entries")
-        return wrong + ["keys of an index are not sorted" for name in ("ip", "dhcp", "interfaces")
-                        if [key for key, _place in look.entries[name]] !=
-                        sorted((key for key, _place in look.entries[name]), key=lambda key: (len(key), key))]
+        """What of the pools does not add up: each entry is of a client that is published, each client has its own in
+        the index of interfaces, and each element is on its list or free."""
+        try:
+            look = segment.Look(segment.attach())
+            wrong = [f"an entry of {name} refers to {place}" for name, entries in look.entries.items()
+                     for _key, place in entries if place not in look.clients]
+            owners = [place for _key, place in look.entries["interfaces"]]
+            if sorted(owners) != sorted(look.clients):
+                wrong.append(f"{len(look.clients)} clients have {len(owners)} interface entries")
+            wrong += [f"keys of {name} are not sorted" for name in ("ip", "dhcp", "interfaces")
+                      if [key for key, _place in look.entries[name]] !=
+                      sorted((key for key, _place in look.entries[name]), key=lambda key: (len(key), key))]
+            return wrong + [text for name in segment.POOLS for text in lost_elements(look.data, name)]
+        except segment.SegmentError as error:
+            return [str(error)]
+
+
+# Where an element says whose it is; in one that is free stands 0, as in its two links.
+REFERENCES = {"clients": 8, **{name: place for name, (_words, place) in segment.ENTRIES.items()}}
+
+
+def lost_elements(data, name):
+    """Elements of a pool that are neither on its list nor free, as texts."""
+    start, size, count = segment.POOLS[name]
+    listed = set(segment.elements(data, name))
+    wrong = []
+    for at in range(start, start + size * count, size):
+        words = [data[at:at + 8]]
+        if name in REFERENCES:
+            words.append(data[at + REFERENCES[name]:at + REFERENCES[name] + 4])
+        if any(any(word) != (at in listed) for word in words):
+            wrong.append(f"{at} of {name} is {'listed' if at in listed else 'not listed'} and has {words}")
+    return wrong
 
 
 class Watchers:
@@ -160,8 +200,12 @@ class Watchers:
 
     def __init__(self, words=WORDS):
         self.figures = {}
+        self._failed = []
         self._processes = [(each, subprocess.Popen([READER, *each], stdout=subprocess.PIPE, text=True))
                            for each in words]
+        for each, process in self._processes:
+            if process.stdout.readline() != "begun\n":
+                raise StressError(f"{each[0]} has not begun")
 
     def __enter__(self):
         return self
@@ -171,20 +215,53 @@ class Watchers:
             process.terminate()
         for words, process in self._processes:
             told = process.communicate(timeout=PATIENCE)[0]
-            found = json.loads(told) if told else {}
+            if process.returncode != 0 or not told:
+                self._failed.append(f"{words[0]} ended with {process.returncode}")
             known = self.figures.setdefault(words[0], {})
-            for name, value in found.items():
+            for name, value in (json.loads(told) if told else {"good": 0, "worst": 0}).items():
                 known[name] = max(value, known.get(name, 0)) if name == "worst" else value + known.get(name, 0)
 
     def check(self, what, restarts=False):
-        """`restarts`: then questions and leases may be lost with a daemon that is killed, and looks may fail."""
-        wrong = [f"{name} {self.figures['copies'][name]}" for name in ("torn", "twice") if self.figures["copies"][name]]
-        if not restarts:
-            wrong += [f"{who}: {name} {figures[name]}" for who, figures in self.figures.items()
-                      for name in ("failures", "unanswered", "unseen") if figures.get(name)]
-        wrong += [] if self.figures["copies"]["looks"] else ["nobody looked"]
+        """`restarts`: then looks may fail for want of a daemon."""
+        wrong = list(self._failed)
+        for who, figures in self.figures.items():
+            wrong += [f"{who}: {name} {figures[name]}" for name in ("torn", "twice", "unanswered", "unseen")
+                      if figures.get(name)]
+            if figures.get("failures") and not restarts:
+                wrong.append(f"{who}: failures {figures['failures']}")
+            if figures["worst"] > LIMITS[who]:
+                wrong.append(f"{who}: {figures['worst']:.1f} s at worst")
+        wrong += self._looks()
         if wrong:
             raise StressError(f"{what}: " + ", ".join(wrong))
+
+    def _looks(self):
+        """What is wrong with them as a whole: most are good, and find records that can be checked."""
+        found = self.figures["copies"]
+        if found["good"] < GOOD_LOOKS * (found["good"] + found["missed"] + found["failures"]):
+            return [f"of {found['good']} good looks {found['missed']} found no calm, {found['failures']} failed"]
+        return [] if found["checked"] >= found["good"] else [f"only {found['checked']} records could be checked"]
+
+
+def agent_events():
+    """How many the daemon has handed to the TR-069 agent since its start; one for each change of a client."""
+    with open(daemon.LOCK, "rb") as file:
+        return struct.unpack_from("=5I", file.read())[1]
+
+
+class Heard:
+    """Whether a storm alone came to its clients: so many events for the agent for each that was sent, and so many
+    clients besides the protected, at least."""
+
+    def __init__(self, storm, count):
+        share, self._clients = LEAST[storm]
+        self._events, self._clients = int(share * count), min(self._clients, count // 8)
+        self._before = agent_events()
+
+    def check(self, what):
+        events, clients = agent_events() - self._before, len(database.clients()) - len(PROTECTED)
+        if events < self._events or clients < self._clients:
+            raise StressError(f"{what}: the storm did not arrive, {events} events for the agent and {clients} clients")
 
 
 # --- the storms: each sends `count` of something ---------------------------------------------------------------
@@ -211,17 +288,50 @@ def renewals(count):
     send_leases(count, devices=80)
 
 
+neighbour_changes = itertools.count()
+
+
+def neighbour_change(number):
+    """One after the other is new or changes its state."""
+    turn, at = divmod(number, len(NEIGHBOURS))
+    address = bytes((192, 168, 64 + at // 200, 10 + at % 200))
+    body = struct.pack("=B3xiHBB", socket.AF_INET, socket.if_nametoindex(LAN), 0x02 if turn & 1 else 0x04, 0x10, 0)
+    body += struct.pack("=HH", 8, 1) + address + struct.pack("=HH", 10, 2) + NEIGHBOURS[at] + b"\0\0"
+    return struct.pack("=IHHII", 16 + len(body), 28, 0x501, 1, 0) + body
+
+
+def look_for_refusals(kernel):
+    """The kernel answers only what it refuses."""
+    try:
+        answer = kernel.recv(4096, socket.MSG_DONTWAIT)
+    except BlockingIOError:
+        return
+    number = -struct.unpack_from("=i", answer, 16)[0]
+    raise StressError(f"the kernel refuses a neighbour: {os.strerror(number)}")
+
+
 def strangers_by_neighbours(count):
-    """The kernel's entries of a few addresses change their MAC again and again."""
-    index = socket.if_nametoindex(LAN)
+    """The kernel's entries come and change, no faster than the daemon takes them."""
     with socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, 0) as kernel:
         kernel.bind((0, 0))
-        for number in range(count):
-            address = bytes((192, 168, 0, 10 + number % 230))
-            body = struct.pack("=B3xiHBB", socket.AF_INET, index, 0x02 if number & 1 else 0x04, 0x10, 0)
-            body += struct.pack("=HH", 8, 1) + address + struct.pack("=HH", 10, 2) + mac_of(number) + b"\0\0"
-            kernel.send(struct.pack("=IHHII", 16 + len(body), 28, 0x501, 1, 0) + body)
-    lan.wait_until("the daemon has heard it", lambda: heard_all() == 0, PATIENCE)
+        for number, change in enumerate(itertools.islice(neighbour_changes, count)):
+            kernel.send(neighbour_change(change))
+            if number % 64 == 0:
+                look_for_refusals(kernel)
+                wait_heard(NEIGHBOUR_ROOM)
+            if number % 50000 == 0:
+                os.truncate(daemon.JOURNAL, 0)
+        look_for_refusals(kernel)
+    wait_heard(0)
+
+
+def wait_heard(most):
+    """No more than so many bytes wait in the daemon's neighbour socket."""
+    end = time.monotonic() + PATIENCE
+    while heard_all() > most:
+        if time.monotonic() > end:
+            raise StressError("the daemon takes no neighbour events any more")
+        time.sleep(0.0005)
 
 
 def heard_all():
@@ -253,24 +363,37 @@ def station_churn(count):
             sender.sendto((wire.wifi_associated if come else wire.wifi_left)(mac, 1 + number % 2), wire.SOCKET)
 
 
-STORMS = (strangers_by_leases, strangers_by_neighbours, renewals, notifications, station_churn)
+# Of each alone what Heard asks for. Who finds no place is told to nobody.
+LEAST = {strangers_by_leases: (0, 80), strangers_by_neighbours: (0.5, 80), renewals: (0.5, 70), notifications: (0, 80),
+         station_churn: (0, 50)}
 
 
-def all_at_once(seconds):
-    """Every source again and again, each on a thread of its own."""
-    end, failures = time.monotonic() + seconds, []
+def all_at_once(seconds, meanwhile=None):
+    """Every source again and again, each on a thread of its own, for so long, and until `meanwhile` is done, which
+    begins when each has come once."""
+    failures, rounds, over = [], dict.fromkeys(LEAST, 0), threading.Event()
 
     def keep_on(storm):
         try:
-            while time.monotonic() < end:
+            while not over.is_set() or not rounds[storm]:
                 storm(500)
+                rounds[storm] += 1
         except Exception as error:  # a source that ended would be missing from the run
             failures.append(f"{storm.__name__}: {error}")
-    threads = [threading.Thread(target=keep_on, args=(storm,)) for storm in STORMS]
+    threads = [threading.Thread(target=keep_on, args=(storm,)) for storm in LEAST]
+    end = time.monotonic() + seconds
     for thread in threads:
         thread.start()
-    for thread in threads:
-        thread.join()
+    try:
+        while not failures and not all(rounds.values()):
+            time.sleep(0.01)
+        if meanwhile is not None and not failures:
+            meanwhile()
+        time.sleep(max(0.0, end - time.monotonic()))
+    finally:
+        over.set()
+        for thread in threads:
+            thread.join()
     if failures:
         raise StressError("; ".join(failures))
 
@@ -278,7 +401,8 @@ def all_at_once(seconds):
 def restarts(gateway, count):
     """The longest time until it served again."""
     worst = 0.0
-    for _number in range(count):
+    for number in range(count):
+        renewals(60 + number % 40)  # the last of them are under way when it is killed
         gateway.kill()
         began = time.monotonic()
         gateway.start()
@@ -287,6 +411,8 @@ def restarts(gateway, count):
         listed = database.clients()
         if wrong or not set(PROTECTED) <= set(listed):
             raise StressError(f"a restart lost {wrong or set(PROTECTED) - set(listed)}")
+    if worst > LIMITS["ask"]:
+        raise StressError(f"a start took {worst:.1f} s")
     return worst
 
 
@@ -320,7 +446,7 @@ def without_room(gateway, how):
 
     def trust_all(kind):
         for number, mac in enumerate(PROTECTED):
-            if sender.ask(wire.trusted(5, kind, wire.BY_MAC, mac, comment=b"kept %d" % number), PATIENCE) != 0:
+            if sender.ask(wire.trusted(5, kind, wire.BY_MAC, mac, comment=kept(number)), PATIENCE) != 0:
                 raise StressError(f"{how}: a command is not answered with success")
     take_room(how)
     trust_all(wire.SERVICE)
