@@ -1,5 +1,6 @@
-"""What the daemon goes through while one of its calls fails: a start with remembered settings, leases, settings of
-devices that each are touched once, bridge mode and back; then everything again without a fault; then a restart.
+"""What the daemon goes through while one of its calls fails: a start with remembered settings, leases, stations,
+neighbours, what the agent library asks, settings of devices that each are touched once, bridge mode and back; then
+everything again without a fault; then a restart.
 """
 
 import os
@@ -8,7 +9,7 @@ import shutil
 import subprocess
 import time
 
-from lab import daemon, database, notices, settings, settings_files, values, wire
+from lab import daemon, database, lan, notices, settings, settings_files, values, wire
 
 CHECKOUT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
 SHIM = f"{CHECKOUT}/build/faults/shim.so"
@@ -16,9 +17,16 @@ COUNTS, NOTE = values.DIRECTORY + "/fault_counts", values.DIRECTORY + "/fault_no
 PERSISTENT, KEPT = "/nvram/8", "/nvram/kept"
 PATIENCE = 60.0
 RULE = (0x1A, 2, 3, 4, 5, 6)
+LAN, ADDRESSES6 = "l2sd0.2", ("fe80::25", "fd00:2::25")
+MEMORY = ("malloc", "calloc", "realloc")
+LEASES6 = "/var/lib/dibbler/server-AddrMgr.xml"
+AGENT_TASKS = ("objects", "stats", "memory", "now", "timer", "ipv4", "ipv6", "other", "community", "view", "stubs",
+               "lock")
+MODES = (0, 1)  # bridge, router
 OTHER_RULE = (0x2B, 2, 3, 4, 5, 6)
 # Lines that say that something did not work.
 COMPLAINT = re.compile(r"can't|cannot|couldn't|error|fail", re.IGNORECASE)
+NO_NEIGHBOURS = re.compile(r"mnl_socket_\w+ failed")
 # Where each road in ends for good, and why: a start without them goes on, as it is documented.
 DEAF = re.compile(r"error (?:opening|binding) datagram socket")
 BLIND = re.compile(r"error initializing inotify|all watchers failed")
@@ -65,14 +73,50 @@ def events():
     """Leases of devices that nobody remembers."""
     return [wire.lease(mac(21), address(21), 3600, b"host-21"), wire.lease(mac(22), address(22), 3600, b"host-22"),
             wire.pack("hbs_msg_dhcpv4_release", code=109, mac=wire.mac_bytes(mac(22)),
-                      **wire.addresses(address(22)), dynamic=1, seconds=1), wire.wifi_associated(mac(23), 1)]
+                      **wire.addresses(address(22)), dynamic=1, seconds=1), wire.wifi_associated(mac(23), 1),
+            wire.wifi_info(mac(23)), wire.lease(mac(23), address(23)), wire.wifi_left(mac(23), 1)]
+
+
+def gateway_values():
+    """With a station, a device that is wired, a list of those who come and go too often, and an agent library."""
+    library = f"{daemon.programs(CHECKOUT)}/../lib/libhbs_agent.so"
+    return [*values.example(without="flaplist.enable"), "flaplist.enable = 1", "db.byte.72 = 5",
+            f"l2switch.mac.{mac(23)} = 0x1", f"wifi.ssid.1.station = {mac(23)} 72 54 130 144 40",
+            "wifi.ssid.1.wps = Success", f"switch.mac.{mac(25)} = 1", f"agent.library = {os.path.realpath(library)}"]
+
+
+def order(task):
+    """Tell the agent library what to do; returns False while nobody reads."""
+    try:
+        orders = os.open(daemon.AGENT_ORDERS, os.O_WRONLY | os.O_NONBLOCK)
+    except OSError:
+        return False
+    try:
+        return os.write(orders, task.encode() + b"\n") > 0
+    finally:
+        os.close(orders)
+
+
+def waiting_for_neighbours():
+    """Bytes that the daemon's neighbour socket holds; 0 when there is none."""
+    rows = [line.split() for line in daemon.text_of("/proc/net/netlink").splitlines()[1:]]
+    return sum(int(row[4]) for row in rows if row[1] == "0" and int(row[3], 16) & daemon.NEIGHBOUR_GROUP_BIT)
+
+
+def change_neighbours():
+    """A device comes by either family, is not sure any more, and goes."""
+    places = (address(25), *ADDRESSES6)
+    lan.ip(*(f"neigh replace {place} nud {state} lladdr {mac(25)} extern_learn dev {LAN}"
+             for state in ("reachable", "stale") for place in places),
+           *(f"neigh del {place} dev {LAN}" for place in places))
 
 
 class Run:
     """One daemon, with or without a fault."""
 
     def __init__(self, fault=None, record=None):
-        for stale in (daemon.LOG, daemon.JOURNAL, daemon.WATCHER_PID_FILE, COUNTS, NOTE, wire.SOCKET):
+        for stale in (daemon.LOG, daemon.JOURNAL, daemon.WATCHER_PID_FILE, daemon.AGENT_ORDERS, COUNTS, NOTE,
+                      wire.SOCKET):
             if os.path.exists(stale):
                 os.unlink(stale)
         environment = {**os.environ, "LD_PRELOAD": SHIM, "HBS_FAULT_COUNTS": COUNTS, "HBS_FAULT_NOTE": NOTE}
@@ -111,7 +155,9 @@ class Run:
 
     def wait_served(self):
         """Returns whether it hears commands. A watch of files that is not there ends with a line, as documented."""
-        self.wait("it serves", lambda: wire.SOCKET in daemon.text_of("/proc/net/unix") or DEAF.search(self.log()))
+        # A program that the daemon before was just starting may hold the old socket for a moment.
+        self.wait("it serves", lambda: (os.path.exists(wire.SOCKET) and wire.SOCKET in daemon.text_of("/proc/net/unix"))
+                  or DEAF.search(self.log()))
         self.wait("the file watch is there", lambda: daemon.watches(self._process.pid) == daemon.WATCHED_FILES or
                   BLIND.search(self.log()))
         return not DEAF.search(self.log())
@@ -131,11 +177,43 @@ class Run:
         if not self.wait_served():
             return []
         wire.send_all(events(), patience=PATIENCE)
+        self.tell_neighbours()
+        self.ask_agent()
         answers = [self.ask(datagram) for datagram in commands()]
         self.notify()
-        for mode in (0, 1):
+        for mode in MODES:
             answers.append(self.ask(wire.route_mode(mode)))
         return answers
+
+    def tell_neighbours(self):
+        def joined():
+            return daemon.neighbour_group_joined() or NO_NEIGHBOURS.search(daemon.text_of(daemon.OUTPUT))
+        self.wait("it hears of neighbours", joined)
+        change_neighbours()
+        self.wait("it has heard of them", lambda: not waiting_for_neighbours())
+
+    def ask_agent(self):
+        for task in AGENT_TASKS:
+            before = self.agent_answers(task)
+            if not self.can_order(task):
+                return
+            self.wait(f"the agent's {task}", lambda: self.agent_answers(task) > before)
+
+    def can_order(self, task):
+        """The library itself is an example: what it lacks memory for ends its thread, and is not looked at."""
+        lacks_memory = self._fault is not None and self._fault[0] in MEMORY
+        end = time.monotonic() + (2.0 if lacks_memory else PATIENCE)
+        while not order(task):
+            if time.monotonic() > end and lacks_memory:
+                return False
+            if time.monotonic() > end:
+                raise ScenarioError("the agent library takes no orders")
+            time.sleep(0.002)
+        return True
+
+    @staticmethod
+    def agent_answers(task):
+        return daemon.text_of(daemon.JOURNAL).count(f"agent {task}: ")
 
     def notify(self):
         if BLIND.search(self.log()):
@@ -144,11 +222,18 @@ class Run:
         self.wait("the notification is taken", notices.taken)
 
     def counts(self):
-        before = None
-        while before is None or before != daemon.text_of(COUNTS):  # the shim writes them down now and then
-            before = daemon.text_of(COUNTS)
-            time.sleep(0.05)
-        return {name: int(count) for name, count in map(str.split, before.splitlines())}
+        """All calls until now: the shim writes them down now and then, so what it began to write before is passed
+        over."""
+        first = None
+
+        def written():
+            nonlocal first
+            found = re.fullmatch(r"(.*)^written (\d+)\n", daemon.text_of(COUNTS), re.DOTALL | re.MULTILINE)
+            if found and first is None:
+                first = int(found[2])
+            return found if found and int(found[2]) >= first + 2 else None
+        self.wait("the calls are written down", written)
+        return {name: int(count) for name, count in map(str.split, written()[1].splitlines())}
 
 
 def lay_down():
@@ -164,7 +249,11 @@ def lay_down():
 
 def prepare():
     """Makes what is remembered; returns those settings, and the ones that a faultless pass leaves."""
-    values.replace(values.example())
+    values.replace(gateway_values())
+    lan.up()
+    os.makedirs(os.path.dirname(LEASES6), exist_ok=True)
+    with open(LEASES6, "w", encoding="ascii") as file:
+        file.write(f'<AddrAddr timestamp="1" valid="3600">{ADDRESSES6[1]}</AddrAddr>\n')
     lay_down()
     run = Run()
     run.wait_served()
@@ -178,7 +267,7 @@ def prepare():
     answers = run.pass_once()
     counts, complaints = run.counts(), run.complaints()
     run.end()
-    if any(answers):
+    if answers != [0] * (len(commands()) + len(MODES)):
         raise ScenarioError(f"without a fault the answers are {answers}")
     return before, settings.read(), counts, complaints
 
