@@ -132,6 +132,11 @@ void sync_directory(const char *path) {
         (void)close(descriptor);
 }
 
+int not_replaced(const char *path, int error) {
+    HBS_LOG(HBS_ERROR, "HOSTBASE: can't replace %s (error %d)", path, error);
+    return -1;
+}
+
 int replace_file(const char *path, const struct stat *old, const char *content, size_t length) {
     file_name beside;
     bool done = leftover_name(path, &beside);
@@ -140,9 +145,9 @@ int replace_file(const char *path, const struct stat *old, const char *content, 
         done = write_file(beside.text, old, content, length) && rename(beside.text, path) == 0;
     }
     if (!done) {
-        HBS_LOG(HBS_ERROR, "HOSTBASE: can't replace %s (error %d)", path, errno);
+        const int result = not_replaced(path, errno);
         hbs_file_clear_leftover(path);
-        return -1;
+        return result;
     }
     sync_directory(path);
     return 0;
@@ -278,6 +283,8 @@ int hbs_lines_delete_containing(const char *path, const char *text, size_t *dele
 }
 
 int hbs_file_replace(const char *path, const char *content, size_t length) {
+    if (content == nullptr)
+        return not_replaced(path, ENOMEM);
     FILE *stream = hbs_locked_open(path, "r", hbs_lock::exclusive);
     if (stream == nullptr && errno == ENOENT)
         return replace_file(path, nullptr, content, length);

@@ -42,7 +42,7 @@ using hbs_line_editor = hbs_line_action (*)(const char *line, size_t length, con
                                             void *context);
 int hbs_lines_edit(const char *path, hbs_line_editor edit, void *context);
 
-// Replaces the whole content of a file.
+// Replaces the whole content of a file. content: null where there was no memory for it, which fails.
 int hbs_file_replace(const char *path, const char *content, size_t length);
 
 // Takes everybody else's access to a file away, so that nobody can hold its lock. A missing file is left so.

@@ -266,15 +266,17 @@ void hbs_nv_save_clients() {
     char *content = nullptr;
     size_t length = 0;
     FILE *stream = open_memstream(&content, &length);
-    if (stream == nullptr)
+    if (stream == nullptr) {
+        (void)hbs_file_replace(HBS_CLIENT_FILE, nullptr, 0);
         return;
+    }
     HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_save_clients: version %d", FILE_VERSION);
     (void)fputs(VERSION_LINE, stream);
     for (const hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
         save_client(stream, client);
     const bool written = ferror(stream) == 0; // no memory: the old file is better than a part of the new one
-    if (fclose(stream) == 0 && written && content != nullptr) // null: no memory for its last piece
-        (void)hbs_file_replace(HBS_CLIENT_FILE, content, length);
+    const bool whole = fclose(stream) == 0 && written; // null: no memory for its last piece
+    (void)hbs_file_replace(HBS_CLIENT_FILE, whole ? content : nullptr, length);
     free(content);
 }
 

@@ -104,7 +104,7 @@ void add_byte(line_collector *line, char byte) {
         line->text[line->length++] = byte;
 }
 
-void read_lines(int copy, hbs_notice_reader reader, void *context) {
+void read_lines(int copy, const char *path, hbs_notice_reader reader, void *context) {
     static line_collector line;
     static char piece[4096];
     line.reader = reader;
@@ -114,7 +114,10 @@ void read_lines(int copy, hbs_notice_reader reader, void *context) {
     while ((count = read(copy, piece, sizeof piece)) > 0 || (count == -1 && errno == EINTR))
         for (ssize_t i = 0; i < count; i++)
             add_byte(&line, piece[i]);
-    end_line(&line);
+    if (count == 0)
+        end_line(&line);
+    else
+        HBS_LOG(HBS_ERROR, "HOSTBASE: error reading notification file(%s): %s", path, strerror(errno));
 }
 
 // Returns the copy that holds what the file held, or -1 when there is none. Closes the file: the server may
@@ -149,7 +152,7 @@ hbs_notice_taken hbs_notice_take(const char *path, const hbs_notice_source *sour
     const int copy = take_copy(stream, path, source, &again);
     if (copy == -1)
         return {false, again};
-    read_lines(copy, reader, context);
+    read_lines(copy, path, reader, context);
     (void)close(copy);
     return {true, again};
 }

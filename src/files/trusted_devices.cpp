@@ -205,14 +205,14 @@ int rewrite(file_bytes *file, const uint8_t mac[HBS_MAC_SIZE], const written_rec
     size_t length = 0;
     FILE *stream = open_memstream(&content, &length);
     if (stream == nullptr)
-        return -1;
+        return hbs_file_replace(HBS_TRUSTED_INSTANCES, nullptr, 0);
     hbs_at_exit release([&content] { free(content); });
     const bool matched = copy_records(file, stream, mac, replacement);
     if (!matched && replacement != nullptr)
         (void)fwrite(replacement, sizeof *replacement, 1, stream);
     const bool whole = ferror(stream) == 0;
     if (fclose(stream) != 0 || !whole || content == nullptr) // null: no memory for its last piece
-        return -1;
+        return hbs_file_replace(HBS_TRUSTED_INSTANCES, nullptr, 0);
     if (file->dropped > 0)
         HBS_LOG(HBS_ERROR, "HOSTBASE: %s is damaged: %zu bytes that are no record are dropped",
                 HBS_TRUSTED_INSTANCES, file->dropped);

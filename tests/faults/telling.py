@@ -1,15 +1,15 @@
 """Which calls' failures the daemon has to tell of, each time, and of which it may be silent, with the reason."""
 
 TOLD = set("""
-    write fsync rename fread fcntl64 timer_create timer_settime socket bind shmget shmat shmctl sem_open ftok
-    inotify_init1 inotify_add_watch LSDDB_GetDevParams MAIN_getSysUpTime RNDDB_boolGetWithKeyAndIndex""".split())
+    write fsync rename open_memstream fread fcntl64 timer_create timer_settime socket bind shmget shmat shmctl sem_open
+    ftok inotify_init1 inotify_add_watch LSDDB_GetDevParams MAIN_getSysUpTime RNDDB_boolGetWithKeyAndIndex""".split())
 
 SILENT = {
     "a file that cannot be had is tried again, or is to the reader as one that is not there": """
         open64 __open64_2 fopen64 fdopen flock fstat64 lstat64 access lseek64 pread64 read fgets __uflow unlink rmdir
         close fclose fflush fwrite fputs __fprintf_chk""",
     "without memory the old contents stay, and a line of the log would need some as well": """
-        malloc calloc realloc open_memstream""",
+        malloc calloc realloc""",
     "the file has its contents all the same, and at most another owner or mode": "fchmod fchown",
     "it is called again at once, or with the next event": """
         poll recvfrom recvmsg nanosleep clock_nanosleep waitpid sem_clockwait sem_trywait pthread_create

@@ -9,6 +9,7 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -24,6 +25,15 @@ extern "C" int ftruncate(int descriptor, off_t length) noexcept {
     if (!truncation_fails)
         return truncate(("/proc/self/fd/" + std::to_string(descriptor)).c_str(), length);
     errno = EPERM;
+    return -1;
+}
+
+// The copy is read by this call alone.
+static int reads_before_one_fails = -1;
+extern "C" ssize_t read(int descriptor, void *bytes, size_t size) {
+    if (reads_before_one_fails-- != 0)
+        return syscall(SYS_read, descriptor, bytes, size);
+    errno = EIO;
     return -1;
 }
 
@@ -189,6 +199,21 @@ TEST_F(NoticeFile, Take_WhenTheFileCannotBeEmptied_IsLoggedAndGivesTheText) {
     EXPECT_TRUE(again);
     EXPECT_THAT(trace::take(), testing::ElementsAre("log HOSTBASE: error truncating notification file(" +
                                                     path + "): Operation not permitted"));
+}
+
+// The part of a line that was read by then is no line.
+TEST_F(NoticeFile, Take_WhenTheCopyCannotBeRead_IsLoggedAndGivesTheLinesBefore) {
+    const std::string first(3000, 'a'), second(3000, 'b');
+    for (const int before : {0, 1}) {
+        write_file(path, "first " + first + "\nsecond " + second + "\n");
+        reads_before_one_fails = before;
+        const std::string text = take();
+        reads_before_one_fails = -1;
+        EXPECT_EQ(text.substr(0, 6), before == 0 ? "" : "first ") << before;
+        EXPECT_EQ(text.find("second"), std::string::npos) << before;
+        EXPECT_THAT(trace::take(), testing::ElementsAre("log HOSTBASE: error reading notification file(" +
+                                                        path + "): Input/output error"));
+    }
 }
 
 TEST_F(NoticeFile, Take_OfATooLargeFile_DropsItWithOneLine) {

@@ -58,7 +58,9 @@ TEST_F(FailingCalls, TextWithoutMemory_ReplacesNoFile) {
     const std::string devices(37, 'x'), clients = client_file();
     write_file(HBS_TRUSTED_INSTANCES, devices);
     EXPECT_EQ(-1, hbs_nv_remove_trusted_tr69_instance(mac_of(TABLET).data()));
+    EXPECT_TRUE(logged("HOSTBASE: can't replace " HBS_TRUSTED_INSTANCES " (error 12)"));
     hbs_nv_save_clients();
+    EXPECT_TRUE(logged("HOSTBASE: can't replace " HBS_CLIENT_FILE " (error 12)"));
     EXPECT_EQ(devices, read_file(HBS_TRUSTED_INSTANCES));
     EXPECT_EQ(clients, client_file());
 }
