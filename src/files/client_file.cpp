@@ -274,9 +274,10 @@ void hbs_nv_save_clients() {
     (void)fputs(VERSION_LINE, stream);
     for (const hbs_client *client = hbs_client_first(); client != nullptr; client = hbs_client_next(client))
         save_client(stream, client);
-    const bool written = ferror(stream) == 0; // no memory: the old file is better than a part of the new one
-    const bool whole = fclose(stream) == 0 && written; // null: no memory for its last piece
-    (void)hbs_file_replace(HBS_CLIENT_FILE, whole ? content : nullptr, length);
+    // No memory, also for the last piece alone (null): the old file is better than a part of the new one.
+    const bool written = ferror(stream) == 0;
+    const char *whole = fclose(stream) == 0 && written ? content : nullptr;
+    (void)hbs_file_replace(HBS_CLIENT_FILE, whole, length);
     free(content);
 }
 

@@ -16,6 +16,7 @@ SHIM = f"{CHECKOUT}/build/faults/shim.so"
 COUNTS, NOTE = values.DIRECTORY + "/fault_counts", values.DIRECTORY + "/fault_note"
 PERSISTENT, KEPT = "/nvram/8", "/nvram/kept"
 PATIENCE = 60.0
+TOLD_WITHIN = 10.0  # seconds for a line of the log
 RULE = (0x1A, 2, 3, 4, 5, 6)
 LAN, ADDRESSES6 = "l2sd0.2", ("fe80::25", "fd00:2::25")
 MEMORY = ("malloc", "calloc", "realloc")
@@ -141,7 +142,14 @@ class Run:
     def complaints(self):
         """Lines of the log, and of what it prints, that say that something did not work, without their numbers."""
         lines = (self.log() + daemon.text_of(daemon.OUTPUT)).splitlines()
-        return {re.sub(r"\d+|0x[0-9a-f]+", "N", line) for line in lines if COMPLAINT.search(line)}
+        return {re.sub(r"0x[0-9a-f]+|\d+", "N", line) for line in lines if COMPLAINT.search(line)}
+
+    def complaints_when(self, is_told):
+        """A thread of the daemon's may be about to write its own."""
+        end = time.monotonic() + TOLD_WITHIN
+        while not is_told(said := self.complaints()) and time.monotonic() < end:
+            time.sleep(0.01)
+        return said
 
     def wait(self, what, test):
         end = time.monotonic() + PATIENCE
@@ -293,15 +301,17 @@ def check_remembered(where, wanted):
             raise ScenarioError(f"{where}: readers see {seen!r} of {name} instead of {client.comment!r}")
 
 
-def one_fault(fault, before, after):
-    """What it said, and where in the program it was; raises when something does not hold."""
+def one_fault(fault, before, after, is_told):
+    """What it said, and where in the program it was; raises when something does not hold. is_told: whether of what was
+    said no more is waited for."""
     lay_down()
     run = Run(fault)
     try:
         run.pass_once()
-        said, note = run.complaints(), daemon.text_of(NOTE)
+        note = daemon.text_of(NOTE)
         if not note:
             return None
+        said = run.complaints_when(is_told)
         check_files("after the fault", before, after)
         if run.wait_served() and any(run.pass_once()):
             raise ScenarioError("the next try is refused")

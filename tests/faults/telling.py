@@ -5,16 +5,17 @@ TOLD = set("""
     ftok inotify_init1 inotify_add_watch LSDDB_GetDevParams MAIN_getSysUpTime RNDDB_boolGetWithKeyAndIndex""".split())
 
 SILENT = {
-    "a file that cannot be had is tried again, or is to the reader as one that is not there": """
+    "a file that cannot be had or read is told of at most places, else tried again, or as one that is not there": """
         open64 __open64_2 fopen64 fdopen flock fstat64 lstat64 access lseek64 pread64 read fgets __uflow unlink rmdir
         close fclose fflush fwrite fputs __fprintf_chk""",
-    "without memory the old contents stay, and a line of the log would need some as well": """
+    "without memory the old contents stay, which is told of for a file; the rest is tried with the next event": """
         malloc calloc realloc""",
     "the file has its contents all the same, and at most another owner or mode": "fchmod fchown",
     "it is called again at once, or with the next event": """
         poll recvfrom recvmsg nanosleep clock_nanosleep waitpid sem_clockwait sem_trywait pthread_create
         pthread_mutex_timedlock""",
-    "only how often things happened is not seen from outside": "ftruncate64 mmap64 posix_fallocate64",
+    "only how often things happened is not seen from outside": "mmap64 posix_fallocate64",
+    "what could not be emptied is told of, but for the numbers of how often things happened": "ftruncate64",
     "a socket works on as it is": "setsockopt getsockopt getsockname",
     "an answer or an event that cannot be handed on is lost, and who asked asks again": "sendto quarn_tr69SendEvent",
     "who is looked for by another program or name counts as not found, and is looked for again": """

@@ -24,7 +24,7 @@ def timer_ends(model, gateway, client, kind):
 class House(Player):
     def __init__(self, chance):
         super().__init__()
-        self._random = random.Random(chance)
+        self._random = random.Random(0 if chance is None else chance)
         self._plans = []  # (second, order of planning, function without arguments that makes steps and plans)
         self._order = itertools.count()
         self.timers_ended = self.restarts = self._most_memory = 0
@@ -128,7 +128,8 @@ class House(Player):
 
 
 def run(hours, chance):
-    """Returns the house, and its daemon's memory at most in KiB. What differs is raised."""
+    """Always the same house unless `chance` is a number. Returns it, and its daemon's memory at most in KiB. What
+    differs is raised."""
     house = House(chance)
     try:
         return house, house.live(hours)

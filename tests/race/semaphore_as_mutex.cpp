@@ -14,7 +14,7 @@ namespace {
 constexpr unsigned FLAGS = __tsan_mutex_not_static;
 
 // Takes the semaphore by `next` and tells of it. A try counts as a wait, because who does not get it by a try
-// waits for it next.
+// waits for it next; but for the repair, which comes under the list mutex as well.
 template <typename Next> int take(sem_t *semaphore, Next next) {
     lock_order_wanted(SEMAPHORE);
     __tsan_mutex_pre_lock(semaphore, FLAGS);

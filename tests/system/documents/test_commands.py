@@ -29,7 +29,8 @@ PAGES_OF_THEIR_OWN = {
 }
 # Who runs others: a stage of script/test, or a script that it runs, with the same words.
 BY_STAGE = {
-    "script/check": "check", "script/tidy": "check", "script/unit tsan": "race", "script/wifi": "wifi",
+    "script/check": "check", "script/tidy": "check", "script/unit tsan": "race", "script/race 10": "race",
+    "script/wifi": "wifi",
     "script/bench --counts --compare bench/stored.json": "bench",
 }
 # A test, with numbers and directories that fit: how the command stands there.
