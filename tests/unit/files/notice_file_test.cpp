@@ -28,10 +28,10 @@ extern "C" int ftruncate(int descriptor, off_t length) noexcept {
     return -1;
 }
 
-// The copy is read by this call alone.
-static int reads_before_one_fails = -1;
+// The copy is read by this call alone. Negative: none of this thread's fails.
+static thread_local int reads_before_one_fails = -1;
 extern "C" ssize_t read(int descriptor, void *bytes, size_t size) {
-    if (reads_before_one_fails-- != 0)
+    if (reads_before_one_fails < 0 || reads_before_one_fails-- != 0)
         return syscall(SYS_read, descriptor, bytes, size);
     errno = EIO;
     return -1;
