@@ -1,5 +1,5 @@
-/* Readers and askers of a storm, each a process that says that it has begun, goes on until it is told to end and has
- * had what it wants at least once, and then prints its figures.
+/* Readers and askers of a storm, each a process that says that it has begun when it has had what it wants
+ * once, goes on until it is told to end, and then prints its figures.
  *
  *   reader copies          copies all clients again and again, and checks each copy: what one lease told is there whole
  *   reader ask             asks the daemon a question every few milliseconds
@@ -36,6 +36,16 @@ static void rest(long milliseconds) {
     nanosleep(&time, NULL);
 }
 
+/* Once it has had what it wants: who waits for a place among the records must have it before the storm. */
+static void tell_begun(long good) {
+    static int told;
+    if (told || good == 0)
+        return;
+    told = 1;
+    puts("begun");
+    fflush(stdout);
+}
+
 static int is_of_lease(const hbs_client *client) {
     return client->host[0] == '#';
 }
@@ -64,13 +74,14 @@ static int copies(void) {
     static hbs_client clients[HBS_MAX_CLIENTS];
     long good = 0, missed = 0, failures = 0, checked = 0, torn = 0, twice = 0;
     double worst = 0;
-    while (!ended || good == 0) {
+    while (!ended) {
         size_t count = 0;
         double began = now();
         int result = hostbase_get_clients(clients, HBS_MAX_CLIENTS, &count);
         double took = now() - began;
         worst = took > worst ? took : worst;
         good += result == HOSTBASE_OK;
+        tell_begun(good);
         missed += result == HOSTBASE_UNSTABLE || result == HOSTBASE_BUSY;
         failures += result != HOSTBASE_OK && result != HOSTBASE_UNSTABLE && result != HOSTBASE_BUSY;
         for (size_t i = 0; result == HOSTBASE_OK && i < count; i++) {
@@ -106,13 +117,14 @@ static int ask(void) {
     long good = 0, unanswered = 0;
     double worst = 0;
     int fd = bound_socket();
-    while (!ended || good == 0) {
+    while (!ended) {
         int32_t answer;
         double began = now();
         int answered = tell(fd, &question, sizeof question) && recv(fd, &answer, sizeof answer, 0) == sizeof answer;
         double took = now() - began;
         worst = took > worst ? took : worst;
         good += answered;
+        tell_begun(good);
         unanswered += !answered && !ended;
         rest(5);
     }
@@ -133,7 +145,7 @@ static int presence(const char *text) {
     long told = 0, good = 0, failures = 0, unseen = 0;
     double worst = 0;
     int fd = bound_socket();
-    while (!ended || good == 0) {
+    while (!ended) {
         snprintf(lease.host, sizeof lease.host, "seen-%ld", told++);
         double began = now();
         if (!tell(fd, &lease, sizeof lease)) {
@@ -141,10 +153,11 @@ static int presence(const char *text) {
             rest(5);
             continue;
         }
-        while ((!ended || good == 0) && now() - began < 60 && !is_seen(&lease)) {}
+        while (!ended && now() - began < 60 && !is_seen(&lease)) {}
         double took = now() - began;
         int seen = is_seen(&lease);
         good += seen;
+        tell_begun(good);
         unseen += took >= 60;
         worst = took > worst && seen ? took : worst;
         rest(5);
@@ -156,8 +169,6 @@ static int presence(const char *text) {
 int main(int count, char **words) {
     struct sigaction action = {.sa_handler = end}; /* what waits is interrupted */
     sigaction(SIGTERM, &action, NULL);
-    puts("begun");
-    fflush(stdout);
     if (count > 1 && strcmp(words[1], "copies") == 0)
         return copies();
     if (count > 1 && strcmp(words[1], "ask") == 0)
