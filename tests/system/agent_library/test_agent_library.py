@@ -59,7 +59,8 @@ def dynamic_symbols(path, undefined):
 
 def test_daemon_offers_exactly_the_listed_symbols():
     assert len(listed_exports()) == 45
-    assert dynamic_symbols(f"{BIN}/gw_hostbase", undefined=False) == listed_exports()
+    of_the_c_library = {"_IO_stdin_used"}  # on 32 bits it looks for this one
+    assert dynamic_symbols(f"{BIN}/gw_hostbase", undefined=False) - of_the_c_library == listed_exports()
 
 
 @pytest.mark.simulated

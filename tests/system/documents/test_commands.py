@@ -10,6 +10,7 @@ import tempfile
 from contextlib import nullcontext
 
 import pytest
+from builds import with_serve
 from document_lines import BLOCK, COMMAND, INLINE, lines_of, sections_of, text_of
 from gateway import CHECKOUT, wait_for
 from installation import alone
@@ -193,7 +194,8 @@ def test_more_datagrams_may_wait(running):
     assert running.run(*"sysctl net.unix.max_dgram_qlen=512".split()).stdout == "net.unix.max_dgram_qlen = 512\n"
 
 
-@pytest.mark.parametrize("command", HBSCTL)
+@pytest.mark.parametrize("command", [pytest.param(command, marks=with_serve) if command == "hbsctl serve" else command
+                                     for command in HBSCTL])
 def test_hbsctl_takes_each_word_that_is_named(laptop_and_tv, command):
     """Each is offered behind those before it, in a LAN with a laptop; one in capitals stands for any client there."""
     words = command.split()[1:]
@@ -232,6 +234,7 @@ def test_each_script_tells_its_words_and_takes_no_others(script):
 
 
 @pytest.mark.simulated
+@with_serve
 def test_pictures_are_made():
     with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build")) as directory:
         done = shell(f"script/pictures {directory}")

@@ -4,10 +4,10 @@ import importlib.util
 import os
 import re
 import subprocess
-import sys
 
 import pytest
 
+from builds import of_this_machine
 from gateway import BIN, SCRIPTS
 
 MOST = 120
@@ -27,14 +27,8 @@ imports, telling = faults_module("imports"), faults_module("telling")
 FAILING = imports.failing(f"{CHECKOUT}/{imports.SHIM}")
 
 
-def is_for_this_machine():
-    """Whether the daemon has the interpreter's word size and processor: what stands before its calls is of this one."""
-    with open(f"{BIN}/gw_hostbase", "rb") as daemon, open(sys.executable, "rb") as own:
-        return daemon.read(20)[4::14] == own.read(20)[4::14]
-
-
 @pytest.mark.simulated
-@pytest.mark.skipif(not is_for_this_machine(), reason="a library of this machine cannot be loaded into that daemon")
+@of_this_machine
 def test_a_call_that_fails_once_costs_nothing_that_was_remembered():
     done = subprocess.run([f"{SCRIPTS}/faults", "--most", str(MOST), "--commands", "30"], stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, text=True, timeout=3600, check=False,

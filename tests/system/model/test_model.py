@@ -3,24 +3,16 @@
 import os
 import re
 import subprocess
-import sys
 
 import pytest
 
+from builds import of_this_machine
 from gateway import BIN, SCRIPTS
 
 HISTORIES = 60
 MOST_MEMORY = 16384  # KiB
 
-
-def is_for_this_machine():
-    """Whether the daemon has the interpreter's word size and processor: what stands before its calls is of this one."""
-    with open(f"{BIN}/gw_hostbase", "rb") as daemon, open(sys.executable, "rb") as own:
-        return daemon.read(20)[4::14] == own.read(20)[4::14]
-
-
-pytestmark = [pytest.mark.simulated, pytest.mark.skipif(
-    not is_for_this_machine(), reason="a library of this machine cannot be loaded into that daemon")]
+pytestmark = [pytest.mark.simulated, of_this_machine]
 
 
 def model(*words):

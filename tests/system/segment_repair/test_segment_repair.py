@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+from builds import of_this_machine
 from gateway import lease_line, wait_for
 
 TAKEN_OVER = "HOSTBASE: database semaphore not released within 3000 ms, taken over"
@@ -39,6 +40,7 @@ def damage(gateway, places):
         gateway.daemon.resume()
 
 
+@of_this_machine
 def test_count_is_one_again_after_a_holder_that_was_only_slow(running):
     publish(running, 20)
     wait_for("it is given back", lambda: semaphore_value(running) == 1)
@@ -53,6 +55,7 @@ def test_count_is_one_again_after_a_holder_that_was_only_slow(running):
     wait_for("all are there", lambda: len(running.clients()) == 3)
 
 
+@of_this_machine
 def test_restart_admits_one_more_and_that_stays(running):
     running.daemon.kill()
     running.start_daemon()

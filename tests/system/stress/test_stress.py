@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+from builds import of_this_machine
 from gateway import BIN, SCRIPTS
 
 
@@ -16,6 +17,7 @@ def stress(*words):
 
 
 @pytest.mark.simulated
+@of_this_machine
 def test_storms_cost_nobody_who_is_protected_and_no_reader_a_whole_copy():
     done = stress("--count", "4000", "--minutes", "0.05", "--restarts", "10")
     assert done.returncode == 0, done.stdout
@@ -24,6 +26,7 @@ def test_storms_cost_nobody_who_is_protected_and_no_reader_a_whole_copy():
 
 
 @pytest.mark.simulated
+@of_this_machine
 def test_one_storm_alone():
     done = stress("--only", "neighbours", "--only", "restarts", "--count", "2000", "--restarts", "1")
     assert done.returncode == 0, done.stdout
