@@ -9,16 +9,10 @@ import world
 from crowds import leased
 from histories import Player
 from records import Clock
-from steps import INTERFACES, associated, lease4, left, neighbour, restart, static_lease, trust
+from steps import INTERFACES, associated, lease4, left, neighbour, restart, static_lease, timer_ends, trust
 
 MINUTE, HOUR = 60, 3600
 LEASE_SECONDS = HOUR
-
-
-def timer_ends(model, gateway, client, kind):
-    number = client.timers[kind]
-    if not gateway.expire(number, model.expired(client, kind)):
-        raise AssertionError(f"timer {number} of kind {kind} is not armed")
 
 
 class House(Player):
@@ -27,11 +21,11 @@ class House(Player):
         self._random = random.Random(0 if chance is None else chance)
         self._plans = []  # (second, order of planning, function without arguments that makes steps and plans)
         self._order = itertools.count()
-        self.timers_ended = self.restarts = self._most_memory = 0
+        self.timers_ended = self.restarts = 0
+        self.memory = 0  # of the daemon at most, in KiB
         self._guests = itertools.count()
 
     def live(self, hours):
-        """Returns the daemon's memory at most, in KiB."""
         model = self._model = self.begin()
         end = model.clock.seconds + hours * HOUR
         self._settle_in()
@@ -40,8 +34,10 @@ class House(Player):
             # Of two that come in one second one is a second late.
             model.clock = Clock(max(model.clock.seconds, second - 1))
             act()
-        self._most_memory = max(self._most_memory, self.gateway.memory())
-        return self._most_memory
+        self._note_memory()
+
+    def _note_memory(self):
+        self.memory = max(self.memory, self.gateway.memory())
 
     # --- what happens
 
@@ -115,23 +111,23 @@ class House(Player):
         self._plan(self._between(10, 10 * MINUTE), self._guest)
 
     def _party(self):
-        """More at once than there are records."""
+        """Many at once, now and then more than there are records."""
         for _guest in range(self._between(20, 120)):
             self._do(leased, next(self._guests))
         self._plan(self._between(5 * HOUR, 30 * HOUR), self._party)
 
     def _restart(self):
-        self._most_memory = max(self._most_memory, self.gateway.memory())
+        self._note_memory()
         self.restarts += 1
         self._do(restart)
         self._plan(7 * HOUR, self._restart)
 
 
 def run(hours, chance):
-    """Always the same house unless `chance` is a number. Returns it, and its daemon's memory at most in KiB. What
-    differs is raised."""
+    """Always the same house unless `chance` is a number. Returns it; what differs is raised."""
     house = House(chance)
     try:
-        return house, house.live(hours)
+        house.live(hours)
     finally:
         house.gateway.end()
+    return house

@@ -270,17 +270,20 @@ def neighbour(model, gateway, interface, address, mac, state):
     gateway.neighbour(name, address, mac, state)
 
 
+def timer_ends(model, gateway, client, kind):
+    number = client.timers[kind]
+    netbios = model.expired(client, kind)
+    if not gateway.expire(number, netbios):
+        raise AssertionError(f"timer {number} of kind {kind} is not armed")
+
+
 def expire(model, gateway, choice):
     """One of the timers that are armed ends."""
     armed = [(client, kind) for client in (*model.clients, *model.nomac) for kind, number in client.timers.items()
              if number is not None]
     if not armed:
         return
-    client, kind = armed[choice % len(armed)]
-    number = client.timers[kind]
-    netbios = model.expired(client, kind)
-    if not gateway.expire(number, netbios):
-        raise AssertionError(f"timer {number} of kind {kind} is not armed")
+    timer_ends(model, gateway, *armed[choice % len(armed)])
 
 
 def unplug(model, gateway, port):
