@@ -47,7 +47,9 @@ def parse(listed):
 def clients():
     """All clients by MAC text, as a reader process in this box sees them."""
     programs = os.path.dirname(shutil.which("gw_hostbase"))
-    done = subprocess.run(lister(programs), capture_output=True, text=True, check=False)
+    # A reader without hbsctl's escapes prints what is no UTF-8 as it stands.
+    done = subprocess.run(lister(programs), capture_output=True, encoding="utf-8", errors="surrogateescape",
+                          check=False)
     if done.returncode != 0:
         raise DatabaseError(done.stderr.strip())
     return parse(done.stdout)

@@ -1,5 +1,7 @@
 """What a build cannot show: tests are marked with these."""
 
+import os
+import re
 import subprocess
 import sys
 
@@ -7,12 +9,16 @@ import pytest
 
 from gateway import BIN
 
+# The program that loads the C library stands at the head of a program that has one to load.
+LOADER = re.compile(rb"/lib[\w/.-]*/ld[\w.-]+\0")
+HEAD = 4096
 
-def is_for_this_machine():
-    """Whether the daemon has the interpreter's word size and processor: what stands before its calls, and what looks
-    into its semaphore, is of this one."""
-    with open(f"{BIN}/gw_hostbase", "rb") as daemon, open(sys.executable, "rb") as own:
-        return daemon.read(20)[4::14] == own.read(20)[4::14]
+
+def loader_of(program):
+    """What loads this program's libraries; None of a static one."""
+    with open(program, "rb") as file:
+        found = LOADER.search(file.read(HEAD))
+    return found and found[0]
 
 
 def has_serve():
@@ -24,5 +30,12 @@ def has_serve():
     return "serve" in done.stdout.split()
 
 
-of_this_machine = pytest.mark.skipif(not is_for_this_machine(), reason="the test's own programs are of this machine")
+DAEMON = f"{BIN}/gw_hostbase"
+
+# What stands before its calls, and what looks into its semaphore, is of this machine and its C library.
+of_this_machine = pytest.mark.skipif(loader_of(DAEMON) != loader_of(sys.executable),
+                                     reason="the test's own programs are of this machine")
+# A static daemon cannot load the agent library; and where and how a semaphore lies is its C library's own affair.
+dynamic = pytest.mark.skipif(loader_of(DAEMON) is None, reason="this build's daemon is static")
+with_hbsctl = pytest.mark.skipif(not os.access(f"{BIN}/hbsctl", os.X_OK), reason="this build has no hbsctl")
 with_serve = pytest.mark.skipif(not has_serve(), reason="this build's hbsctl has no serve")

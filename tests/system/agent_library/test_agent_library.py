@@ -6,8 +6,10 @@ import subprocess
 
 import pytest
 
+from builds import dynamic
 from gateway import BIN, CHECKOUT, DUMP, daemon, wait_for
 
+pytestmark = dynamic
 LIBRARY = os.path.join(os.path.dirname(BIN), "lib", "libhbs_agent.so")
 EXPORTS = os.path.join(CHECKOUT, "src", "export", "exports.list")
 

@@ -10,7 +10,7 @@ import tempfile
 from contextlib import nullcontext
 
 import pytest
-from builds import with_serve
+from builds import dynamic, with_serve
 from document_lines import BLOCK, COMMAND, INLINE, lines_of, sections_of, text_of
 from gateway import CHECKOUT, wait_for
 from installation import alone
@@ -107,6 +107,12 @@ TO_RUN = [command for command in OPEN
           if command not in KNOWN and not STAGE.match(command) and not command.startswith("script/lab/")]
 
 
+def marked(command):
+    """The command as a parameter of a test, with what a build needs for it."""
+    needed = {"hbsctl serve": [with_serve], "script/box --lan -- build/default/bin/hbsctl list": [dynamic]}
+    return pytest.param(command, marks=needed.get(command, []))
+
+
 def shell(command, **how):
     return subprocess.run(["bash", "-euc", command], cwd=CHECKOUT, capture_output=True, text=True, check=False,
                           timeout=PATIENCE, **how)
@@ -129,7 +135,7 @@ def run_until_interrupted(command):
 
 
 @pytest.mark.simulated  # by default
-@pytest.mark.parametrize("command", TO_RUN)
+@pytest.mark.parametrize("command", [marked(command) for command in TO_RUN])
 def test_command_does_what_the_page_says(command):
     program = command.split()[0]
     if program == "script/run" and "--once" not in command:
@@ -194,8 +200,7 @@ def test_more_datagrams_may_wait(running):
     assert running.run(*"sysctl net.unix.max_dgram_qlen=512".split()).stdout == "net.unix.max_dgram_qlen = 512\n"
 
 
-@pytest.mark.parametrize("command", [pytest.param(command, marks=with_serve) if command == "hbsctl serve" else command
-                                     for command in HBSCTL])
+@pytest.mark.parametrize("command", [marked(command) for command in HBSCTL])
 def test_hbsctl_takes_each_word_that_is_named(laptop_and_tv, command):
     """Each is offered behind those before it, in a LAN with a laptop; one in capitals stands for any client there."""
     words = command.split()[1:]

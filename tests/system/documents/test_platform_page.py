@@ -5,6 +5,7 @@ import re
 
 import pytest
 
+from builds import dynamic
 from document_lines import lines_of, text_of
 from gateway import BIN, CHECKOUT, lease_datagram, wait_for
 from lab import wire
@@ -25,6 +26,7 @@ pytestmark = pytest.mark.simulated
 LIBRARY = os.path.join(os.path.dirname(BIN), "lib", "libhbs_agent.so")
 
 
+@dynamic
 def test_commands_do_what_the_page_says(gateway):
     assert [command.split()[0] for command in COMMANDS] == ["mkdir", "cp", "grep", "echo", "grep"]
     make, copy, find_events, order, find_answer = (f"cd {CHECKOUT} && {command}" for command in COMMANDS)

@@ -6,6 +6,7 @@ import subprocess
 
 import pytest
 
+from builds import with_hbsctl
 from gateway import CHECKOUT, SCRIPTS, by_lease, lan, lease_line, wait_for
 
 
@@ -55,6 +56,7 @@ def test_lease_over_the_notification_file_alone_makes_a_client(running):
 
 
 @pytest.mark.simulated
+@with_hbsctl
 def test_one_command_shows_a_whole_lan_as_json():
     done = subprocess.run([f"{SCRIPTS}/box", "--lan", "--", f"{SCRIPTS}/lab/demo", "--once", "--json"],
                           cwd=CHECKOUT, capture_output=True, text=True, check=False, timeout=600)

@@ -6,6 +6,7 @@ import signal
 import subprocess
 import time
 
+from builds import dynamic
 from gateway import BIN, DUMP, lease_line, wait_for
 from lab import database
 
@@ -28,6 +29,7 @@ def kill_a_holder(gateway):
     holder.stdin.close()
 
 
+@dynamic
 def test_other_readers_say_so_in_time_and_fail(running):
     kill_a_holder(running)
     done = running.hbsctl("list", check=False)
@@ -35,6 +37,7 @@ def test_other_readers_say_so_in_time_and_fail(running):
     assert done.stderr != ""
 
 
+@dynamic
 def test_daemon_takes_the_database_back(running):
     kill_a_holder(running)
     running.notify(lease_line("02:bb:00:00:00:06", "192.168.0.51"))
@@ -46,6 +49,7 @@ def test_daemon_takes_the_database_back(running):
     assert running.log().count(TAKEN_OVER) == 1
 
 
+@dynamic
 def test_restart_of_the_daemon_opens_the_database_again(running):
     kill_a_holder(running)
     running.daemon.kill()
