@@ -24,10 +24,10 @@ extern uint32_t hbs_log_highest;
 void hbs_log_init();
 
 // The site descriptor is static because the logger keeps its address as the identity of the place. The
-// arguments of a message that nobody takes are not computed.
+// arguments of a message that nobody takes are not computed, but for errors, which are too rare to ask first.
 #define HBS_LOG(code, ...)                                                                                   \
     do {                                                                                                     \
         static constexpr hbs_log_site log_site_ = {code, HBS_LOG_MODULE, 0};                                 \
-        if (hbs_log_takes(log_site_.severity))                                                               \
+        if (code <= HBS_ERROR || hbs_log_takes(code))                                                        \
             logger_build_send_log_msg(&log_site_, 0, __VA_ARGS__);                                           \
     } while (0)
