@@ -70,7 +70,7 @@ def what_is_lacking(pid):
         return "no pid file of the file watch thread"
     if watches(pid) < WATCHED_FILES:
         return "the notification files are not watched"
-    if not places.EMULATOR and not neighbour_group_joined():
+    if not places.EMULATOR and neighbour_socket() is None:
         return "the neighbour group is not joined"
     return None
 
@@ -101,12 +101,28 @@ def watches(pid):
         return 0  # it ended, or made, removed or closed something, while it was looked at
 
 
-def neighbour_group_joined():
+def neighbour_socket():
+    """Bytes that wait in the socket that hears of neighbours, and how often something did not fit so far; None while
+    there is no such socket."""
     for line in text_of("/proc/net/netlink").splitlines()[1:]:
-        _socket, family, _port, groups = line.split()[:4]
+        _socket, family, _port, groups, waiting, _sent, _dump, _holders, dropped = line.split()[:9]
         if family == "0" and int(groups, 16) & NEIGHBOUR_GROUP_BIT:
-            return True
-    return False
+            return int(waiting), int(dropped)
+    return None
+
+
+def order_agent(task):
+    """Tell the example agent library what to do; returns False while nobody reads, and when it does not fit."""
+    try:
+        orders = os.open(AGENT_ORDERS, os.O_WRONLY | os.O_NONBLOCK)
+    except OSError:
+        return False
+    try:
+        return os.write(orders, task.encode() + b"\n") > 0
+    except OSError:  # who read has just gone, or is far behind
+        return False
+    finally:
+        os.close(orders)
 
 
 def stop(process):

@@ -86,24 +86,6 @@ def gateway_values():
             "wifi.ssid.1.wps = Success", f"switch.mac.{mac(25)} = 1", f"agent.library = {os.path.realpath(library)}"]
 
 
-def order(task):
-    """Tell the agent library what to do; returns False while nobody reads."""
-    try:
-        orders = os.open(daemon.AGENT_ORDERS, os.O_WRONLY | os.O_NONBLOCK)
-    except OSError:
-        return False
-    try:
-        return os.write(orders, task.encode() + b"\n") > 0
-    finally:
-        os.close(orders)
-
-
-def waiting_for_neighbours():
-    """Bytes that the daemon's neighbour socket holds; 0 when there is none."""
-    rows = [line.split() for line in daemon.text_of("/proc/net/netlink").splitlines()[1:]]
-    return sum(int(row[4]) for row in rows if row[1] == "0" and int(row[3], 16) & daemon.NEIGHBOUR_GROUP_BIT)
-
-
 def change_neighbours():
     """A device comes by either family, is not sure any more, and goes."""
     places = (address(25), *ADDRESSES6)
@@ -195,10 +177,10 @@ class Run:
 
     def tell_neighbours(self):
         def joined():
-            return daemon.neighbour_group_joined() or NO_NEIGHBOURS.search(daemon.text_of(daemon.OUTPUT))
+            return daemon.neighbour_socket() or NO_NEIGHBOURS.search(daemon.text_of(daemon.OUTPUT))
         self.wait("it hears of neighbours", joined)
         change_neighbours()
-        self.wait("it has heard of them", lambda: not waiting_for_neighbours())
+        self.wait("it has heard of them", lambda: (daemon.neighbour_socket() or (0,))[0] == 0)
 
     def ask_agent(self):
         for task in AGENT_TASKS:
@@ -211,7 +193,7 @@ class Run:
         """The library itself is an example: what it lacks memory for ends its thread, and is not looked at."""
         lacks_memory = self._fault is not None and self._fault[0] in MEMORY
         end = time.monotonic() + (2.0 if lacks_memory else PATIENCE)
-        while not order(task):
+        while not daemon.order_agent(task):
             if time.monotonic() > end and lacks_memory:
                 return False
             if time.monotonic() > end:

@@ -328,19 +328,12 @@ def strangers_by_neighbours(count):
 def wait_heard(most):
     """No more than so many bytes wait in the daemon's neighbour socket."""
     end = time.monotonic() + PATIENCE
-    while heard_all() > most:
+    while (found := daemon.neighbour_socket()) is None or found[0] > most:
+        if found is None:
+            raise StressError("the daemon's neighbour socket is gone")
         if time.monotonic() > end:
             raise StressError("the daemon takes no neighbour events any more")
         time.sleep(0.0005)
-
-
-def heard_all():
-    """Bytes that wait in the daemon's neighbour socket."""
-    for line in daemon.text_of("/proc/net/netlink").splitlines()[1:]:
-        words = line.split()
-        if words[1] == "0" and int(words[3], 16) & daemon.NEIGHBOUR_GROUP_BIT:
-            return int(words[4])
-    raise StressError("the daemon's neighbour socket is gone")
 
 
 def notifications(count):
