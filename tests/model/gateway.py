@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import select
 import socket
 import struct
 import subprocess
@@ -117,6 +118,7 @@ class Gateway:
     def begin_history(self):
         """A gateway that has never run, but for the segment."""
         self.end()
+        self._pass_over_late_answers()
         for directory in ("/nvram/8", "/nvram/8/dhcpd", "/var/lib/misc"):
             for name in os.listdir(directory):
                 if os.path.isfile(f"{directory}/{name}"):
@@ -125,6 +127,13 @@ class Gateway:
             self._neighbour(RTM_DELNEIGH, interface, address, None, "failed")
         self.neighbours = {}
         os.truncate(DELETE_CPE_RECORD, 0)
+
+    def _pass_over_late_answers(self):
+        """Of a daemon that was given up, which would else be taken for those of the next."""
+        while self._sender.answer(0) is not None:
+            pass
+        while select.select([self._orders], [], [], 0)[0]:
+            self._orders.recv(8)
 
     def _wait(self, what, test):
         end = time.monotonic() + PATIENCE

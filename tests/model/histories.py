@@ -1,16 +1,23 @@
 """A history is played to the daemon and to the model; after each step everything that can be seen has to agree."""
 
+import contextlib
+import subprocess
+
 import crowds
 import records
 import segment
 import steps
 from documents import Documents
 from gateway import Gateway, GatewayError
-from hypothesis import HealthCheck, Phase, Verbosity, given, seed, settings, strategies
+from hypothesis import HealthCheck, Phase, Verbosity, errors, given, seed, settings, strategies
 from indices import NETWORK_KEY
+from lab import daemon, database
 
 LONGEST = 60
 USUAL = 25  # steps of a history; a difference is shown with fewer
+# How a daemon that ended or is stuck shows itself, and a database that is not whole.
+GONE = (segment.SegmentError, GatewayError, daemon.DaemonError, database.DatabaseError, AssertionError, OSError,
+        subprocess.SubprocessError)
 
 
 class Difference(AssertionError):
@@ -20,6 +27,15 @@ class Difference(AssertionError):
 def told(step):
     function, *words = step
     return f"{function.__name__}({', '.join(map(repr, words))})"
+
+
+@contextlib.contextmanager
+def difference(where):
+    """What does not come to its end is one, too."""
+    try:
+        yield
+    except GONE as error:
+        raise Difference(f"{where}: {error}") from error
 
 
 class Player:
@@ -42,7 +58,8 @@ class Player:
         return model
 
     def play(self, history):
-        model = self.begin()
+        with difference("the start"):
+            model = self.begin()
         for number, step in enumerate(history, start=1):
             self.take(model, number, step)
         self.histories += 1
@@ -50,15 +67,13 @@ class Player:
     def take(self, model, number, step):
         gateway = self.gateway
         model.begin_step()
-        gateway.set_seconds(model.clock.seconds)
         where = f"step {number}, {told(step)}"
-        try:
+        with difference(where):
+            gateway.set_seconds(model.clock.seconds)
             answers = step[0](model, gateway, *step[1:])
             settled = gateway.settle()
             model.clock.end()
             wrong = self.differences(model, answers, settled)
-        except (segment.SegmentError, GatewayError, AssertionError) as error:
-            raise Difference(f"{where}: {error}") from error
         if wrong:
             raise Difference("\n  ".join([where + ":", *wrong]))
         self.steps += 1
@@ -133,13 +148,16 @@ def run(count, chance=None):
         try:
             player.play(history)
         except Difference as error:
-            if not player.found:
+            found = f"{error}\nafter\n  " + "\n  ".join(map(told, history))
+            if not player.found:  # of one that does not come again this is all that is known
                 player.found = True
-                print(f"histories: {player.histories}; a difference, which is being made shorter: {error}", flush=True)
-            raise Difference(f"{error}\nafter\n  " + "\n  ".join(map(told, history))) from error
+                print(f"histories: {player.histories}; a difference, which is being made shorter: {found}", flush=True)
+            raise Difference(found) from error
 
     try:
         (play if chance is None else seed(chance)(play))()
+    except errors.Flaky as error:
+        raise Difference("what is told of above did not come again") from error
     finally:
         player.gateway.end()
     return player

@@ -7,7 +7,7 @@ import random
 
 import world
 from crowds import leased
-from histories import Player
+from histories import Player, difference
 from records import Clock
 from steps import INTERFACES, associated, lease4, left, neighbour, restart, static_lease, timer_ends, trust
 
@@ -26,7 +26,8 @@ class House(Player):
         self._guests = itertools.count()
 
     def live(self, hours):
-        model = self._model = self.begin()
+        with difference("the start"):
+            model = self._model = self.begin()
         end = model.clock.seconds + hours * HOUR
         self._settle_in()
         while self._plans[0][0] < end:
