@@ -19,3 +19,4 @@ def test_nothing_that_was_acknowledged_is_lost():
     assert done.returncode == 0, done.stdout
     assert f"kills: {KILLS} " in done.stdout
     assert int(re.search(r"commands acknowledged: (\d+)", done.stdout).group(1)) > KILLS
+    assert int(re.search(r"kills with a command under way: (\d+)", done.stdout).group(1)) > 0
