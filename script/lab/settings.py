@@ -257,10 +257,13 @@ def unlike_for_readers(settings, listed):
     with its address, its filter word and its trust."""
     if set(listed) != set(settings.known):
         return [f"the database holds {sorted(listed)} instead of {sorted(settings.known)}"]
-    wrong = []
-    for mac, client in settings.known.items():
-        there = listed[mac]["ipv4"], listed[mac]["mac_filter"], set(listed[mac]["trust"]) & set(TRUST_NAMES)
-        names = {name for bit, name in enumerate(TRUST_NAMES) if client.trust & 1 << bit}
-        if there != (client.address or None, client.filter_word, names):
-            wrong.append(f"readers see {there} of {mac} instead of {client}")
-    return wrong
+    return [text for mac, client in settings.known.items() for text in unlike_for_a_reader(mac, client, listed[mac])]
+
+
+def unlike_for_a_reader(mac, client, listed):
+    """The same of one client, of which readers see `listed`."""
+    there = listed["ipv4"], listed["mac_filter"], set(listed["trust"]) & set(TRUST_NAMES)
+    names = {name for bit, name in enumerate(TRUST_NAMES) if client.trust & 1 << bit}
+    if there == (client.address or None, client.filter_word, names):
+        return []
+    return [f"readers see {there} of {mac} instead of {client}"]

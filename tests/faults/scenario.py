@@ -274,13 +274,16 @@ def check_files(where, *allowed):
 
 
 def check_remembered(where, wanted):
-    """Readers see each remembered device with what is remembered of it."""
+    """Readers see each remembered device with what is remembered of it: its comment, address, filter word and trust."""
     listed = database.clients()
     for name, client in wanted.known.items():
         there = listed.get(name)
         if there is None or (there["comment"] or "").encode() != client.comment:
             seen = there and there["comment"]
             raise ScenarioError(f"{where}: readers see {seen!r} of {name} instead of {client.comment!r}")
+        wrong = settings.unlike_for_a_reader(name, client, there)
+        if wrong:
+            raise ScenarioError(f"{where}: {wrong[0]}")
 
 
 def one_fault(fault, before, after, is_told):
