@@ -1,4 +1,5 @@
-"""A short run of script/faults: some calls of each function fail once, and the power is cut after each change."""
+"""A short run of script/faults: up to three calls of each function, in the middle of even parts of its calls, fail once
+each, and the power is cut after each change."""
 
 import importlib.util
 import os
@@ -10,8 +11,9 @@ import pytest
 from builds import of_this_machine
 from gateway import BIN, SCRIPTS
 
-MOST = 120
+MOST = 300
 FUNCTIONS = 80  # at least so many different ones are called in what the daemon goes through
+CALLS = 180  # at least so many of them fail: not the first of each alone
 CHECKOUT = os.path.dirname(SCRIPTS)
 
 
@@ -35,7 +37,7 @@ def test_a_call_that_fails_once_costs_nothing_that_was_remembered():
                           env={**os.environ, "HBS_BUILD": os.path.basename(os.path.dirname(BIN))})
     assert done.returncode == 0, done.stdout
     calls, functions = re.search(r"calls that failed: (\d+) of .* of (\d+) functions", done.stdout).groups()
-    assert int(calls) >= FUNCTIONS and int(functions) >= FUNCTIONS, done.stdout
+    assert int(calls) >= CALLS and int(functions) >= FUNCTIONS, done.stdout
     assert int(re.search(r"power cuts: (\d+)", done.stdout).group(1)) > 100
 
 
