@@ -1,5 +1,5 @@
 /* Readers and askers of a storm, each a process that says that it has begun when it has had what it wants
- * once, goes on until it is told to end, and then prints its figures.
+ * once, goes on until it is told to end, waits for what it has just asked for, and then prints its figures.
  *
  *   reader copies          copies all clients again and again, and checks each copy: what one lease told is there whole
  *   reader ask             asks the daemon a question every few milliseconds
@@ -7,6 +7,7 @@
  *
  * A lease of the storm bears its number in four fields, a client that is remembered its comment in one more. */
 #define _GNU_SOURCE
+#include <errno.h>
 #include <hbs_msg.h>
 #include <hostbase_query.h>
 #include <signal.h>
@@ -112,6 +113,15 @@ static int tell(int fd, const void *data, size_t size) {
     return sendto(fd, data, size, 0, (struct sockaddr *)&to, sizeof to) == (ssize_t)size;
 }
 
+/* Also when the end comes in the middle of it. */
+static int hear(int fd, void *data, size_t size) {
+    ssize_t got;
+    do
+        got = recv(fd, data, size, 0);
+    while (got < 0 && errno == EINTR);
+    return got == (ssize_t)size;
+}
+
 static int ask(void) {
     hbs_msg_filter question = {.code = HBS_CMD_CLR_RULE_TOD, .type = 1, .mac = {2, 0xff, 0xff, 0xff, 0xff, 0xff}};
     long good = 0, unanswered = 0;
@@ -120,12 +130,13 @@ static int ask(void) {
     while (!ended) {
         int32_t answer;
         double began = now();
-        int answered = tell(fd, &question, sizeof question) && recv(fd, &answer, sizeof answer, 0) == sizeof answer;
+        int told = tell(fd, &question, sizeof question);
+        int answered = told && hear(fd, &answer, sizeof answer);
         double took = now() - began;
         worst = took > worst ? took : worst;
         good += answered;
         tell_begun(good);
-        unanswered += !answered && !ended;
+        unanswered += !answered && (told || !ended);
         rest(5);
     }
     printf("{\"good\": %ld, \"unanswered\": %ld, \"worst\": %.6f}\n", good, unanswered, worst);
@@ -153,7 +164,7 @@ static int presence(const char *text) {
             rest(5);
             continue;
         }
-        while (!ended && now() - began < 60 && !is_seen(&lease)) {}
+        while (now() - began < 60 && !is_seen(&lease)) {}
         double took = now() - began;
         int seen = is_seen(&lease);
         good += seen;
