@@ -3,6 +3,7 @@
 import itertools
 import json
 import os
+import select
 import socket
 import struct
 import subprocess
@@ -203,9 +204,17 @@ class Watchers:
         self._failed = []
         self._processes = [(each, subprocess.Popen([READER, *each], stdout=subprocess.PIPE, text=True))
                            for each in words]
+        end = time.monotonic() + PATIENCE
         for each, process in self._processes:
-            if process.stdout.readline() != "begun\n":
+            told = select.select([process.stdout], [], [], max(0.0, end - time.monotonic()))[0]
+            if not told or process.stdout.readline() != "begun\n":
+                self._kill()
                 raise StressError(f"{each[0]} has not begun")
+
+    def _kill(self):
+        for _words, process in self._processes:
+            process.kill()
+            process.wait()
 
     def __enter__(self):
         return self
