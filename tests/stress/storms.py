@@ -419,6 +419,8 @@ def restarts(gateway, count):
 
 
 FILLER = "/nvram/8/filler"
+SET, CLEAR = 5, 6  # codes of the commands of trust
+BOTH = wire.SITE | wire.SERVICE
 
 
 def take_room(how):
@@ -442,23 +444,24 @@ def give_room(how):
 
 
 def without_room(gateway, how):
-    """Settings while there is no room for them: each is answered, no file is damaged. Then there is room again."""
+    """Settings while there is no room for them: each is answered, and the files stay as they are. Once there is room
+    again, the next that is set on a client brings what they lack."""
     sender = wire.Sender("room")
-    before = gateway.remembered
 
-    def trust_all(kind):
+    def each(code, kind):
         for number, mac in enumerate(PROTECTED):
-            if sender.ask(wire.trusted(5, kind, wire.BY_MAC, mac, comment=kept(number)), PATIENCE) != 0:
+            if sender.ask(wire.trusted(code, kind, wire.BY_MAC, mac, comment=kept(number)), PATIENCE) != 0:
                 raise StressError(f"{how}: a command is not answered with success")
+    each(CLEAR, wire.SERVICE)
+    before = settings.read()
+    wrong = [f"{mac} has been set already" for mac in PROTECTED if before.known[mac].trust & BOTH != wire.SITE]
     take_room(how)
-    trust_all(wire.SERVICE)
-    found = settings.read()
+    each(SET, wire.SERVICE)
+    wrong += settings.differences(settings.read(), before)
     give_room(how)
-    for kind in (wire.SERVICE, wire.SITE):
-        trust_all(kind)
+    each(SET, wire.SITE)
     sender.close()
     gateway.remembered = after = settings.read()
-    wrong = settings.differences(found, before, after)
-    wrong += [f"{mac} has not got what was set" for mac in PROTECTED if after.known[mac].trust & 3 != 3]
+    wrong += [f"{mac} has not got what was set" for mac in PROTECTED if after.known[mac].trust & BOTH != BOTH]
     if wrong or (after.leases, after.black) != (before.leases, before.black):
         raise StressError(f"{how}: {wrong or 'leases or rules have changed'}")
