@@ -24,7 +24,9 @@ PROTECTED = [f"02:db:00:00:00:{number:02x}" for number in range(8)]
 # More than are known at a time; each has an address of its own.
 NEIGHBOURS = [bytes((0x02, 0xDC, 1, 0, *divmod(number, 256))) for number in range(600)]
 RULE = (1, 2, 3, 4, 5, 6)
+STRANGERS = "02:dd:"  # how their addresses begin
 STAY = 20  # so many others come before a stranger leaves
+ROUND = 500  # so many of each come in turn, when all come at once
 NEIGHBOUR_ROOM = 64 * 1024  # bytes that may wait in the daemon's socket before more is sent
 GOOD_LOOKS = 0.5  # share of a reader's looks that have to find a whole copy
 # Seconds that a question, a lease until it is seen, and a look may take: far more than on a machine with a load of
@@ -45,7 +47,7 @@ def build_reader():
 
 def mac_of(number):
     """One of 2^32 strangers."""
-    return bytes((0x02, 0xDD)) + number.to_bytes(4, "big")
+    return bytes.fromhex(STRANGERS.replace(":", "")) + number.to_bytes(4, "big")
 
 
 def lease(mac, number, seconds=86400):
@@ -259,18 +261,32 @@ def agent_events():
 
 
 class Heard:
-    """Whether a storm alone came to its clients: so many events for the agent for each that was sent, and so many
-    clients besides the protected, at least."""
+    """Whether what was sent came to its clients: the agent has had so many events, so many clients besides the
+    protected are published, and each stranger with what was told of it last. `last`: that, by MAC text."""
 
-    def __init__(self, storm, count):
-        share, self._clients = LEAST[storm]
-        self._events, self._clients = int(share * count), min(self._clients, count // 8)
+    def __init__(self, events, clients, last=None):
+        self._events, self._clients, self._last = events, clients, last
         self._before = agent_events()
 
     def check(self, what):
-        events, clients = agent_events() - self._before, len(database.clients()) - len(PROTECTED)
+        listed = database.clients()
+        events, clients = agent_events() - self._before, len(listed) - len(PROTECTED)
         if events < self._events or clients < self._clients:
             raise StressError(f"{what}: the storm did not arrive, {events} events for the agent and {clients} clients")
+        wrong = [f"{mac} is {client['host']}, not {self._last.get(mac)}" for mac, client in listed.items()
+                 if self._last is not None and mac.startswith(STRANGERS) and client["host"] != self._last.get(mac)]
+        if wrong:
+            raise StressError(f"{what}: the end of the storm did not arrive: " + ", ".join(wrong[:10]))
+
+
+def heard_alone(storm, count):
+    share, clients = LEAST[storm]
+    last = None
+    if storm in DEVICES:  # who came before so many others as are published has lost its place to them
+        devices = DEVICES[storm] or count
+        latest = max(database.MOST_CLIENTS, DEVICES[storm] or 0)
+        last = {mac_of(number % devices).hex(":"): f"#{number}" for number in range(max(0, count - latest), count)}
+    return Heard(int(share * count), min(clients, count // 8), last)
 
 
 # --- the storms: each sends `count` of something ---------------------------------------------------------------
@@ -282,19 +298,19 @@ def send_leases(count, devices=None):
         sender.settimeout(PATIENCE)
         for number in range(count):
             sender.sendto(template.of(mac_of(number if devices is None else number % devices), number), to)
-            if devices is None and number % 2 and number > STAY:
+            if devices is None and number >= STAY:
                 sender.sendto(release(number - STAY), to)
             if number % 50000 == 0:
                 os.truncate(daemon.JOURNAL, 0)
 
 
 def strangers_by_leases(count):
-    """Half of them leave again, some time later, and make room for others."""
+    """Each leaves again, some others later, and makes room: all find a place."""
     send_leases(count)
 
 
 def renewals(count):
-    send_leases(count, devices=80)
+    send_leases(count, DEVICES[renewals])
 
 
 neighbour_changes = itertools.count()
@@ -345,15 +361,23 @@ def wait_heard(most):
         time.sleep(0.0005)
 
 
+def notified(mac, number):
+    text = f"#{number}"
+    return notices.lease_line(mac.hex(":"), f"192.168.0.{10 + number % 230}", 600, text, text,
+                              identity=("02DD00", text, text))
+
+
 def notifications(count):
     numbers = iter(range(count))
     while chunk := list(itertools.islice(numbers, 2000)):
-        notices.append("".join(notices.lease_line(mac_of(number % 500).hex(":"), f"192.168.0.{10 + number % 230}", 600,
-                                                  f"#{number}", f"#{number}",
-                                                  identity=("02DD00", f"#{number}", f"#{number}"))
-                               for number in chunk))
-        lan.wait_until("the notifications are taken", notices.taken, PATIENCE)
+        hand_over("".join(notified(mac_of(number % DEVICES[notifications]), number) for number in chunk))
         os.truncate(daemon.JOURNAL, 0)
+    hand_over("\n")  # what was taken before is done then
+
+
+def hand_over(text):
+    notices.append(text)
+    lan.wait_until("the notifications are taken", notices.taken, PATIENCE)
 
 
 def station_churn(count):
@@ -365,9 +389,12 @@ def station_churn(count):
             sender.sendto((wire.wifi_associated if come else wire.wifi_left)(mac, 1 + number % 2), wire.SOCKET)
 
 
-# Of each alone what Heard asks for. Who finds no place is told to nobody.
-LEAST = {strangers_by_leases: (0, 80), strangers_by_neighbours: (0.5, 80), renewals: (0.5, 70), notifications: (0, 80),
-         station_churn: (0, 50)}
+# Of each alone, at least: events for the agent for each that was sent, and clients besides the protected. Who finds no
+# place among the records is told to nobody.
+LEAST = {strangers_by_leases: (0.9, 80), strangers_by_neighbours: (0.5, 80), renewals: (0.9, 70),
+         notifications: (0, 80), station_churn: (0, 50)}
+# How many strangers one tells of in turn, by their numbers; of leases each is another.
+DEVICES = {strangers_by_leases: None, renewals: 80, notifications: 500}
 
 
 def all_at_once(seconds, meanwhile=None):
@@ -378,7 +405,7 @@ def all_at_once(seconds, meanwhile=None):
     def keep_on(storm):
         try:
             while not over.is_set() or not rounds[storm]:
-                storm(500)
+                storm(ROUND)
                 rounds[storm] += 1
         except Exception as error:  # a source that ended would be missing from the run
             failures.append(f"{storm.__name__}: {error}")
