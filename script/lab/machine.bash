@@ -3,6 +3,20 @@
 # mounts files of this machine read-only below a layer of memory, makes them the root (boxes can only be entered where
 # that is so) and goes on with a job there. To be sourced by a script that stands in the checkout.
 
+# machine_claim: no other of these machines runs in MACHINE_HOME until this script and its emulator have ended. The path
+# of the checkout stands in the machine's scripts and in the emulator's words unquoted.
+machine_claim() {
+    [[ ! $PWD =~ [^A-Za-z0-9/._+@%=~-] ]] || machine_refuse "the path of the checkout has '${BASH_REMATCH[0]}' in it: $PWD"
+    mkdir -p "$MACHINE_HOME"
+    exec 8> "$MACHINE_HOME/.lock"
+    flock -n 8 || machine_refuse "another machine runs in $MACHINE_HOME: wait for its end"
+}
+
+machine_refuse() {
+    echo "${0##*/}: no machine can be started: $1" >&2
+    exit 1
+}
+
 # machine_init CHECKOUT_SHARE MODULE...: prints the first process. The share is that of the checkout, empty where the
 # root has it already.
 machine_init() {

@@ -93,42 +93,6 @@ def test_words_of_target_that_make_no_sense(words, reason):
     assert (done.returncode, done.stderr.splitlines()[-1]) == (2, f"script/target: {reason}")
 
 
-@pytest.fixture(name="emulated")
-def target_of_a_tree_with_an_emulator_of_ours():
-    """script/target with an emulator that does what it is told, and nothing else to do."""
-    with tempfile.TemporaryDirectory() as directory:
-        shutil.copytree(SCRIPTS, f"{directory}/script", ignore=shutil.ignore_patterns("__pycache__"))
-        os.makedirs(f"{directory}/build/target/root/boot")
-        with open(f"{directory}/script/lab/machine.bash", "a", encoding="ascii") as file:
-            file.write("machine_initramfs() { :; }\n")
-
-        def run(does, **environment):
-            for name, text in (("script/build", ""), ("qemu-system-s390x", does)):
-                with open(f"{directory}/{name}", "w", encoding="ascii") as file:
-                    file.write(f"#!/bin/sh\n{text}\n")
-                os.chmod(f"{directory}/{name}", 0o755)
-            variables = {**os.environ, "PATH": f"{directory}:{os.environ['PATH']}", **environment}
-            return subprocess.run(["script/target", "--", "true"], cwd=directory, env=variables, capture_output=True,
-                                  text=True, timeout=120, check=False)
-        yield run
-
-
-@pytest.mark.parametrize("status, result", [("0", 0), ("3", 1)])
-def test_a_target_that_comes_to_its_end(emulated, status, result):
-    done = emulated(f"echo status of the job: {status}")
-    assert done.returncode == result
-    assert "was ended" not in done.stderr
-
-
-@pytest.mark.parametrize("stubborn", ["", "trap '' TERM;"], ids=["", "and does not listen"])
-def test_a_target_that_hangs_is_ended(emulated, stubborn):
-    done = emulated(f"{stubborn} echo $$; exec sleep 1000", HBS_MACHINE_LIMIT="1")
-    assert done.returncode == 1
-    assert "target: the machine was not done after 1 s and was ended\n" in done.stderr
-    with pytest.raises(ProcessLookupError):
-        os.kill(int(done.stdout), 0)
-
-
 def test_a_target_whose_files_could_not_be_fetched_fails_and_says_so():
     with tempfile.TemporaryDirectory() as directory:
         shutil.copytree(SCRIPTS, f"{directory}/script", ignore=shutil.ignore_patterns("__pycache__"))
