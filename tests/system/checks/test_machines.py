@@ -19,7 +19,7 @@ class Tree:
     def __init__(self, directory):
         self._directory = str(directory)
         shutil.copytree(SCRIPTS, f"{directory}/script", ignore=shutil.ignore_patterns("__pycache__"))
-        for folder in ("build/target/root/boot", "build/target/root/lib/modules",
+        for folder in ("build/target/root/boot", "build/target/root/lib/modules", "build/s390x/bin",
                        "build/wifi/root/lib/modules/1"):
             os.makedirs(f"{directory}/{folder}")
         with open(f"{directory}/script/lab/machine.bash", "a", encoding="ascii") as file:
@@ -112,6 +112,14 @@ def test_power_cuts_have_a_folder_of_their_own(tree):
     with tree.running("target"):
         done = tree.run(("script/target", "--cuts", "1"), "")
         assert (done.returncode, done.stderr) == (0, "")
+
+
+def test_the_short_choice_asks_no_hbsctl_of_an_earlier_day(tree):
+    asked = "build/s390x/bin/hbsctl"
+    for words, is_there in ((("script/target", "--", "true"), True), (("script/target", "--quick"), False)):
+        tree.write(asked, "")
+        done = tree.run(words, f"test {'' if is_there else '!'} -e {asked} && {well('target')}")
+        assert done.returncode == 0, done.stderr
 
 
 @pytest.mark.parametrize("name, told", [("a tree", " "), ("a,tree", ","), ("a$tree", "$"), ("a'tree", "'"),
