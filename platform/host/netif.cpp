@@ -5,6 +5,8 @@
 #include <net/if.h>
 #include <netif.h>
 
+#include "host_values.h"
+
 namespace {
 
 constexpr uint32_t first_lan = 2; // network 0 is "l2sd0.2"
@@ -25,6 +27,9 @@ int NETIF_IsOutward(int ifindex) {
 }
 
 int NETIF_GetLanName(uint32_t network, char name[NETIF_NAME_SIZE]) {
+    int result = 0;
+    if (host_call_fails("NETIF_GetLanName", &result))
+        return result;
     if (name == nullptr || network >= most_networks)
         return -1;
     (void)snprintf(name, NETIF_NAME_SIZE, "l2sd0.%u", network + first_lan);

@@ -1,5 +1,7 @@
-"""docs/platform.md: its commands, typed as they stand, on a gateway with the agent library."""
+"""docs/platform.md: its commands, typed as they stand, on a gateway with the agent library; its list of calls and the
+lines of the journal, beside the sources."""
 
+import glob
 import os
 import re
 
@@ -8,7 +10,7 @@ import pytest
 from builds import dynamic
 from document_lines import lines_of, text_of
 from gateway import BIN, CHECKOUT, lease_datagram, wait_for
-from lab import wire
+from lab import seam, wire
 
 TEXT = text_of("docs/platform.md")
 COMMANDS = lines_of(TEXT)
@@ -67,3 +69,45 @@ def test_a_router_database_that_fails_makes_no_client_until_it_succeeds(gateway)
     gateway.write("/var/lib/hbs-host/gateway.conf", SMALLEST)
     gateway.datagrams(lease_datagram("02:aa:00:00:00:11", "192.168.1.131"))
     wait_for("it is a client", lambda: "02:aa:00:00:00:11" in gateway.clients())
+
+
+def source():
+    """What the host platform is made of."""
+    paths = [path for folder in ("host", "common", "agent")
+             for path in sorted(glob.glob(f"{CHECKOUT}/platform/{folder}/*.cpp"))]
+    return "\n".join(text_of(path) for path in paths)
+
+
+def names_behind(words):
+    block = re.search(rf"{words}[^:]*:[^:\n]*\n\n((?:    .+\n)+)", TEXT).group(1)
+    return sorted(block.split())
+
+
+def test_each_call_can_be_told_to_fail_or_has_no_failure():
+    calls = {call.name for call in seam.calls() if call.parameters is not None}
+    # A call that can be told to fail looks for its name.
+    failing = sorted(calls & set(re.findall(r'"(\w+)"', source())))
+    assert names_behind("It works for every call that can fail") == failing
+    assert names_behind("The others have no failing result") == sorted(calls - set(failing))
+
+
+def journal_lines_of_the_sources():
+    """Patterns of the lines, as the page writes them: what is filled in stands in capitals. What begins with a
+    blank is no beginning."""
+    text = source()
+    for begun in re.findall(r'common_line_add(?:_text)?\(&line, "(\S[^"]*)"', text):
+        rest = ".+" if begun.endswith(" ") else ""
+        if begun == "snmp %s":
+            yield from (f"snmp {stored}" for stored in re.findall(r'"(view-\w+)"', text))
+        else:
+            yield re.sub(r"%\w", "[A-Z]+", begun) + rest
+
+
+def test_the_journals_lines_are_those_of_the_sources():
+    table = TEXT.partition("## The journal\n")[2].partition("## ")[0]
+    cells = re.findall(r"^\| (`.*?) \|", table, re.MULTILINE)
+    named = [line for cell in cells for line in re.findall(r"`([^`]+)`", cell)]
+    patterns = list(journal_lines_of_the_sources())
+    assert len(named) > 10
+    assert [line for line in named if not any(re.fullmatch(pattern, line) for pattern in patterns)] == []
+    assert [pattern for pattern in patterns if not any(re.fullmatch(pattern, line) for line in named)] == []

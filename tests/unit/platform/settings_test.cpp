@@ -1,6 +1,8 @@
-// Settings: LAN-side devices, gateway settings, items by number, production data, uptime.
+// Settings: LAN-side devices, gateway settings, items by number, production data, uptime; names of
+// networks' interfaces.
 #include <cerrno>
 #include <cstring>
+#include <netif.h>
 #include <time.h>
 
 #include <db.h>
@@ -310,6 +312,20 @@ TEST_F(Uptime, CanBeGivenAndCanFail) {
     EXPECT_EQ(-1, MAIN_getSysUpTime(&seconds));
     EXPECT_EQ(-1, MAIN_getSysUpTime(nullptr));
     EXPECT_EQ(12345u, seconds);
+}
+
+class NetworkNames : public GatewayTest {};
+
+TEST_F(NetworkNames, FollowTheNumberAndCanFail) {
+    char name[NETIF_NAME_SIZE] = "untouched";
+    EXPECT_EQ(-1, NETIF_GetLanName(256, name));
+    EXPECT_EQ(-1, NETIF_GetLanName(0, nullptr));
+    fail("NETIF_GetLanName", -7);
+    EXPECT_EQ(-7, NETIF_GetLanName(0, name));
+    EXPECT_STREQ("untouched", name);
+    succeed("NETIF_GetLanName");
+    EXPECT_EQ(0, NETIF_GetLanName(255, name));
+    EXPECT_STREQ("l2sd0.257", name);
 }
 
 } // namespace settings_test
