@@ -7,7 +7,7 @@ import re
 
 import pytest
 
-from builds import dynamic
+from builds import dynamic, with_hbsctl
 from document_lines import lines_of, text_of
 from gateway import BIN, CHECKOUT, lease_datagram, wait_for
 from lab import seam, wire
@@ -29,14 +29,15 @@ LIBRARY = os.path.join(os.path.dirname(BIN), "lib", "libhbs_agent.so")
 
 
 @dynamic
+@with_hbsctl
 def test_commands_do_what_the_page_says(gateway):
-    assert [command.split()[0] for command in COMMANDS] == ["mkdir", "cp", "grep", "echo", "grep"]
-    make, copy, find_events, order, find_answer = (f"cd {CHECKOUT} && {command}" for command in COMMANDS)
+    assert [command.split()[0] for command in COMMANDS] == ["mkdir", "cp", "hbsctl", "grep", "echo", "grep"]
+    make, copy, lease, find_events, order, find_answer = (f"cd {CHECKOUT} && {command}" for command in COMMANDS)
     gateway.run("sh", "-c", f"rm -rf /var/lib/hbs-host; {make}")
     gateway.run("sh", "-c", copy)
     gateway.set_value("agent.library", LIBRARY)
     gateway.start_daemon()
-    gateway.datagrams(lease_datagram("02:aa:00:00:00:11", "192.168.0.131"))
+    gateway.run("sh", "-c", lease)
     wait_for("the event is found", lambda: "02:AA:00:00:00:11" in found(gateway, find_events))
     wait_for("the agent takes orders", lambda: gateway.exists("/var/lib/hbs-host/agent"))
     gateway.run("sh", "-c", order)
@@ -47,15 +48,20 @@ def found(gateway, command):
     return gateway.run("sh", "-c", command, check=False).stdout
 
 
+@with_hbsctl
 def test_the_smallest_file_makes_a_gateway(gateway):
     gateway.run("mkdir", "-p", "/var/lib/hbs-host")
     gateway.write("/var/lib/hbs-host/gateway.conf", SMALLEST)
     gateway.start_daemon()
-    gateway.datagrams(lease_datagram("02:aa:00:00:00:11", "192.168.1.131"))
+    (lease,) = (command for command in COMMANDS if command.startswith("hbsctl event "))
+    gateway.run("sh", "-c", lease)
     client = wait_for("it is a client", lambda: gateway.clients().get("02:aa:00:00:00:11"))
-    assert (client["network"], client["switch_port"]) == (1, 1)
+    assert (client["network"], client["switch_port"]) == (0, 1)
     listed = gateway.hbsctl("list").stdout
-    assert re.search(r"^02:aa:00:00:00:11 .* 192\.168\.1\.131 .* ethernet 1 ", listed, re.MULTILINE), listed
+    assert re.search(r"^02:aa:00:00:00:11 .* 192\.168\.0\.131 .* ethernet 1 ", listed, re.MULTILINE), listed
+    gateway.datagrams(lease_datagram("02:aa:00:00:00:12", "192.168.1.132"))
+    other = wait_for("so is one of the other network", lambda: gateway.clients().get("02:aa:00:00:00:12"))
+    assert other["network"] == 1
 
 
 def test_a_router_database_that_fails_makes_no_client_until_it_succeeds(gateway):
