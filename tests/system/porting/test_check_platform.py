@@ -1,9 +1,11 @@
 """check-platform tells what a port lacks, each call on its own, and why."""
 
+import re
+
 import pytest
 
 from gateway import CHECKOUT
-from ports import CALLS, check_platform, new_port
+from ports import CALLS, IN_THE_SHARED_PART, check_platform, leave_to_the_shared_part, new_port
 
 
 @pytest.fixture(name="port")
@@ -104,9 +106,17 @@ def test_a_source_sees_what_the_build_shows_it(port):
     common = f"more.cpp:1:10: fatal error: common_text.h: {none}"
     daemons = f"nvm.c:3:10: fatal error: base/paths.h: {none}"
     assert told(port) == [common, daemons, vendors]
-    for file in ("commonutils.c", "rnddb.c", "snmpa.c"):
-        (port / file).unlink()
+    leave_to_the_shared_part(port)
     assert told(port, f"-DCMAKE_C_FLAGS=-I{port}/vendor", "-DHBS_PLATFORM_COMMON=ON") == [daemons]
+
+
+def test_the_shared_part_has_all_calls_of_the_files_that_it_stands_for(port):
+    lines = told(port, "-DHBS_PLATFORM_COMMON=ON")
+    files = {re.fullmatch(r"\w+ is in more than one file: ((\w+)\.c), \2\.cpp", line)[1] for line in lines}
+    assert files == set(IN_THE_SHARED_PART)
+    leave_to_the_shared_part(port)
+    done = check_platform(port, "-DHBS_PLATFORM_COMMON=ON")
+    assert (done.returncode, done.stdout) == (0, f"{port}: all {CALLS} calls are there\n")
 
 
 def test_what_cannot_be_configured_is_told(port):

@@ -9,14 +9,15 @@ import tempfile
 
 import pytest
 
-from document_lines import lines_of, sections_of
+from document_lines import lines_of
 from gateway import CHECKOUT, daemon, wait_for
-from ports import CACHED, check_platform, new_platform, new_port, placed, run
+from ports import CACHED, PAGE, check_platform, leave_to_the_shared_part, new_platform, new_port, placed, run
 
-SECTION = sections_of("docs/porting.md")["The directory"]
+SECTION = PAGE["The directory"]
 CONFIGURE, BUILD = lines_of(SECTION)
 # The last one of a name counts.
 OPTIONS = [f"-D{option}" for option in re.findall(r"`(?:-D)?(\w+=\S+)`", SECTION)]
+COPIED = re.search(r"Or copy [^.]*\.", PAGE["Step by step"])[0]
 
 
 @pytest.fixture(name="build")
@@ -75,8 +76,7 @@ int common_router_refresh() { return 1; }
 
 @pytest.mark.simulated
 def test_a_static_port_with_the_shared_part_and_a_library_of_the_vendors(port, build, gateway, tmp_path):
-    for header in ("commonutils", "rnddb", "snmpa"):
-        (port / f"{header}.c").unlink()
+    leave_to_the_shared_part(port)
     (port / "hooks.cpp").write_text(HOOKS)
     vendor = tmp_path / "tr69.c"
     (port / "tr69.c").rename(vendor)
@@ -92,6 +92,21 @@ def test_a_static_port_with_the_shared_part_and_a_library_of_the_vendors(port, b
                            check=True).stdout
     assert "common_router_refresh" in names and " T quarn_tr69SendEvent\n" in names
     starts_and_serves(gateway, build)
+
+
+@pytest.mark.parametrize("platform, options", [
+    ("host", ["-DHBS_PLATFORM_COMMON=ON"]), ("linux", ["-DHBS_PLATFORM_COMMON=ON", "-DHBS_PLATFORM_BASE=ON"])])
+def test_a_copy_of_the_projects_own_platforms_builds(build, platform, options):
+    """That the daemon is linked shows that all calls are there. The copy lies in the build's folder, where the compiler
+    cache finds what it compiled another time."""
+    named = re.findall(r"`(?:platform/(?=\w+/`))?([-\w=]+)/?`", COPIED)
+    common, base = "-DHBS_PLATFORM_COMMON=ON", "-DHBS_PLATFORM_BASE=ON"
+    assert [word for word in named if word not in ("src", "include")] == ["linux", "host", common, "linux", base]
+    copy = f"{build}/copy"
+    shutil.copytree(f"{CHECKOUT}/platform/{platform}", copy)
+    for line, more in ((CONFIGURE, options), (BUILD, [])):
+        done = typed(line, build, copy, *more)
+        assert done.returncode == 0, done.stdout[-3000:] + done.stderr
 
 
 def test_a_directory_that_is_not_empty_is_left_alone(port):
