@@ -21,10 +21,14 @@ LIST = ("list", "--json")
 AGES = ("since", "since_seconds", "lease_start", "lease_start_seconds")
 
 
+def has_hbsctl(directory):
+    return os.access(f"{directory}/hbsctl", os.X_OK)
+
+
 def lister(directory):
     """What prints all clients: hbsctl, or the reader in C, which does not tell of ended daemons, in a build that has
     none."""
-    if os.access(f"{directory}/hbsctl", os.X_OK):
+    if has_hbsctl(directory):
         return (f"{directory}/hbsctl", *LIST)
     return (*places.EMULATOR, f"{directory}/hbs_reader")
 

@@ -1,13 +1,13 @@
 """What a build cannot show: tests are marked with these."""
 
-import os
 import re
 import subprocess
 import sys
 
 import pytest
 
-from gateway import BIN
+from gateway import BIN, NO_HBSCTL
+from lab import database
 
 # The program that loads the C library stands at the head of a program that has one to load.
 LOADER = re.compile(rb"/lib[\w/.-]*/ld[\w.-]+\0")
@@ -37,5 +37,5 @@ of_this_machine = pytest.mark.skipif(loader_of(DAEMON) != loader_of(sys.executab
                                      reason="the test's own programs are of this machine")
 # A static daemon cannot load the agent library; and where and how a semaphore lies is its C library's own affair.
 dynamic = pytest.mark.skipif(loader_of(DAEMON) is None, reason="this build's daemon is static")
-with_hbsctl = pytest.mark.skipif(not os.access(f"{BIN}/hbsctl", os.X_OK), reason="this build has no hbsctl")
+with_hbsctl = pytest.mark.skipif(not database.has_hbsctl(BIN), reason=NO_HBSCTL)
 with_serve = pytest.mark.skipif(not has_serve(), reason="this build's hbsctl has no serve")

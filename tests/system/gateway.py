@@ -22,8 +22,8 @@ from lab.wire import DUMP
 from lab.wire import lease as lease_datagram
 
 # What the tests take from here.
-__all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "LONGEST_RUN", "SCRIPTS", "by_lease", "daemon", "lan",
-           "lease_datagram", "lease_line", "release_line", "wait_for"]
+__all__ = ["BIN", "Box", "CHECKOUT", "DUMP", "Daemon", "LONGEST_RUN", "NO_HBSCTL", "SCRIPTS", "by_lease", "daemon",
+           "lan", "lease_datagram", "lease_line", "release_line", "wait_for"]
 
 BIN = daemon.programs(CHECKOUT)
 # What statements that run in the box begin with.
@@ -40,6 +40,7 @@ network.2 = l2sd0.3
 PATIENCE = 60.0  # times places.PATIENCE
 # What a program in a box may take that waits for others itself.
 LONGEST_RUN = 300
+NO_HBSCTL = "this build has no hbsctl"
 
 
 def wait_for(what, test, seconds=PATIENCE):
@@ -163,8 +164,8 @@ class Box:
         return self.start("/usr/bin/python3", "-ISB", "-c", LAB_AT_HAND + code, *arguments, **how)
 
     def hbsctl(self, *arguments, check=True, timeout=LONGEST_RUN):
-        if not os.access(f"{BIN}/hbsctl", os.X_OK):
-            pytest.skip("this build has no hbsctl")
+        if not database.has_hbsctl(BIN):
+            pytest.skip(NO_HBSCTL)
         return self.run(f"{BIN}/hbsctl", *arguments, check=check, timeout=timeout)
 
     def clients(self, left_behind=False):

@@ -1,12 +1,11 @@
 """What hbsctl does is shown by builds that have it, even where a test finds its words in a shell or on a terminal."""
 
-import os
-
 import pytest
-from gateway import BIN
+from gateway import BIN, NO_HBSCTL
+from lab import database
 
 
 @pytest.fixture(scope="package", autouse=True)
 def hbsctl_is_there():
-    if not os.access(f"{BIN}/hbsctl", os.X_OK):
-        pytest.skip("this build has no hbsctl")
+    if not database.has_hbsctl(BIN):
+        pytest.skip(NO_HBSCTL)
