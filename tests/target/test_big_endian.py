@@ -3,9 +3,8 @@
 import os
 import sys
 
-import carried
 from gateway import BIN, lan, lease_line, wait_for
-from lab import database, notices, settings_files, wire
+from lab import database, notices
 
 MAC = "02:aa:00:00:00:11"
 LAN = "l2sd0.2"
@@ -43,16 +42,6 @@ def test_notifications_of_both_families_are_read(running):
     assert there[0]["ll"] == "fe80::aa:ff:fe00:11"
 
 
-def test_rules_and_clients_are_written_as_every_machine_reads_them(running):
-    """The other side, a daemon over these bytes on a machine of the other byte order, is one of the system tests."""
-    for command in carried.commands():
-        assert running.command(command) == 0
-    assert {path: settings_files.content(running.path(path)) for path in carried.FILES} == carried.FILES
-    running.daemon.kill()
-    running.start_daemon()
-    assert carried.seen_by_readers(running) == (carried.TRUST, carried.FILTER_WORDS)
-
-
 def test_link_local_neighbour_of_the_real_kernel(gateway):
     gateway.make_lan()
     gateway.start_daemon()
@@ -62,24 +51,3 @@ def test_link_local_neighbour_of_the_real_kernel(gateway):
     wait_for("the client has it", lambda: gateway.clients()[MAC]["ll"] == "fe80::50")
     gateway.run("ip", "neigh", "replace", "fe80::50", "nud", "failed", "dev", LAN)
     wait_for("it is gone", lambda: f"Got ARP GONE event for [{MAC}]" in gateway.log())
-
-
-def test_trusted_devices_are_written_in_the_machines_byte_order(running):
-    """The file is the gateway's own: it is never carried to a machine of another byte order. What such a machine makes
-    of it is one of the system tests."""
-    assert running.command(wire.trusted(5, wire.SITE, wire.BY_MAC, MAC)) == 0
-    path = running.path(settings_files.TRUSTED_INSTANCES)
-    assert settings_files.content(path) == carried.trusted_devices(">") != carried.trusted_devices("<")
-    assert settings_files.trusted_devices(path) == {MAC: 0}
-    with open(running.path(settings_files.CLIENT_FILE), "rb") as file:
-        assert b" %08x " % settings_files.TRUST_SITE in file.read(), "text, the same on every machine"
-
-
-def test_daemon_starts_over_the_files_of_a_machine_of_the_other_byte_order(gateway):
-    gateway.configure()
-    carried.put_there(gateway, carried.elsewhere())
-    gateway.start_daemon()
-    assert carried.seen_by_readers(gateway) == (carried.TRUST, carried.FILTER_WORDS)
-    assert settings_files.content(gateway.path(settings_files.TRUSTED_INSTANCES)) == carried.trusted_devices("<")
-    assert gateway.command(wire.trusted(5, wire.SITE, wire.BY_MAC, MAC)) == 0
-    assert carried.found(gateway) == carried.here(), "its own record stands for that of the other order"

@@ -23,6 +23,21 @@ def test_every_machine_writes_these_bytes(running):
     assert carried.found(running) == carried.here()
 
 
+def test_a_daemon_reads_what_it_wrote_itself(running):
+    for command in carried.commands():
+        assert running.command(command) == 0
+    running.daemon.kill()
+    running.start_daemon()
+    assert carried.seen_by_readers(running) == (carried.TRUST, carried.FILTER_WORDS)
+
+
+def test_trust_alone_is_text_in_one_file_and_a_number_in_the_other(running):
+    assert running.command(wire.trusted(5, wire.SITE, wire.BY_MAC, carried.MAC)) == 0
+    text = settings_files.content(running.path(settings_files.CLIENT_FILE))
+    assert b" %08x " % settings_files.TRUST_SITE in text, "the same on every machine"
+    assert settings_files.trusted_devices(running.path(settings_files.TRUSTED_INSTANCES)) == {carried.MAC: 0}
+
+
 def test_readers_see_what_stands_in_files_of_another_machine(carried_there):
     assert carried.seen_by_readers(carried_there) == (carried.TRUST, carried.FILTER_WORDS)
     assert carried.found(carried_there) == carried.elsewhere(), "a start changes none of them"
