@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr size_t line_size = 1024;
-
 // Bridges that programs make for containers and virtual machines.
 constexpr const char *others_bridges[] = {"docker*", "br-????????????", "virbr*", "lxcbr*", "lxdbr*",
                                           "cni*",    "podman*"};
@@ -203,7 +201,7 @@ void linux_conf_parse(const char *path, linux_conf *conf, linux_complaints *comp
     FILE *file = fopen(path, "re");
     if (file == nullptr)
         return;
-    char line[line_size];
+    char line[HBS_SETTINGS_LINE_SIZE];
     for (unsigned number = 1; fgets(line, sizeof line, file) != nullptr; number++) {
         const bool whole = strchr(line, '\n') != nullptr || feof(file) != 0;
         if (whole) {

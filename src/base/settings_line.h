@@ -2,7 +2,11 @@
 // servers run.
 #pragma once
 
+#include <cstddef>
 #include <cstring>
+
+// Room for one with its end and a zero; a longer one is passed over.
+constexpr size_t HBS_SETTINGS_LINE_SIZE = 1024;
 
 // Cuts the blanks at both ends off, in place; returns the new start.
 inline char *hbs_without_blanks(char *text) {

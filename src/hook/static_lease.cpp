@@ -37,8 +37,7 @@ bool hbs_hosts_have(const char *path, const uint8_t mac[6], const uint8_t ipv4[4
 
 namespace {
 
-// The daemon's own limits: what it refuses in its settings leaves what stood before.
-constexpr size_t LONGEST_LINE = 1023;
+// The daemon's own limit: what it refuses in its settings leaves what stood before.
 constexpr size_t LONGEST_PLACE = 107;
 
 // Takes a line "dhcp.hosts = PLACE"; empty = there is no such file.
@@ -57,7 +56,7 @@ void take_place(char *line, char place[LONGEST_PLACE + 1]) {
 }
 
 void read_place(FILE *settings, char place[LONGEST_PLACE + 1]) {
-    char line[LONGEST_LINE + 1];
+    char line[HBS_SETTINGS_LINE_SIZE];
     bool begins = true; // a line
     while (fgets(line, sizeof line, settings) != nullptr) {
         const bool ends = strchr(line, '\n') != nullptr || feof(settings) != 0;

@@ -6,11 +6,14 @@
 #include <sstream>
 
 #include "base/router_paths.h"
+#include "base/settings_line.h"
 #include "tools/lan_networks.h"
 #include "tools/whole_file.h"
 #include "tools/words.h"
 
 namespace {
+
+constexpr size_t longest_line = HBS_SETTINGS_LINE_SIZE - sizeof "\n"; // with its zero
 
 std::string without_blanks(const std::string &text) {
     const size_t begin = text.find_first_not_of(" \t");
@@ -73,7 +76,7 @@ router_settings parse_router_settings(const std::string &text) {
     for (std::string line; std::getline(lines, line);) {
         const std::string said = without_comment(line);
         const size_t equals = said.find('=');
-        if (equals != std::string::npos)
+        if (equals != std::string::npos && line.size() <= longest_line)
             take_setting(without_blanks(said.substr(0, equals)), without_blanks(said.substr(equals + 1)),
                          settings);
     }

@@ -86,8 +86,9 @@ TEST(LinuxSettings, ABadValueLeavesAGoodOne) {
 }
 
 TEST(LinuxSettings, ALineThatIsTooLongIsPassedOver) {
-    const parsed result = parse("wan = " + std::string(5000, 'x') + "\nport.1 = eth1\n");
-    EXPECT_EQ(1u, result.complaints.count);
+    const parsed result = parse("wan = " + std::string(5000, 'x') + "\nport.2 = eth2 #" +
+                                std::string(1008, '-') + "\nport.1 = eth1 #" + std::string(1007, '-'));
+    EXPECT_EQ(2u, result.complaints.count);
     EXPECT_STREQ("eth1", result.conf.port[0]);
 }
 

@@ -37,6 +37,16 @@ TEST(RouterSettings, NumbersAndPathsAreThoseThatTheDaemonTakes) {
     EXPECT_EQ(parse_router_settings("hostapd =").access_points, "");
 }
 
+TEST(RouterSettings, ALineThatIsTooLongForTheDaemonIsPassedOver) {
+    const std::string line = "hostapd = /run/x #";
+    for (const char *end : {"", "\n", "\npresence = no\n"}) {
+        const std::string longest = line + std::string(1022 - line.size(), '-');
+        EXPECT_EQ(parse_router_settings(longest + end).access_points, "/run/x");
+        EXPECT_EQ(parse_router_settings(longest + "-" + end).access_points, "/run/hostapd");
+    }
+    EXPECT_FALSE(parse_router_settings(std::string(5000, '-') + "\npresence = no").by_traffic);
+}
+
 TEST(RouterSettings, WhatMakesNoSenseIsPassedOver) {
     const router_settings settings = parse_router_settings(
         "presence = perhaps\npresence\n=\nwifi.settle = soon\nwifi.settle = -1\nwifi.settle = 99999999999\n"
