@@ -41,8 +41,10 @@ void PRESENCE_Learned(const uint8_t *, int) {}
 // Nobody is there to answer; the journal has it.
 void PRESENCE_Ask(uint32_t network, int family, const uint8_t *address) {
     char text[INET6_ADDRSTRLEN];
+    if (inet_ntop(family, address, text, sizeof text) == nullptr)
+        return;
     host_values_hold hold;
     common_line line;
-    common_line_add(&line, "presence ask %u %s", network, inet_ntop(family, address, text, sizeof text));
+    common_line_add(&line, "presence ask %u %s", network, text);
     common_note_effect(&line);
 }

@@ -2,6 +2,7 @@
 
 import os
 import resource
+import signal
 import subprocess
 
 import pytest
@@ -123,6 +124,16 @@ def test_nothing_stays_when_the_box_itself_is_ended(number):
         process.wait(60)
     wait_for("the sleeper is gone", lambda: f"sleep {marker}" not in subprocess.run(
         ["ps", "-eo", "args"], capture_output=True, text=True, check=True).stdout)
+
+
+def test_ends_quietly_however_often_it_is_told_to():
+    with subprocess.Popen([BOX, "--no-daemon", "--", "sh", "-c", "echo up; read never"],
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE) as process:
+        assert process.stdout.readline() == b"up\n"
+        while process.poll() is None:
+            process.terminate()
+        assert process.stderr.read() == b""
+    assert process.returncode == 128 + signal.SIGTERM
 
 
 def test_says_in_one_line_that_namespaces_are_forbidden():
