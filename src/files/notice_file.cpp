@@ -44,6 +44,8 @@ int hbs_file_copy(FILE *stream, const char *path) {
 
 namespace {
 
+constexpr int MOST_COPIES = 16; // of a file that grows meanwhile
+
 // Size of an open file in bytes, or -1.
 int64_t size_of(int descriptor) {
     struct stat status;
@@ -54,20 +56,33 @@ bool is_plain_file(const char *path, struct stat *status) {
     return lstat(path, status) == 0 && S_ISREG(status->st_mode);
 }
 
-// hbs_file_copy is silent about a file that it could not write (a full disk), so the copy is measured.
-// Returns the copy, open for reading, or -1 (logged).
-int open_copy(FILE *stream, const hbs_notice_source *source) {
+// Returns a copy of what is left of the file, open for reading, or -1 (logged).
+int copy_once(FILE *stream, const hbs_notice_source *source) {
     const bool copied = hbs_file_copy(stream, source->temporary) == 0 && ferror(stream) == 0;
     const int copy = copied ? hbs_plain_open(source->temporary, O_RDONLY, 0) : -1;
-    if (copy != -1 && size_of(copy) == size_of(fileno(stream)))
+    if (copy != -1)
         return copy;
     struct stat status;
-    if (copied && copy == -1 && is_plain_file(source->temporary, &status))
-        HBS_LOG(HBS_ERROR, "%s", source->open_failed);
-    else
-        HBS_LOG(HBS_ERROR, "%s", source->copy_failed);
-    if (copy != -1)
+    const bool is_there = copied && is_plain_file(source->temporary, &status);
+    HBS_LOG(HBS_ERROR, "%s", is_there ? source->open_failed : source->copy_failed);
+    return -1;
+}
+
+// hbs_file_copy is silent about a file that it could not write (a full disk), so the copy is measured. One
+// that has all that was read is behind a server that writes without the lock: it is made again. Returns the
+// copy, open for reading, or -1 (logged).
+int open_copy(FILE *stream, const hbs_notice_source *source) {
+    for (int left = MOST_COPIES; left > 0; left--) {
+        const int copy = copy_once(stream, source);
+        const int64_t size = size_of(copy);
+        if (copy == -1 || size == size_of(fileno(stream)))
+            return copy;
         (void)close(copy);
+        if (size != ftello(stream))
+            break;
+        rewind(stream);
+    }
+    HBS_LOG(HBS_ERROR, "%s", source->copy_failed);
     return -1;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -37,6 +38,19 @@ extern "C" ssize_t read(int descriptor, void *bytes, size_t size) {
     return -1;
 }
 
+// How often a server writes a line, without the lock, to the file whose copy is being measured.
+static int lines_meanwhile = 0;
+static std::string file_that_grows, copy_of_it;
+extern "C" int fstat(int descriptor, struct stat *status) noexcept {
+    std::error_code none;
+    if (lines_meanwhile > 0 &&
+        std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), none) == copy_of_it) {
+        lines_meanwhile--;
+        std::ofstream(file_that_grows, std::ios::app) << "meanwhile\n";
+    }
+    return fstatat(descriptor, "", status, AT_EMPTY_PATH);
+}
+
 namespace {
 
 class NoticeFile : public GatewayTest {
@@ -59,6 +73,12 @@ class NoticeFile : public GatewayTest {
         const hbs_notice_taken taken = hbs_notice_take(path.c_str(), &source, reader, &text);
         again = taken.again;
         return taken.lines ? text : "none";
+    }
+
+    void grow(int lines) {
+        file_that_grows = path;
+        copy_of_it = temporary;
+        lines_meanwhile = lines;
     }
 
     std::string path;
@@ -265,6 +285,27 @@ TEST_F(NoticeFile, Take_OfAFileWhoseLockIsNeverLetGo_LeavesIt) {
     EXPECT_TRUE(again);
     ASSERT_EQ(close(other), 0);
     EXPECT_EQ(take(), "first\n");
+}
+
+TEST_F(NoticeFile, Take_OfAFileThatGrowsMeanwhile_GivesAllOfIt) {
+    write_file(path, "first\n");
+    grow(2);
+    EXPECT_EQ(take(), "first\nmeanwhile\nmeanwhile\n");
+    EXPECT_FALSE(again);
+    EXPECT_EQ(lines_meanwhile, 0);
+    EXPECT_EQ(read_file(path), "");
+    EXPECT_TRUE(trace::take().empty());
+}
+
+TEST_F(NoticeFile, Take_OfAFileThatDoesNotStopGrowing_LeavesIt) {
+    write_file(path, "first\n");
+    grow(1000);
+    EXPECT_EQ(take(), "none");
+    EXPECT_TRUE(again);
+    EXPECT_GT(lines_meanwhile, 900);
+    lines_meanwhile = 0;
+    EXPECT_EQ(read_file(path).find("first\nmeanwhile\n"), 0u);
+    EXPECT_THAT(trace::take(), testing::ElementsAre("log copy failed"));
 }
 
 TEST_F(NoticeFile, Take_WaitsForTheServersLock) {
