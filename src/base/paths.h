@@ -26,8 +26,6 @@
 #define HBS_STATIC_LEASES_COPY HBS_SCRATCH_DIR "/sl.tmp"
 #define HBS_MOVED_LEASES HBS_SCRATCH_DIR "/stat_lease.tmp"
 #define HBS_NETBIOS_ANSWERS HBS_SCRATCH_DIR "/nbtlist"
-#define HBS_RULES_REMOVAL HBS_SCRATCH_DIR "/temp_rule"          // only named in a log line
-#define HBS_CLIENT_REMOVAL HBS_SCRATCH_DIR "/HOSTBASE_TMP_FILE" // only named in a log line
 
 // --- persistent: what users set, and the DHCP server's settings ------------------------------------------
 #define HBS_CLIENT_FILE HBS_PERSISTENT_DIR "/hostbase.txt"

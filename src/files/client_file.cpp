@@ -219,11 +219,8 @@ void replace_line(const char *old_line, const char *new_line) {
     (void)hbs_lines_replace(HBS_CLIENT_FILE, old_line, new_line);
 }
 
+// The log names no command for it.
 void delete_line(const char *old_line) {
-    command_text command;
-    (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", old_line, HBS_CLIENT_FILE,
-                   HBS_CLIENT_REMOVAL);
-    log_execute(command);
     (void)hbs_lines_delete_prefix(HBS_CLIENT_FILE, old_line);
 }
 

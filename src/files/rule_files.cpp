@@ -169,7 +169,7 @@ void load_line(int kind, char *text) {
     }
 }
 
-// Drops what begins with the line, as the command in the message does; one over the limit is left untouched.
+// Drops what begins with the line, as a stream editor would; one over the limit is left untouched.
 hbs_line_action drop_line(const char *line, size_t length, const char **, void *context) {
     const char *dropped = static_cast<const char *>(context);
     const size_t dropped_length = strlen(dropped);
@@ -250,12 +250,9 @@ int hbs_nv_clear_client_rules(const char *path, const uint8_t mac[6], const hbs_
         return 0;
     }
     *rules_left = line.rules > 1;
-    command_text command;
-    if (!*rules_left) {
-        (void)snprintf(command, sizeof command, "sed '/^%s/d' %s > %s", line.text, path, HBS_RULES_REMOVAL);
-        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_clear_client_rules: execute: %s", command);
+    if (!*rules_left) // the log names no command for it
         return hbs_lines_edit(path, drop_line, line.text);
-    }
+    command_text command;
     new_rule_line new_line;
     (void)rebuild_line(&line, nullptr, &new_line); // shorter than the line it replaces
     format_replace(&line, new_line.text, path, command);

@@ -1,5 +1,6 @@
-// The log names a command for each edit of a settings file. That very command, run by a shell on a copy of
-// the file as it was, leaves what the edit left.
+// The log names a command for each edit of a settings file but a deletion. That very command, and for a
+// deletion the one that would be named, run by a shell on a copy of the file as it was, leaves what the edit
+// left.
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -14,8 +15,10 @@ struct Edit {
     std::string file;   // the one that is edited
     std::string before; // what it held, "-" when it is not there
     std::function<void()> run;
-    std::string program; // which command the log has to name
+    std::string program; // which command the log has to name; DELETION: none
 };
+
+constexpr const char *DELETION = "sed '/^";
 
 std::string replace_all(std::string text, const std::string &what, const std::string &by) {
     for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += by.size())
@@ -48,12 +51,23 @@ class FileCommands : public ManagementTest {
         }
         clear_log();
         edit.run();
-        const auto named = commands();
+        auto named = commands();
+        if (edit.program == DELETION) {
+            EXPECT_TRUE(named.empty()) << named[0];
+            named = {deletion_from(edit.before, edit.file)};
+        }
         ASSERT_EQ(1u, named.size());
         EXPECT_EQ(0u, named[0].find(edit.program)) << named[0];
         run(replace_all(named[0], edit.file, copy), copy);
         EXPECT_EQ(read_file(copy), read_file(edit.file));
         EXPECT_NE(edit.before, read_file(edit.file)) << "an edit that changes nothing compares nothing";
+    }
+
+    // What deletes the first line of the client.
+    static std::string deletion_from(const std::string &text, const std::string &file) {
+        const size_t at = text.find(LAPTOP);
+        const std::string old_line = text.substr(at, text.find('\n', at) - at);
+        return DELETION + old_line + "/d' " + file + " > " + file + ".beside";
     }
 
     // The data of these tests are benign, so a shell may see them. A deletion writes to a file beside, which
@@ -109,12 +123,12 @@ TEST_F(FileCommands, OfTheClientFile) {
          head + line(LAPTOP, "old") + others + line(LAPTOP, "old"),
          [] { hbs_nv_update_client(client(LAPTOP, 8)); }, "sed -i 's/"},
         {"delete", HBS_CLIENT_FILE, head + line(LAPTOP, "old") + others,
-         [] { hbs_nv_update_client(client(LAPTOP, 0)); }, "sed '/^"},
+         [] { hbs_nv_update_client(client(LAPTOP, 0)); }, DELETION},
         {"delete one that is there twice", HBS_CLIENT_FILE, head + line(LAPTOP) + others + line(LAPTOP),
-         [] { hbs_nv_update_client(client(LAPTOP, 0)); }, "sed '/^"},
+         [] { hbs_nv_update_client(client(LAPTOP, 0)); }, DELETION},
         {"delete a short line and what begins like it", HBS_CLIENT_FILE,
          head + "02:aa:00:00:00:11 0\n" + others + line(LAPTOP),
-         [] { hbs_nv_update_client(client(LAPTOP, 0)); }, "sed '/^"},
+         [] { hbs_nv_update_client(client(LAPTOP, 0)); }, DELETION},
     };
     for (const Edit &edit : edits)
         expect_same(edit);
@@ -168,18 +182,18 @@ TEST_F(FileCommands, OfTheRuleFiles) {
          [] {
              clear_rule(LAPTOP, {{1, 2, 3}});
          },
-         "sed '/^"},
+         DELETION},
         {"only rule of the file away", HBS_WHITE_RULES, "02:aa:00:00:00:11;1 2 3;\n",
          [] {
              clear_rule(LAPTOP, {{1, 2, 3}});
          },
-         "sed '/^"},
+         DELETION},
         {"only rule away, and what begins like its line", HBS_WHITE_RULES,
          "02:aa:00:00:00:11;1 2 3;\n" + other + "02:aa:00:00:00:11;1 2 3;4 5 6;\n",
          [] {
              clear_rule(LAPTOP, {{1, 2, 3}});
          },
-         "sed '/^"},
+         DELETION},
     };
     for (const Edit &edit : edits)
         expect_same(edit);
