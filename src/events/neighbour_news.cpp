@@ -147,6 +147,8 @@ bool is_gone_news(holder found, bool was_told) {
 } // namespace
 
 void hbs_neigh_note(uint16_t state, const uint8_t *mac, int family, const uint8_t *address) {
+    if (family != AF_INET && family != AF_INET6)
+        return;
     const told_address entry =
         row_entry(presence_of(state), mac, family, address, hbs_monotonic_milliseconds());
     *place_of(&entry) = entry;

@@ -13,7 +13,8 @@ struct hbs_neigh_entry {
     int64_t changed_ms;     // when the entry came to this state or MAC (hbs_monotonic_milliseconds)
 };
 
-// Keeps what the handlers were told of an address, for the addresses that were told of last.
+// Keeps what the handlers were told of an address, for the addresses that were told of last. Addresses of
+// other families than AF_INET and AF_INET6 are not kept.
 void hbs_neigh_note(uint16_t state, const uint8_t *mac, int family, const uint8_t *address);
 
 // What was told of a device counts as not told: the handlers could not take it. That one of its addresses is

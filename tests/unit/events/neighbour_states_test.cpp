@@ -92,6 +92,15 @@ INSTANTIATE_TEST_SUITE_P(Gone, EveryState, testing::Values(hbs_handle_neigh_gone
 
 // --- stale ---
 
+TEST_F(NeighbourStates, OfOtherFamilies_YieldNoneSilentlyAndReadNothing) {
+    const std::vector<uint8_t> address(1); // what is read behind it the address checks see
+    for (const Handler handler : {hbs_handle_neigh_stale, hbs_handle_neigh_reachable, hbs_handle_neigh_gone})
+        for (const int family : {0, 1, 7, 28, 255})
+            EXPECT_EQ(nullptr, handler(mac_of(MAC_A).data(), LOOPBACK, family, address.data()));
+    EXPECT_THAT(log_lines(), IsEmpty());
+    EXPECT_EQ(0u, working_clients());
+}
+
 TEST_F(NeighbourStates, Stale_ArmsTheOnlineTimerAndSaysSo) {
     hbs_client *client = ipv4(hbs_handle_neigh_stale, MAC_A, "192.168.0.20");
     ASSERT_NE(nullptr, client);
