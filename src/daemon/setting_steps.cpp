@@ -82,21 +82,25 @@ namespace {
 
 // --- trust ----------------------------------------
 
-// Sets or clears by the key that the selector names. Returns false for an unknown selector.
-bool change_trust(hbs_command *command, const hbs_msg_trusted &message, bool enable, const char *comment) {
+// Sets or clears by the key that the selector names; for an unknown one there is nothing to do.
+void change_trust(hbs_command *command, const hbs_msg_trusted &message, bool enable, const char *comment) {
     switch (message.selector) {
     case HBS_SELECT_MAC:
         command->result = hbs_api_trust_by_mac(message.action, enable, message.mac, comment);
-        return true;
+        break;
     case HBS_SELECT_IPV4:
         command->result = hbs_api_trust_by_ipv4(message.action, enable, message.ipv4, comment);
-        return true;
+        break;
     case HBS_SELECT_IPV6:
         command->result = hbs_api_trust_by_ipv6(message.action, enable, message.ipv6, comment);
-        return true;
+        break;
     default:
-        return false;
+        break;
     }
+}
+
+bool is_known(uint8_t selector) {
+    return selector == HBS_SELECT_MAC || selector == HBS_SELECT_IPV4 || selector == HBS_SELECT_IPV6;
 }
 
 } // namespace
@@ -116,29 +120,27 @@ void hbs_steps::announce_set_trusted(hbs_command *command) {
         HBS_LOG(HBS_INFO, "HOSTBASE: SET TRUSTED BY IPV6 %s from %s", hbs_ipv6_to_text(message.ipv6).text,
                 command->sender);
         break;
-    default:
-        break;
-    }
-}
-
-void hbs_steps::set_trusted(hbs_command *command) {
-    const hbs_msg_trusted &message = command->datagram.trusted;
-    if (!change_trust(command, message, true, message.comment)) {
+    default: // in bridge mode, too, the sender is told that it makes no sense
         HBS_LOG(HBS_ERROR, "HOSTBASE: un_listen_thread: HBS_CMD_SET_TRUSTED trust action unknown");
         command->result = -1;
     }
 }
 
-void hbs_steps::announce_clr_trusted(hbs_command *command) {
-    HBS_LOG(HBS_INFO, "HOSTBASE: CLR TRUSTED CMD from %s", command->sender);
+void hbs_steps::set_trusted(hbs_command *command) {
+    const hbs_msg_trusted &message = command->datagram.trusted;
+    change_trust(command, message, true, message.comment);
 }
 
-void hbs_steps::clr_trusted(hbs_command *command) {
-    const hbs_msg_trusted &message = command->datagram.trusted;
-    if (!change_trust(command, message, false, "")) {
+void hbs_steps::announce_clr_trusted(hbs_command *command) {
+    HBS_LOG(HBS_INFO, "HOSTBASE: CLR TRUSTED CMD from %s", command->sender);
+    if (!is_known(command->datagram.trusted.selector)) {
         HBS_LOG(HBS_ERROR, "HOSTBASE: un_listen_thread: HBS_CMD_CLR_TRUSTED trust action unknown");
         command->result = -1;
     }
+}
+
+void hbs_steps::clr_trusted(hbs_command *command) {
+    change_trust(command, command->datagram.trusted, false, "");
 }
 
 // --- filters and rules ----------------------------------------
