@@ -14,9 +14,27 @@ namespace {
 // How often something that another user put in the file's place is cleared away.
 constexpr int PATIENCE_WITH_OTHERS = 8;
 
-// Nobody else can open such a file, so nobody else can hold its lock.
+constexpr uid_t NOBODY = static_cast<uid_t>(-1);
+
+// The owner of the file's directory, whose word counts there; NOBODY where everybody may put files.
+uid_t owner_of_the_place() {
+    struct stat status {};
+    return stat(HBS_SCRATCH_DIR, &status) == 0 && (status.st_mode & S_IWOTH) == 0 ? status.st_uid : NOBODY;
+}
+
+// No stranger can open such a file, so none can hold its lock.
 bool is_private_file(const struct stat *status) {
-    return S_ISREG(status->st_mode) && status->st_uid == geteuid() && (status->st_mode & 077) == 0;
+    return S_ISREG(status->st_mode) && (status->st_mode & 077) == 0 &&
+           (status->st_uid == geteuid() || status->st_uid == owner_of_the_place());
+}
+
+// A file that root makes where the daemon runs as a user of its own is that user's: its next daemon has to
+// see the lock. Returns the file.
+int give_to_the_owner(int file) {
+    const uid_t owner = owner_of_the_place();
+    if (file >= 0 && owner != NOBODY && owner != geteuid())
+        (void)!fchown(file, owner, static_cast<gid_t>(-1)); // else that one does as with a stranger's
+    return file;
 }
 
 int open_existing() {
@@ -29,7 +47,7 @@ int open_existing() {
     return -1;
 }
 
-// The directory is open to everybody: what lies there under this name and is not a file of ours alone goes.
+// The directory may be open to everybody: what lies there under this name and is not private goes.
 int open_lock_file() {
     for (int i = 0; i < PATIENCE_WITH_OTHERS; i++) {
         int file = open_existing();
@@ -37,7 +55,7 @@ int open_lock_file() {
             return file;
         file = open(HBS_LOCK_FILE, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (file >= 0)
-            return file;
+            return give_to_the_owner(file);
         if (errno != EEXIST)
             return -1;
         if (unlink(HBS_LOCK_FILE) != 0 && errno != ENOENT && rmdir(HBS_LOCK_FILE) != 0)

@@ -21,13 +21,14 @@ namespace one_daemon_test {
 // A process that claims, tells the result, and lives until it is killed.
 class Claimant {
   public:
-    Claimant() {
+    explicit Claimant(uid_t user = geteuid()) {
         int ends[2];
         EXPECT_EQ(0, pipe(ends));
         pid_ = fork();
         if (pid_ == 0) {
             pid_t running = 0;
-            const hbs_claim result = hbs_claim_daemon(&running);
+            const bool is_user = user == geteuid() || setuid(user) == 0;
+            const hbs_claim result = is_user ? hbs_claim_daemon(&running) : hbs_claim::impossible;
             (void)!write(ends[1], &result, sizeof result);
             for (;;)
                 (void)pause();
@@ -128,6 +129,49 @@ TEST_F(OneDaemon, ChildrenOfTheDaemon_DoNotKeepItsPlace) {
     EXPECT_EQ(hbs_claim::own, hbs_claim_daemon(&running));
     EXPECT_EQ(0, kill(child, SIGKILL)) << "it lived on meanwhile";
     (void)unlink("/var/tmp/test_child");
+}
+
+// --- a directory of the daemon's own user, which others cannot write to ---
+
+class OneDaemonOfAUser : public OneDaemon {
+  protected:
+    static constexpr uid_t USER = 65534;
+
+    void SetUp() override {
+        OneDaemon::SetUp();
+        if (chown("/var/tmp", USER, USER) != 0)
+            GTEST_SKIP() << "no other user here";
+        ASSERT_EQ(0, chmod("/var/tmp", 02770));
+    }
+    void TearDown() override {
+        (void)!chown("/var/tmp", 0, 0);
+        (void)chmod("/var/tmp", 01777);
+        OneDaemon::TearDown();
+    }
+};
+
+TEST_F(OneDaemonOfAUser, RootIsToldThatItRuns) {
+    const Claimant service(USER);
+    ASSERT_EQ(hbs_claim::own, service.result());
+    pid_t running = 0;
+    EXPECT_EQ(hbs_claim::taken, hbs_claim_daemon(&running));
+    EXPECT_EQ(service.pid(), running);
+}
+
+TEST_F(OneDaemonOfAUser, IsToldThatRootsRuns) {
+    Claimant by_hand;
+    ASSERT_EQ(hbs_claim::own, by_hand.result());
+    EXPECT_EQ(hbs_claim::taken, Claimant(USER).result());
+    by_hand.end();
+    EXPECT_EQ(hbs_claim::own, Claimant(USER).result());
+}
+
+TEST_F(OneDaemonOfAUser, FileOfAThird_IsReplaced) {
+    write_file(HBS_LOCK_FILE, "planted");
+    ASSERT_EQ(0, chmod(HBS_LOCK_FILE, 0600));
+    ASSERT_EQ(0, chown(HBS_LOCK_FILE, 1000, 1000));
+    expect_claim_works();
+    EXPECT_EQ(std::string::npos, read_file(HBS_LOCK_FILE).find("planted"));
 }
 
 // --- what lies in the file's place ---
