@@ -12,8 +12,13 @@ constexpr int HBS_WATCHDOG_SECONDS = 30;
 // Ticks in a row that found the thread blocked; the fifth ends the daemon.
 extern std::atomic<int32_t> file_watch_block_count;
 
+// Whether the kernel tells where its threads wait, which the tick looks at: some routers' kernels are built
+// without. process_root: of the process table.
+bool hbs_watchdog_can_look(const char *process_root);
+
 // Arms the timer, replacing one that runs. thread: id of the file watch thread, kept as the timer's value.
-// Failures are logged; the daemon then runs without a watchdog.
+// Failures, and a kernel that does not tell where threads wait, are logged; the daemon then runs without a
+// watchdog.
 void file_watcher_timer_set(const pthread_t *thread);
 
 // One tick; runs on a thread of the timer's own. The value is not used.

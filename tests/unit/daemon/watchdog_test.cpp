@@ -194,6 +194,16 @@ TEST_F(Watchdog, Set_ArmsATimerOf30Seconds) {
     EXPECT_EQ(fake::event.sigev_notify_attributes, nullptr);
 }
 
+TEST_F(Watchdog, NeedsAKernelThatTellsWhereThreadsWait) {
+    EXPECT_TRUE(hbs_watchdog_can_look("/proc"));
+    const std::string table = directory() + "/table";
+    EXPECT_TRUE(hbs_watchdog_can_look(table.c_str())) << "what is not there tells nothing";
+    std::filesystem::create_directories(table + "/self/task");
+    EXPECT_FALSE(hbs_watchdog_can_look(table.c_str()));
+    write_file(table + "/self/wchan", "0");
+    EXPECT_TRUE(hbs_watchdog_can_look(table.c_str()));
+}
+
 TEST_F(Watchdog, SetTwice_DeletesTheFirstTimer) {
     const pthread_t thread = pthread_self();
     file_watcher_timer_set(&thread);
