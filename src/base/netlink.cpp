@@ -51,12 +51,12 @@ ssize_t receive_once(int socket, void *buffer, size_t size) {
         errno = errno == EAGAIN ? EINTR : errno;
         return -1;
     }
-    if ((message.msg_flags & MSG_TRUNC) != 0) {
-        errno = ENOSPC;
+    if (sender.nl_pid != 0) { // however long it is
+        errno = EINTR;
         return -1;
     }
-    if (sender.nl_pid != 0) {
-        errno = EINTR;
+    if ((message.msg_flags & MSG_TRUNC) != 0) {
+        errno = ENOSPC;
         return -1;
     }
     return length;

@@ -235,13 +235,15 @@ TEST_F(NetlinkSocket, OtherProcesses_AreNotHeard) {
     sockaddr_nl to{};
     to.nl_family = AF_NETLINK;
     to.nl_pid = hbs_netlink_port(receiver);
-    const std::string forged = message(RTM_NEWNEIGH, "");
-    ASSERT_GT(
-        sendto(sender, forged.data(), forged.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof(to)),
-        0);
     char buffer[256];
-    EXPECT_EQ(hbs_netlink_receive(receiver, buffer, sizeof(buffer), 50), -1);
-    EXPECT_EQ(errno, ETIMEDOUT);
+    for (const size_t size : {size_t{0}, 2 * sizeof(buffer)}) {
+        const std::string forged = message(RTM_NEWNEIGH, std::string(size, '\0'));
+        ASSERT_GT(sendto(sender, forged.data(), forged.size(), 0, reinterpret_cast<const sockaddr *>(&to),
+                         sizeof(to)),
+                  0);
+        EXPECT_EQ(hbs_netlink_receive(receiver, buffer, sizeof(buffer), 50), -1);
+        EXPECT_EQ(errno, ETIMEDOUT) << size;
+    }
     (void)close(receiver);
     (void)close(sender);
 }
