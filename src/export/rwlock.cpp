@@ -90,16 +90,31 @@ void move_on(timespec *deadline) {
     }
 }
 
-// Takes a mutex however long it takes.
-int timed_lock(pthread_mutex_t *mutex, const hbs_lock_holder *holder, site where, const caller &by) {
+timespec time_of_day() {
     timeval now{};
     (void)gettimeofday(&now, nullptr);
-    timespec deadline = {now.tv_sec, now.tv_usec * 1000};
+    return {now.tv_sec, now.tv_usec * 1000};
+}
+
+// From now, where a clock that was set forward has left the deadline behind: else it would end at once,
+// thousands of times.
+void move_past_now(timespec *deadline) {
+    move_on(deadline);
+    const timespec now = time_of_day();
+    if (deadline->tv_sec >= now.tv_sec)
+        return;
+    *deadline = now;
+    move_on(deadline);
+}
+
+// Takes a mutex however long it takes.
+int timed_lock(pthread_mutex_t *mutex, const hbs_lock_holder *holder, site where, const caller &by) {
+    timespec deadline = time_of_day();
     move_on(&deadline);
     int error = pthread_mutex_timedlock(mutex, &deadline);
     while (error == ETIMEDOUT) {
         print_timeout(where, copy_of(holder), by);
-        move_on(&deadline);
+        move_past_now(&deadline);
         error = pthread_mutex_timedlock(mutex, &deadline);
     }
     return error == 0 ? 0 : -1;
