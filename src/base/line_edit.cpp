@@ -116,22 +116,6 @@ bool write_file(const char *path, const struct stat *old, const char *content, s
     return written && closed;
 }
 
-// Without this the rename itself could be lost in a power cut; the old file would then still be there.
-void sync_directory(const char *path) {
-    file_name directory;
-    (void)snprintf(directory.text, sizeof directory.text, "%s", path);
-    char *slash = strrchr(directory.text, '/');
-    if (slash == nullptr)
-        (void)snprintf(directory.text, sizeof directory.text, ".");
-    else
-        slash[slash == directory.text ? 1 : 0] = 0;
-    const int descriptor = open(directory.text, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor == -1 || fsync(descriptor) != 0)
-        HBS_LOG(HBS_ERROR, "HOSTBASE: can't sync %s (error %d)", directory.text, errno);
-    if (descriptor != -1)
-        (void)close(descriptor);
-}
-
 int not_replaced(const char *path, int error) {
     HBS_LOG(HBS_ERROR, "HOSTBASE: can't replace %s (error %d)", path, error);
     return -1;
@@ -149,7 +133,7 @@ int replace_file(const char *path, const struct stat *old, const char *content, 
         hbs_file_clear_leftover(path);
         return result;
     }
-    sync_directory(path);
+    hbs_directory_sync(path);
     return 0;
 }
 
@@ -339,7 +323,7 @@ int hbs_line_append_in_place(const char *path, const char *line, mode_t mode) {
         return -1;
     }
     if (is_new)
-        sync_directory(path);
+        hbs_directory_sync(path);
     return close(descriptor) == 0 ? 0 : -1;
 }
 
@@ -350,6 +334,21 @@ int hbs_file_tail(const char *path) {
     const bool torn = is_torn(descriptor, lseek(descriptor, 0, SEEK_END));
     (void)close(descriptor);
     return torn ? 1 : 0;
+}
+
+void hbs_directory_sync(const char *path) {
+    file_name directory;
+    (void)snprintf(directory.text, sizeof directory.text, "%s", path);
+    char *slash = strrchr(directory.text, '/');
+    if (slash == nullptr)
+        (void)snprintf(directory.text, sizeof directory.text, ".");
+    else
+        slash[slash == directory.text ? 1 : 0] = 0;
+    const int descriptor = open(directory.text, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor == -1 || fsync(descriptor) != 0)
+        HBS_LOG(HBS_ERROR, "HOSTBASE: can't sync %s (error %d)", directory.text, errno);
+    if (descriptor != -1)
+        (void)close(descriptor);
 }
 
 void hbs_file_make_private(const char *path) {

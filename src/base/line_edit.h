@@ -45,6 +45,10 @@ int hbs_lines_edit(const char *path, hbs_line_editor edit, void *context);
 // Replaces the whole content of a file. content: null where there was no memory for it, which fails.
 int hbs_file_replace(const char *path, const char *content, size_t length);
 
+// Has the directory of a file remember which names it holds: without this a rename or a removal could be lost
+// in a power cut, and the old file would be there again. Failures are logged.
+void hbs_directory_sync(const char *path);
+
 // Takes everybody else's access to a file away, so that nobody can hold its lock. A missing file is left so.
 void hbs_file_make_private(const char *path);
 

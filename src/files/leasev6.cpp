@@ -1,6 +1,7 @@
 #include "files/leasev6.h"
 
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -90,8 +91,11 @@ void apply_element(hbs_client *client, const lease_element *element) {
 
 void hbs_leasev6_find(hbs_client *client) {
     FILE *file = hbs_plain_stream(HBS_LEASEV6_DATABASE, "r");
-    if (file == nullptr) {
-        HBS_LOG(HBS_ERROR, "HOSTBASE: Could not found %s", HBS_LEASEV6_DATABASE);
+    if (file == nullptr) { // a router whose server keeps none is asked again and again: no error there
+        if (errno == ENOENT)
+            HBS_LOG(HBS_INFO, "HOSTBASE: Could not found %s", HBS_LEASEV6_DATABASE);
+        else
+            HBS_LOG(HBS_ERROR, "HOSTBASE: Could not found %s", HBS_LEASEV6_DATABASE);
         return;
     }
     hbs_at_exit close([file] { (void)fclose(file); });

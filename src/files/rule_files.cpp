@@ -198,9 +198,9 @@ int append_line(const char *path, const char *line) {
 int hbs_nv_load_client_rules(int kind, const char *path) {
     hbs_file_text file;
     const hbs_file_read result = hbs_file_text_read(path, SIZE_MAX - 1, &file);
-    if (result ==
-        hbs_file_read::missing) // the wording of the client file's loader, kept for both kinds of file
-        HBS_LOG(HBS_ERROR, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", path);
+    // The wording of the client file's loader, kept for both kinds of file. Who never made a rule has none.
+    if (result == hbs_file_read::missing)
+        HBS_LOG(HBS_INFO, "HOSTBASE: hbs_nv_load_clients: NO NV file %s", path);
     char text[HBS_RULE_LINE_MAX + 1];
     while (read_rule_line(&file, text))
         load_line(kind, text);

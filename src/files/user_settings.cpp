@@ -21,5 +21,7 @@ int hbs_nv_reset() {
     hbs_nv_forget_clients();
     (void)unlink(HBS_BLACK_RULES);
     (void)unlink(HBS_WHITE_RULES);
-    return unlink(HBS_TRUSTED_INSTANCES);
+    const int result = unlink(HBS_TRUSTED_INSTANCES);
+    hbs_directory_sync(HBS_TRUSTED_INSTANCES);
+    return result;
 }

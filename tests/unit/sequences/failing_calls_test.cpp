@@ -1,18 +1,21 @@
-// Calls of the C library that fail once while settings are read and written: what the files hold is not lost.
-// This program stands before those calls.
+// Calls of the C library that fail once while settings are read and written: what the files hold is not lost,
+// and what was taken away does not come back. This program stands before those calls.
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/paths.h"
 #include "files/trusted_devices.h"
+#include "files/user_settings.h"
 #include "support/management.h"
 
 namespace {
 
 int fstats_that_fail;
+int removals_not_synced; // since a directory was
 
 } // namespace
 
@@ -22,6 +25,19 @@ extern "C" int fstat(int descriptor, struct stat *status) noexcept {
     fstats_that_fail--;
     errno = EIO;
     return -1;
+}
+
+extern "C" int unlink(const char *path) noexcept {
+    const int result = unlinkat(AT_FDCWD, path, 0);
+    removals_not_synced += result == 0 ? 1 : 0;
+    return result;
+}
+
+extern "C" int fsync(int descriptor) {
+    struct stat status = {};
+    if (fstatat(descriptor, "", &status, AT_EMPTY_PATH) == 0 && S_ISDIR(status.st_mode))
+        removals_not_synced = 0;
+    return fdatasync(descriptor);
 }
 
 // A text that grows, and the last piece of memory for it is not there. The C library tells of that by a null
@@ -51,6 +67,13 @@ TEST_F(FailingCalls, FileThatCannotBeLookedAt_IsNotTakenForAMissingOne) {
         fstats_that_fail = 0;
         EXPECT_EQ(count < 3, client_of(LAPTOP) != nullptr) << "it is tried three times";
     }
+}
+
+TEST_F(FailingCalls, PowerCutAfterAReset_BringsNothingBack) {
+    for (const char *path : {HBS_CLIENT_FILE, HBS_WHITE_RULES, HBS_BLACK_RULES, HBS_TRUSTED_INSTANCES})
+        write_file(path, "x");
+    EXPECT_EQ(0, hbs_nv_reset());
+    EXPECT_EQ(0, removals_not_synced);
 }
 
 TEST_F(FailingCalls, TextWithoutMemory_ReplacesNoFile) {
