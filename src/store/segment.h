@@ -33,7 +33,7 @@ uint32_t hbs_segment_size();
 void hbs_segment_attach(void *base, uint32_t size);
 
 // Opens the semaphore, creating it with value 0 and open to every user's readers. A failure is logged.
-// Called at start-up, while the process has one thread.
+// Called at start-up, while no other thread makes files: the umask is the process's.
 void hbs_sem_init();
 
 // Publishes the image and posts the semaphore once more than before, which is what opens it to readers. As
