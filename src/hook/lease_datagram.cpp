@@ -74,10 +74,11 @@ size_t lease_v6(const hbs_lease_note *note, int64_t now, uint8_t *buffer, size_t
     return put(message, buffer, size);
 }
 
+// The leased address alone says whose lease ends: by the link-local one the daemon would take away what the
+// device has by now.
 size_t release_v6(const hbs_lease_note *note, uint8_t *buffer, size_t size) {
     hbs_msg_dhcpv6_release message = {};
     message.code = HBS_EVENT_DHCPV6_RELEASE;
-    memcpy(message.ll, note->ll, sizeof message.ll);
     memcpy(message.ipv6, note->address, sizeof message.ipv6);
     return put(message, buffer, size);
 }

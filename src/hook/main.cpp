@@ -24,8 +24,7 @@ const char *variable(const char *name) {
 
 void send_note(hbs_lease_note *note, void *context) {
     static constexpr uint8_t none[16] = {};
-    const bool v6 = note->kind == hbs_note_kind::lease_v6 || note->kind == hbs_note_kind::release_v6;
-    if (v6 && note->has_mac && memcmp(note->ll, none, sizeof none) == 0)
+    if (note->kind == hbs_note_kind::lease_v6 && note->has_mac && memcmp(note->ll, none, sizeof none) == 0)
         (void)hbs_link_local_of(note->mac, note->ll);
     if (note->kind == hbs_note_kind::lease_v4)
         note->dynamic = !hbs_is_static_lease(HBS_ROUTER_SETTINGS, note->mac, note->address);

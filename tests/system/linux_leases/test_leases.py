@@ -381,6 +381,35 @@ def test_dhcpv6_with_the_link_local_address_of_the_neighbour_table(router):
     assert len(router.clients()) == 1
 
 
+def found_by(router):
+    """The addresses by which readers find clients."""
+    entries = json.loads(router.hbsctl("indices", "--json").stdout)["ip"]
+    return {str(ipaddress.ip_address(bytes(entry["key"][3:]))) for entry in entries}
+
+
+def test_the_end_of_an_old_dhcpv6_lease_takes_no_other_address_away(router):
+    """The device has a new prefix or a new identifier by then."""
+    router.lan(TWO_LANS + 'router.ip("address add fd00:10::1/64 dev lan0 nodad")\n')
+    router.start_daemon()
+    link_local, leased = "fe80::aa:ff:fe00:11", "fd00:10::77"
+    router.run("ip", "-6", "neigh", "replace", link_local, "lladdr", mac_of(17), "dev", "lan0", "nud", "reachable")
+    heard(router, 17, "p-a")
+
+    def tell(action, address):
+        router.run("env", "DNSMASQ_TIME_REMAINING=600", HOOK, action, f"00:03:00:01:{mac_of(17)}", address)
+
+    tell("add", leased)
+    wait_for("it is found by both", lambda: {link_local, leased} <= found_by(router))
+    tell("del", "fd00:10::66")
+    router.run(HOOK, "add", mac_of(99), "192.168.10.99")
+    wait_for("what comes after it is taken", lambda: router.client(99))
+    assert {link_local, leased} <= found_by(router)
+    assert (router.client(17)["ipv6"], router.client(17)["ll"]) == (leased, link_local)
+    tell("del", leased)
+    # Its record shows the addresses until it is published again.
+    wait_for("it is found by neither", lambda: not {link_local, leased} & found_by(router))
+
+
 def test_a_dhcpv6_client_of_dnsmasq(router):
     """Real on both sides: the server names the client by its DUID, and no link-local address."""
     router.lan(TWO_LANS + 'router.ip("address add fd00:10::1/64 dev lan0 nodad")\n')
@@ -396,10 +425,5 @@ def test_a_dhcpv6_client_of_dnsmasq(router):
     assert "DYNIP6" in client["flags"] and len(router.clients()) == 1
     wait_for("it is on its port", lambda: router.talk("fd00:10::1") and router.place(17) == ("ethernet", 1))
     router.lan('router.stop_client6("a")')
-    released = list(ipaddress.ip_address(client["ipv6"]).packed)
-
-    def found_by():
-        return [entry["key"][3:] for entry in json.loads(router.hbsctl("indices", "--json").stdout)["ip"]]
-
     # Its record shows the address until it is published again.
-    wait_for("nobody is found by what was given back", lambda: released not in found_by())
+    wait_for("nobody is found by what was given back", lambda: client["ipv6"] not in found_by(router))

@@ -156,6 +156,22 @@ TEST_F(LeaseNote, KeasLinkLocalAddressIsTakenAndPrefixesAreNot) {
     EXPECT_EQ(0, notes({"leases6_committed"}).at(0).ll[0]);
 }
 
+TEST_F(LeaseNote, TheEndOfADhcpv6LeaseNamesTheLeasedAddressAlone) {
+    variables = {{"DELETED_LEASES6_SIZE", "1"},
+                 {"DELETED_LEASES6_AT0_ADDRESS", "fd00::6"},
+                 {"LEASES6_SIZE", "1"},
+                 {"LEASES6_AT0_ADDRESS", "fd00::7"},
+                 {"QUERY6_REMOTE_ADDR", "fe80::11"}};
+    const auto found = notes({"leases6_committed"});
+    ASSERT_EQ(2u, found.size());
+    const auto end = datagram<hbs_msg_dhcpv6_release>(found[0]);
+    EXPECT_THAT(end.ll, testing::Each(0)) << "by which the device would lose fd00::7, too";
+    EXPECT_EQ(6, end.ipv6[15]);
+    const auto lease = datagram<hbs_msg_dhcpv6>(found[1]);
+    EXPECT_EQ(0x11, lease.ll[15]);
+    EXPECT_EQ(7, lease.ipv6[15]);
+}
+
 TEST_F(LeaseNote, WhatIsNotUnderstoodIsNothing) {
     const std::vector<std::vector<const char *>> calls = {
         {},
