@@ -14,8 +14,9 @@ extern "C" {
 int LEASES_MayLackTexts(void);
 
 /* Whether the servers tell leases again by themselves, also those of devices that will never renew them.
- * Returns 1 or 0; 1 keeps the end of such a lease from taking away what users have fixed for its device. The
- * same for the life of the process. */
+ * Returns 1 or 0; 1 keeps the end of such a lease from taking away what users have fixed for its device, and
+ * one whose device no switch knows from taking away where that is, or counting as its join. The same for the
+ * life of the process. */
 int LEASES_AreToldAgain(void);
 
 #ifdef __cplusplus

@@ -2,6 +2,7 @@
 #include "events/dhcpv4_lease.h"
 
 #include <cstring>
+#include <leases.h>
 #include <sys/socket.h>
 
 #include <wlan.h>
@@ -67,6 +68,20 @@ void count_join(hbs_client *client) {
         hbs_flap_check_lease(client);
 }
 
+// Where leases are told again, one that no bridge knows just now need not have moved, and has joined nothing.
+bool says_no_place(uint8_t adapter_type) {
+    return adapter_type == HBS_ADAPTER_UNKNOWN && LEASES_AreToldAgain() != 0;
+}
+
+// Returns whether the lease says how its device is connected.
+bool take_adapter(hbs_client *client, uint8_t adapter_type) {
+    if (says_no_place(adapter_type))
+        return false;
+    hbs_set_adapter_type(client, adapter_type);
+    count_join(client);
+    return true;
+}
+
 void set_identity(hbs_client *client, const hbs_dhcpv4_lease *lease) {
     hbs_take_lease_host(client, lease->host);
     hbs_set_device_name(client, lease->ifname);
@@ -127,14 +142,13 @@ hbs_client *hbs_handle_dhcpv4_lease(const hbs_dhcpv4_lease *lease) {
     hbs_lease_timer_stop(client, HBS_TIMER_DHCP_WAIT);
     hbs_lease_timer_stop(client, HBS_TIMER_LEASE);
     hbs_set_nwidx(client, static_cast<uint8_t>(where.nwidx));
-    hbs_set_adapter_type(client, static_cast<uint8_t>(where.adapter_type));
-    count_join(client);
+    const bool placed = take_adapter(client, static_cast<uint8_t>(where.adapter_type));
     set_identity(client, lease);
     set_lease(client, lease);
     mark_online(client);
     HBS_LOG(HBS_INFO, "HOSTBASE: Got DHCPV4 LEASE event for %d seconds for %s",
             static_cast<int>(lease->seconds), hbs_client_log_text(client).text);
-    if (client->adapter_type == HBS_ADAPTER_WIFI)
+    if (placed && client->adapter_type == HBS_ADAPTER_WIFI)
         take_registered_ssid(client);
     if (is_new)
         hbs_take_wifi_index(client);

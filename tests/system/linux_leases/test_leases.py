@@ -146,6 +146,20 @@ def test_a_lease_that_is_told_again_is_no_sign_of_life(house):
              online(house.clients()) == {mac_of(17), mac_of(18)})
 
 
+def test_a_lease_that_is_told_again_takes_no_place_away(house):
+    """No bridge knows a device that is off, or that was silent for long."""
+    house.lan('router.inside("a", "link set eth0 down")')
+    wait_for("it is off line", lambda: online(house.clients()) == {mac_of(18)})
+    assert house.place(17) == ("ethernet", 1)
+    told = leases_told(house)
+    house.run("ip", "link", "set", "p-b", "type", "bridge_slave", "fdb_flush")
+    house.lan("router.stop_dnsmasq(router.signal.SIGHUP)")
+    wait_for("both leases are told again", lambda: leases_told(house) >= told + 2)
+    house.run(HOOK, "add", mac_of(99), "192.168.10.99")
+    wait_for("what comes after them is taken", lambda: house.client(99))
+    assert [house.place(number) for number in (17, 18)] == [("ethernet", 1), ("ethernet", 2)]
+
+
 def test_what_is_told_again_without_its_texts_takes_none_away(router):
     router.lan(TWO_LANS)
     router.start_daemon()

@@ -102,6 +102,55 @@ TEST_F(Dhcpv4LeaseWifi, FlapListThatIsOffAsksNothing) {
     EXPECT_EQ(0u, logged_containing("flaplist"));
 }
 
+// --- a device that no switch knows just now ---
+
+TEST_F(Dhcpv4Lease, UnknownPlaceTakesTheKnownOneAwayOnAGateway) {
+    set("flaplist.enable", 1);
+    ASSERT_NE(nullptr, handle());
+    unset(KEY);
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(HBS_ADAPTER_UNKNOWN, published().adapter_type);
+    EXPECT_EQ(0, published().switch_port);
+    EXPECT_EQ(2u, published().join_req_count);
+}
+
+TEST_F(Dhcpv4Lease, UnknownPlaceLeavesTheKnownOneWhereLeasesAreToldAgain) {
+    set("leases.told_again", 1);
+    set("flaplist.enable", 1);
+    ASSERT_NE(nullptr, handle());
+    unset(KEY);
+    lease_of("192.168.0.30");
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(HBS_ADAPTER_ETHERNET, published().adapter_type);
+    EXPECT_EQ(1, published().switch_port);
+    EXPECT_EQ("192.168.0.30", text_of(published().ipv4));
+    EXPECT_EQ(1u, published().join_req_count) << "nobody joined";
+    learn(MAC, 3);
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(3, published().switch_port);
+    EXPECT_EQ(2u, published().join_req_count);
+}
+
+TEST_F(Dhcpv4Lease, NewClientOfAnUnknownPlaceHasJoinedNothingWhereLeasesAreToldAgain) {
+    set("leases.told_again", 1);
+    set("flaplist.enable", 1);
+    unset(KEY);
+    ASSERT_NE(nullptr, handle());
+    EXPECT_EQ(HBS_ADAPTER_UNKNOWN, published().adapter_type);
+    EXPECT_EQ(0u, published().join_req_count);
+}
+
+TEST_F(Dhcpv4LeaseWifi, UnknownPlaceLeavesTheSsidWhereLeasesAreToldAgain) {
+    set("leases.told_again", 1);
+    set("db.byte.72", 5);
+    hbs_wifi_bssid_table_clear();
+    unset(WIFI_KEY);
+    EXPECT_EQ(0u, joins_after_a_lease());
+    EXPECT_EQ(HBS_ADAPTER_WIFI, published(WIFI_MAC).adapter_type);
+    EXPECT_EQ(1, published(WIFI_MAC).wifi_index);
+    EXPECT_TRUE(journal_lines().empty());
+}
+
 // --- Wi-Fi index ---
 
 TEST_F(Dhcpv4LeaseWifi, KnownClientKeepsItsIndex) {

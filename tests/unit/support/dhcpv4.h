@@ -9,6 +9,7 @@
 #include "support/events.h"
 
 inline constexpr const char *MAC = "02:ab:00:00:00:11";
+inline constexpr const char *KEY = "switch.mac.02:ab:00:00:00:11";
 inline constexpr const char *WIFI_MAC = "02:ab:00:00:00:21";
 inline constexpr const char *WIFI_KEY = "l2switch.mac.02:ab:00:00:00:21";
 
