@@ -1,12 +1,15 @@
 #include "linux_lans.h"
 
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/line_read.h"
+#include "base/paths.h"
 #include "common_text.h"
 #include "linux_log.h"
 
@@ -32,6 +35,31 @@ const linux_link *lan_of(const linux_view *view, const linux_conf *conf, const c
     return link != nullptr && linux_is_lan(view, link, conf) ? link : nullptr;
 }
 
+bool has_static_leases(const linux_address *address) {
+    char text[INET_ADDRSTRLEN] = "";
+    (void)inet_ntop(AF_INET, address->bytes, text, sizeof text);
+    char path[128];
+    (void)snprintf(path, sizeof path, "%s%s%s", HBS_STATIC_LEASES_BEFORE, text, HBS_STATIC_LEASES_AFTER);
+    struct stat file;
+    return stat(path, &file) == 0 && file.st_size > 0;
+}
+
+// The IPv4 address that a network is known by, null = it has none. Static leases are kept by it, so one that
+// has some stays the network's, also when it went and came back behind the others.
+const linux_address *own_address(const linux_view *view, const linux_link *link) {
+    const linux_address *first = nullptr;
+    for (size_t i = 0; i < view->addresses; i++) {
+        const linux_address *address = &view->address[i];
+        if (address->link != link->index || address->family != AF_INET)
+            continue;
+        if (has_static_leases(address))
+            return address;
+        if (first == nullptr)
+            first = address;
+    }
+    return first;
+}
+
 bool add_other(common_router_entry *entry, const linux_address *address) {
     if (entry->others == COMMON_ROUTER_OTHERS)
         return false;
@@ -42,12 +70,11 @@ bool add_other(common_router_entry *entry, const linux_address *address) {
     return true;
 }
 
-// The first IPv4 address and the first prefix of 64 bits are published; devices in the others are found too.
-// Returns whether there was room.
-bool add_subnet(common_router_entry *entry, const linux_address *address) {
+// The network's own IPv4 address and the first prefix of 64 bits are published; devices in the others are
+// found too. Returns whether there was room.
+bool add_subnet(common_router_entry *entry, const linux_address *address, const linux_address *own) {
     rnddb_params *params = &entry->params;
-    if (address->family == AF_INET &&
-        (params->ipv4[0] | params->ipv4[1] | params->ipv4[2] | params->ipv4[3]) == 0) {
+    if (address == own) {
         memcpy(params->ipv4, address->bytes, sizeof params->ipv4);
         params->prefix_length = address->length;
         return true;
@@ -72,10 +99,11 @@ bool fill_entry(const linux_view *view, const linux_conf *conf, const linux_link
     memcpy(entry->params.pool_end, pool->last, sizeof pool->last);
     entry->has_lease_time = conf->lease_time[number - 1].given;
     entry->params.lease_time = conf->lease_time[number - 1].value;
+    const linux_address *own = own_address(view, link);
     bool whole = true;
     for (size_t i = 0; i < view->addresses; i++)
         if (view->address[i].link == link->index)
-            whole = add_subnet(entry, &view->address[i]) && whole;
+            whole = add_subnet(entry, &view->address[i], own) && whole;
     return whole;
 }
 

@@ -32,6 +32,7 @@ void linux_left_out_log(const linux_left_out *left_out);
 // Returns whether they are on the disk.
 bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers);
 
-// The router database of a view.
+// The router database of a view. Of several IPv4 addresses of a network the first one that has static leases
+// is the network's, or else the first.
 void linux_lans_table(const linux_view *view, const linux_conf *conf, const linux_lan_numbers *numbers,
                       common_router_table *table);

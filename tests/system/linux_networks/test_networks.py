@@ -107,6 +107,23 @@ router.device("c", 19, "lan0", "192.168.11.12/24")
     assert router.client(20) is None
 
 
+def test_static_leases_are_found_when_an_address_went_and_came_back(router):
+    """They are kept by the network's first address; the kernel has one that comes back behind the others."""
+    hosts = f"{STATE}/dhcp-hosts"
+    router.lan(TWO_LANS + 'router.ip("address add 10.77.0.1/16 dev lan0")')
+    router.start_daemon()
+    router.hbsctl("static-lease", "set", mac_of(17), "192.168.10.77")
+    wait_for("dnsmasq's file has it", lambda: router.read(hosts) == f"{mac_of(17)},192.168.10.77\n")
+    router.lan('router.ip("address del 192.168.10.1/24 dev lan0", "link add seen type bridge",\n'
+               '          "address add 192.168.90.1/24 dev seen")')
+    wait_for("the table was made anew", lambda: "seen" in router.read(f"{STATE}/networks"))
+    router.lan('router.ip("address add 192.168.10.1/24 dev lan0", "link add seen2 type bridge",\n'
+               '          "address add 192.168.91.1/24 dev seen2")')
+    wait_for("the table was made anew", lambda: "seen2" in router.read(f"{STATE}/networks"))
+    router.hbsctl("static-lease", "clear", "192.168.10.77")
+    wait_for("it is out of dnsmasq's file", lambda: router.read(hosts) == "")
+
+
 def test_settings_say_which_number_and_what_is_left_out(router):
     router.settings("log.level = debug", "network.3 = lan1   # a comment", "ignore = guest*", "nonsense = 1",
                     "port.99 = eth0", "a line without sense", "network.1.pool = 192.168.10.10 192.168.10.99")
