@@ -174,6 +174,7 @@ int main(int count, char *argv[]) {
     // Both before anything that another daemon, a reader or the log could notice.
     if (const int status = hbs_answer_arguments(count, argv); status >= 0)
         return status;
+    (void)signal(SIGPIPE, SIG_IGN); // who reads what is printed may end at any time
     if (!may_start())
         return 1;
     // A line that is printed is seen at once: the end of the process flushes nothing.

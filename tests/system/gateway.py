@@ -271,15 +271,15 @@ sender.close()
 
 
 class Daemon:
-    """One run of the daemon in a box."""
+    """One run of the daemon in a box. words: of a program that runs it."""
 
-    def __init__(self, gateway):
+    def __init__(self, gateway, *words):
         self.gateway = gateway
         for stale in (daemon.JOURNAL, daemon.WATCHER_PID_FILE):
             if gateway.exists(stale):
                 os.unlink(gateway.path(stale))
         with open(gateway.path(daemon.OUTPUT), "ab") as output:
-            self._process = gateway.start(*places.EMULATOR, f"{BIN}/gw_hostbase", stdin=subprocess.DEVNULL,
+            self._process = gateway.start(*words, *places.EMULATOR, f"{BIN}/gw_hostbase", stdin=subprocess.DEVNULL,
                                           stdout=output, stderr=output)
         self.pid = wait_for("the daemon starts", lambda: child_of(self._process.pid) or not self.alive())
         assert self.alive(), gateway.read(daemon.OUTPUT)

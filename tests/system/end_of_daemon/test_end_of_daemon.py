@@ -1,11 +1,13 @@
 """The two ways in which the daemon ends: it is told to, or its own watchdog finds the file watch thread
-gone."""
+gone. A reader of what it prints that ends is none."""
 
 import os
 import signal
 import time
 
-from gateway import Box, daemon, lease_line, wait_for
+import pytest
+
+from gateway import Box, Daemon, daemon, lease_line, wait_for
 
 FIRST_TICK = 30.0
 
@@ -21,6 +23,23 @@ def test_sigterm_leaves_the_database_to_the_readers(running):
     running.daemon.signal(signal.SIGTERM)
     running.daemon.wait()
     assert "02:bb:00:00:00:07" in running.clients(left_behind=True)
+
+
+@pytest.mark.simulated
+def test_a_reader_of_standard_error_that_ends(gateway):
+    gateway.configure()
+    os.mkdir(gateway.path(daemon.LOG))  # the log goes to standard error instead
+    os.mkfifo(gateway.path("/root/pipe"))
+    reader = os.open(gateway.path("/root/pipe"), os.O_RDONLY | os.O_NONBLOCK)
+    gateway.daemon = Daemon(gateway, "sh", "-c", 'exec "$@" 2> /root/pipe', "sh")
+    gateway.daemon.wait_ready()
+    assert b"hostbase_set_internal_mac_range" in os.read(reader, 65536)
+    os.close(reader)
+    for number in ("51", "52"):
+        mac = f"02:bb:00:00:00:{number}"
+        gateway.notify(lease_line(mac, f"192.168.0.{number}"))
+        wait_for("the client is there", lambda mac=mac: mac in gateway.clients() or not gateway.daemon.alive())
+        assert gateway.daemon.alive()
 
 
 def test_watchdog_kills_the_daemon_whose_pid_file_is_gone_and_no_other(gateway):

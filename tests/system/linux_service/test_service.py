@@ -104,3 +104,15 @@ def test_log_to_syslog(router, listen):
     wait_for("its first sign of life", heard)
     assert heard()[0].startswith("<30>gw_hostbase[") and "hostbase_set_internal_mac_range" in heard()[0]
     assert "HOSTBASE" not in router.log()
+
+
+def test_a_reader_of_the_log_that_ends(router):
+    router.lan(ONE_LAN)
+    os.mkfifo(router.path("/root/pipe"))
+    reader = os.open(router.path("/root/pipe"), os.O_RDONLY | os.O_NONBLOCK)
+    router.start_daemon(("sh", "-c", 'exec "$@" 2> /root/pipe', "sh"))
+    assert b"hostbase_set_internal_mac_range" in os.read(reader, 65536)
+    os.close(reader)
+    for number in (18, 19):
+        router.hbsctl("event", "dhcpv4-lease", mac_of(number), f"192.168.10.{number}")
+        wait_for("it is a client", lambda number=number: router.client(number))
