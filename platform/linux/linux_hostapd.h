@@ -19,15 +19,15 @@ int linux_hostapd_event(const char *text, uint8_t mac[6]);
 // Whether the station of such a reply has logged in; also where hostapd does not say.
 bool linux_hostapd_authorized(const char *reply);
 
-// The value of a line "name=value" or "name: value" into `value`, empty when there is none or it does not
-// fit.
+// The value of a line "name=value" or "name: value" into `value`, empty when there is none. What does not fit
+// is cut.
 void linux_hostapd_value(const char *reply, const char *name, char *value, size_t size);
 
 // Whether it is the answer to a command that has no result, or that hostapd does not know.
 bool linux_hostapd_refuses(const char *reply);
 
-// The modes of authentication from its settings, "None" for an open network. Returns whether these are
-// settings.
+// The modes of authentication from its settings, as many as fit, "None" for an open network. Returns whether
+// these are settings.
 bool linux_hostapd_authentication(const char *reply, char *modes, size_t size);
 
 // The result of the last push-button session, empty where there are none. Returns whether the answer says so.

@@ -1,4 +1,5 @@
 // What hostapd's replies say.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,11 +25,9 @@ void linux_hostapd_value(const char *reply, const char *name, char *value, size_
             continue;
         const char *start = line + length + 1;
         start += *start == ' ';
-        const size_t found = strcspn(start, "\n");
-        if (found >= size)
-            return;
-        memcpy(value, start, found);
-        value[found] = '\0';
+        const size_t taken = std::min(strcspn(start, "\n"), size - 1);
+        memcpy(value, start, taken);
+        value[taken] = '\0';
         return;
     }
 }
@@ -62,9 +61,9 @@ bool linux_hostapd_refuses(const char *reply) {
 }
 
 bool linux_hostapd_authentication(const char *reply, char *modes, size_t size) {
-    char address[WLAN_MAC_TEXT_SIZE];
+    char address[WLAN_MAC_TEXT_SIZE + 1]; // one that is too long shows as such
     linux_hostapd_value(reply, "bssid", address, sizeof address);
-    if (address[0] == '\0')
+    if (address[0] == '\0' || strlen(address) >= WLAN_MAC_TEXT_SIZE)
         return false;
     linux_hostapd_value(reply, "key_mgmt", modes, size);
     return modes[0] != '\0' || common_copy_whole(modes, size, "None");

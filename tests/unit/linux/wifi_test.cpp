@@ -328,8 +328,22 @@ TEST(LinuxHostapd, Authentication) {
     EXPECT_STREQ("WPA-PSK SAE", modes);
     ASSERT_TRUE(linux_hostapd_authentication("bssid=02:00:00:00:00:01\nssid=open\n", modes, sizeof modes));
     EXPECT_STREQ("None", modes);
-    for (const char *no_settings : {"", "FAIL\n", "UNKNOWN COMMAND\n", "\xff\xfe", "key_mgmt=WPA-PSK\n"})
+    ASSERT_TRUE(linux_hostapd_authentication("bssid=02:00:00:00:00:01\nkey_mgmt=\n", modes, sizeof modes));
+    EXPECT_STREQ("None", modes);
+    for (const char *no_settings : {"", "FAIL\n", "UNKNOWN COMMAND\n", "\xff\xfe", "key_mgmt=WPA-PSK\n",
+                                    "bssid=02:00:00:00:00:01:02\nkey_mgmt=WPA-PSK\n"})
         EXPECT_FALSE(linux_hostapd_authentication(no_settings, modes, sizeof modes)) << no_settings;
+}
+
+TEST(LinuxHostapd, AuthenticationOfMoreModesThanFitIsCut) {
+    const std::string all = "WPA-PSK WPA-EAP FT-PSK FT-EAP SAE FT-SAE WPA-PSK-SHA256 WPA-EAP-SHA256 ";
+    char modes[WLAN_TEXT_SIZE];
+    for (size_t length : {sizeof modes - 1, sizeof modes, all.size()}) {
+        const std::string reply =
+            "bssid=02:00:00:00:00:01\nkey_mgmt=" + all.substr(0, length) + "\nwps_state=1\n";
+        ASSERT_TRUE(linux_hostapd_authentication(reply.c_str(), modes, sizeof modes));
+        EXPECT_EQ(all.substr(0, sizeof modes - 1), modes);
+    }
 }
 
 TEST(LinuxHostapd, WpsResult) {
@@ -360,7 +374,9 @@ TEST(LinuxHostapd, Values) {
     EXPECT_STREQ("2", value);
     linux_hostapd_value("Last WPS result: None\n", "Last WPS result", value, sizeof value);
     EXPECT_STREQ("None", value);
-    for (const char *missing : {"b", "long", "=", ""}) {
+    linux_hostapd_value("long=12345678901", "long", value, sizeof value);
+    EXPECT_STREQ("1234567", value) << "what does not fit is cut";
+    for (const char *missing : {"b", "lon", "=", ""}) {
         linux_hostapd_value("ab=2\nlong=12345678901", missing, value, sizeof value);
         EXPECT_STREQ("", value) << missing;
     }
