@@ -30,11 +30,6 @@ int free_number(const linux_lan_numbers *numbers) {
     return number_of(numbers, "");
 }
 
-const linux_link *lan_of(const linux_view *view, const linux_conf *conf, const char *name) {
-    const linux_link *link = linux_link_named(view, name);
-    return link != nullptr && linux_is_lan(view, link, conf) ? link : nullptr;
-}
-
 bool has_static_leases(const linux_address *address) {
     char text[INET_ADDRSTRLEN] = "";
     (void)inet_ntop(AF_INET, address->bytes, text, sizeof text);
@@ -195,14 +190,21 @@ bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers) 
     return written && rename(beside, path) == 0;
 }
 
+const linux_link *linux_lan_numbered(const linux_view *view, const linux_conf *conf,
+                                     const linux_lan_numbers *numbers, unsigned number) {
+    const char *name = numbers->name[number - 1];
+    const linux_link *link = name[0] != '\0' ? linux_link_named(view, name) : nullptr;
+    return link != nullptr && linux_is_lan(view, link, conf) ? link : nullptr;
+}
+
 void linux_lans_table(const linux_view *view, const linux_conf *conf, const linux_lan_numbers *numbers,
                       common_router_table *table) {
     *table = {};
     table->usable = true;
-    for (int i = 0; i < RNDDB_MAX_ENTRIES; i++) {
-        const linux_link *link = numbers->name[i][0] != '\0' ? lan_of(view, conf, numbers->name[i]) : nullptr;
+    for (int number = 1; number <= RNDDB_MAX_ENTRIES; number++) {
+        const linux_link *link = linux_lan_numbered(view, conf, numbers, static_cast<unsigned>(number));
         const bool whole =
-            link == nullptr || fill_entry(view, conf, link, i + 1, &table->entry[table->count++]);
-        tell_of_subnets(i + 1, numbers->name[i], whole);
+            link == nullptr || fill_entry(view, conf, link, number, &table->entry[table->count++]);
+        tell_of_subnets(number, numbers->name[number - 1], whole);
     }
 }

@@ -32,6 +32,10 @@ void linux_left_out_log(const linux_left_out *left_out);
 // Returns whether they are on the disk.
 bool linux_lan_numbers_save(const char *path, const linux_lan_numbers *numbers);
 
+// The bridge of a network by its number, from 1; null while it is not there or no LAN.
+const linux_link *linux_lan_numbered(const linux_view *view, const linux_conf *conf,
+                                     const linux_lan_numbers *numbers, unsigned number);
+
 // The router database of a view. Of several IPv4 addresses of a network the first one that has static leases
 // is the network's, or else the first.
 void linux_lans_table(const linux_view *view, const linux_conf *conf, const linux_lan_numbers *numbers,

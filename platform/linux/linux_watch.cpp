@@ -210,11 +210,12 @@ void linux_watch_on_links(extswt_link_cb callback) {
 int linux_watch_bridges(int index[LINUX_MOST_BRIDGES], bool vlan_aware[LINUX_MOST_BRIDGES]) {
     int count = 0;
     (void)pthread_mutex_lock(&lock);
-    for (size_t i = 0; i < view.links && count < LINUX_MOST_BRIDGES; i++) {
-        if (!linux_is_lan(&view, &view.link[i], linux_settings()))
+    for (unsigned number = 1; number <= LINUX_MOST_BRIDGES; number++) {
+        const linux_link *lan = linux_lan_numbered(&view, linux_settings(), &numbers, number);
+        if (lan == nullptr)
             continue;
-        index[count] = view.link[i].index;
-        vlan_aware[count++] = view.link[i].vlan_aware;
+        index[count] = lan->index;
+        vlan_aware[count++] = lan->vlan_aware;
     }
     (void)pthread_mutex_unlock(&lock);
     return count;

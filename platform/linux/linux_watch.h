@@ -4,6 +4,7 @@
 #include <netif.h>
 
 #include <extswt.h>
+#include <rnddb.h>
 
 // What calls under the daemon's lock may ask at any time: nothing here waits for the kernel.
 
@@ -12,8 +13,8 @@ bool linux_watch_start();
 
 void linux_watch_on_links(extswt_link_cb callback);
 
-// Kernel indices of the LAN bridges. Returns how many. vlan_aware [out]: of each.
-constexpr int LINUX_MOST_BRIDGES = 8;
+// Kernel indices of the LAN bridges that have numbers. Returns how many. vlan_aware [out]: of each.
+constexpr int LINUX_MOST_BRIDGES = RNDDB_MAX_ENTRIES;
 int linux_watch_bridges(int index[LINUX_MOST_BRIDGES], bool vlan_aware[LINUX_MOST_BRIDGES]);
 
 bool linux_watch_is_outward(int index);

@@ -148,3 +148,12 @@ def test_a_ninth_bridge_is_named_in_the_log(router):
     assert len(router.read(f"{STATE}/networks").splitlines()) == 8
     assert json.loads(router.hbsctl("list", "--json").stdout)["clients"] == []
     assert mac_of(1) not in router.clients()
+
+
+def test_of_nine_bridges_a_late_one_with_a_number(router):
+    router.settings("log.level = debug", "network.1 = lan9")
+    router.lan('for n in range(1, 10): router.bridge(f"lan{n}", n, f"192.168.{n}.1/24")\n'
+               'router.device("a", 17, "lan9", "192.168.9.17/24")')
+    router.start_daemon()
+    wait_for("it is in network 1", lambda: router.talk("192.168.9.17") and networks(router) == {17: 0})
+    wait_for("and on its port", lambda: router.talk("192.168.9.17") and router.place(17) == ("ethernet", 1), 20)
