@@ -252,18 +252,26 @@ int linux_watch_index(const char *name) {
     return index;
 }
 
+namespace {
+
+// Number of the bridge with that index, 0 = it is no LAN now, or has none. Needs the lock.
+unsigned lan_number(int index) {
+    for (unsigned number = 1; number <= RNDDB_MAX_ENTRIES; number++) {
+        const linux_link *lan = linux_lan_numbered(&view, linux_settings(), &numbers, number);
+        if (lan != nullptr && lan->index == index)
+            return number;
+    }
+    return 0;
+}
+
+} // namespace
+
 unsigned linux_watch_lan_of_port(const char *device) {
     unsigned number = 0;
     (void)pthread_mutex_lock(&lock);
-    for (size_t i = 0; i < view.links && number == 0; i++) {
-        const linux_link *link = &view.link[i];
-        const linux_link *master = link->master != 0 && strcmp(link->name, device) == 0
-                                       ? linux_link_of(&view, link->master)
-                                       : nullptr;
-        for (unsigned n = 0; master != nullptr && n < RNDDB_MAX_ENTRIES; n++)
-            if (strcmp(numbers.name[n], master->name) == 0)
-                number = n + 1;
-    }
+    for (size_t i = 0; i < view.links && number == 0; i++)
+        if (view.link[i].master != 0 && strcmp(view.link[i].name, device) == 0)
+            number = lan_number(view.link[i].master);
     (void)pthread_mutex_unlock(&lock);
     return number;
 }

@@ -25,7 +25,8 @@ int linux_watch_lan_index(unsigned number);                             // of it
 // may have it look for a driver.
 int linux_watch_index(const char *name);
 
-// LAN number (from 1) of the bridge that a device is a port of, 0 = of none.
+// LAN number (from 1) of the bridge that a device is a port of, 0 = of none. A bridge without an address is
+// none, though it has its number.
 unsigned linux_watch_lan_of_port(const char *device);
 
 // Port number of a device of the LAN bridges, 0 = none of the wired ones.

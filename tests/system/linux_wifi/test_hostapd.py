@@ -4,7 +4,7 @@ import contextlib
 import json
 
 import pytest
-from router import mac_of, online, wait_for
+from router import STATE, mac_of, online, wait_for
 
 # Two access points on ports of one bridge; "b" is the same station at the other one.
 TWO_ACCESS_POINTS = """
@@ -349,6 +349,20 @@ def test_stations_of_an_access_point_that_is_on_no_lan_yet(router):
         wait_for("its station is listed", lambda: router.read("/root/late").count("STA-FIRST") >= 2)
         router.lan('router.ip("link set late0 master lan0 up")')
         wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
+
+
+def test_stations_behind_a_bridge_that_is_no_lan_yet(router):
+    """It has its number of an earlier day, and no address so far."""
+    router.settings("log.level = debug", "ssid.7 = late0")
+    router.write(f"{STATE}/networks", "1 lan0\n")
+    router.lan('router.bridge("lan0", 1)\nrouter.ip("link add late0 type veth peer name late1",\n'
+               '          "link set late0 master lan0 up")')
+    with stand_in(router, "/root/late", ONE_STATION + ANSWERS):
+        router.start_daemon()
+        wait_for("its station is listed", lambda: router.read("/root/late").count("STA-FIRST") >= 2)
+        router.lan('router.ip("address add 192.168.10.1/24 dev lan0")')
+        wait_for("its station is there", lambda: station(router) == ("wifi", True, True, 7))
+    assert associations_told(router) == 1
 
 
 def test_a_socket_for_all_of_a_process_is_no_access_point(router):
