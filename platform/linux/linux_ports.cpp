@@ -37,12 +37,17 @@ const linux_link *first_new(linux_ports *ports, const linux_view *view, const li
     return first;
 }
 
-// A free number, else one whose device is gone; null when all are in use.
-linux_port *place_for_new(linux_ports *ports) {
+// A free number, else that whose device has been gone longest, but none that the settings name; null when all
+// are in use.
+linux_port *place_for_new(linux_ports *ports, const linux_conf *conf) {
     linux_port *place = port_named(ports, "");
-    for (linux_port &port : ports->port)
-        if (place == nullptr && port.index == 0)
-            place = &port;
+    if (place != nullptr)
+        return place;
+    for (size_t i = 0; i < EXTSWT_PORTS; i++) {
+        linux_port *port = &ports->port[i];
+        if (port->index == 0 && conf->port[i][0] == '\0' && (place == nullptr || port->seen < place->seen))
+            place = port;
+    }
     return place;
 }
 
@@ -56,11 +61,12 @@ bool is_another_carrier(const linux_port *port, const linux_link *link) {
     return port->index != link->index || port->carrier_changes != link->carrier_changes;
 }
 
-// Returns whether it was down in between.
-bool follow(linux_port *port, const linux_view *view, const linux_conf *conf) {
+// Returns whether it was down in between. now: number of the view.
+bool follow(linux_port *port, const linux_view *view, const linux_conf *conf, uint64_t now) {
     const linux_link *link = device_of(port, view, conf);
     const bool dipped = link != nullptr && port->running && link->running && is_another_carrier(port, link);
     port->index = link != nullptr ? link->index : 0;
+    port->seen = link != nullptr ? now : port->seen;
     port->running = link != nullptr && link->running;
     port->carrier_changes = link != nullptr ? link->carrier_changes : 0;
     return dipped;
@@ -76,14 +82,15 @@ bool linux_is_port(const linux_view *view, const linux_link *link, const linux_c
 void linux_ports_update(linux_ports *ports, const linux_view *view, const linux_conf *conf,
                         linux_dips *dips) {
     preset(ports, conf);
+    const uint64_t now = ++ports->updates;
     for (size_t i = 0; i < EXTSWT_PORTS; i++)
-        dips->port[i] = follow(&ports->port[i], view, conf) || dips->port[i];
+        dips->port[i] = follow(&ports->port[i], view, conf, now) || dips->port[i];
     while (const linux_link *link = first_new(ports, view, conf)) {
-        linux_port *port = place_for_new(ports);
+        linux_port *port = place_for_new(ports, conf);
         if (port == nullptr)
             return;
         (void)common_copy_whole(port->name, sizeof port->name, link->name);
-        (void)follow(port, view, conf);
+        (void)follow(port, view, conf, now);
     }
 }
 

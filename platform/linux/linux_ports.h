@@ -10,10 +10,14 @@ struct linux_port {
     int index;           // 0 = the device is gone
     bool running;
     uint32_t carrier_changes; // of the device, as linux_link has them
+    uint64_t seen;            // number of the last update that found the device
 };
 
-// A port keeps its number as long as the process lives, also while its device is gone.
+// A port keeps its number as long as the process lives, also while its device is gone, until a new device
+// needs one and all are given: then the port goes whose device has been gone longest. One that the settings
+// name never goes.
 struct linux_ports {
+    uint64_t updates;
     linux_port port[EXTSWT_PORTS]; // port N at N - 1
 };
 

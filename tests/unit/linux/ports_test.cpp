@@ -38,6 +38,16 @@ struct LinuxPorts : testing::Test {
         add(index, name, 0);
         add(index + 1, name, bridge);
     }
+    void remove(const std::string &name) {
+        for (size_t i = 0; i < view.links; i++)
+            if (view.link[i].name == name)
+                view.link[i] = view.link[--view.links];
+    }
+    void add_as_many_as_there_are_numbers() {
+        for (int i = 1; i <= EXTSWT_PORTS; i++)
+            add(10 + i, "eth" + std::to_string(i), bridge);
+        update();
+    }
     void update() {
         linux_dips dips = {};
         (void)alarm(patience);
@@ -76,6 +86,38 @@ TEST_F(LinuxPorts, TablesWithoutSenseLeaveTheNumbersToTheNextOnes) {
     add(20, "lan0", bridge);
     update();
     EXPECT_EQ(1u, linux_port_of(&ports, 20));
+}
+
+TEST_F(LinuxPorts, WhoseDeviceHasBeenGoneLongestGivesItsNumberAway) {
+    add_as_many_as_there_are_numbers();
+    for (const char *gone : {"eth3", "eth4", "eth1"}) {
+        remove(gone);
+        update();
+    }
+    for (const auto &[index, number] : {std::pair(200, 3u), {201, 4u}, {202, 1u}, {203, 0u}}) {
+        add(index, "new" + std::to_string(index), bridge);
+        update();
+        EXPECT_EQ(number, linux_port_of(&ports, index));
+    }
+}
+
+TEST_F(LinuxPorts, ANumberOfTheSettingsIsNotGivenAway) {
+    constexpr int last = 10 + EXTSWT_PORTS;
+    (void)snprintf(conf.port[0], sizeof conf.port[0], "eth1");
+    (void)snprintf(conf.port[1], sizeof conf.port[1], "later");
+    add_as_many_as_there_are_numbers();
+    EXPECT_EQ(0u, linux_port_of(&ports, last)) << "one is kept for a device that is not there yet";
+    for (const char *gone : {"eth1", "eth2"}) {
+        EXPECT_EQ(0u, linux_port_of(&ports, last)) << gone;
+        remove(gone);
+        update();
+    }
+    EXPECT_EQ(3u, linux_port_of(&ports, last)) << "that of eth2";
+    add(200, "later", bridge);
+    add(201, "eth1", bridge);
+    update();
+    EXPECT_EQ(2u, linux_port_of(&ports, 200));
+    EXPECT_EQ(1u, linux_port_of(&ports, 201));
 }
 
 } // namespace ports_test
