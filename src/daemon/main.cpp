@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <poll.h>
 #include <pthread.h>
@@ -151,6 +152,15 @@ void join_threads() {
             join_thread(w.thread);
 }
 
+// What is opened next would get the number of one that is closed, and with it what is printed.
+void open_standard_descriptors() {
+    pollfd standard[] = {{STDIN_FILENO, 0, 0}, {STDOUT_FILENO, 0, 0}, {STDERR_FILENO, 0, 0}};
+    (void)poll(standard, std::size(standard), 0);
+    for (const pollfd &each : standard)
+        if ((each.revents & POLLNVAL) != 0)
+            (void)!open(HBS_NOWHERE, O_RDWR); // the lowest free number is this one
+}
+
 // Says on standard error why not.
 bool may_start() {
     pid_t running = 0;
@@ -171,6 +181,7 @@ bool may_start() {
 } // namespace
 
 int main(int count, char *argv[]) {
+    open_standard_descriptors();
     // Both before anything that another daemon, a reader or the log could notice.
     if (const int status = hbs_answer_arguments(count, argv); status >= 0)
         return status;

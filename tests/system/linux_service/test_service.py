@@ -116,3 +116,14 @@ def test_a_reader_of_the_log_that_ends(router):
     for number in (18, 19):
         router.hbsctl("event", "dhcpv4-lease", mac_of(number), f"192.168.10.{number}")
         wait_for("it is a client", lambda number=number: router.client(number))
+
+
+@pytest.mark.parametrize("closed", [[0], [1], [2], [0, 1, 2]])
+def test_closed_standard_descriptors_are_opened_before_any_file(router, closed):
+    """Else the next file would get their numbers, and what is printed."""
+    router.lan(ONE_LAN)
+    router.start_daemon(("sh", "-c", f'exec "$@" {" ".join(f"{each}>&-" for each in closed)}', "sh"))
+    for each in closed:
+        assert router.run("readlink", f"/proc/{router.inner_pid()}/fd/{each}").stdout == "/dev/null\n"
+    with open(router.path(f"{RUNTIME}/tmp/gw_hostbase.lock"), "rb") as file:
+        assert b"HOSTBASE" not in file.read()
