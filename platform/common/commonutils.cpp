@@ -55,18 +55,25 @@ bool finish(int fd) {
     return close(fd) == 0 && synced;
 }
 
-int open_at_end(const char *path) {
-    return open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
-}
-
-int open_source(const char *path, struct stat *file) {
-    int fd = path != nullptr ? open(path, O_RDONLY | O_CLOEXEC) : -1;
+// Opens nothing but a plain file: a symbolic link would lead to one of somebody else's, and a FIFO would hold
+// the caller until it has another end.
+int open_plain(const char *path, int flags, struct stat *file) {
+    int fd = open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
     if (fd < 0)
         return -1;
     if (fstat(fd, file) == 0 && S_ISREG(file->st_mode))
         return fd;
     (void)close(fd);
     return -1;
+}
+
+int open_at_end(const char *path) {
+    struct stat file = {};
+    return open_plain(path, O_WRONLY | O_APPEND | O_CREAT, &file);
+}
+
+int open_source(const char *path, struct stat *file) {
+    return path != nullptr ? open_plain(path, O_RDONLY, file) : -1;
 }
 
 // Ends an addition: what did not get there whole is taken back.
@@ -105,7 +112,8 @@ bool replace_with_copy(int from, off_t size, const char *to) {
     int length = snprintf(beside, sizeof beside, "%s.copy", to);
     if (length < 0 || static_cast<size_t>(length) >= sizeof beside)
         return false;
-    int fd = open(beside, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644);
+    (void)unlink(beside); // of a copy that was interrupted, or what somebody put there
+    int fd = open(beside, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0)
         return false;
     bool written = transfer(from, fd, size) && take_mode(fd, to);

@@ -128,6 +128,49 @@ TEST_F(FileHelpers, CopyFailsAndTheOldFileStays) {
     EXPECT_EQ("old", read_file(to));
 }
 
+TEST_F(FileHelpers, WhatIsNoPlainFileIsRefusedAtOnce) {
+    const std::string pipe = directory() + "/pipe", link = directory() + "/link";
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    write_file(from, "new");
+    write_file(to, "old");
+    ASSERT_EQ(0, symlink(to.c_str(), link.c_str()));
+    alarm(20); // ends a test that waits for the other end of the pipe
+    for (const std::string &odd : {pipe, link}) {
+        EXPECT_EQ(-1, COMMONUTILS_file_copy(odd.c_str(), (directory() + "/new").c_str())) << odd;
+        EXPECT_EQ(-1, COMMONUTILS_file_append(odd.c_str(), to.c_str())) << odd;
+        EXPECT_EQ(-1, COMMONUTILS_file_append(from.c_str(), odd.c_str())) << odd;
+        EXPECT_EQ(-1, COMMONUTILS_file_write(odd.c_str(), "x")) << odd;
+    }
+    alarm(0);
+    EXPECT_EQ("old", read_file(to));
+    EXPECT_FALSE(file_exists(directory() + "/new"));
+}
+
+TEST_F(FileHelpers, NothingGoesIntoAPipeThatIsRead) {
+    const std::string pipe = to + ".copy"; // also where a copy is made
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    const int reader = open(pipe.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(reader, 0);
+    write_file(from, "new");
+    EXPECT_EQ(-1, COMMONUTILS_file_write(pipe.c_str(), "x"));
+    EXPECT_EQ(-1, COMMONUTILS_file_append(from.c_str(), pipe.c_str()));
+    EXPECT_EQ(0, COMMONUTILS_file_copy(from.c_str(), to.c_str()));
+    char byte = 0;
+    EXPECT_EQ(0, read(reader, &byte, 1));
+    EXPECT_EQ("new", read_file(to));
+    close(reader);
+}
+
+TEST_F(FileHelpers, ACopyIsMadeInNobodysFile) {
+    const std::string other = directory() + "/other";
+    write_file(other, "theirs");
+    ASSERT_EQ(0, symlink(other.c_str(), (to + ".copy").c_str()));
+    write_file(from, "new");
+    EXPECT_EQ(0, COMMONUTILS_file_copy(from.c_str(), to.c_str()));
+    EXPECT_EQ("theirs", read_file(other));
+    EXPECT_EQ("new", read_file(to));
+}
+
 TEST_F(FileHelpers, AFullDiskChangesNothing) {
     write_file(from, std::string(8000, 'n'));
     write_file(to, "old");
