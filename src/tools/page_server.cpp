@@ -1,9 +1,8 @@
 #include "tools/page_server.h"
 
 #include <atomic>
-#include <httplib.h>
-#include <thread>
 
+#include "tools/http_server.h"
 #include "tools/page.h"
 
 namespace {
@@ -13,7 +12,6 @@ using httplib::Response;
 
 constexpr unsigned most_followers = 16;
 constexpr size_t other_workers = 8; // so that a page is served while that many follow
-constexpr time_t request_seconds = 5;
 constexpr std::chrono::seconds followers_patience(15);
 constexpr const char *nothing_allowed = "default-src 'none'; frame-ancestors 'none'";
 
@@ -79,14 +77,13 @@ bool give_event(live_source &source, followed &state, httplib::DataSink &sink) {
 } // namespace
 
 struct page_server::parts {
-    parts(const listen_address &address, live_source &what) : source(what), where(address) {}
+    parts(const listen_address &address, live_source &what, const http_bounds &bounds)
+        : source(what), where(address), server(bounds) {}
 
     live_source &source;
     listen_address where;
     std::atomic<unsigned> followers = 0;
-    httplib::Server server;
-    std::atomic<bool> ended = false; // the listener, for whatever reason
-    std::thread listener;
+    http_server server; // its threads use the rest
 
     void give_events(Response &response) {
         if (++followers > most_followers) {
@@ -118,13 +115,8 @@ struct page_server::parts {
     }
 
     void set_up() {
-        server.new_task_queue = [] { return new httplib::ThreadPool(most_followers + other_workers); };
         server.set_socket_options(set_socket_options);
-        server.set_read_timeout(request_seconds);
-        server.set_write_timeout(request_seconds);
         server.set_payload_max_length(0);
-        // One request a connection: what follows a refused one, its body for one, is never taken for another.
-        server.set_keep_alive_max_count(1);
         server.set_default_headers({{"X-Content-Type-Options", "nosniff"},
                                     {"Cache-Control", "no-store"},
                                     {"Referrer-Policy", "no-referrer"},
@@ -134,8 +126,8 @@ struct page_server::parts {
     }
 };
 
-page_server::page_server(const listen_address &where, live_source &source)
-    : parts_(std::make_unique<parts>(where, source)) {
+page_server::page_server(const listen_address &where, live_source &source, const http_bounds &bounds)
+    : parts_(std::make_unique<parts>(where, source, bounds)) {
     parts &own = *parts_;
     own.set_up();
     const bool any = where.port == 0;
@@ -144,22 +136,15 @@ page_server::page_server(const listen_address &where, live_source &source)
     if (own.where.port < 0 || (!any && !own.server.bind_to_port(where.host, where.port)))
         throw run_error(exit_failed,
                         "cannot listen on " + url_of(where) + ": is the address this machine's, and free?");
-    own.listener = std::thread([&own] {
-        (void)own.server.listen_after_bind();
-        own.ended = true;
-    });
+    own.server.start(most_followers + other_workers);
 }
 
 page_server::~page_server() {
     parts_->source.end();
-    while (!parts_->server.is_running() && !parts_->ended) // it could not be stopped before it listens
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    parts_->server.stop();
-    parts_->listener.join();
 }
 
 bool page_server::has_ended() const {
-    return parts_->ended;
+    return parts_->server.has_ended();
 }
 
 const listen_address &page_server::address() const {

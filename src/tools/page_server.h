@@ -4,13 +4,14 @@
 
 #include <memory>
 
+#include "tools/http_bounds.h"
 #include "tools/listen_address.h"
 #include "tools/live_source.h"
 
 class page_server {
   public:
     // Takes the address. Throws run_error.
-    page_server(const listen_address &where, live_source &source);
+    page_server(const listen_address &where, live_source &source, const http_bounds &bounds = {});
 
     // Ends all connections.
     ~page_server();

@@ -1,9 +1,14 @@
-// The server of the live page ends, whatever became of its listener.
+// The server of the live page goes on and ends, whatever visitors and its listener do.
 #ifdef HBSCTL_SERVE
+#include <atomic>
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <netinet/in.h>
 #include <sstream>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 #include "support/gateway.h"
@@ -21,49 +26,120 @@ int listening_socket() {
     return -1;
 }
 
+// A connection to the server; closed with it.
+class Visitor {
+  public:
+    explicit Visitor(int port) {
+        sockaddr_in where = {};
+        where.sin_family = AF_INET;
+        where.sin_port = htons(static_cast<uint16_t>(port));
+        where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        const timeval patience = {60, 0};
+        (void)setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+        EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr *>(&where), sizeof where), 0);
+    }
+    ~Visitor() { close(fd_); }
+    Visitor(const Visitor &) = delete;
+    Visitor &operator=(const Visitor &) = delete;
+
+    bool say(const std::string &text) const {
+        return send(fd_, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+    }
+
+    void ask(const std::string &path, const std::string &headers = "") const {
+        EXPECT_TRUE(say("GET " + path + " HTTP/1.1\r\nHost: localhost\r\n" + headers + "\r\n"));
+    }
+
+    // Some of the answer; nothing when it has ended.
+    std::string hear() const {
+        char block[4096];
+        const ssize_t size = read(fd_, block, sizeof block);
+        return {block, size > 0 ? static_cast<size_t>(size) : 0};
+    }
+
+    std::string answer() const {
+        std::string text;
+        for (std::string more = hear(); !more.empty(); more = hear())
+            text += more;
+        return text;
+    }
+
+  private:
+    int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+};
+
 class PageServer : public testing::Test {
   protected:
     std::istringstream in;
     std::ostringstream out, err;
     const session run = {.in = in, .out = out, .err = err, .socket_path = "/var/tmp/nobody", .how = {}};
     live_source source{run};
-    page_server server{{"127.0.0.1", 0}, source};
-};
+    std::unique_ptr<page_server> server =
+        std::make_unique<page_server>(listen_address{"127.0.0.1", 0}, source);
+    const int port = server->address().port;
 
-// The first line of the answer.
-std::string answer_to(int port, const std::string &path) {
-    sockaddr_in where = {};
-    where.sin_family = AF_INET;
-    where.sin_port = htons(static_cast<uint16_t>(port));
-    where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const std::string request = "GET " + path + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
-    std::string text;
-    if (connect(fd, reinterpret_cast<sockaddr *>(&where), sizeof where) == 0 &&
-        write(fd, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
-        char block[4096];
-        for (ssize_t size = 0; (size = read(fd, block, sizeof block)) > 0;)
-            text.append(block, static_cast<size_t>(size));
+    // The first line of the answer.
+    std::string answer_to(const std::string &path) const {
+        const Visitor visitor(port);
+        visitor.ask(path);
+        const std::string text = visitor.answer();
+        return text.substr(0, text.find('\r'));
     }
-    close(fd);
-    return text.substr(0, text.find('\r'));
-}
+
+    std::unique_ptr<Visitor> new_follower() const {
+        auto follower = std::make_unique<Visitor>(port);
+        follower->ask("/events");
+        EXPECT_THAT(follower->hear(), testing::StartsWith("HTTP/1.1 200 OK"));
+        return follower;
+    }
+
+    // Whoever keeps it from ending has to have gone when this returns, as it waits for the end.
+    bool ends_within(int milliseconds) {
+        std::atomic<bool> ended = false;
+        std::thread ending([&] {
+            server.reset();
+            ended = true;
+        });
+        const bool in_time = wait_until([&] { return ended.load(); }, milliseconds);
+        EXPECT_TRUE(in_time);
+        ending.join();
+        return in_time;
+    }
+};
 
 TEST_F(PageServer, TellsProgramsThatTheDatabaseCannotBeRead) {
     EXPECT_THROW(source.look(), database_error) << "there is no segment";
     for (const char *path : {"/metrics", "/clients.json"})
-        EXPECT_EQ(answer_to(server.address().port, path), "HTTP/1.1 503 Service Unavailable") << path;
-    EXPECT_EQ(answer_to(server.address().port, "/"), "HTTP/1.1 200 OK") << "the page stays";
+        EXPECT_EQ(answer_to(path), "HTTP/1.1 503 Service Unavailable") << path;
+    EXPECT_EQ(answer_to("/"), "HTTP/1.1 200 OK") << "the page stays";
 }
 
 TEST_F(PageServer, EndsWhenItIsToldTo) {
-    EXPECT_GT(server.address().port, 0);
-    EXPECT_FALSE(server.has_ended());
+    EXPECT_GT(server->address().port, 0);
+    EXPECT_FALSE(server->has_ended());
 }
 
 TEST_F(PageServer, EndsWhenItsListenerHasEndedByItself) {
     ASSERT_EQ(shutdown(listening_socket(), SHUT_RDWR), 0); // as a failure of the network would do
-    EXPECT_TRUE(wait_until([&] { return server.has_ended(); }, 60000));
+    EXPECT_TRUE(wait_until([&] { return server->has_ended(); }, 60000));
+}
+
+TEST_F(PageServer, TellsThatItsListenerHasEndedWhileSomebodyFollows) {
+    const auto follower = new_follower();
+    ASSERT_EQ(shutdown(listening_socket(), SHUT_RDWR), 0);
+    EXPECT_TRUE(wait_until([&] { return server->has_ended(); }, 10000));
+}
+
+TEST_F(PageServer, ClosesNoOthersDescriptorAfterItsListenerHasEnded) {
+    const auto follower = new_follower();
+    const int number = listening_socket();
+    ASSERT_EQ(shutdown(number, SHUT_RDWR), 0);
+    (void)wait_until([&] { return server->has_ended(); }, 10000);
+    // Where the listener gave its number back, it is another's now.
+    const int mine = dup(STDIN_FILENO);
+    EXPECT_TRUE(ends_within(10000));
+    EXPECT_GE(fcntl(mine, F_GETFD), 0);
+    close(mine);
 }
 
 } // namespace page_server_test

@@ -1,0 +1,9 @@
+// What one who asks an HTTP server may take of it.
+#pragma once
+
+#include <chrono>
+
+struct http_bounds {
+    std::chrono::milliseconds read_patience = std::chrono::seconds(5);   // with a peer that sends nothing
+    std::chrono::milliseconds write_patience = std::chrono::seconds(10); // with one that takes nothing
+};

@@ -1,0 +1,84 @@
+#include "tools/http_connection.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using clock = std::chrono::steady_clock;
+
+int milliseconds_until(clock::time_point when) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(when - clock::now());
+    return static_cast<int>(std::clamp<long>(left.count(), 0, 60000));
+}
+
+bool wait_for(int socket, short what, std::chrono::milliseconds patience) {
+    const clock::time_point until = clock::now() + patience;
+    pollfd source = {socket, what, 0};
+    int found = 0;
+    do
+        found = poll(&source, 1, milliseconds_until(until));
+    while (found < 0 && errno == EINTR);
+    return found > 0;
+}
+
+bool must_wait() {
+    return errno == EAGAIN || errno == EINTR;
+}
+
+// A follower who has gone is found out before anything is written to him.
+bool has_gone(int socket) {
+    char next = 0;
+    return recv(socket, &next, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+} // namespace
+
+http_connection::~http_connection() {
+    (void)shutdown(socket_, SHUT_RDWR);
+    close(socket_);
+}
+
+bool http_connection::is_readable() const {
+    return wait_for(socket_, POLLIN, bounds_.read_patience);
+}
+
+bool http_connection::is_writable() const {
+    return wait_for(socket_, POLLOUT, bounds_.write_patience) && !has_gone(socket_);
+}
+
+// Returns false at the end of what the peer sends.
+bool http_connection::fill() {
+    ssize_t size = 0;
+    do {
+        if (!is_readable())
+            return false;
+        size = recv(socket_, block_.data(), block_.size(), MSG_DONTWAIT);
+    } while (size < 0 && must_wait());
+    taken_ = 0;
+    there_ = size < 0 ? 0 : static_cast<size_t>(size);
+    return there_ > 0;
+}
+
+ssize_t http_connection::read(char *data, size_t size) {
+    if (taken_ == there_ && !fill())
+        return 0;
+    const size_t part = std::min(size, there_ - taken_);
+    memcpy(data, &block_[taken_], part);
+    taken_ += part;
+    return static_cast<ssize_t>(part);
+}
+
+ssize_t http_connection::write(const char *data, size_t size) {
+    ssize_t written = 0;
+    do {
+        if (!is_writable())
+            return -1;
+        written = send(socket_, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    } while (written < 0 && must_wait());
+    return written;
+}

@@ -1,0 +1,31 @@
+// A connection of the page's server, as the HTTP library reads and writes it. It is closed with it.
+#pragma once
+
+#include <array>
+#include <httplib.h>
+
+#include "tools/http_bounds.h"
+
+class http_connection : public httplib::Stream {
+  public:
+    http_connection(int socket, const http_bounds &bounds) : socket_(socket), bounds_(bounds) {}
+    ~http_connection() override;
+    http_connection(const http_connection &) = delete;
+    http_connection &operator=(const http_connection &) = delete;
+
+    bool is_readable() const override;
+    bool is_writable() const override;
+    ssize_t read(char *data, size_t size) override;
+    ssize_t write(const char *data, size_t size) override;
+    void get_remote_ip_and_port(std::string &, int &) const override {} // nothing here depends on them
+    void get_local_ip_and_port(std::string &, int &) const override {}
+    socket_t socket() const override { return socket_; }
+
+  private:
+    bool fill();
+
+    int socket_;
+    const http_bounds &bounds_;
+    std::array<char, 2048> block_ = {}; // what the library takes byte by byte
+    size_t taken_ = 0, there_ = 0;
+};
