@@ -21,6 +21,12 @@ int new_event() {
     return fd;
 }
 
+// Each of many ranges may be the whole: they would make a page as large as one likes.
+void ignore_many_ranges(httplib::Request &request) {
+    if (request.ranges.size() > 1)
+        request.ranges.clear();
+}
+
 } // namespace
 
 http_server::http_server(const http_bounds &bounds) : bounds_(bounds), end_(new_event()) {}
@@ -102,5 +108,5 @@ std::optional<int> http_server::next_connection() {
 void http_server::serve(int socket) {
     http_connection connection(socket, bounds_);
     bool closed = true;
-    (void)process_request(connection, true, closed, nullptr);
+    (void)process_request(connection, true, closed, ignore_many_ranges);
 }

@@ -26,6 +26,10 @@ int listening_socket() {
     return -1;
 }
 
+std::string first_line(const std::string &answer) {
+    return answer.substr(0, answer.find('\r'));
+}
+
 // A connection to the server; closed with it.
 class Visitor {
   public:
@@ -82,8 +86,7 @@ class PageServer : public testing::Test {
     std::string answer_to(const std::string &path) const {
         const Visitor visitor(port);
         visitor.ask(path);
-        const std::string text = visitor.answer();
-        return text.substr(0, text.find('\r'));
+        return first_line(visitor.answer());
     }
 
     std::unique_ptr<Visitor> new_follower() const {
@@ -140,6 +143,25 @@ TEST_F(PageServer, ClosesNoOthersDescriptorAfterItsListenerHasEnded) {
     EXPECT_TRUE(ends_within(10000));
     EXPECT_GE(fcntl(mine, F_GETFD), 0);
     close(mine);
+}
+
+std::string many_ranges(unsigned count) {
+    std::string text = "Range: bytes=0-";
+    while (--count > 0)
+        text += ",0-";
+    return text + "\r\n";
+}
+
+TEST_F(PageServer, GivesAPageOnceHoweverManyRangesOfItAreAskedFor) {
+    const Visitor plain(port), many(port), one(port);
+    plain.ask("/");
+    many.ask("/", many_ranges(500));
+    one.ask("/", "Range: bytes=0-14\r\n");
+    const std::string answer = many.answer(), part = one.answer();
+    EXPECT_EQ(answer.size(), plain.answer().size());
+    EXPECT_EQ(first_line(answer), "HTTP/1.1 200 OK");
+    EXPECT_EQ(first_line(part), "HTTP/1.1 206 Partial Content");
+    EXPECT_EQ(part.substr(part.size() - 19), "\r\n\r\n<!DOCTYPE html>");
 }
 
 } // namespace page_server_test
