@@ -51,16 +51,17 @@ bool http_connection::is_writable() const {
     return wait_for(socket_, POLLOUT, bounds_.write_patience) && !has_gone(socket_);
 }
 
-// Returns false at the end of what the peer sends.
+// Returns false at the end of what the peer sends, or may send.
 bool http_connection::fill() {
     ssize_t size = 0;
     do {
-        if (!is_readable())
+        if (left_ == 0 || !is_readable())
             return false;
-        size = recv(socket_, block_.data(), block_.size(), MSG_DONTWAIT);
+        size = recv(socket_, block_.data(), std::min(left_, block_.size()), MSG_DONTWAIT);
     } while (size < 0 && must_wait());
     taken_ = 0;
     there_ = size < 0 ? 0 : static_cast<size_t>(size);
+    left_ -= there_;
     return there_ > 0;
 }
 

@@ -8,7 +8,8 @@
 
 class http_connection : public httplib::Stream {
   public:
-    http_connection(int socket, const http_bounds &bounds) : socket_(socket), bounds_(bounds) {}
+    http_connection(int socket, const http_bounds &bounds)
+        : socket_(socket), bounds_(bounds), left_(bounds.head_bytes) {}
     ~http_connection() override;
     http_connection(const http_connection &) = delete;
     http_connection &operator=(const http_connection &) = delete;
@@ -28,4 +29,5 @@ class http_connection : public httplib::Stream {
     const http_bounds &bounds_;
     std::array<char, 2048> block_ = {}; // what the library takes byte by byte
     size_t taken_ = 0, there_ = 0;
+    size_t left_; // that may still be received
 };

@@ -164,5 +164,32 @@ TEST_F(PageServer, GivesAPageOnceHoweverManyRangesOfItAreAskedFor) {
     EXPECT_EQ(part.substr(part.size() - 19), "\r\n\r\n<!DOCTYPE html>");
 }
 
+std::string repeated(const std::string &text, size_t size) {
+    std::string all;
+    while (all.size() < size)
+        all += text;
+    return all;
+}
+
+TEST_F(PageServer, ReadsNoEndlessRequest) {
+    constexpr unsigned most_blocks = 192; // 12 MB; the kernel may take some for the server
+    const std::string beginning = "GET / HTTP/1.1\r\nHost: localhost\r\n";
+    for (const std::string text : {"a", "a:b\r\n", "\r", "\n"}) {
+        const Visitor visitor(port);
+        const std::string block = repeated(text, 65536);
+        bool goes_on = visitor.say(beginning + "Name: ");
+        for (unsigned blocks = 0; goes_on && blocks < most_blocks; blocks++)
+            goes_on = visitor.say(block);
+        EXPECT_FALSE(goes_on) << "with '" << text << "'";
+    }
+    EXPECT_EQ(answer_to("/"), "HTTP/1.1 200 OK");
+}
+
+TEST_F(PageServer, ReadsLongRequests) {
+    const Visitor visitor(port);
+    visitor.ask("/", "Cookie: " + std::string(8000, 'c') + "\r\nOther: " + std::string(7000, 'o') + "\r\n");
+    EXPECT_EQ(first_line(visitor.answer()), "HTTP/1.1 200 OK");
+}
+
 } // namespace page_server_test
 #endif
