@@ -5,7 +5,12 @@
 #include <cstddef>
 
 struct http_bounds {
-    size_t head_bytes = 16384; // of a request; one without a body has no others
-    std::chrono::milliseconds read_patience = std::chrono::seconds(5);   // with a peer that sends nothing
-    std::chrono::milliseconds write_patience = std::chrono::seconds(10); // with one that takes nothing
+    // Of a request; one without a body has no others.
+    size_t head_bytes = 16384;
+
+    // From the beginning of a connection until its request is there.
+    std::chrono::milliseconds head_time = std::chrono::seconds(8);
+
+    // With one that takes nothing of what is written.
+    std::chrono::milliseconds write_patience = std::chrono::seconds(10);
 };

@@ -16,8 +16,8 @@ int milliseconds_until(clock::time_point when) {
     return static_cast<int>(std::clamp<long>(left.count(), 0, 60000));
 }
 
-bool wait_for(int socket, short what, std::chrono::milliseconds patience) {
-    const clock::time_point until = clock::now() + patience;
+// Whether it is so by then, or is so already.
+bool wait_for(int socket, short what, clock::time_point until) {
     pollfd source = {socket, what, 0};
     int found = 0;
     do
@@ -44,11 +44,11 @@ http_connection::~http_connection() {
 }
 
 bool http_connection::is_readable() const {
-    return wait_for(socket_, POLLIN, bounds_.read_patience);
+    return wait_for(socket_, POLLIN, head_until_);
 }
 
 bool http_connection::is_writable() const {
-    return wait_for(socket_, POLLOUT, bounds_.write_patience) && !has_gone(socket_);
+    return wait_for(socket_, POLLOUT, clock::now() + bounds_.write_patience) && !has_gone(socket_);
 }
 
 // Returns false at the end of what the peer sends, or may send.

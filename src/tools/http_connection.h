@@ -6,10 +6,16 @@
 
 #include "tools/http_bounds.h"
 
+struct http_peer {
+    int socket;
+    std::chrono::steady_clock::time_point since; // he is there
+};
+
 class http_connection : public httplib::Stream {
   public:
-    http_connection(int socket, const http_bounds &bounds)
-        : socket_(socket), bounds_(bounds), left_(bounds.head_bytes) {}
+    http_connection(const http_peer &peer, const http_bounds &bounds)
+        : socket_(peer.socket), bounds_(bounds), head_until_(peer.since + bounds.head_time),
+          left_(bounds.head_bytes) {}
     ~http_connection() override;
     http_connection(const http_connection &) = delete;
     http_connection &operator=(const http_connection &) = delete;
@@ -27,6 +33,7 @@ class http_connection : public httplib::Stream {
 
     int socket_;
     const http_bounds &bounds_;
+    const std::chrono::steady_clock::time_point head_until_;
     std::array<char, 2048> block_ = {}; // what the library takes byte by byte
     size_t taken_ = 0, there_ = 0;
     size_t left_; // that may still be received

@@ -42,8 +42,8 @@ http_server::~http_server() {
         listener_.join();
     for (std::thread &worker : workers_)
         worker.join();
-    for (const int socket : waiting_)
-        close(socket);
+    for (const http_peer &peer : waiting_)
+        close(peer.socket);
     if (svr_sock_ != INVALID_SOCKET)
         close(svr_sock_);
     close(end_);
@@ -77,7 +77,7 @@ void http_server::take_connection() {
     }
     {
         const std::lock_guard hold(mutex_);
-        waiting_.push_back(socket);
+        waiting_.push_back({socket, std::chrono::steady_clock::now()});
     }
     news_.notify_one();
 }
@@ -89,24 +89,24 @@ bool http_server::still_listens() const {
 }
 
 void http_server::work() {
-    while (const std::optional<int> socket = next_connection())
-        serve(*socket);
+    while (const std::optional<http_peer> peer = next_peer())
+        serve(*peer);
 }
 
 // None at the end.
-std::optional<int> http_server::next_connection() {
+std::optional<http_peer> http_server::next_peer() {
     std::unique_lock hold(mutex_);
     news_.wait(hold, [this] { return ends_ || !waiting_.empty(); });
     if (ends_)
         return std::nullopt;
-    const int socket = waiting_.front();
+    const http_peer peer = waiting_.front();
     waiting_.pop_front();
-    return socket;
+    return peer;
 }
 
 // One request a connection: what follows a refused one, its body for one, is never taken for another.
-void http_server::serve(int socket) {
-    http_connection connection(socket, bounds_);
+void http_server::serve(const http_peer &peer) {
+    http_connection connection(peer, bounds_);
     bool closed = true;
     (void)process_request(connection, true, closed, ignore_many_ranges);
 }

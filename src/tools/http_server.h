@@ -33,8 +33,8 @@ class http_server : public httplib::Server {
     void take_connection();
     bool still_listens() const;
     void work();
-    std::optional<int> next_connection();
-    void serve(int socket);
+    std::optional<http_peer> next_peer();
+    void serve(const http_peer &peer);
 
     const http_bounds bounds_;
     const int end_; // descriptor; there is something to read from it at the end
@@ -45,6 +45,6 @@ class http_server : public httplib::Server {
     // Of all threads:
     std::mutex mutex_;
     std::condition_variable news_;
-    std::deque<int> waiting_; // connections
+    std::deque<http_peer> waiting_;
     bool ends_ = false;
 };

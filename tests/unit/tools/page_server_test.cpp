@@ -38,7 +38,7 @@ class Visitor {
         where.sin_family = AF_INET;
         where.sin_port = htons(static_cast<uint16_t>(port));
         where.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const timeval patience = {60, 0};
+        const timeval patience = {20, 0};
         (void)setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         EXPECT_EQ(connect(fd_, reinterpret_cast<sockaddr *>(&where), sizeof where), 0);
     }
@@ -72,14 +72,47 @@ class Visitor {
     int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 
+// They send a byte now and then, and never come to an end.
+class Dawdlers {
+  public:
+    Dawdlers(int port, unsigned count) {
+        while (all_.size() < count) {
+            all_.push_back(std::make_unique<Visitor>(port));
+            EXPECT_TRUE(all_.back()->say("GET / HTTP/1.1\r\nHost: localhost\r\nName: "));
+        }
+        sending_ = std::thread([this] { send(); });
+    }
+    ~Dawdlers() {
+        enough_ = true;
+        sending_.join();
+    }
+    Dawdlers(const Dawdlers &) = delete;
+    Dawdlers &operator=(const Dawdlers &) = delete;
+
+  private:
+    void send() const {
+        for (; !enough_; sleep_milliseconds(20))
+            for (const auto &each : all_)
+                (void)each->say("a");
+    }
+
+    std::vector<std::unique_ptr<Visitor>> all_;
+    std::atomic<bool> enough_ = false;
+    std::thread sending_;
+};
+
+constexpr unsigned all_workers = 24;
+
 class PageServer : public testing::Test {
   protected:
+    explicit PageServer(const http_bounds &bounds = {})
+        : server(std::make_unique<page_server>(listen_address{"127.0.0.1", 0}, source, bounds)) {}
+
     std::istringstream in;
     std::ostringstream out, err;
     const session run = {.in = in, .out = out, .err = err, .socket_path = "/var/tmp/nobody", .how = {}};
     live_source source{run};
-    std::unique_ptr<page_server> server =
-        std::make_unique<page_server>(listen_address{"127.0.0.1", 0}, source);
+    std::unique_ptr<page_server> server;
     const int port = server->address().port;
 
     // The first line of the answer.
@@ -189,6 +222,30 @@ TEST_F(PageServer, ReadsLongRequests) {
     const Visitor visitor(port);
     visitor.ask("/", "Cookie: " + std::string(8000, 'c') + "\r\nOther: " + std::string(7000, 'o') + "\r\n");
     EXPECT_EQ(first_line(visitor.answer()), "HTTP/1.1 200 OK");
+}
+
+class HastyPageServer : public PageServer {
+  protected:
+    HastyPageServer() : PageServer({.head_time = std::chrono::seconds(1)}) {}
+};
+
+TEST_F(HastyPageServer, IsNotHeldByThoseWhoNeverComeToAnEnd) {
+    const Dawdlers dawdlers(port, all_workers);
+    EXPECT_EQ(answer_to("/"), "HTTP/1.1 200 OK");
+}
+
+TEST_F(HastyPageServer, AnswersWhoHadToWaitForLongerThanARequestMayTake) {
+    const Dawdlers dawdlers(port, all_workers);
+    const Dawdlers more(port, all_workers);
+    EXPECT_EQ(answer_to("/"), "HTTP/1.1 200 OK");
+}
+
+TEST_F(HastyPageServer, GoesOnWithWhoeverFollowsUntilItsEnd) {
+    const auto follower = new_follower();
+    EXPECT_EQ(Visitor(port).hear(), "")
+        << "who says nothing was waited for, and longer than a request may take";
+    server.reset();
+    EXPECT_EQ(follower->answer(), "0\r\n\r\n");
 }
 
 } // namespace page_server_test
