@@ -16,16 +16,6 @@ int milliseconds_until(clock::time_point when) {
     return static_cast<int>(std::clamp<long>(left.count(), 0, 60000));
 }
 
-// Whether it is so by then, or is so already.
-bool wait_for(int socket, short what, clock::time_point until) {
-    pollfd source = {socket, what, 0};
-    int found = 0;
-    do
-        found = poll(&source, 1, milliseconds_until(until));
-    while (found < 0 && errno == EINTR);
-    return found > 0;
-}
-
 bool must_wait() {
     return errno == EAGAIN || errno == EINTR;
 }
@@ -43,12 +33,22 @@ http_connection::~http_connection() {
     close(socket_);
 }
 
+// Whether it is so by then, or is so already.
+bool http_connection::wait_for(short what, clock::time_point until) const {
+    pollfd sources[] = {{socket_, what, 0}, {end_, POLLIN, 0}};
+    int found = 0;
+    do
+        found = poll(sources, 2, milliseconds_until(until));
+    while (found < 0 && errno == EINTR);
+    return found > 0 && sources[0].revents != 0;
+}
+
 bool http_connection::is_readable() const {
-    return wait_for(socket_, POLLIN, head_until_);
+    return wait_for(POLLIN, head_until_);
 }
 
 bool http_connection::is_writable() const {
-    return wait_for(socket_, POLLOUT, clock::now() + bounds_.write_patience) && !has_gone(socket_);
+    return wait_for(POLLOUT, clock::now() + bounds_.write_patience) && !has_gone(socket_);
 }
 
 // Returns false at the end of what the peer sends, or may send.

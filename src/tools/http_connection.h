@@ -13,8 +13,9 @@ struct http_peer {
 
 class http_connection : public httplib::Stream {
   public:
-    http_connection(const http_peer &peer, const http_bounds &bounds)
-        : socket_(peer.socket), bounds_(bounds), head_until_(peer.since + bounds.head_time),
+    // Nothing is waited for once `end`, a descriptor, has something to read.
+    http_connection(const http_peer &peer, const http_bounds &bounds, int end)
+        : socket_(peer.socket), end_(end), bounds_(bounds), head_until_(peer.since + bounds.head_time),
           left_(bounds.head_bytes) {}
     ~http_connection() override;
     http_connection(const http_connection &) = delete;
@@ -29,11 +30,13 @@ class http_connection : public httplib::Stream {
     socket_t socket() const override { return socket_; }
 
   private:
+    using clock = std::chrono::steady_clock;
+    bool wait_for(short what, clock::time_point until) const;
     bool fill();
 
-    int socket_;
+    int socket_, end_;
     const http_bounds &bounds_;
-    const std::chrono::steady_clock::time_point head_until_;
+    const clock::time_point head_until_;
     std::array<char, 2048> block_ = {}; // what the library takes byte by byte
     size_t taken_ = 0, there_ = 0;
     size_t left_; // that may still be received

@@ -106,7 +106,7 @@ std::optional<http_peer> http_server::next_peer() {
 
 // One request a connection: what follows a refused one, its body for one, is never taken for another.
 void http_server::serve(const http_peer &peer) {
-    http_connection connection(peer, bounds_);
+    http_connection connection(peer, bounds_, end_);
     bool closed = true;
     (void)process_request(connection, true, closed, ignore_many_ranges);
 }

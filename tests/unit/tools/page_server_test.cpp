@@ -248,5 +248,15 @@ TEST_F(HastyPageServer, GoesOnWithWhoeverFollowsUntilItsEnd) {
     EXPECT_EQ(follower->answer(), "0\r\n\r\n");
 }
 
+class PatientPageServer : public PageServer {
+  protected:
+    PatientPageServer() : PageServer({.head_time = std::chrono::seconds(30)}) {}
+};
+
+TEST_F(PatientPageServer, EndsAtOnceWhileRequestsComeThatNeverEnd) {
+    const Dawdlers dawdlers(port, 4 * all_workers);
+    EXPECT_TRUE(ends_within(10000));
+}
+
 } // namespace page_server_test
 #endif
