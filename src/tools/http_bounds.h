@@ -5,6 +5,9 @@
 #include <cstddef>
 
 struct http_bounds {
+    // Connections that nobody has time for yet; others are closed.
+    unsigned most_waiting = 64;
+
     // Of a request; one without a body has no others.
     size_t head_bytes = 16384;
 

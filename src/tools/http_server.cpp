@@ -51,6 +51,7 @@ http_server::~http_server() {
 
 void http_server::start(unsigned workers) {
     (void)fcntl(svr_sock_, F_SETFL, O_NONBLOCK); // whom poll() saw may have gone before he is taken
+    (void)::listen(svr_sock_, SOMAXCONN);        // the library has the kernel keep five at most
     listener_ = std::thread([this] { listen_on(); });
     while (workers_.size() < workers)
         workers_.emplace_back([this] { work(); });
@@ -75,11 +76,17 @@ void http_server::take_connection() {
         (void)poll(&end, 1, shortage_milliseconds);
         return;
     }
-    {
-        const std::lock_guard hold(mutex_);
-        waiting_.push_back({socket, std::chrono::steady_clock::now()});
-    }
+    if (!may_wait(socket))
+        close(socket);
+}
+
+bool http_server::may_wait(int socket) {
+    const std::lock_guard hold(mutex_);
+    if (waiting_.size() >= bounds_.most_waiting)
+        return false;
+    waiting_.push_back({socket, std::chrono::steady_clock::now()});
     news_.notify_one();
+    return true;
 }
 
 bool http_server::still_listens() const {

@@ -31,6 +31,7 @@ class http_server : public httplib::Server {
   private:
     void listen_on();
     void take_connection();
+    bool may_wait(int socket);
     bool still_listens() const;
     void work();
     std::optional<http_peer> next_peer();

@@ -1,6 +1,8 @@
 // The server of the live page goes on and ends, whatever visitors and its listener do.
 #ifdef HBSCTL_SERVE
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -61,6 +63,11 @@ class Visitor {
         return {block, size > 0 ? static_cast<size_t>(size) : 0};
     }
 
+    bool is_closed() const {
+        char next = 0;
+        return recv(fd_, &next, 1, MSG_PEEK | MSG_DONTWAIT) >= 0 || errno != EAGAIN;
+    }
+
     std::string answer() const {
         std::string text;
         for (std::string more = hear(); !more.empty(); more = hear())
@@ -78,7 +85,7 @@ class Dawdlers {
     Dawdlers(int port, unsigned count) {
         while (all_.size() < count) {
             all_.push_back(std::make_unique<Visitor>(port));
-            EXPECT_TRUE(all_.back()->say("GET / HTTP/1.1\r\nHost: localhost\r\nName: "));
+            (void)all_.back()->say("GET / HTTP/1.1\r\nHost: localhost\r\nName: ");
         }
         sending_ = std::thread([this] { send(); });
     }
@@ -88,6 +95,11 @@ class Dawdlers {
     }
     Dawdlers(const Dawdlers &) = delete;
     Dawdlers &operator=(const Dawdlers &) = delete;
+
+    auto closed() const {
+        return std::count_if(
+            all_.begin(), all_.end(), [](const auto &each) { return each->is_closed(); });
+    }
 
   private:
     void send() const {
@@ -250,12 +262,20 @@ TEST_F(HastyPageServer, GoesOnWithWhoeverFollowsUntilItsEnd) {
 
 class PatientPageServer : public PageServer {
   protected:
-    PatientPageServer() : PageServer({.head_time = std::chrono::seconds(30)}) {}
+    static constexpr unsigned most_waiting = 4;
+    PatientPageServer() : PageServer({.most_waiting = most_waiting, .head_time = std::chrono::seconds(30)}) {}
 };
 
 TEST_F(PatientPageServer, EndsAtOnceWhileRequestsComeThatNeverEnd) {
-    const Dawdlers dawdlers(port, 4 * all_workers);
+    const Dawdlers dawdlers(port, all_workers);
     EXPECT_TRUE(ends_within(10000));
+}
+
+TEST_F(PatientPageServer, RefusesThoseWhoWouldWaitBehindManyOthers) {
+    auto dawdlers = std::make_unique<Dawdlers>(port, 2 * all_workers + most_waiting);
+    EXPECT_TRUE(wait_until([&] { return dawdlers->closed() >= all_workers; }, 10000)) << dawdlers->closed();
+    dawdlers.reset();
+    EXPECT_TRUE(wait_until([&] { return answer_to("/") == "HTTP/1.1 200 OK"; }, 10000));
 }
 
 } // namespace page_server_test
