@@ -16,4 +16,7 @@ struct http_bounds {
 
     // With one that takes nothing of what is written.
     std::chrono::milliseconds write_patience = std::chrono::seconds(10);
+
+    // From its request until the whole of an answer that has an end was taken.
+    std::chrono::milliseconds answer_time = std::chrono::seconds(60);
 };

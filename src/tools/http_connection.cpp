@@ -48,7 +48,9 @@ bool http_connection::is_readable() const {
 }
 
 bool http_connection::is_writable() const {
-    return wait_for(POLLOUT, clock::now() + bounds_.write_patience) && !has_gone(socket_);
+    const clock::time_point now = clock::now();
+    return now < answer_until_ && wait_for(POLLOUT, std::min(answer_until_, now + bounds_.write_patience)) &&
+           !has_gone(socket_);
 }
 
 // Returns false at the end of what the peer sends, or may send.

@@ -21,6 +21,9 @@ class http_connection : public httplib::Stream {
     http_connection(const http_connection &) = delete;
     http_connection &operator=(const http_connection &) = delete;
 
+    // The request is there. Until then an answer is only that it cannot be understood.
+    void limit_answer() { answer_until_ = clock::now() + bounds_.answer_time; }
+
     bool is_readable() const override;
     bool is_writable() const override;
     ssize_t read(char *data, size_t size) override;
@@ -37,6 +40,7 @@ class http_connection : public httplib::Stream {
     int socket_, end_;
     const http_bounds &bounds_;
     const clock::time_point head_until_;
+    clock::time_point answer_until_ = clock::time_point::max();
     std::array<char, 2048> block_ = {}; // what the library takes byte by byte
     size_t taken_ = 0, there_ = 0;
     size_t left_; // that may still be received

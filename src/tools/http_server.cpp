@@ -29,7 +29,8 @@ void ignore_many_ranges(httplib::Request &request) {
 
 } // namespace
 
-http_server::http_server(const http_bounds &bounds) : bounds_(bounds), end_(new_event()) {}
+http_server::http_server(const http_bounds &bounds, const std::string &endless)
+    : bounds_(bounds), endless_(endless), end_(new_event()) {}
 
 http_server::~http_server() {
     {
@@ -115,5 +116,9 @@ std::optional<http_peer> http_server::next_peer() {
 void http_server::serve(const http_peer &peer) {
     http_connection connection(peer, bounds_, end_);
     bool closed = true;
-    (void)process_request(connection, true, closed, ignore_many_ranges);
+    (void)process_request(connection, true, closed, [&](httplib::Request &request) {
+        ignore_many_ranges(request);
+        if (request.path != endless_)
+            connection.limit_answer();
+    });
 }

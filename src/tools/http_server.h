@@ -7,6 +7,7 @@
 #include <deque>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -14,8 +15,8 @@
 
 class http_server : public httplib::Server {
   public:
-    // Throws run_error.
-    explicit http_server(const http_bounds &bounds);
+    // The answer to `endless`, a path, goes on for as long as it is taken. Throws run_error.
+    http_server(const http_bounds &bounds, const std::string &endless);
 
     // Whoever follows has been told to end. Ends all connections.
     ~http_server() override;
@@ -38,6 +39,7 @@ class http_server : public httplib::Server {
     void serve(const http_peer &peer);
 
     const http_bounds bounds_;
+    const std::string endless_;
     const int end_; // descriptor; there is something to read from it at the end
     std::atomic<bool> ended_ = false;
     std::thread listener_;

@@ -13,6 +13,7 @@ using httplib::Response;
 constexpr unsigned most_followers = 16;
 constexpr size_t other_workers = 8; // so that a page is served while that many follow
 constexpr std::chrono::seconds followers_patience(15);
+constexpr const char *followed_path = "/events";
 constexpr const char *nothing_allowed = "default-src 'none'; frame-ancestors 'none'";
 
 struct followed {
@@ -78,7 +79,7 @@ bool give_event(live_source &source, followed &state, httplib::DataSink &sink) {
 
 struct page_server::parts {
     parts(const listen_address &address, live_source &what, const http_bounds &bounds)
-        : source(what), where(address), server(bounds) {}
+        : source(what), where(address), server(bounds, followed_path) {}
 
     live_source &source;
     listen_address where;
@@ -102,7 +103,7 @@ struct page_server::parts {
         server.Get(
             "/", [this](const Request &, Response &response) { give_page(source, response); });
         server.Get(
-            "/events", [this](const Request &, Response &response) { give_events(response); });
+            followed_path, [this](const Request &, Response &response) { give_events(response); });
         server.Get(
             "/clients.json",
             [this](const Request &, Response &response) {

@@ -8,12 +8,14 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sstream>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 
 #include "support/gateway.h"
+#include "support/query_segment.h"
 #include "tools/page_server.h"
 
 namespace page_server_test {
@@ -35,7 +37,10 @@ std::string first_line(const std::string &answer) {
 // A connection to the server; closed with it.
 class Visitor {
   public:
-    explicit Visitor(int port) {
+    // One with little room has the server wait for him.
+    explicit Visitor(int port, bool has_room = true) {
+        if (!has_room)
+            take_room();
         sockaddr_in where = {};
         where.sin_family = AF_INET;
         where.sin_port = htons(static_cast<uint16_t>(port));
@@ -57,9 +62,9 @@ class Visitor {
     }
 
     // Some of the answer; nothing when it has ended.
-    std::string hear() const {
+    std::string hear(size_t most = 4096) const {
         char block[4096];
-        const ssize_t size = read(fd_, block, sizeof block);
+        const ssize_t size = read(fd_, block, std::min(most, sizeof block));
         return {block, size > 0 ? static_cast<size_t>(size) : 0};
     }
 
@@ -76,6 +81,12 @@ class Visitor {
     }
 
   private:
+    void take_room() const {
+        const int size = 2048, segment = 536;
+        EXPECT_EQ(setsockopt(fd_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size), 0);
+        EXPECT_EQ(setsockopt(fd_, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment), 0);
+    }
+
     int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };
 
@@ -276,6 +287,57 @@ TEST_F(PatientPageServer, RefusesThoseWhoWouldWaitBehindManyOthers) {
     EXPECT_TRUE(wait_until([&] { return dawdlers->closed() >= all_workers; }, 10000)) << dawdlers->closed();
     dawdlers.reset();
     EXPECT_TRUE(wait_until([&] { return answer_to("/") == "HTTP/1.1 200 OK"; }, 10000));
+}
+
+// As many clients as there may be; what is told of them is more than a connection keeps.
+class Clients : public QuerySegment {
+  public:
+    Clients() {
+        SetUp();
+        for (unsigned i = 0; i < HBS_MAX_CLIENTS; i++)
+            (void)publish(i, i);
+    }
+    ~Clients() override { TearDown(); }
+    void TestBody() override {}
+};
+
+class LargePageServer : public PageServer {
+  protected:
+    LargePageServer()
+        : PageServer({.head_time = std::chrono::seconds(2),
+                      .write_patience = std::chrono::seconds(20),
+                      .answer_time = std::chrono::seconds(1)}) {
+        source.look();
+    }
+
+    const Clients clients;
+};
+
+TEST_F(LargePageServer, GoesOnWithWhoeverFollowsForLongerThanAnAnswerMayTake) {
+    const auto follower = new_follower();
+    EXPECT_EQ(Visitor(port).hear(), "") << "a request may take longer than an answer here";
+    server.reset();
+    EXPECT_THAT(follower->answer(), testing::EndsWith("\r\n0\r\n\r\n"));
+}
+
+TEST_F(LargePageServer, EndsAtOnceWhileNobodyTakesAnAnswer) {
+    const Visitor visitor(port, false);
+    visitor.ask("/clients.json");
+    EXPECT_THAT(visitor.hear(12), "HTTP/1.1 200");
+    EXPECT_TRUE(ends_within(10000));
+}
+
+TEST_F(LargePageServer, IsNotHeldByThoseWhoTakeAnAnswerByAndBy) {
+    const Visitor visitor(port, false), usual(port);
+    usual.ask("/clients.json");
+    const size_t whole = usual.answer().size();
+    visitor.ask("/clients.json");
+    size_t taken = 0;
+    for (size_t more = visitor.hear(256).size(); more > 0; more = visitor.hear(256).size()) {
+        taken += more;
+        sleep_milliseconds(20);
+    }
+    EXPECT_LT(taken, whole);
 }
 
 } // namespace page_server_test
