@@ -14,8 +14,8 @@ namespace {
 constexpr mode_t usual_mode = 0666; // which the umask cuts
 constexpr mode_t kept_bits = 0777;
 
-[[noreturn]] void fail(const std::string &path, const char *what) {
-    throw std::runtime_error(path + " " + what + ": " + strerror(errno));
+[[noreturn]] void fail(const std::string &path, const char *what, int reason = errno) {
+    throw std::runtime_error(path + " " + what + ": " + strerror(reason));
 }
 
 // Closes what it holds, and leaves errno alone.
@@ -56,6 +56,46 @@ bool write_new(const std::string &path, const std::string &text, const struct st
     return write_all(file, text) && fsync(file) == 0;
 }
 
+// In a directory that anybody may write to, somebody put it there for us to find. The kernel keeps opens from
+// such a file or link (fs.protected_regular, fs.protected_symlinks), but no rename, and nobody who follows
+// links by himself.
+bool is_planted(const std::filesystem::path &path, const struct stat &there) {
+    constexpr mode_t open_to_all = S_ISVTX | S_IWOTH;
+    struct stat around = {};
+    const std::filesystem::path directory = path.parent_path();
+    return stat(directory.empty() ? "." : directory.c_str(), &around) == 0 &&
+           (around.st_mode & open_to_all) == open_to_all && there.st_uid != geteuid() &&
+           there.st_uid != around.st_uid;
+}
+
+struct link_end {
+    std::filesystem::path path;
+    struct stat there;
+    bool is_there, is_linked;
+};
+
+// Where the links lead, each of which has to be to trust, as what they lead to.
+link_end end_of_links(const std::string &path) {
+    constexpr int most_links = 40; // as the kernel
+    link_end at = {path, {}, false, false};
+    for (int i = 0; i <= most_links; i++) {
+        at.is_there = lstat(at.path.c_str(), &at.there) == 0;
+        if (at.is_there && is_planted(at.path, at.there))
+            fail(path, "cannot be written", EACCES);
+        if (!at.is_there || !S_ISLNK(at.there.st_mode))
+            return at;
+        at.is_linked = true;
+        at.path = at.path.parent_path() / std::filesystem::read_symlink(at.path);
+    }
+    fail(path, "cannot be written", ELOOP);
+}
+
+std::string without_links(const std::filesystem::path &path) {
+    std::error_code error;
+    const std::filesystem::path real = std::filesystem::canonical(path, error);
+    return error ? path : real;
+}
+
 void replace(const std::string &path, const std::string &text, const struct stat *like) {
     const std::string beside = path + ".new" + std::to_string(getpid());
     if (write_new(beside, text, like) && rename(beside.c_str(), path.c_str()) == 0)
@@ -81,17 +121,13 @@ bool write_all(int fd, const std::string &text) {
 }
 
 void write_whole_file(const std::string &path, const std::string &text) {
-    struct stat there = {};
-    if (lstat(path.c_str(), &there) != 0) {
+    const link_end at = end_of_links(path);
+    if (!at.is_there && !at.is_linked)
         replace(path, text, nullptr);
-        return;
-    }
-    std::error_code error;
-    const std::string real = std::filesystem::canonical(path, error);
-    if (error || stat(real.c_str(), &there) != 0 || !S_ISREG(there.st_mode))
-        write_into(path, text); // among them a link to what is not there yet
+    else if (!at.is_there || !S_ISREG(at.there.st_mode))
+        write_into(path, text);
     else
-        replace(real, text, &there);
+        replace(without_links(at.path), text, &at.there);
 }
 
 std::optional<std::string> file_text(const std::string &path) {

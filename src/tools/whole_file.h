@@ -6,7 +6,8 @@
 
 // Others find the file as it was or as it is now, never a part. It stays what it was: a link is followed, and
 // the mode and, where this user may, the owner are kept. What is no plain file, as a terminal or a pipe, is
-// written to. Throws std::runtime_error, and leaves all as it was then.
+// written to. What a stranger put there in a directory like /tmp is neither followed nor replaced. Throws
+// std::runtime_error, and leaves all as it was then.
 void write_whole_file(const std::string &path, const std::string &text);
 
 // However many pieces it takes. Returns false, and errno tells why, when something is left.

@@ -1,9 +1,11 @@
 // Files that are replaced whole: what they were they stay, and a failure leaves nothing behind.
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/gateway.h"
 #include "tools/whole_file.h"
@@ -60,6 +62,82 @@ TEST_F(WholeFile, BehindALinkIsReplacedThere) {
     write_whole_file(dangling, "three");
     EXPECT_TRUE(fs::is_symlink(dangling));
     EXPECT_EQ(read_file(place + "/new"), "three");
+}
+
+// What a stranger put into a directory like /tmp.
+class AnybodysPlace : public WholeFile {
+  protected:
+    static constexpr uid_t stranger = 65534;
+    AnybodysPlace() {
+        EXPECT_EQ(chmod(place.c_str(), 01777), 0);
+        fs::create_directory(inner);
+        std::ofstream(target) << "as before";
+    }
+    void SetUp() override {
+        if (lchown(target.c_str(), stranger, stranger) != 0)
+            GTEST_SKIP() << "one who cannot make strangers' files";
+        ASSERT_EQ(lchown(target.c_str(), 0, 0), 0);
+    }
+    static void give_away(const std::string &path) { ASSERT_EQ(lchown(path.c_str(), stranger, stranger), 0); }
+    static uid_t owner_of(const std::string &path) {
+        struct stat there = {};
+        EXPECT_EQ(lstat(path.c_str(), &there), 0);
+        return there.st_uid;
+    }
+    static std::string failure_of(const std::string &path) {
+        try {
+            write_whole_file(path, "mine");
+        } catch (const std::runtime_error &error) {
+            return error.what();
+        }
+        return "none";
+    }
+    const std::string inner = place + "/inner", target = inner + "/target";
+    const std::string refused = path + " cannot be written: Permission denied";
+};
+
+TEST_F(AnybodysPlace, AStrangersLinkIsNotFollowed) {
+    const std::string own = place + "/own";
+    fs::create_symlink(target, path);
+    fs::create_symlink(path, own);
+    give_away(path);
+    EXPECT_EQ(failure_of(path), refused);
+    EXPECT_EQ(failure_of(own), own + " cannot be written: Permission denied") << "one link later";
+    EXPECT_EQ(read_file(target), "as before");
+    fs::remove(target);
+    EXPECT_EQ(failure_of(path), refused) << "whether it leads anywhere or not";
+    EXPECT_FALSE(fs::exists(target));
+}
+
+TEST_F(AnybodysPlace, AStrangersFileIsLeftToHim) {
+    std::ofstream(path) << "his";
+    give_away(path);
+    EXPECT_EQ(failure_of(path), refused);
+    EXPECT_EQ(read_file(path), "his");
+    EXPECT_EQ(files(), 2u);
+    ASSERT_EQ(chown(place.c_str(), stranger, stranger), 0);
+    EXPECT_EQ(failure_of(path), "none") << "the directory's owner is no stranger there";
+    EXPECT_EQ(owner_of(path), stranger);
+    ASSERT_EQ(chown(place.c_str(), 0, 0), 0);
+    ASSERT_EQ(chmod(place.c_str(), 0777), 0);
+    EXPECT_EQ(failure_of(path), "none") << "where anybody may rename, ownership tells nothing";
+}
+
+TEST_F(AnybodysPlace, OnesOwnLinkAndFileAreReplacedThere) {
+    fs::create_symlink("inner/target", path);
+    EXPECT_EQ(failure_of(path), "none");
+    EXPECT_TRUE(fs::is_symlink(path));
+    EXPECT_EQ(read_file(target), "mine");
+    fs::remove(path);
+    EXPECT_EQ(failure_of(path), "none");
+    EXPECT_EQ(failure_of(path), "none");
+    EXPECT_EQ(read_file(path), "mine");
+}
+
+TEST_F(WholeFile, LinksInACircleAreToldOf) {
+    fs::create_symlink("file", path);
+    EXPECT_THROW(write_whole_file(path, "x"), std::runtime_error);
+    EXPECT_TRUE(fs::is_symlink(path));
 }
 
 TEST_F(WholeFile, IsWrittenToWhenItIsNoPlainOne) {
