@@ -66,6 +66,19 @@ def test_zsh_offers(house):
         terminal.wait_for("2 clients, 2 on line")
         terminal.type("hbsctl show lap\t\n")
         terminal.wait_for(MAC)
+        terminal.type("hbsctl mode \t")  # whose last word is empty
+        terminal.wait_for("bridge")
+        terminal.wait_for("routed")
+
+
+def test_zsh_runs_nothing_of_what_is_typed(house):
+    with Terminal(house, "zsh", "-f", "-i", columns=100) as terminal:
+        terminal.type(f"fpath=({CHECKOUT}/packaging $fpath); autoload -U compinit; compinit -u -D; print rea''dy\n")
+        terminal.wait_for("ready")
+        terminal.type("hbsctl show $(touch /tmp/typed) lap\t")
+        terminal.type("\x15print cle''ar\n")
+        terminal.wait_for("clear")
+    assert house.run("test", "-e", "/tmp/typed", check=False).returncode == 1
 
 
 def test_completing_a_command_does_not_run_it(house):
