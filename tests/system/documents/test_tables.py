@@ -53,3 +53,13 @@ def test_every_flag_is_there():
         there = set(re.findall(rf"^#define ({group}\w+)", header.text(), re.MULTILINE)) - {"HBS_TRUST_REMEMBERED"}
         assert there == {name for name in rows if name.startswith(group)}
     assert rows == {name: header.constant(name) for name in rows}
+
+
+def test_what_programs_are_told_of_is_in_the_headers():
+    names = sorted(os.listdir(os.path.join(CHECKOUT, "docs")))
+    pages = [page(name) for name in (*(name for name in names if name.endswith(".md")), "../README.md")]
+    told = {word for text in pages for word in re.findall(r"\bHOSTBASE_\w+", text)}
+    folder = os.path.join(CHECKOUT, "include")
+    headers = "".join(page(os.path.join(folder, name)) for name in sorted(os.listdir(folder)))
+    assert told
+    assert told - set(re.findall(r"\bHOSTBASE_\w+", headers)) == set()
