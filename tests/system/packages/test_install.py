@@ -152,6 +152,24 @@ def test_each_platform_has_a_package_of_its_own(platform, package, other):
         assert f'set(CPACK_DEBIAN_{part}_PACKAGE_CONFLICTS "{other}")' in text
 
 
+@pytest.mark.parametrize("script, words, asked", [
+    ("postinst", "configure 0.1", ["daemon-reload", "try-restart gw_hostbase.service"]),
+    ("prerm", "remove", ["--quiet disable --now gw_hostbase.service"]),
+])
+def test_a_unit_that_is_masked_or_does_not_come_up_leaves_no_package_half_installed(script, words, asked):
+    box = Box()
+    try:
+        box.run("mkdir", "-p", "/run/systemd/system", "/tmp/bin")
+        box.write("/tmp/bin/systemctl", '#!/bin/sh\necho "$*" >> /tmp/asked\nexit 1\n')
+        box.run("chmod", "755", "/tmp/bin/systemctl")
+        done = box.run("env", "PATH=/tmp/bin:/usr/bin:/bin", "sh", f"{CHECKOUT}/packaging/{script}", *words.split(),
+                       check=False)
+        assert (done.returncode, box.read("/tmp/asked").splitlines()) == (0, asked)
+        assert done.stderr.splitlines() == [f"gw_hostbase: systemctl {line} failed" for line in asked]
+    finally:
+        box.close()
+
+
 def test_the_packages_install_and_go_again():
     with tempfile.TemporaryDirectory(dir=os.path.join(CHECKOUT, "build"), prefix="packages.") as directory:
         run("cpack", "-G", "DEB", "--config", f"{BUILD}/CPackConfig.cmake", "-B", directory)
