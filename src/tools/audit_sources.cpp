@@ -70,9 +70,9 @@ void append(std::vector<sighting> &all, const std::vector<sighting> &more) {
 lease_knowledge gateway_leases() {
     lease_knowledge known;
     for (const std::string &file : files_like(HBS_DYNAMIC_LEASES_BEFORE "*" HBS_DYNAMIC_LEASES_AFTER))
-        append(known.leases, parse_leases(file_text(file).value_or(""), sighting::dynamic_lease, file));
+        append(known.leases, parse_leases(text_of_others(file).value_or(""), sighting::dynamic_lease, file));
     append(known.leases,
-           parse_ipv6_leases(file_text(HBS_LEASEV6_DATABASE).value_or(""), HBS_LEASEV6_DATABASE));
+           parse_ipv6_leases(text_of_others(HBS_LEASEV6_DATABASE).value_or(""), HBS_LEASEV6_DATABASE));
     return known;
 }
 
@@ -140,6 +140,6 @@ lease_knowledge dhcp_leases() {
 std::vector<sighting> static_leases() {
     std::vector<sighting> leases;
     for (const std::string &file : files_like(HBS_STATIC_LEASES_BEFORE "*" HBS_STATIC_LEASES_AFTER))
-        append(leases, parse_leases(file_text(file).value_or(""), sighting::static_lease, file));
+        append(leases, parse_leases(text_of_others(file).value_or(""), sighting::static_lease, file));
     return leases;
 }

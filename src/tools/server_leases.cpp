@@ -83,7 +83,7 @@ std::vector<sighting> kea_leases(std::istream &lines, const std::string &titles,
 
 // Returns whether the file could be read.
 bool add_leases_of(const std::string &file, std::vector<sighting> &leases) {
-    const auto text = file_text(file);
+    const auto text = text_of_others(file);
     if (!text)
         return false;
     for (const sighting &one : parse_server_leases(*text, file, time(nullptr)))
@@ -96,7 +96,7 @@ bool add_kea_files(const std::string &file, std::vector<sighting> &leases) {
     std::string all;
     bool read = false;
     for (const char *ending : {".2", ".1", ""}) {
-        const auto text = file_text(file + ending);
+        const auto text = text_of_others(file + ending);
         const size_t titles = text && !all.empty() ? text->find('\n') : std::string::npos;
         read = read || text;
         all += !text ? "" : titles == std::string::npos ? *text : text->substr(titles + 1);

@@ -2,9 +2,11 @@
 
 import json
 
+import pytest
 from router import LINUX_BIN, SETTINGS, mac_of, online, wait_for
 
 LEASES = "/var/lib/misc/dnsmasq.leases"
+OPEN_LEASES = "/tmp/dhcp.leases"
 
 
 def explained(router):
@@ -68,3 +70,29 @@ def test_leases_of_dnsmasq(router):
     router.write(SETTINGS, "dhcp.leases = /root/leases\n")
     assert router.hbsctl("audit").stdout == "no differences\n"
     assert explained(router)["leases"] == [{"address": client["ipv4"], "file": "/root/leases"}]
+
+
+@pytest.mark.parametrize("put", [f"mkfifo {OPEN_LEASES}", f"touch {OPEN_LEASES} && chown 65534 {OPEN_LEASES}",
+                                 f"truncate -s 17M {OPEN_LEASES}"])
+def test_what_lies_in_the_place_of_a_lease_file_holds_nobody(router, put):
+    """Where anybody may put something: the kernel's side is told all the same, and no server counts as asked."""
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
+    router.start_daemon()
+    wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
+    router.run("hbs-lease-event", "add", mac_of(18), "192.168.10.18")
+    wait_for("the lease is told", lambda: router.client(18))
+    router.write(OPEN_LEASES, "")
+    assert "192.168.10.18, but no lease file holds it" in router.hbsctl("audit", check=False).stdout
+    router.run("sh", "-ec", f"rm {OPEN_LEASES}; {put}")
+    assert "lease" not in router.hbsctl("audit", check=False, timeout=20).stdout
+    assert "answers" in json.loads(router.hbsctl("explain", mac_of(17), "--json", timeout=20).stdout)["verdict"]
+
+
+def test_a_lease_file_that_dnsmasqs_own_user_wrote_is_read(router):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
+    router.start_daemon()
+    wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
+    router.write(OPEN_LEASES, f"1795217411 {mac_of(17)} 192.168.10.17 a *\n")
+    router.run("sh", "-ec", "grep -v ^dnsmasq: /etc/passwd > /root/users; rm /etc/passwd; mv /root/users /etc/passwd;"
+               f"echo dnsmasq:x:453:453::/:/bin/false >> /etc/passwd; chown 453 {OPEN_LEASES}")
+    assert explained(router)["leases"] == [{"address": "192.168.10.17", "file": OPEN_LEASES}]

@@ -228,3 +228,15 @@ def test_audit_names_what_one_side_knows_and_the_other_does_not(bridges):
     assert done.returncode == 1
     assert "192.168.0.51" in done.stdout and "fd00:2::9" in done.stdout
     assert len(done.stdout.splitlines()) == 2
+
+
+@pytest.mark.simulated  # where the place of these files is open to all
+@pytest.mark.parametrize("place", [notices.DHCPV6_LEASES, "/var/tmp/gw_hostbase.lock"])
+def test_a_pipe_in_the_place_of_a_file_holds_no_audit(bridges, place):
+    neigh(bridges, "replace", "192.168.0.50", "lladdr", MAC, "nud", "stale")
+    wait_for("the client is there", lambda: client(bridges))
+    neigh(bridges, "replace", "192.168.0.51", "lladdr", "02:cc:00:00:00:01", "nud", "stale")
+    bridges.run("sh", "-ec", f"mkdir -p $(dirname {place}); rm -f {place}; mkfifo {place}")
+    told = bridges.hbsctl("audit", check=False, timeout=20)
+    assert "192.168.0.51" in told.stdout and len(told.stdout.splitlines()) == 1
+    assert bridges.hbsctl("status", timeout=20).stdout

@@ -134,6 +134,46 @@ TEST_F(AnybodysPlace, OnesOwnLinkAndFileAreReplacedThere) {
     EXPECT_EQ(read_file(path), "mine");
 }
 
+TEST_F(AnybodysPlace, OfOthersIsReadWhatASensibleOneWrote) {
+    std::ofstream(path) << "leases";
+    EXPECT_EQ(text_of_others(path), "leases");
+    fs::create_symlink("file", place + "/own");
+    EXPECT_EQ(text_of_others(place + "/own"), "leases");
+    give_away(path);
+    EXPECT_FALSE(text_of_others(path)) << "a stranger's";
+    EXPECT_FALSE(text_of_others(place + "/own"));
+    EXPECT_EQ(file_text(path), "leases") << "which was named, so it is wanted";
+    ASSERT_EQ(chmod(place.c_str(), 0755), 0);
+    EXPECT_EQ(text_of_others(path), "leases") << "where not anybody makes files";
+    ASSERT_EQ(chmod(place.c_str(), 01777), 0);
+    give_away(place);
+    EXPECT_EQ(text_of_others(path), "leases") << "the directory's owner's";
+    ASSERT_EQ(lchown(path.c_str(), 0, 0), 0);
+    EXPECT_EQ(text_of_others(path), "leases") << "root's";
+}
+
+TEST_F(AnybodysPlace, OfOthersIsReadNoLinkOfAStranger) {
+    fs::create_symlink(target, path);
+    EXPECT_EQ(text_of_others(path), "as before");
+    give_away(path);
+    EXPECT_FALSE(text_of_others(path));
+}
+
+TEST_F(WholeFile, OfOthersIsReadWhatIsPlainAndOfSensibleSize) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    EXPECT_FALSE(text_of_others(path));
+    EXPECT_FALSE(text_of_others(place));
+    EXPECT_FALSE(text_of_others("/dev/zero"));
+    fs::remove(path);
+    EXPECT_FALSE(text_of_others(path));
+    std::ofstream(path) << "";
+    EXPECT_EQ(text_of_others(path), "");
+    fs::resize_file(path, 16 << 20);
+    EXPECT_EQ(text_of_others(path)->size(), 16u << 20);
+    fs::resize_file(path, (16 << 20) + 1);
+    EXPECT_FALSE(text_of_others(path));
+}
+
 TEST_F(WholeFile, LinksInACircleAreToldOf) {
     fs::create_symlink("file", path);
     EXPECT_THROW(write_whole_file(path, "x"), std::runtime_error);
