@@ -16,8 +16,9 @@
 
 namespace {
 
-constexpr const char *enter_sequence = "\033[?1049h\033[?25l\033[H\033[2J"; // other screen, no cursor
-constexpr const char *leave_sequence = "\033[?25h\033[?1049l";
+// Other screen, no cursor, and a line that the terminal finds wider than we do is cut, not wrapped.
+constexpr const char *enter_sequence = "\033[?1049h\033[?25l\033[?7l\033[H\033[2J";
+constexpr const char *leave_sequence = "\033[?7h\033[?25h\033[?1049l";
 
 winsize window_of(int fd) {
     winsize window = {};

@@ -322,14 +322,14 @@ TEST_F(Watch, OnATerminalRedrawsMarksChangesAndGivesTheScreenBack) {
             text.append(block, static_cast<size_t>(size));
         return text.find(wanted) != std::string::npos;
     };
-    ASSERT_TRUE(read_until("\033[?1049h\033[?25l"));
+    ASSERT_TRUE(read_until("\033[?1049h\033[?25l\033[?7l"));
     ASSERT_TRUE(read_until("host01"));
     EXPECT_EQ(text.find("\033[1;33m*"), std::string::npos);
     strcpy(client->host, "renamed");
     ASSERT_TRUE(read_until("\033[1;33m*"));
     ASSERT_TRUE(read_until("renamed"));
     ASSERT_EQ(write(terminal, "\x03", 1), 1); // Ctrl-C
-    EXPECT_TRUE(read_until("\033[?25h\033[?1049l"));
+    EXPECT_TRUE(read_until("\033[?7h\033[?25h\033[?1049l"));
     close(end[0]);
     close(end[1]);
     EXPECT_EQ(status_of_child(child), exit_ok);

@@ -129,6 +129,14 @@ TEST(Width, CountsTerminalCells) {
     EXPECT_EQ(display_width("e\xcc\x81"), 1) << "a letter and its combining accent";
 }
 
+TEST(Width, OfSignsThatStandAmongNarrowOnes) {
+    for (const char *wide : {"⚡", "⌚", "☔", "✅", "🩰", "🛜", "＝", "𛄲"})
+        EXPECT_EQ(display_width(wide), 2) << wide;
+    for (const char *narrow : {"ｱ", "☀", "✔", "→", "⌘", "🌡", "🖥", "🛠", "─"})
+        EXPECT_EQ(display_width(narrow), 1) << narrow;
+    EXPECT_EQ(display_width(cut_to_width("⚡⚡⚡⚡⚡⚡", 7)), 7);
+}
+
 TEST(Width, CutTextSaysThatItWasCut) {
     EXPECT_EQ(cut_to_width("laptop", 6), "laptop");
     EXPECT_EQ(cut_to_width("laptop", 5), "lapt…");
