@@ -112,6 +112,13 @@ int cells_of(uint32_t code) {
     return is_of(combining, code) ? 0 : is_of(wide, code) ? 2 : 1;
 }
 
+// What a spreadsheet would compute, with the signs of full width as well.
+bool is_formula(std::string_view text) {
+    constexpr std::string_view signs[] = {"=", "+", "-", "@", "＝", "＋", "－", "＠"};
+    return std::any_of(std::begin(signs), std::end(signs),
+                       [&](std::string_view sign) { return text.starts_with(sign); });
+}
+
 } // namespace
 
 std::string printable(std::string_view text) {
@@ -177,10 +184,14 @@ std::string json_printable(std::string_view document) {
 }
 
 std::string csv_cell(std::string_view text) {
-    std::string cell = printable(text);
-    if (!cell.empty() && std::string_view("=+-@").find(cell[0]) != std::string_view::npos)
-        cell.insert(0, 1, '\'');
-    if (cell.find_first_of("\",") == std::string::npos)
+    const std::string shown = printable(text);
+    std::string cell;
+    for (size_t i = 0; i < shown.size(); i++) {
+        const bool begins = i == 0 || shown[i - 1] == ';'; // which separates cells where commas are decimal
+        cell += begins && is_formula(std::string_view(shown).substr(i)) ? "'" : "";
+        cell += shown[i];
+    }
+    if (cell.find_first_of("\",;") == std::string::npos)
         return cell;
     std::string quoted = "\"";
     for (char letter : cell)

@@ -137,6 +137,23 @@ TEST(Width, OfSignsThatStandAmongNarrowOnes) {
     EXPECT_EQ(display_width(cut_to_width("⚡⚡⚡⚡⚡⚡", 7)), 7);
 }
 
+TEST(Csv, ACellIsQuotedWhereItHasToBe) {
+    EXPECT_EQ(csv_cell("laptop"), "laptop");
+    EXPECT_EQ(csv_cell(""), "");
+    EXPECT_EQ(csv_cell("a,\"b\""), "\"a,\"\"b\"\"\"");
+    EXPECT_EQ(csv_cell("a;b"), "\"a;b\"");
+    EXPECT_EQ(csv_cell("a\tb"), "a\\tb");
+}
+
+TEST(Csv, ACellIsNeverAFormula) {
+    for (const std::string sign : {"=", "+", "-", "@", "＝", "＋", "－", "＠"}) {
+        EXPECT_EQ(csv_cell(sign + "1"), "'" + sign + "1");
+        EXPECT_EQ(csv_cell("a;" + sign + "1"), "\"a;'" + sign + "1\"") << "where cells are separated by ;";
+        EXPECT_EQ(csv_cell("a" + sign + "1"), "a" + sign + "1");
+    }
+    EXPECT_EQ(csv_cell("=a;=b;;-c"), "\"'=a;'=b;;'-c\"");
+}
+
 TEST(Width, CutTextSaysThatItWasCut) {
     EXPECT_EQ(cut_to_width("laptop", 6), "laptop");
     EXPECT_EQ(cut_to_width("laptop", 5), "lapt…");
