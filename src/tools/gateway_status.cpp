@@ -1,7 +1,6 @@
 #include "tools/gateway_status.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <sstream>
@@ -9,19 +8,24 @@
 
 #include "base/counters.h"
 #include "base/paths.h"
+#include "base/plain_file.h"
 #include "tools/audit_sources.h"
 #include "tools/client_key.h"
 #include "tools/command_client.h"
 #include "tools/route_mode.h"
-#include "tools/whole_file.h"
 
 namespace {
 
 constexpr uint32_t protecting_flags = HBS_FLAG_ONLINE | HBS_FLAG_STIP4 | HBS_FLAG_STIP6;
 
+// The daemon may be another user's, who started it by hand: whoever it is, it is the one that answers here.
+int open_lock_file() {
+    return hbs_plain_open(HBS_LOCK_FILE, O_RDONLY, 0);
+}
+
 // 0 when nobody holds the lock, or when the holder has no pid here.
 pid_t lock_holder() {
-    const int fd = open_of_others(HBS_LOCK_FILE);
+    const int fd = open_lock_file();
     if (fd == -1)
         return 0;
     struct flock lock = {};
@@ -67,11 +71,14 @@ std::optional<double> uptime_of(pid_t pid) {
 
 // Leaves out what this user may not read.
 void add_counts(gateway_status &status) {
-    const std::string text = text_of_others(HBS_LOCK_FILE).value_or("");
-    hbs_counts counts = {};
-    if (text.size() < sizeof counts)
+    const int fd = open_lock_file();
+    if (fd == -1)
         return;
-    memcpy(&counts, text.data(), sizeof counts);
+    hbs_counts counts = {};
+    const bool is_whole = read(fd, &counts, sizeof counts) == static_cast<ssize_t>(sizeof counts);
+    close(fd);
+    if (!is_whole)
+        return;
     for (const count_name &one : count_names)
         status.counts.push_back({one.name, one.help, counts.count[one.counter]});
     counts.version[sizeof counts.version - 1] = '\0';

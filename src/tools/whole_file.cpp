@@ -112,6 +112,18 @@ std::string without_links(const std::filesystem::path &path) {
     return error ? path : real;
 }
 
+// -1: none that is to be read.
+int open_of_others(const std::string &path) {
+    const link_end at = end_of_links(path);
+    struct stat there = {};
+    const int fd = hbs_plain_open(at.path.c_str(), O_RDONLY, 0); // no link that was objected to
+    if (fd == -1 || (fstat(fd, &there) == 0 &&
+                     (!is_planted(at.path, there) || there.st_uid == 0 || is_servers(there.st_uid))))
+        return fd;
+    (void)close(fd);
+    return -1;
+}
+
 void replace(const std::string &path, const std::string &text, const struct stat *like) {
     const std::string beside = path + ".new" + std::to_string(getpid());
     if (write_new(beside, text, like) && rename(beside.c_str(), path.c_str()) == 0)
@@ -160,17 +172,6 @@ void write_whole_file(const std::string &path, const std::string &text) {
 std::optional<std::string> file_text(const std::string &path) {
     const descriptor file(path, O_RDONLY);
     return file == -1 ? std::nullopt : text_in(file, SIZE_MAX - 1);
-}
-
-int open_of_others(const std::string &path) {
-    const link_end at = end_of_links(path);
-    struct stat there = {};
-    const int fd = hbs_plain_open(at.path.c_str(), O_RDONLY, 0); // no link that was objected to
-    if (fd == -1 || (fstat(fd, &there) == 0 &&
-                     (!is_planted(at.path, there) || there.st_uid == 0 || is_servers(there.st_uid))))
-        return fd;
-    (void)close(fd);
-    return -1;
 }
 
 std::optional<std::string> text_of_others(const std::string &path) {

@@ -15,10 +15,7 @@ bool write_all(int fd, const std::string &text);
 
 // What other programs write at places that are known, where anybody may put something else: only plain files,
 // and where anybody may make one only those of root, this user, the directory's owner or the DHCP server's
-// user. -1: there is none.
-int open_of_others(const std::string &path);
-
-// None when there is none to open, when it cannot be read, or when it is larger than such a file ever is.
+// user. None when there is none, when it cannot be read, or when it is larger than such a file ever is.
 std::optional<std::string> text_of_others(const std::string &path);
 
 // None when it cannot be read; errno tells why.
