@@ -88,12 +88,12 @@ def wait_for_box(keeper):
         ended_by.append(number)
         os.kill(keeper, signal.SIGKILL)
 
-    for number in (signal.SIGTERM, signal.SIGHUP):
+    endings = (signal.SIGTERM, signal.SIGHUP)
+    for number in endings:
         signal.signal(number, end_box)
     os.waitid(os.P_PID, keeper, os.WEXITED | os.WNOWAIT)
     # Nobody is left to end; once process 1 is waited for, its number may be another's.
-    for number in (signal.SIGTERM, signal.SIGHUP):
-        signal.signal(number, signal.SIG_IGN)
+    signal.pthread_sigmask(signal.SIG_BLOCK, endings)
     status = os.waitstatus_to_exitcode(os.waitpid(keeper, 0)[1])
     return 128 + ended_by[0] if ended_by else shell_status(status)
 

@@ -19,7 +19,7 @@ constexpr uid_t NOBODY = static_cast<uid_t>(-1);
 // The owner of the file's directory, whose word counts there; NOBODY where everybody may put files.
 uid_t owner_of_the_place() {
     struct stat status {};
-    return stat(HBS_SCRATCH_DIR, &status) == 0 && (status.st_mode & S_IWOTH) == 0 ? status.st_uid : NOBODY;
+    return lstat(HBS_SCRATCH_DIR, &status) == 0 && (status.st_mode & S_IWOTH) == 0 ? status.st_uid : NOBODY;
 }
 
 // No stranger can open such a file, so none can hold its lock.

@@ -78,7 +78,7 @@ int open_copy(FILE *stream, const hbs_notice_source *source) {
         if (copy == -1 || size == size_of(fileno(stream)))
             return copy;
         (void)close(copy);
-        if (size != ftello(stream))
+        if (size != lseek(fileno(stream), 0, SEEK_CUR))
             break;
         rewind(stream);
     }
