@@ -77,10 +77,11 @@ void cut_to_pipe(common_line *line) {
     memcpy(line->text + line->length - sizeof mark, mark, sizeof mark);
 }
 
-// A socket is asked not to wait. A pipe that nobody reads any more is ready, and in error.
+// A socket is asked not to wait. A pipe that nobody reads any more is ready, and gives an error: no signal is
+// taken.
 bool write_stderr(const char *line, size_t length) {
     pollfd out = {STDERR_FILENO, POLLOUT, 0};
-    if (poll(&out, 1, 0) != 1 || (out.revents & (POLLOUT | POLLERR)) != POLLOUT)
+    if (poll(&out, 1, 0) != 1 || (out.revents & POLLOUT) == 0)
         return false;
     ssize_t part = send(STDERR_FILENO, line, length, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (part < 0 && errno == ENOTSOCK)

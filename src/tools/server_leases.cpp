@@ -81,9 +81,9 @@ std::vector<sighting> kea_leases(std::istream &lines, const std::string &titles,
     return found;
 }
 
-// Returns whether the file could be read.
-bool add_leases_of(const std::string &file, std::vector<sighting> &leases) {
-    const auto text = text_of_others(file);
+// Returns whether the file could be read. text: what stands in it.
+bool add_leases_of(const std::string &file, const std::optional<std::string> &text,
+                   std::vector<sighting> &leases) {
     if (!text)
         return false;
     for (const sighting &one : parse_server_leases(*text, file, time(nullptr)))
@@ -120,9 +120,9 @@ std::vector<sighting> parse_server_leases(const std::string &text, const std::st
 lease_knowledge server_leases() {
     lease_knowledge known;
     const std::string named = settings_of_router().leases;
-    known.ipv4 = known.ipv6 = !named.empty() && add_leases_of(named, known.leases);
+    known.ipv4 = known.ipv6 = !named.empty() && add_leases_of(named, text_of_named(named), known.leases);
     for (const char *file : of_dnsmasq)
-        if (named.empty() && add_leases_of(file, known.leases))
+        if (named.empty() && add_leases_of(file, text_of_others(file), known.leases))
             known.ipv4 = known.ipv6 = true;
     for (const char *file : of_kea) {
         if (!named.empty() || !add_kea_files(file, known.leases))

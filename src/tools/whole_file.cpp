@@ -17,7 +17,7 @@ namespace {
 
 constexpr mode_t usual_mode = 0666; // which the umask cuts
 constexpr mode_t kept_bits = 0777;
-constexpr size_t most_of_others = 16 << 20; // more than any server's file
+constexpr size_t most_of_others = 64 << 20; // 700,000 renewals that a server has not tidied up yet
 
 [[noreturn]] void fail(const std::string &path, const char *what, int reason) {
     throw std::runtime_error(path + " " + what + ": " + strerror(reason));
@@ -177,6 +177,13 @@ std::optional<std::string> file_text(const std::string &path) {
 std::optional<std::string> text_of_others(const std::string &path) {
     const descriptor file(open_of_others(path));
     return file == -1 ? std::nullopt : text_in(file, most_of_others);
+}
+
+std::optional<std::string> text_of_named(const std::string &path) {
+    const descriptor file(path, O_RDONLY | O_NONBLOCK);
+    struct stat there = {};
+    const bool is_plain = file != -1 && fstat(file, &there) == 0 && S_ISREG(there.st_mode);
+    return is_plain ? text_in(file, most_of_others) : std::nullopt;
 }
 
 std::string read_whole_file(const std::string &path) {

@@ -73,7 +73,7 @@ def test_leases_of_dnsmasq(router):
 
 
 @pytest.mark.parametrize("put", [f"mkfifo {OPEN_LEASES}", f"touch {OPEN_LEASES} && chown 65534 {OPEN_LEASES}",
-                                 f"truncate -s 17M {OPEN_LEASES}"])
+                                 f"truncate -s 65M {OPEN_LEASES}"])
 def test_what_lies_in_the_place_of_a_lease_file_holds_nobody(router, put):
     """Where anybody may put something: the kernel's side is told all the same, and no server counts as asked."""
     router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
@@ -86,6 +86,17 @@ def test_what_lies_in_the_place_of_a_lease_file_holds_nobody(router, put):
     router.run("sh", "-ec", f"rm {OPEN_LEASES}; {put}")
     assert "lease" not in router.hbsctl("audit", check=False, timeout=20).stdout
     assert "answers" in json.loads(router.hbsctl("explain", mac_of(17), "--json", timeout=20).stdout)["verdict"]
+
+
+def test_a_lease_file_that_the_settings_name_is_read_whoever_wrote_it(router):
+    router.lan('router.bridge("lan0", 1, "192.168.10.1/24")\nrouter.device("a", 17, "lan0", "192.168.10.17/24")')
+    router.start_daemon()
+    wait_for("it is on line", lambda: router.talk("192.168.10.17") and online(router.clients()) == {mac_of(17)})
+    router.write(OPEN_LEASES, f"1795217411 {mac_of(17)} 192.168.10.17 a *\n")
+    router.run("chown", "65534", OPEN_LEASES)
+    assert explained(router)["leases"] == []
+    router.write(SETTINGS, f"dhcp.leases = {OPEN_LEASES}\n")
+    assert explained(router)["leases"] == [{"address": "192.168.10.17", "file": OPEN_LEASES}]
 
 
 def test_a_lease_file_that_dnsmasqs_own_user_wrote_is_read(router):

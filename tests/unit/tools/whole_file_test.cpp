@@ -142,6 +142,7 @@ TEST_F(AnybodysPlace, OfOthersIsReadWhatASensibleOneWrote) {
     give_away(path);
     EXPECT_FALSE(text_of_others(path)) << "a stranger's";
     EXPECT_FALSE(text_of_others(place + "/own"));
+    EXPECT_EQ(text_of_named(path), "leases") << "it is wanted";
     EXPECT_EQ(file_text(path), "leases") << "which was named, so it is wanted";
     ASSERT_EQ(chmod(place.c_str(), 0755), 0);
     EXPECT_EQ(text_of_others(path), "leases") << "where not anybody makes files";
@@ -161,16 +162,17 @@ TEST_F(AnybodysPlace, OfOthersIsReadNoLinkOfAStranger) {
 
 TEST_F(WholeFile, OfOthersIsReadWhatIsPlainAndOfSensibleSize) {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-    EXPECT_FALSE(text_of_others(path));
-    EXPECT_FALSE(text_of_others(place));
-    EXPECT_FALSE(text_of_others("/dev/zero"));
+    for (const std::string &each : {path, place, std::string("/dev/zero")}) {
+        EXPECT_FALSE(text_of_others(each)) << each;
+        EXPECT_FALSE(text_of_named(each)) << each;
+    }
     fs::remove(path);
     EXPECT_FALSE(text_of_others(path));
     std::ofstream(path) << "";
     EXPECT_EQ(text_of_others(path), "");
-    fs::resize_file(path, 16 << 20);
-    EXPECT_EQ(text_of_others(path)->size(), 16u << 20);
-    fs::resize_file(path, (16 << 20) + 1);
+    fs::resize_file(path, 64 << 20);
+    EXPECT_EQ(text_of_others(path)->size(), 64u << 20);
+    fs::resize_file(path, (64 << 20) + 1);
     EXPECT_FALSE(text_of_others(path));
 }
 
