@@ -9,7 +9,7 @@ import pytest
 from builds import of_this_machine
 from gateway import BIN, SCRIPTS
 
-HISTORIES = 60
+HISTORIES = 100
 MOST_MEMORY = 16384  # KiB
 
 pytestmark = [pytest.mark.simulated, of_this_machine]
